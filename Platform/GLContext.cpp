@@ -1,0 +1,212 @@
+#include "Platform/GLContext.h"
+
+#include <EGL/eglext.h>
+
+#include <cstring>
+#include <memory>
+#include <mutex>
+#include <string_view>
+#include <vector>
+
+namespace {
+
+template<typename Function>
+Function eglFunction(const char* name) {
+    return reinterpret_cast<Function>(eglGetProcAddress(name));
+}
+
+bool hasWord(const char* words, std::string_view word) {
+    std::string_view rest = words ? words : "";
+    for (std::size_t at; (at = rest.find(word)) != rest.npos; rest.remove_prefix(at + word.size())) {
+        const bool starts = at == 0 || rest[at - 1] == ' ';
+        const bool ends = at + word.size() == rest.size() || rest[at + word.size()] == ' ';
+        if (starts && ends)
+            return true;
+    }
+    return false;
+}
+
+bool isSoftwareDevice(EGLDeviceEXT device) {
+    const auto query = eglFunction<PFNEGLQUERYDEVICESTRINGEXTPROC>("eglQueryDeviceStringEXT");
+    return query && hasWord(query(device, EGL_EXTENSIONS), "EGL_MESA_device_software");
+}
+
+EGLContext createCoreContext(EGLDisplay display, EGLContext share) {
+    const EGLint attributes[] = {EGL_CONTEXT_MAJOR_VERSION,
+                                 3,
+                                 EGL_CONTEXT_MINOR_VERSION,
+                                 3,
+                                 EGL_CONTEXT_OPENGL_PROFILE_MASK,
+                                 EGL_CONTEXT_OPENGL_CORE_PROFILE_BIT,
+                                 EGL_NONE};
+    return eglCreateContext(display, EGL_NO_CONFIG_KHR, share, attributes);
+}
+
+// A device can be listed and initialise and still have no context to give, so one is made to see.
+bool givesCoreContext(EGLDisplay display) {
+    if (display == EGL_NO_DISPLAY || !eglInitialize(display, nullptr, nullptr))
+        return false;
+    const char* extensions = eglQueryString(display, EGL_EXTENSIONS);
+    if (!hasWord(extensions, "EGL_KHR_no_config_context") ||
+        !hasWord(extensions, "EGL_KHR_surfaceless_context"))
+        return false;
+    const EGLContext trial = createCoreContext(display, EGL_NO_CONTEXT);
+    if (trial == EGL_NO_CONTEXT)
+        return false;
+    eglDestroyContext(display, trial);
+    return true;
+}
+
+std::vector<EGLDeviceEXT> hardwareDevices() {
+    std::vector<EGLDeviceEXT> devices;
+    const auto query = eglFunction<PFNEGLQUERYDEVICESEXTPROC>("eglQueryDevicesEXT");
+    EGLint count = 0;
+    if (!query || !query(0, nullptr, &count) || count <= 0)
+        return devices;
+    devices.resize(static_cast<std::size_t>(count));
+    if (!query(count, devices.data(), &count))
+        count = 0;
+    devices.resize(static_cast<std::size_t>(count));
+    std::erase_if(devices, isSoftwareDevice);
+    return devices;
+}
+
+EGLDisplay chooseDisplay() {
+    const auto platformDisplay = eglFunction<PFNEGLGETPLATFORMDISPLAYEXTPROC>("eglGetPlatformDisplayEXT");
+    if (!platformDisplay)
+        return EGL_NO_DISPLAY;
+    for (EGLDeviceEXT device : hardwareDevices()) {
+        const EGLDisplay display = platformDisplay(EGL_PLATFORM_DEVICE_EXT, device, nullptr);
+        if (givesCoreContext(display))
+            return display;
+    }
+    const EGLDisplay surfaceless =
+        platformDisplay(EGL_PLATFORM_SURFACELESS_MESA, EGL_DEFAULT_DISPLAY, nullptr);
+    return givesCoreContext(surfaceless) ? surfaceless : EGL_NO_DISPLAY;
+}
+
+// Only success is remembered: a process that found no display may find one later.
+EGLDisplay processDisplay() {
+    static std::mutex kMutex;
+    static EGLDisplay kDisplay = EGL_NO_DISPLAY;
+    const std::lock_guard lock(kMutex);
+    if (kDisplay == EGL_NO_DISPLAY)
+        kDisplay = chooseDisplay();
+    return kDisplay;
+}
+
+// What this thread last bound through this file: the serial and the class, which EGL doesn't keep. EGL frees
+// a context only when no thread has it bound, so a thread lets go of a context of ours when it ends, and at
+// its next look when the context was destroyed elsewhere.
+struct ThreadBinding {
+    CGLContextObj handle;
+    NSOpenGLContext* context = nullptr;
+    std::shared_ptr<const std::atomic<bool>> alive;
+
+    ~ThreadBinding() { letGo(); }
+
+    void letGo() {
+        if (handle && eglGetCurrentContext() == handle.context)
+            eglMakeCurrent(handle.display, EGL_NO_SURFACE, EGL_NO_SURFACE, EGL_NO_CONTEXT);
+        handle = {};
+        context = nullptr;
+        alive.reset();
+    }
+};
+
+thread_local ThreadBinding tBinding;
+
+} // namespace
+
+CGLContextObj CGLGetCurrentContext() {
+    if (tBinding.alive && !*tBinding.alive)
+        tBinding.letGo();
+    const EGLContext context = eglGetCurrentContext();
+    if (context == EGL_NO_CONTEXT)
+        return {};
+    if (tBinding.handle.context == context)
+        return tBinding.handle;
+    return {context, eglGetCurrentDisplay(), eglGetCurrentSurface(EGL_DRAW), eglGetCurrentSurface(EGL_READ),
+            0};
+}
+
+bool CGLSetCurrentContext(const CGLContextObj& context) {
+    const CGLContextObj current = CGLGetCurrentContext();
+    const EGLDisplay display = context ? context.display : current.display;
+    if (display == EGL_NO_DISPLAY)
+        return true;
+    if (!eglMakeCurrent(display, context.draw, context.read, context.context))
+        return false;
+    tBinding.handle = context.serial ? context : CGLContextObj{};
+    tBinding.context = nullptr;
+    tBinding.alive.reset();
+    return true;
+}
+
+bool CGLIsSoftwareRenderer(const CGLContextObj& context) {
+    const auto query = eglFunction<PFNEGLQUERYDISPLAYATTRIBEXTPROC>("eglQueryDisplayAttribEXT");
+    EGLAttrib device = 0;
+    return context && query && query(context.display, EGL_DEVICE_EXT, &device) &&
+           isSoftwareDevice(reinterpret_cast<EGLDeviceEXT>(device));
+}
+
+void NSObject::release() {
+    if (--mReferences == 0)
+        delete this;
+}
+
+NSAutoreleasePool::NSAutoreleasePool() : mHostApi(eglQueryAPI()) {
+    eglBindAPI(EGL_OPENGL_API);
+}
+
+void NSAutoreleasePool::drain() {
+    if (!mDrained && mHostApi != EGL_NONE)
+        eglBindAPI(mHostApi);
+    mDrained = true;
+}
+
+NSOpenGLPixelFormat* NSOpenGLPixelFormat::initWithAttributes(const std::uint32_t* attributes) {
+    std::uint32_t profile = 0;
+    for (; *attributes; ++attributes) {
+        const bool flag = *attributes == NSOpenGLPFANoRecovery || *attributes == NSOpenGLPFAClosestPolicy;
+        if (*attributes == NSOpenGLPFAOpenGLProfile)
+            profile = attributes[1];
+        if (!flag)
+            ++attributes;
+    }
+    return profile == NSOpenGLProfileVersion3_2Core ? new NSOpenGLPixelFormat : nullptr;
+}
+
+NSOpenGLContext* NSOpenGLContext::initWithFormat(const NSOpenGLPixelFormat* format,
+                                                 const NSOpenGLContext* share) {
+    static std::atomic<std::uint64_t> kNextSerial{1};
+    const NSAutoreleasePool pool;
+    const EGLDisplay display = format ? processDisplay() : EGL_NO_DISPLAY;
+    if (display == EGL_NO_DISPLAY)
+        return nullptr;
+    const EGLContext context = createCoreContext(display, share ? share->mHandle.context : EGL_NO_CONTEXT);
+    if (context == EGL_NO_CONTEXT)
+        return nullptr;
+    return new NSOpenGLContext({context, display, EGL_NO_SURFACE, EGL_NO_SURFACE, kNextSerial++});
+}
+
+NSOpenGLContext* NSOpenGLContext::currentContext() {
+    const auto current = CGLGetCurrentContext();
+    return current && current == tBinding.handle ? tBinding.context : nullptr;
+}
+
+void NSOpenGLContext::makeCurrentContext() {
+    if (!CGLSetCurrentContext(mHandle))
+        return;
+    tBinding.context = this;
+    tBinding.alive = mAlive;
+}
+
+NSOpenGLContext::NSOpenGLContext(const ::CGLContextObj& handle) : mHandle(handle) {}
+
+NSOpenGLContext::~NSOpenGLContext() {
+    *mAlive = false;
+    if (tBinding.alive == mAlive)
+        tBinding.letGo();
+    eglDestroyContext(mHandle.display, mHandle.context);
+}

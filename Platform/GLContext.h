@@ -1,0 +1,114 @@
+#pragma once
+
+#include <EGL/egl.h>
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+
+/// Off-screen OpenGL contexts: no window system, no surface. This is the whole of what the GL layer asks of
+/// a system, in four things: create a context that shares with another, make a context current on this
+/// thread, read the current context, restore it. Here they stand on EGL.
+///
+/// One display serves the process: that of the first hardware device which gives a core context of at least
+/// 3.3, otherwise Mesa's surfaceless platform. It is never terminated, since other code in the process may
+/// hold the same one and terminating it breaks their contexts.
+
+/// What a thread has bound: a context with its display and surfaces, or nothing. A plain value that owns
+/// nothing; two are equal when they name the same context.
+struct CGLContextObj {
+    EGLContext context = EGL_NO_CONTEXT;
+    EGLDisplay display = EGL_NO_DISPLAY;
+    EGLSurface draw = EGL_NO_SURFACE;
+    EGLSurface read = EGL_NO_SURFACE;
+    std::uint64_t serial = 0; ///< of contexts made here, from 1 and never used again; 0 for all others
+
+    explicit operator bool() const { return context != EGL_NO_CONTEXT; }
+    friend bool operator==(const CGLContextObj& a, const CGLContextObj& b) { return a.context == b.context; }
+};
+
+/// The calling thread's binding, whoever made it.
+CGLContextObj CGLGetCurrentContext();
+
+/// Makes `context` current on the calling thread, or nothing where it is null. False where EGL refuses.
+bool CGLSetCurrentContext(const CGLContextObj& context);
+
+/// True where a context's display draws with the processor instead of a graphics device.
+bool CGLIsSoftwareRenderer(const CGLContextObj& context);
+
+/// Reference counting in the manner of the classes below: a new object has one reference, which is its
+/// maker's, and goes with its last.
+class NSObject {
+public:
+    NSObject() = default;
+    NSObject(const NSObject&) = delete;
+    NSObject& operator=(const NSObject&) = delete;
+
+    void retain() { ++mReferences; }
+    void release();
+
+protected:
+    virtual ~NSObject() = default;
+
+private:
+    std::atomic<int> mReferences{1};
+};
+
+/// A scope around platform calls: inside it the thread's EGL calls speak of OpenGL. `drain`, or the
+/// destructor, brings back the client API that the rest of the process had chosen.
+class NSAutoreleasePool {
+public:
+    NSAutoreleasePool();
+    ~NSAutoreleasePool() { drain(); }
+    NSAutoreleasePool(const NSAutoreleasePool&) = delete;
+    NSAutoreleasePool& operator=(const NSAutoreleasePool&) = delete;
+
+    void drain();
+
+private:
+    EGLenum mHostApi;
+    bool mDrained = false;
+};
+
+/// Attributes of a pixel format; those with an argument are followed by it.
+enum : std::uint32_t {
+    NSOpenGLPFAColorSize = 8,
+    NSOpenGLPFAAlphaSize = 11,
+    NSOpenGLPFADepthSize = 12,
+    NSOpenGLPFAStencilSize = 13,
+    NSOpenGLPFANoRecovery = 72,
+    NSOpenGLPFAClosestPolicy = 74,
+    NSOpenGLPFAOpenGLProfile = 99,
+};
+enum : std::uint32_t { NSOpenGLProfileVersion3_2Core = 12800 };
+
+class NSOpenGLPixelFormat : public NSObject {
+public:
+    /// From a zero-terminated list of attributes. Sizes of colour, depth and stencil concern a default frame
+    /// buffer, which a surfaceless context doesn't have, so the profile is what counts. Null where the list
+    /// asks for another profile than the core one.
+    static NSOpenGLPixelFormat* initWithAttributes(const std::uint32_t* attributes);
+};
+
+/// A context. Its last release ends it at once where it is current on the calling thread or on none, and
+/// otherwise as soon as the thread that has it current ends or asks for its current context.
+class NSOpenGLContext : public NSObject {
+public:
+    /// A core context of at least version 3.3, in the share group of `share`, or in a new one where that is
+    /// null. Null where the format is, or where the system has no such context to give.
+    static NSOpenGLContext* initWithFormat(const NSOpenGLPixelFormat* format, const NSOpenGLContext* share);
+
+    /// The context of this class that is current on the calling thread, not retained; null where there is
+    /// none or the current one was made elsewhere.
+    static NSOpenGLContext* currentContext();
+
+    void makeCurrentContext();
+    ::CGLContextObj CGLContextObj() const { return mHandle; }
+
+private:
+    explicit NSOpenGLContext(const ::CGLContextObj& handle);
+    ~NSOpenGLContext() override;
+
+    ::CGLContextObj mHandle;
+    std::shared_ptr<std::atomic<bool>> mAlive = std::make_shared<std::atomic<bool>>(true);
+};
