@@ -1,5 +1,8 @@
 #include "Plugins/Shared/Math/Vec3.h"
 
+#include "Plugins/Shared/Math/Mat4.h"
+#include "Plugins/Shared/Math/Quaternion.h"
+
 #include <cmath>
 
 namespace Tessaloom::BilateralBlur {
@@ -93,6 +96,43 @@ void Vec3::ortho(const Vec3& other) {
 Vec3 Vec3::rotationalDifference(const Vec3& other) const {
     return {cyclicDifference(x, other.x, 0.0), cyclicDifference(y, other.y, 0.0),
             cyclicDifference(z, other.z, 0.0)};
+}
+
+void Vec3::applyMatrix4(const Mat4& matrix) {
+    const double* const m = matrix.m;
+    set(m[0] * x + m[4] * y + m[8] * z + m[12], m[1] * x + m[5] * y + m[9] * z + m[13],
+        m[2] * x + m[6] * y + m[10] * z + m[14]);
+}
+
+void Vec3::applyProjection(const Mat4& matrix) {
+    const double* const m = matrix.m;
+    const double d = 1.0 / (m[3] * x + m[7] * y + m[11] * z + m[15]);
+    applyMatrix4(matrix);
+    mult(d);
+}
+
+void Vec3::applyQuaternion(const Quaternion& rotation) {
+    const double qx = rotation.x, qy = rotation.y, qz = rotation.z, qw = rotation.w;
+    const double ix = qw * x + qy * z - qz * y;
+    const double iy = qw * y + qz * x - qx * z;
+    const double iz = qw * z + qx * y - qy * x;
+    const double iw = -qx * x - qy * y - qz * z;
+    set(ix * qw - iw * qx - iy * qz + iz * qy, iy * qw - iw * qy - iz * qx + ix * qz,
+        iz * qw - iw * qz - ix * qy + iy * qx);
+}
+
+void Vec3::transformDirection(const Mat4& matrix) {
+    const double* const m = matrix.m;
+    set(m[0] * x + m[4] * y + m[8] * z, m[1] * x + m[5] * y + m[9] * z, m[2] * x + m[6] * y + m[10] * z);
+    normalize();
+}
+
+void Vec3::setFromMatrixPosition(const Mat4& matrix) {
+    setFromMatrixColumn(matrix, 3);
+}
+
+void Vec3::setFromMatrixColumn(const Mat4& matrix, int column) {
+    fromArray(matrix.m, 4 * column);
 }
 
 } // namespace Tessaloom::BilateralBlur

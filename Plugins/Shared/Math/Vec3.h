@@ -6,6 +6,9 @@
 
 namespace Tessaloom::BilateralBlur {
 
+class Mat4;
+class Quaternion;
+
 /// A point or direction in space. Any three doubles are valid; NaN and infinity pass through.
 ///
 /// Angles are radians. Named verbs and compound operators change the object and return nothing, plain
@@ -106,6 +109,20 @@ public:
     void ortho(const Vec3& other);
     /// The components' differences as cyclicDifference gives them with a cycle of 0: nothing wraps.
     Vec3 rotationalDifference(const Vec3& other) const;
+
+    /// Transforms the object itself as a point, M (x, y, z, 1), with no division and without the bottom row.
+    void applyMatrix4(const Mat4& matrix);
+    /// Transforms the object itself as a point and divides by the fourth component, unguarded.
+    void applyProjection(const Mat4& matrix);
+    /// Turns the object itself by a quaternion, which must have unit length.
+    void applyQuaternion(const Quaternion& rotation);
+    /// Transforms the object itself as a direction, M (x, y, z, 0), and normalises it. A direction that the
+    /// matrix maps to zero becomes (1, 0, 0).
+    void transformDirection(const Mat4& matrix);
+    /// Takes the matrix's translation.
+    void setFromMatrixPosition(const Mat4& matrix);
+    /// Takes the first three elements of a column, 0 to 3; the caller answers for the number.
+    void setFromMatrixColumn(const Mat4& matrix, int column);
 
     double x = 0.0;
     double y = 0.0;
