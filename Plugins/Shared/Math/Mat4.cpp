@@ -48,8 +48,7 @@ struct RowPairMinors {
 
 // Construction and assignment
 
-Mat4::Mat4(bool isIdentity) {
-    setZero();
+Mat4::Mat4(bool isIdentity) : m{} {
     if (isIdentity) {
         m[0] = m[5] = m[10] = m[15] = 1.0;
     }
@@ -81,18 +80,6 @@ Mat4::Mat4(const Vec4& a, const Vec4& b, const Vec4& c, const Vec4& d, bool rows
 void Mat4::set(double a0, double a1, double a2, double a3, double a4, double a5, double a6, double a7,
                double a8, double a9, double a10, double a11, double a12, double a13, double a14, double a15) {
     *this = Mat4(a0, a1, a2, a3, a4, a5, a6, a7, a8, a9, a10, a11, a12, a13, a14, a15, false);
-}
-
-void Mat4::setIdentity() {
-    *this = Mat4(true);
-}
-
-void Mat4::setZero() {
-    std::fill_n(m, 16, 0.0);
-}
-
-Mat4 Mat4::identity() {
-    return Mat4(true);
 }
 
 // Comparison, rows and columns
@@ -140,14 +127,6 @@ void Mat4::transpose(Mat4& out) {
 
 // Arithmetic
 
-void Mat4::add(const Mat4& other) {
-    add(*this, other, *this);
-}
-
-void Mat4::subtract(const Mat4& other) {
-    subtract(*this, other, *this);
-}
-
 void Mat4::add(const Mat4& a, const Mat4& b, Mat4& out) {
     std::transform(a.m, a.m + 16, b.m, out.m, [](double left, double right) { return left + right; });
 }
@@ -182,10 +161,6 @@ Mat4 Mat4::operator*(const Mat4& other) {
     return product;
 }
 
-void Mat4::mult(const Mat4& other) {
-    mult(*this, other, *this);
-}
-
 void Mat4::mult(const Mat4& a, const Mat4& b, Mat4& out) {
     // `out` may be `a` or `b`, so it takes nothing until the whole product is there.
     double product[16];
@@ -205,16 +180,8 @@ Vec4 Mat4::mult(const Vec4& v) {
     return Vec4(out[0], out[1], out[2], out[3]);
 }
 
-Vec4 Mat4::operator*(const Vec4& v) {
-    return mult(v);
-}
-
 Vec3 Mat4::mult(const Vec3& v) {
     return mult(Vec4(v, 1.0)).getVec3();
-}
-
-Vec3 Mat4::operator*(const Vec3& v) {
-    return mult(v);
 }
 
 Vec3 Mat4::multWithoutTranslate(const Vec3& v) {
@@ -229,17 +196,9 @@ Vec3 Mat4::multAndProject(const Vec3& v) {
 
 // Transform setters
 
-void Mat4::setTranslate(const Vec3& offset) {
-    setTranslate(offset.x, offset.y, offset.z);
-}
-
 void Mat4::setTranslate(double x, double y, double z) {
     setIdentity();
     position(Vec3(x, y, z));
-}
-
-void Mat4::setScale(const Vec3& factors) {
-    setScale(factors.x, factors.y, factors.z);
 }
 
 void Mat4::setScale(double x, double y, double z) {
@@ -259,10 +218,6 @@ void Mat4::setRotation(double angle, const Vec3& axis) {
         t * x * y + s * z, t * y * y + c, t * y * z - s * x, 0.0, //
         t * x * z - s * y, t * y * z + s * x, t * z * z + c, 0.0, //
         0.0, 0.0, 0.0, 1.0);
-}
-
-void Mat4::setRotation(double angle, double x, double y, double z) {
-    setRotation(angle, Vec3(x, y, z));
 }
 
 void Mat4::setXRotation(double angle) {
@@ -347,14 +302,6 @@ void Mat4::translate(double x, double y, double z) {
     }
 }
 
-void Mat4::translate(const Vec3& offset) {
-    translate(offset.x, offset.y, offset.z);
-}
-
-void Mat4::translate(const Vec4& offset) {
-    translate(offset.x, offset.y, offset.z);
-}
-
 void Mat4::scale(double x, double y, double z) {
     for (int row = 0; row < 4; ++row) {
         m[row] *= x;
@@ -363,26 +310,10 @@ void Mat4::scale(double x, double y, double z) {
     }
 }
 
-void Mat4::scale(const Vec3& factors) {
-    scale(factors.x, factors.y, factors.z);
-}
-
-void Mat4::scale(const Vec4& factors) {
-    scale(factors.x, factors.y, factors.z);
-}
-
-void Mat4::rotate(double angle, double x, double y, double z) {
-    rotate(angle, Vec3(x, y, z));
-}
-
 void Mat4::rotate(double angle, const Vec3& axis) {
     Mat4 rotation;
     rotation.setRotation(angle, axis);
     mult(rotation);
-}
-
-void Mat4::rotate(double angle, const Vec4& axis) {
-    rotate(angle, axis.getVec3());
 }
 
 void Mat4::rotateX(double angle) {

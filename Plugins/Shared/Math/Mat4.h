@@ -54,13 +54,13 @@ public:
              double a8, double a9, double a10, double a11, double a12, double a13, double a14, double a15);
 
     /// Becomes the identity.
-    void setIdentity();
+    void setIdentity() { *this = Mat4(true); }
 
     /// All 16 elements become 0.
-    void setZero();
+    void setZero() { *this = Mat4(false); }
 
     /// A new identity matrix.
-    static Mat4 identity();
+    static Mat4 identity() { return Mat4(true); }
 
     // Comparison, rows and columns. Row and column numbers are 0 to 3; the caller answers for them.
 
@@ -88,10 +88,10 @@ public:
     // Arithmetic
 
     /// this = this + other, per element.
-    void add(const Mat4& other);
+    void add(const Mat4& other) { add(*this, other, *this); }
 
     /// this = this - other, per element.
-    void subtract(const Mat4& other);
+    void subtract(const Mat4& other) { subtract(*this, other, *this); }
 
     /// out = a + b, per element. `out` may be `a` or `b`.
     static void add(const Mat4& a, const Mat4& b, Mat4& out);
@@ -112,7 +112,7 @@ public:
     Mat4 operator*(const Mat4& other);
 
     /// this = this x other. The other way round from `Affine::multiply`.
-    void mult(const Mat4& other);
+    void mult(const Mat4& other) { mult(*this, other, *this); }
 
     /// out = a x b. `out` may be `a` or `b`.
     static void mult(const Mat4& a, const Mat4& b, Mat4& out);
@@ -121,11 +121,11 @@ public:
 
     /// M v over all four components.
     Vec4 mult(const Vec4& v);
-    Vec4 operator*(const Vec4& v);
+    Vec4 operator*(const Vec4& v) { return mult(v); }
 
     /// The first three components of M (x, y, z, 1), with no division by the fourth.
     Vec3 mult(const Vec3& v);
-    Vec3 operator*(const Vec3& v);
+    Vec3 operator*(const Vec3& v) { return mult(v); }
 
     /// The first three components of M (x, y, z, 0): the translation has no effect.
     Vec3 multWithoutTranslate(const Vec3& v);
@@ -136,17 +136,17 @@ public:
     // Transform setters. All 16 elements are written, except by `setLookAt`.
 
     /// A translation.
-    void setTranslate(const Vec3& offset);
+    void setTranslate(const Vec3& offset) { setTranslate(offset.x, offset.y, offset.z); }
     void setTranslate(double x, double y, double z);
 
     /// The diagonal (x, y, z, 1).
-    void setScale(const Vec3& factors);
+    void setScale(const Vec3& factors) { setScale(factors.x, factors.y, factors.z); }
     void setScale(double x, double y, double z);
 
     /// A rotation about an axis through the origin. The axis need not have unit length; the zero axis counts
     /// as the x axis. Rodrigues' rotation formula.
     void setRotation(double angle, const Vec3& axis);
-    void setRotation(double angle, double x, double y, double z);
+    void setRotation(double angle, double x, double y, double z) { setRotation(angle, Vec3(x, y, z)); }
 
     /// A rotation about the x axis: pi/2 takes y to z.
     void setXRotation(double angle);
@@ -180,18 +180,18 @@ public:
     /// Appends a translation on the right. A bottom row other than (0, 0, 0, 1) takes part: m[15] changes
     /// too.
     void translate(double x, double y, double z);
-    void translate(const Vec3& offset);
-    void translate(const Vec4& offset);
+    void translate(const Vec3& offset) { translate(offset.x, offset.y, offset.z); }
+    void translate(const Vec4& offset) { translate(offset.x, offset.y, offset.z); }
 
     /// Appends a scale on the right.
     void scale(double x, double y, double z);
-    void scale(const Vec3& factors);
-    void scale(const Vec4& factors);
+    void scale(const Vec3& factors) { scale(factors.x, factors.y, factors.z); }
+    void scale(const Vec4& factors) { scale(factors.x, factors.y, factors.z); }
 
     /// Appends a rotation on the right, with the axis as in `setRotation`.
-    void rotate(double angle, double x, double y, double z);
+    void rotate(double angle, double x, double y, double z) { rotate(angle, Vec3(x, y, z)); }
     void rotate(double angle, const Vec3& axis);
-    void rotate(double angle, const Vec4& axis);
+    void rotate(double angle, const Vec4& axis) { rotate(angle, axis.getVec3()); }
 
     /// Appends a rotation about the x axis on the right.
     void rotateX(double angle);
