@@ -1,0 +1,42 @@
+#pragma once
+
+#include "Plugins/Shared/Math/Mat4.h"
+#include "Plugins/Shared/Math/Quaternion.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+
+namespace Tessaloom::BilateralBlur {
+
+/// Random input for property tests, the same for the same seed.
+class Random {
+public:
+    explicit Random(unsigned seed) : mEngine(seed) {}
+
+    double between(double low, double high) { return low + (high - low) * mUnit(mEngine); }
+    Vec3 vec3() { return {between(-2, 2), between(-2, 2), between(-2, 2)}; }
+    Vec4 vec4() { return {vec3(), between(-2, 2)}; }
+    Mat4 mat4() { return {vec4(), vec4(), vec4(), vec4(), false}; }
+    Quaternion rotation() {
+        Quaternion q(between(-1, 1), between(-1, 1), between(-1, 1), between(-1, 1));
+        q.normalize();
+        return q;
+    }
+
+private:
+    std::mt19937 mEngine;
+    std::uniform_real_distribution<double> mUnit{0.0, 1.0};
+};
+
+/// Runs a property over `rounds` seeds; a failure names its seed.
+template<class Property>
+void forEachSeed(unsigned rounds, Property property) {
+    for (unsigned seed = 1; seed <= rounds; ++seed) {
+        SCOPED_TRACE("seed " + std::to_string(seed));
+        Random random(seed);
+        property(random);
+    }
+}
+
+} // namespace Tessaloom::BilateralBlur
