@@ -1,0 +1,81 @@
+#include "Plugins/BilateralBlur/Sources/BilateralBlurRender.h"
+
+#include "Plugins/Shared/GL/AEOpenglMainFrameBuffer.h"
+
+#include <algorithm>
+
+namespace Tessaloom::BilateralBlur {
+
+namespace {
+
+constexpr const char* kVertexStage = R"(#version 330
+in vec2 position; in vec2 input_uv; out vec2 uv; void main() {uv = input_uv; gl_Position = vec4(position, 0.0, 1.0); }
+)";
+
+// `kernel` has the 2 * 29 + 1 entries that this size needs. A host that sends a value beyond the slider's
+// range gets the nearest inside it.
+constexpr int kMaximumBlurSize = 60;
+
+constexpr const char* kFragmentStage = R"(#version 330
+#define SIGMA 10.0
+#define BSIGMA 0.1
+in vec2 uv;
+uniform sampler2D videoTexture;
+uniform float multiplier16bit;
+float kernel[59];
+uniform int blurSize;
+uniform vec2 viewSize;
+out vec4 colourOut;
+float normpdf(in float x, in float sigma) {
+    return 0.39894 * exp(-0.5 * x * x/ (sigma * sigma)) / sigma;
+}
+float normpdf3(in vec3 v, in float sigma) {
+    return 0.39894 * exp(-0.5 * dot(v,v) / (sigma * sigma)) / sigma;
+}
+void main() {
+    colourOut = texture(videoTexture, uv);
+    vec3 c = colourOut.rgb;
+    int kSize = (blurSize - 1) / 2;
+    vec3 final_colour = vec3(0.0);
+    float Z = 0.0;
+    for (int j = 0; j <= kSize; ++j) {
+        kernel[kSize+j] = kernel[kSize-j] = normpdf(float(j), SIGMA);
+    }
+    float bZ = 1.0 / normpdf(0.0, BSIGMA);
+    vec3 cc;
+    float factor;
+    for (int i=-kSize; i <= kSize; ++i) {
+        for (int j=-kSize; j <= kSize; ++j) {
+            cc = texture(videoTexture, (gl_FragCoord.xy+vec2(float(i),float(j))) / viewSize.xy).rgb;
+            factor = normpdf3(cc-c, BSIGMA) * bZ * kernel[kSize+j] * kernel[kSize+i];
+            Z += factor;
+            final_colour += factor * cc;
+        }
+    }
+    colourOut = vec4(final_colour / Z, colourOut.a) * multiplier16bit;
+    colourOut = vec4(colourOut.g, colourOut.b, colourOut.a, colourOut.r);
+    colourOut = vec4(colourOut.a * colourOut.r, colourOut.a * colourOut.g, colourOut.a * colourOut.b, colourOut.a);
+}
+)";
+
+} // namespace
+
+BilateralBlurRender::BilateralBlurRender()
+    : mShader(new OpenglShader(kVertexStage, kFragmentStage)), mVertices(2) {
+    mShader->addAttributeBinding("position", 0);
+    mShader->addAttributeBinding("input_uv", 1);
+}
+
+BilateralBlurRender::~BilateralBlurRender() {
+    delete mShader;
+}
+
+void BilateralBlurRender::draw(unsigned texture, float multiplier16bit) {
+    const AEOpenglMainFrameBuffer& frameBuffer = *AEOpenglMainFrameBuffer::mainFrameBuffer();
+    mVertices.begin(*mShader, texture, multiplier16bit);
+    mShader->setUniform1i("blurSize", std::clamp(mBlurSize, 0, kMaximumBlurSize));
+    mShader->setUniform2f("viewSize", frameBuffer.width(), frameBuffer.height());
+    mVertices.end(*mShader);
+}
+
+} // namespace Tessaloom::BilateralBlur

@@ -1,0 +1,40 @@
+#pragma once
+
+#include "Plugins/Shared/GL/FullFrameVertices.h"
+#include "Plugins/Shared/GL/OpenglShader.h"
+
+namespace Tessaloom::BilateralBlur {
+
+/// The effect's one image operation: an edge-preserving bilateral filter over a square neighbourhood.
+///
+/// Each neighbour q of a pixel p weighs exp(-|q - p|^2 / (2 * 10^2)) in distance times
+/// exp(-|c(q) - c(p)|^2 / (2 * 0.1^2)) in the difference of the texture's first three channels, which are the
+/// host's alpha, red and green; the weights are normalised by their sum (C. Tomasi and R. Manduchi,
+/// "Bilateral filtering for gray and color images", 1998). The fourth channel, blue, comes through from the
+/// centre pixel. The result is scaled by the multiplier, brought into the order R, G, B, A and premultiplied
+/// by alpha.
+class BilateralBlurRender {
+public:
+    /// Makes no GL call and needs no context.
+    BilateralBlurRender();
+
+    /// A context of the share group must be current where something was drawn.
+    ~BilateralBlurRender();
+    BilateralBlurRender(const BilateralBlurRender&) = delete;
+    BilateralBlurRender& operator=(const BilateralBlurRender&) = delete;
+
+    /// The neighbourhood of the next draws is 2 * ((scale - 1) / 2) + 1 pixels square, the division
+    /// truncating towards zero. At most 60; the pass has weights for no more.
+    void setBlurScale(int scale) { mBlurSize = scale; }
+
+    /// Draws the pass with `texture` as its input into the frame buffer that is bound. Texture, viewport and
+    /// main frame buffer must have one size. `multiplier16bit` is that of the texture's upload.
+    void draw(unsigned texture, float multiplier16bit);
+
+private:
+    OpenglShader* mShader;
+    FullFrameVertices mVertices;
+    int mBlurSize = 10;
+};
+
+} // namespace Tessaloom::BilateralBlur

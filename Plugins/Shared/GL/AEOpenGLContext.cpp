@@ -1,0 +1,94 @@
+#include "Plugins/Shared/GL/AEOpenGLContext.h"
+
+#include "Platform/EffectHost.h"
+
+#include <glbinding/Binding.h>
+#include <glbinding/ContextInfo.h>
+#include <glbinding/Meta.h>
+#include <glbinding/Version.h>
+#include <glbinding/gl/enum.h>
+#include <glbinding/gl/functions.h>
+
+#include <iostream>
+
+namespace Tessaloom::BilateralBlur {
+
+AEOpenGLContext::AEOpenGLContext(const AEOpenGLContext* share) {
+    mNSContext = createNSContext(share ? share->mNSContext : nullptr, mCGLContext);
+    if (!mNSContext)
+        throw int{PF_Err_BAD_CALLBACK_PARAM};
+    mNSContext->makeCurrentContext();
+    if (!(CGLGetCurrentContext() == mCGLContext)) {
+        mNSContext->release();
+        throw int{PF_Err_BAD_CALLBACK_PARAM};
+    }
+    InitializeOpenGLBindings();
+    mExtensions = glbinding::ContextInfo::extensions();
+}
+
+AEOpenGLContext::~AEOpenGLContext() {
+    mNSContext->release();
+}
+
+void AEOpenGLContext::makeContextCurrent() {
+    const NSAutoreleasePool pool;
+    if (mNSContext)
+        mNSContext->makeCurrentContext();
+    makeCurrentFlush(mCGLContext);
+    if (!(CGLGetCurrentContext() == mCGLContext))
+        throw int{PF_Err_BAD_CALLBACK_PARAM};
+    glbinding::Binding::useCurrentContext();
+}
+
+NSOpenGLContext* AEOpenGLContext::createNSContext(NSOpenGLContext* share, CGLContextObj& out) {
+    const NSAutoreleasePool pool;
+    constexpr std::uint32_t kAttributes[] = {NSOpenGLPFAClosestPolicy,
+                                             NSOpenGLPFANoRecovery, //
+                                             NSOpenGLPFAAlphaSize,
+                                             0, //
+                                             NSOpenGLPFAColorSize,
+                                             24, //
+                                             NSOpenGLPFAStencilSize,
+                                             0, //
+                                             NSOpenGLPFADepthSize,
+                                             0, //
+                                             NSOpenGLPFAOpenGLProfile,
+                                             NSOpenGLProfileVersion3_2Core,
+                                             0};
+    NSOpenGLPixelFormat* format = NSOpenGLPixelFormat::initWithAttributes(kAttributes);
+    NSOpenGLContext* context = NSOpenGLContext::initWithFormat(format, share);
+    if (context)
+        out = context->CGLContextObj();
+    if (format)
+        format->release();
+    return context;
+}
+
+void AEOpenGLContext::makeCurrentFlush(const CGLContextObj& context) {
+    const CGLContextObj current = CGLGetCurrentContext();
+    if (current == context)
+        return;
+    if (current)
+        flushCompleteFrameBuffer();
+    CGLSetCurrentContext(context);
+}
+
+void AEOpenGLContext::flushCompleteFrameBuffer() {
+    gl::GLint drawFrameBuffer = 0;
+    gl::glGetIntegerv(gl::GL_DRAW_FRAMEBUFFER_BINDING, &drawFrameBuffer);
+    if (drawFrameBuffer == 0 ||
+        gl::glCheckFramebufferStatus(gl::GL_FRAMEBUFFER) == gl::GL_FRAMEBUFFER_COMPLETE)
+        gl::glFlush();
+}
+
+void AEOpenGLContext::InitializeOpenGLBindings() {
+    glbinding::Binding::initialize(false);
+    std::cout << std::endl;
+    std::cout << "OpenGL Version:  " << glbinding::ContextInfo::version().toString() << std::endl;
+    std::cout << "OpenGL Vendor:   " << glbinding::ContextInfo::vendor() << std::endl;
+    std::cout << "OpenGL Renderer: " << glbinding::ContextInfo::renderer() << std::endl;
+    std::cout << "OpenGL Revision: " << glbinding::Meta::glRevision() << " (gl.xml)" << std::endl;
+    std::cout << std::endl;
+}
+
+} // namespace Tessaloom::BilateralBlur

@@ -1,0 +1,50 @@
+#pragma once
+
+#include "Platform/GLContext.h"
+
+#include <glbinding/gl/extension.h>
+
+#include <set>
+
+namespace Tessaloom::BilateralBlur {
+
+/// An OpenGL core profile context that draws only off screen, in frame buffers. It belongs to one thread at
+/// a time.
+class AEOpenGLContext {
+public:
+    /// Creates the context in the share group of `share`, or in a new one where that is null, leaves it
+    /// current on the calling thread and prints its identity to standard output. Where the system has no
+    /// such context to give, the integer 516 is thrown and the current context stays as it was.
+    explicit AEOpenGLContext(const AEOpenGLContext* share);
+    virtual ~AEOpenGLContext();
+    AEOpenGLContext(const AEOpenGLContext&) = delete;
+    AEOpenGLContext& operator=(const AEOpenGLContext&) = delete;
+
+    /// Makes the context current on the calling thread and points glbinding at it. Throws the integer 516
+    /// where the system refuses: GL calls would otherwise land in the context of somebody else.
+    void makeContextCurrent();
+
+    /// The GL extensions of the context, read once at its creation.
+    const std::set<gl::GLextension>& extensions() const { return mExtensions; }
+
+    /// Makes a platform context, with one reference for the caller, and puts its low-level handle into
+    /// `out`. Null where there is none to be had.
+    static NSOpenGLContext* createNSContext(NSOpenGLContext* share, CGLContextObj& out);
+
+    /// Switches to `context`, flushing the one that was current unless its draw frame buffer is incomplete.
+    /// Does nothing where `context` is current already.
+    static void makeCurrentFlush(const CGLContextObj& context);
+
+    /// Flushes the current context unless its draw frame buffer is bound and incomplete.
+    static void flushCompleteFrameBuffer();
+
+    /// Connects glbinding to the current context and prints the context's identity in six lines.
+    static void InitializeOpenGLBindings();
+
+private:
+    CGLContextObj mCGLContext;
+    NSOpenGLContext* mNSContext = nullptr;
+    std::set<gl::GLextension> mExtensions;
+};
+
+} // namespace Tessaloom::BilateralBlur

@@ -1,0 +1,222 @@
+#include "Plugins/Shared/GL/AEOpenGLUtilities.h"
+
+#include "Plugins/Shared/Helper/SuiteScoper.h"
+
+#include <glbinding/gl/enum.h>
+#include <glbinding/gl/functions.h>
+
+#include <cstring>
+#include <memory>
+#include <utility>
+
+namespace Tessaloom::BilateralBlur {
+
+namespace {
+
+// What `CopyPixelFloatIn` and `CopyPixelFloatOut` get as their context.
+struct StagingPicture {
+    PF_PixelFloat* buffer;
+    PF_LayerDef* world;
+
+    PF_PixelFloat& at(int x, int y) const {
+        return buffer[static_cast<std::size_t>(y) * static_cast<std::size_t>(world->width) +
+                      static_cast<std::size_t>(x)];
+    }
+};
+
+// Deletes the texture unless it was handed over.
+class TextureOwner {
+public:
+    TextureOwner() { gl::glGenTextures(1, &mName); }
+    ~TextureOwner() {
+        if (!mName)
+            return;
+        gl::glPixelStorei(gl::GL_UNPACK_ROW_LENGTH, 0);
+        gl::glDeleteTextures(1, &mName);
+    }
+    TextureOwner(const TextureOwner&) = delete;
+    TextureOwner& operator=(const TextureOwner&) = delete;
+
+    gl::GLuint name() const { return mName; }
+    gl::GLuint handOver() { return std::exchange(mName, 0); }
+
+private:
+    gl::GLuint mName = 0;
+};
+
+// A host handle, locked for as long as the object lives.
+class LockedHandle {
+public:
+    LockedHandle(const SuiteScoper<PF_HandleSuite1>& suite, std::uint64_t size)
+        : mSuite(suite), mHandle(suite->host_new_handle(size)) {
+        if (!mHandle)
+            throw int{PF_Err_OUT_OF_MEMORY};
+        mData = mSuite->host_lock_handle(mHandle);
+        if (!mData) {
+            mSuite->host_dispose_handle(mHandle);
+            throw int{PF_Err_OUT_OF_MEMORY};
+        }
+    }
+    ~LockedHandle() {
+        mSuite->host_unlock_handle(mHandle);
+        mSuite->host_dispose_handle(mHandle);
+    }
+    LockedHandle(const LockedHandle&) = delete;
+    LockedHandle& operator=(const LockedHandle&) = delete;
+
+    std::byte* data() const { return static_cast<std::byte*>(mData); }
+
+private:
+    const SuiteScoper<PF_HandleSuite1>& mSuite;
+    void* mHandle;
+    void* mData = nullptr;
+};
+
+// The base address of a world of integers, whose pixels have `Pixel`'s size.
+template<typename Pixel>
+std::byte* baseAddress(PF_InData* in_data, PF_LayerDef* world) {
+    Pixel* base = nullptr;
+    if constexpr (sizeof(Pixel) == sizeof(PF_Pixel8))
+        in_data->utils->get_pixel_data8(world, nullptr, &base);
+    else
+        in_data->utils->get_pixel_data16(world, nullptr, &base);
+    if (!base)
+        throw int{PF_Err_BAD_CALLBACK_PARAM};
+    return reinterpret_cast<std::byte*>(base);
+}
+
+void iterateFloat(PF_InData* in_data, PF_LayerDef* source, StagingPicture picture,
+                  PF_IteratePixelFloatFunc function, PF_LayerDef* destination) {
+    const SuiteScoper<PF_iterateFloatSuite1> suite(in_data, "PF iterateFloat Suite", 1, nullptr, nullptr);
+    const PF_Err result =
+        suite->iterate(in_data, 0, source->height, source, nullptr, &picture, function, destination);
+    if (result != PF_Err_NONE)
+        throw int{result};
+}
+
+void uploadPixels(const PF_LayerDef* world, int rowLength, gl::GLenum type, const void* pixels) {
+    gl::glPixelStorei(gl::GL_UNPACK_ROW_LENGTH, rowLength);
+    gl::glTexSubImage2D(gl::GL_TEXTURE_2D, 0, 0, 0, world->width, world->height, gl::GL_RGBA, type, pixels);
+}
+
+void uploadFloat(PF_InData* in_data, PF_LayerDef* input) {
+    const std::size_t pixels =
+        static_cast<std::size_t>(input->width) * static_cast<std::size_t>(input->height);
+    const std::unique_ptr<PF_PixelFloat[]> buffer(new PF_PixelFloat[pixels]);
+    iterateFloat(in_data, input, {buffer.get(), input}, AEOpenGLUtilities::CopyPixelFloatIn, input);
+    uploadPixels(input, input->width, gl::GL_FLOAT, buffer.get());
+}
+
+// Rows of a world lie `rowbytes` apart, those of `picture` `pictureWidth` pixels.
+template<typename Pixel>
+void copyRows(PF_InData* in_data, PF_LayerDef* output, const std::byte* picture, unsigned pictureWidth) {
+    const std::size_t rowSize = static_cast<std::size_t>(output->width) * sizeof(Pixel);
+    for (std::int32_t row = 0; row < output->height; ++row) {
+        std::byte* base = baseAddress<Pixel>(in_data, output);
+        const auto offset = static_cast<std::size_t>(row) * static_cast<std::size_t>(output->rowbytes);
+        std::memcpy(base + offset / sizeof(Pixel) * sizeof(Pixel),
+                    picture + static_cast<std::size_t>(row) * pictureWidth * sizeof(Pixel), rowSize);
+    }
+}
+
+} // namespace
+
+gl::GLuint AEOpenGLUtilities::UploadTexture(int format, PF_LayerDef* input, PF_LayerDef*, PF_InData* in_data,
+                                            unsigned long& pixelSize, gl::GLenum& pixelType,
+                                            float& multiplier16bit, bool mipmapped) {
+    TextureOwner texture;
+    gl::glBindTexture(gl::GL_TEXTURE_2D, texture.name());
+    // Magnification knows no mip levels, so it is linear in either case.
+    gl::glTexParameteri(gl::GL_TEXTURE_2D, gl::GL_TEXTURE_MAG_FILTER, gl::GL_LINEAR);
+    gl::glTexParameteri(gl::GL_TEXTURE_2D, gl::GL_TEXTURE_MIN_FILTER,
+                        mipmapped ? gl::GL_LINEAR_MIPMAP_LINEAR : gl::GL_LINEAR);
+    gl::glTexParameteri(gl::GL_TEXTURE_2D, gl::GL_TEXTURE_WRAP_S, gl::GL_CLAMP_TO_EDGE);
+    gl::glTexParameteri(gl::GL_TEXTURE_2D, gl::GL_TEXTURE_WRAP_T, gl::GL_CLAMP_TO_EDGE);
+    gl::glTexImage2D(gl::GL_TEXTURE_2D, 0, static_cast<gl::GLint>(gl::GL_RGBA32F), input->width,
+                     input->height, 0, gl::GL_RGBA, gl::GL_FLOAT, nullptr);
+
+    multiplier16bit = 1.0f;
+    switch (format) {
+    case PF_PixelFormat_ARGB32:
+        pixelType = gl::GL_UNSIGNED_BYTE;
+        pixelSize = sizeof(PF_Pixel8);
+        uploadPixels(input, input->rowbytes >> 2, pixelType, baseAddress<PF_Pixel8>(in_data, input));
+        break;
+    case PF_PixelFormat_ARGB64:
+        pixelType = gl::GL_UNSIGNED_SHORT;
+        pixelSize = sizeof(PF_Pixel16);
+        multiplier16bit = 65535.0f / 32768.0f;
+        uploadPixels(input, input->rowbytes >> 3, pixelType, baseAddress<PF_Pixel16>(in_data, input));
+        break;
+    case PF_PixelFormat_ARGB128:
+        pixelType = gl::GL_FLOAT;
+        pixelSize = sizeof(PF_PixelFloat);
+        uploadFloat(in_data, input);
+        break;
+    default:
+        throw int{PF_Err_BAD_CALLBACK_PARAM};
+    }
+    gl::glPixelStorei(gl::GL_UNPACK_ROW_LENGTH, 0);
+    gl::glBindTexture(gl::GL_TEXTURE_2D, 0);
+    return texture.handOver();
+}
+
+void AEOpenGLUtilities::DownloadTexture(unsigned width, unsigned height, PF_LayerDef* input,
+                                        PF_LayerDef* output, PF_InData* in_data, int format,
+                                        unsigned long pixelSize, gl::GLenum pixelType) {
+    const SuiteScoper<PF_HandleSuite1> suite(in_data, "PF Handle Suite", 2, nullptr, nullptr);
+    const LockedHandle picture(suite, static_cast<std::uint64_t>(width * height) * pixelSize);
+    gl::glReadBuffer(gl::GL_COLOR_ATTACHMENT0);
+    gl::glReadPixels(0, 0, static_cast<gl::GLsizei>(width), static_cast<gl::GLsizei>(height), gl::GL_RGBA,
+                     pixelType, picture.data());
+
+    // The rows of a larger output would be read from beyond the picture.
+    if (output->width > static_cast<std::int64_t>(width) ||
+        output->height > static_cast<std::int64_t>(height))
+        throw int{PF_Err_BAD_CALLBACK_PARAM};
+    switch (format) {
+    case PF_PixelFormat_ARGB32:
+        copyRows<PF_Pixel8>(in_data, output, picture.data(), width);
+        break;
+    case PF_PixelFormat_ARGB64:
+        copyRows<PF_Pixel16>(in_data, output, picture.data(), width);
+        break;
+    case PF_PixelFormat_ARGB128:
+        iterateFloat(in_data, input, {reinterpret_cast<PF_PixelFloat*>(picture.data()), input},
+                     CopyPixelFloatOut, output);
+        break;
+    default:
+        throw int{PF_Err_BAD_CALLBACK_PARAM};
+    }
+}
+
+PF_Err AEOpenGLUtilities::CopyPixelFloatIn(void* refcon, int x, int y, PF_PixelFloat* in, PF_PixelFloat*) {
+    static_cast<const StagingPicture*>(refcon)->at(x, y) = *in;
+    return PF_Err_NONE;
+}
+
+PF_Err AEOpenGLUtilities::CopyPixelFloatOut(void* refcon, int x, int y, PF_PixelFloat*, PF_PixelFloat* out) {
+    *out = static_cast<const StagingPicture*>(refcon)->at(x, y);
+    return PF_Err_NONE;
+}
+
+std::string AEOpenGLUtilities::CheckFramebufferStatus() {
+    switch (gl::glCheckFramebufferStatus(gl::GL_FRAMEBUFFER)) {
+    case gl::GL_FRAMEBUFFER_COMPLETE:
+        return "OK";
+    case gl::GL_FRAMEBUFFER_INCOMPLETE_ATTACHMENT:
+        return "Framebuffer incomplete, incomplete attachment!";
+    case gl::GL_FRAMEBUFFER_INCOMPLETE_MISSING_ATTACHMENT:
+        return "Framebuffer incomplete, missing attachment!";
+    case gl::GL_FRAMEBUFFER_INCOMPLETE_DRAW_BUFFER:
+        return "Framebuffer incomplete, missing draw buffer!";
+    case gl::GL_FRAMEBUFFER_INCOMPLETE_READ_BUFFER:
+        return "Framebuffer incomplete, missing read buffer!";
+    case gl::GL_FRAMEBUFFER_UNSUPPORTED:
+        return "Unsupported framebuffer format!";
+    default:
+        return "Unknown error!";
+    }
+}
+
+} // namespace Tessaloom::BilateralBlur

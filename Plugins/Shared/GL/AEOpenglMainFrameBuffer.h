@@ -1,0 +1,111 @@
+#pragma once
+
+#include "Plugins/Shared/GL/PerContext.h"
+#include "Plugins/Shared/GL/ScreenRender.h"
+
+#include <glbinding/gl/types.h>
+
+#include <cstdint>
+#include <map>
+#include <vector>
+
+namespace Tessaloom::BilateralBlur {
+
+class Vec2;
+
+/// The off-screen drawing surface of a frame, and the stack of colour renderbuffers that passes draw into.
+/// One instance serves the process; it takes no lock and makes no context current.
+///
+/// A frame: `prepare`, `beginDrawing`, the passes' drawing, `endDrawing`; then the finished picture is read
+/// from the frame buffer that is left bound. GL errors aren't read and nothing is reported: a failed GL call
+/// shows as a wrong picture. Exhausted memory for a texture's first content is the thrown integer 4.
+///
+/// Renderbuffers and textures are common to the share group. Frame buffers aren't: each context that draws
+/// gets a set of its own, made by its first `prepare` for the size, so frames may come from any thread.
+class AEOpenglMainFrameBuffer {
+public:
+    /// The instance. Its first call makes it, without a GL call.
+    static AEOpenglMainFrameBuffer* mainFrameBuffer();
+
+    /// Makes the GL objects for a size in pixels. With the size of the last call it makes no more than what
+    /// the current context lacks, and the last call's `multisample` stays, whatever this one says.
+    void prepare(long width, long height, bool multisample);
+
+    /// Deletes the current context's frame buffers, the final renderbuffer and the stack. The size stays
+    /// noted, so a `prepare` with the same one makes nothing.
+    void unprepare();
+
+    /// Empties the instance. It may be used again, from `prepare` on.
+    void destory();
+
+    /// Starts a frame: GL state, the first level of the stack, the viewport.
+    void beginDrawing();
+
+    /// Ends a frame: resolves the top level and draws it through `ScreenRender` into the final renderbuffer,
+    /// whose frame buffer stays bound. Does nothing on an empty stack.
+    void endDrawing(float multiplier16bit);
+
+    /// Pushes a transparent level and makes it the target. In multisample mode it has 8 samples, or as many
+    /// as the implementation offers if these are fewer. The first flag has no effect.
+    void pushRenderContext(bool, bool withStencil);
+
+    /// Resolves the top level into a texture, removes it and makes the level below the target. The caller
+    /// owns the texture. 0 on an empty stack.
+    gl::GLuint popRenderContext();
+
+    /// Deletes all levels with their stencil buffers.
+    void clearStack();
+
+    /// Renders into a caller's texture, outside the stack, through a frame buffer that
+    /// `popNormalRenderContext` takes away again. The texture is cleared to transparent black.
+    void pushNormalRenderContext(unsigned texture);
+    /// The same for mip level `level`, and sets the viewport to `size`, truncated to whole pixels.
+    void pushNormalRenderContext(unsigned texture, const Vec2& size, int level);
+
+    /// Ends a `pushNormalRenderContext` and makes the top of the stack, if any, the target again.
+    void popNormalRenderContext();
+
+    /// New 8-bit RGBA textures of transparent black, clamped at their edges, for the caller to own. With
+    /// `mipmapped` minification uses mip levels, of which none is made. A `size` is truncated to whole
+    /// pixels.
+    gl::GLuint createRenderTexture(bool mipmapped);
+    gl::GLuint createRenderTexture(const Vec2& size, bool mipmapped);
+    /// The same with 32-bit float channels. `linear` chooses linear filtering over nearest.
+    gl::GLuint createFloatRenderTexture(bool linear, bool mipmapped);
+    gl::GLuint createFloatRenderTexture(const Vec2& size, bool linear, bool mipmapped);
+
+    /// The size in pixels, its low 16 bits.
+    std::uint16_t width() const { return static_cast<std::uint16_t>(mWidth); }
+    std::uint16_t height() const { return static_cast<std::uint16_t>(mHeight); }
+
+private:
+    // What the share group doesn't share. A set of an earlier generation belongs to an earlier `prepare`.
+    struct FrameBuffers {
+        gl::GLuint mResolveFrameBuffer = 0;
+        gl::GLuint mFrameBuffer = 0;
+        gl::GLuint mMultisampleFrameBuffer = 0;
+        unsigned generation = 0;
+    };
+
+    AEOpenglMainFrameBuffer();
+
+    void makeFrameBuffers();
+    void deleteFrameBuffers();
+    gl::GLuint stackFrameBuffer();
+    void storage(gl::GLenum format) const;
+    void attachTop();
+    void deleteLevel(gl::GLuint colour);
+    void resolveInto(gl::GLuint texture);
+
+    PerContext<FrameBuffers> mFrameBuffers;
+    unsigned mGeneration = 0;
+    gl::GLuint mScreenRenderBuffer = 0;
+    bool mMultisample = true;
+    std::uint32_t mWidth = 0;
+    std::uint32_t mHeight = 0;
+    std::vector<gl::GLuint> mRenderBufferStack;
+    std::map<gl::GLuint, gl::GLuint> mStencilBuffers;
+    ScreenRender* mScreenRender;
+};
+
+} // namespace Tessaloom::BilateralBlur

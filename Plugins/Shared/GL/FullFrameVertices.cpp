@@ -1,0 +1,96 @@
+#include "Plugins/Shared/GL/FullFrameVertices.h"
+
+#include <glbinding/gl/enum.h>
+#include <glbinding/gl/functions.h>
+
+namespace Tessaloom::BilateralBlur {
+
+namespace {
+
+constexpr int kPosition = 0;
+constexpr int kInputUv = 1;
+constexpr int kUvComponents = 2;
+constexpr int kVertices = 6;
+
+const float* byteOffset(int floats) {
+    return reinterpret_cast<const float*>(static_cast<std::size_t>(floats) * sizeof(float));
+}
+
+template<std::size_t size>
+void fillBuffer(const float (&positions)[size]) {
+    gl::glBufferData(gl::GL_ARRAY_BUFFER, sizeof positions, positions, gl::GL_STATIC_DRAW);
+}
+
+void fillWithPositions(int components) {
+    static constexpr float kPositions2[] = {
+        1.0f,  -1.0f, 1.0f, 0.0f, //
+        1.0f,  1.0f,  1.0f, 1.0f, //
+        -1.0f, 1.0f,  0.0f, 1.0f, //
+        -1.0f, 1.0f,  0.0f, 1.0f, //
+        -1.0f, -1.0f, 0.0f, 0.0f, //
+        1.0f,  -1.0f, 1.0f, 0.0f, //
+    };
+    static constexpr float kPositions3[] = {
+        1.0f,  -1.0f, 0.0f, 1.0f, 0.0f, //
+        1.0f,  1.0f,  0.0f, 1.0f, 1.0f, //
+        -1.0f, 1.0f,  0.0f, 0.0f, 1.0f, //
+        -1.0f, 1.0f,  0.0f, 0.0f, 1.0f, //
+        -1.0f, -1.0f, 0.0f, 0.0f, 0.0f, //
+        1.0f,  -1.0f, 0.0f, 1.0f, 0.0f, //
+    };
+    if (components == 3)
+        fillBuffer(kPositions3);
+    else
+        fillBuffer(kPositions2);
+}
+
+} // namespace
+
+FullFrameVertices::~FullFrameVertices() {
+    if (!mVertexBuffer)
+        return;
+    if (const gl::GLuint vertexArray = mVertexArrays.current())
+        gl::glDeleteVertexArrays(1, &vertexArray);
+    gl::glDeleteBuffers(1, &mVertexBuffer);
+}
+
+void FullFrameVertices::makeObjects() {
+    gl::GLuint& vertexArray = mVertexArrays.current();
+    if (!vertexArray) {
+        gl::glGenVertexArrays(1, &vertexArray);
+        gl::glBindVertexArray(vertexArray);
+    }
+    if (!mVertexBuffer) {
+        gl::glGenBuffers(1, &mVertexBuffer);
+        gl::glBindBuffer(gl::GL_ARRAY_BUFFER, mVertexBuffer);
+        fillWithPositions(mPositionComponents);
+    }
+}
+
+void FullFrameVertices::begin(OpenglShader& shader, unsigned texture, float multiplier16bit) {
+    makeObjects();
+    shader.useProgram();
+    gl::glBindVertexArray(mVertexArrays.current());
+    gl::glBindBuffer(gl::GL_ARRAY_BUFFER, mVertexBuffer);
+
+    const int stride = (mPositionComponents + kUvComponents) * static_cast<int>(sizeof(float));
+    if (mPositionComponents == 3)
+        shader.setAttribute3fv(kPosition, byteOffset(0), stride);
+    else
+        shader.setAttribute2fv(kPosition, byteOffset(0), stride);
+    shader.setAttribute2fv(kInputUv, byteOffset(mPositionComponents), stride);
+
+    shader.setUniformTexture("videoTexture", static_cast<int>(gl::GL_TEXTURE_2D), static_cast<int>(texture),
+                             0);
+    shader.setUniform1f("multiplier16bit", multiplier16bit);
+}
+
+void FullFrameVertices::end(const OpenglShader& shader) {
+    gl::glDrawArrays(gl::GL_TRIANGLES, 0, kVertices);
+    shader.disableVertexAttributeArray(kPosition);
+    shader.disableVertexAttributeArray(kInputUv);
+    gl::glBindVertexArray(0);
+    gl::glBindBuffer(gl::GL_ARRAY_BUFFER, 0);
+}
+
+} // namespace Tessaloom::BilateralBlur
