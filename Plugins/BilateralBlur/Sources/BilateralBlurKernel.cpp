@@ -1,0 +1,566 @@
+// How this is made, and why.
+//
+// A frame is cut into blocks, each filtered from planes of its own with the edges repeated, so the inner loop
+// knows no border and no block knows another. Two rows of pixels share each neighbour that is loaded.
+//
+// The weight of a tap is one power of two. For 8-bit pixels its exponent is an exact integer: a centre's
+// constant
+// (|q - p|^2 without the part that cancels out) times two or three products of 16 bits, in the unit of a
+// float's bits. What a multiply-accumulate of 16-bit pairs leaves is then nearly the weight's bits; a cubic
+// mends the rest. The weight along y is taken out of the sum over a row, which keeps the rows' sums short and
+// so precise.
+
+#include "Plugins/BilateralBlur/Sources/BilateralBlurKernel.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstring>
+#include <type_traits>
+
+// A row's state lies in arrays and structures, which vectors of unknown size can't be part of.
+#define HWY_DISABLED_TARGETS (HWY_SVE | HWY_SVE2 | HWY_SVE_256 | HWY_SVE2_128 | HWY_RVV)
+#define HWY_WANT_AVX3_DL
+#undef HWY_TARGET_INCLUDE
+#define HWY_TARGET_INCLUDE "Plugins/BilateralBlur/Sources/BilateralBlurKernel.cpp"
+#include <hwy/foreach_target.h>
+#include <hwy/highway.h>
+
+#include <hwy/aligned_allocator.h>
+
+#ifndef BILATERAL_BLUR_KERNEL_SHARED
+#define BILATERAL_BLUR_KERNEL_SHARED
+
+namespace Tessaloom::BilateralBlur {
+namespace {
+
+constexpr int kMaxReach = 29;
+constexpr int kMaxTaps = 2 * kMaxReach + 1;
+constexpr int kMaxLanes = 16;
+
+// A block's planes with their margins, 576 KiB, stay in a core's second-level cache; the rows of one tile's
+// window come from there once and from the first level afterwards.
+constexpr int kBlockWidth = 256;
+constexpr int kBlockHeight = 32;
+constexpr int kPlaneStride = kBlockWidth + 2 * kMaxReach + 6;
+constexpr int kPlaneRows = kBlockHeight + 2 * kMaxReach;
+static_assert(kPlaneStride % kMaxLanes == 0);
+
+/// One 2^23rd: exponents are kept as integers in this unit, which is that of a float's bits.
+constexpr double kOctave = 8388608.0;
+constexpr double kLog2E = 1.4426950408889634;
+
+/// The range term of 8-bit pixels is -kUnit / 2 * |q - p|^2 in 2^-23 octaves: 1 / (2 * (0.1 * 255)^2) nepers,
+/// true to 2e-5. The product of two 8-bit differences from 128 with one factor each still fits 16 by 16 bits.
+constexpr int kCentreFactor = 141;
+constexpr int kNeighbourFactor = 132;
+constexpr int kUnit = kCentreFactor * kNeighbourFactor;
+
+/// Weights of 8-bit pixels are scaled by 2^(kUnit / 2 * |p|^2) up to 2^54 and down to 2^-169 * 2^54: this
+/// many octaves more keep the least of them above a float's smallest and leave the sums below its largest.
+constexpr int kBias = 42;
+
+/// Half of the largest |q|^2, to be taken from it so that it fits 16 bits.
+constexpr int kSquareMiddle = 24576;
+
+/// The pixels that a job filters.
+struct Block {
+    int x, y, width, height;
+};
+
+/// The planes of one block and its margins: row r, column c hold the pixel (x - reach + c, y - reach + r) of
+/// the picture, clamped to it.
+struct Scratch {
+    static constexpr std::size_t kPlane = std::size_t{kPlaneStride} * kPlaneRows;
+    alignas(64) std::int32_t pairs[kPlane]; // of 16-bit values, for the squared distance
+    alignas(64) std::int32_t pairs2[kPlane];
+    alignas(64) float channels[3][kPlane];
+};
+
+template<class Channel>
+struct Frame {
+    PixelView<const Channel> source;
+    PixelView<Channel> target;
+    int width, height;
+    int reach;
+    float multiplier;
+    std::array<float, kMaxReach + 1> rowWeight;      // by distance
+    std::array<double, kMaxReach + 1> columnOctaves; // log2 of the same
+
+    const Channel* row(int y) const {
+        return reinterpret_cast<const Channel*>(reinterpret_cast<const char*>(source.pixels) +
+                                                y * source.stride);
+    }
+    Channel* targetRow(int y) const {
+        return reinterpret_cast<Channel*>(reinterpret_cast<char*>(target.pixels) + y * target.stride);
+    }
+};
+
+} // namespace
+} // namespace Tessaloom::BilateralBlur
+#endif
+
+HWY_BEFORE_NAMESPACE();
+namespace Tessaloom::BilateralBlur {
+namespace {
+namespace HWY_NAMESPACE {
+namespace hn = hwy::HWY_NAMESPACE;
+
+using TagF = hn::CappedTag<float, kMaxLanes>;
+using TagI = hn::RebindToSigned<TagF>;
+using TagU = hn::RebindToUnsigned<TagF>;
+using VF = hn::Vec<TagF>;
+using VI = hn::Vec<TagI>;
+constexpr TagF df;
+constexpr TagI di;
+constexpr TagU du;
+constexpr int kLanes = static_cast<int>(hn::MaxLanes(df));
+
+/// sum + a.low * b.low + a.high * b.high for the two 16-bit halves of each 32 bits.
+HWY_INLINE VI addPairProducts(VI sum, VI a, VI b) {
+#if HWY_TARGET == HWY_AVX3_DL
+    // An intrinsic would need the target attribute for VNNI, which the library's list for this set lacks.
+    asm("vpdpwssd %2, %1, %0" : "+v"(sum.raw) : "v"(a.raw), "v"(b.raw));
+    return sum;
+#elif HWY_TARGET == HWY_AVX3
+    return hn::Add(sum, VI{_mm512_madd_epi16(a.raw, b.raw)});
+#elif HWY_TARGET == HWY_AVX2
+    return hn::Add(sum, VI{_mm256_madd_epi16(a.raw, b.raw)});
+#elif HWY_TARGET == HWY_SSE4 || HWY_TARGET == HWY_SSSE3
+    return hn::Add(sum, VI{_mm_madd_epi16(a.raw, b.raw)});
+#else
+    const VI high = hn::Mul(hn::ShiftRight<16>(a), hn::ShiftRight<16>(b));
+    const VI low =
+        hn::Mul(hn::ShiftRight<16>(hn::ShiftLeft<16>(a)), hn::ShiftRight<16>(hn::ShiftLeft<16>(b)));
+    return hn::Add(sum, hn::Add(high, low));
+#endif
+}
+
+HWY_INLINE VI pairOf(VI low, VI high) {
+    return hn::Or(hn::And(low, hn::Set(di, 0xFFFF)), hn::ShiftLeft<16>(high));
+}
+
+/// 2^(x / 2^23 + 1): the integer is a logarithm in the unit of a float's bits, so its bits are the result but
+/// for the bend of 2^f against 1 + f between two powers of two, which the cubic adds. Its coefficients are a
+/// minimax fit to 2^f - f + 1 over m = 1 + f, relative to 2^f: 7.5e-5 at most.
+HWY_INLINE VF exp2Bits(VI x) {
+    const VF m = hn::BitCast(df, hn::OrAnd(hn::Set(di, 0x3F800000), x, hn::Set(di, 0x007FFFFF)));
+    VF bend = hn::MulAdd(hn::Set(df, 0.07802452266443138f), m, hn::Set(df, -0.008006412600162589f));
+    bend = hn::MulAdd(bend, m, hn::Set(df, -0.5222272022865219f));
+    bend = hn::MulAdd(bend, m, hn::Set(df, 2.452134310786263f));
+    return hn::BitCast(df, hn::Add(hn::BitCast(di, bend), x));
+}
+
+/// 8-bit pixels with all three channels at work. Values are differences from 128. The exponent leaves out the
+/// term of |p|^2, which is common to all taps of a pixel and so cancels out.
+class ThreeByteChannels {
+public:
+    static constexpr int kChannels = 3;
+    struct Neighbour {
+        VI init, ar, gq;
+        VF value[kChannels];
+    };
+    struct Centre {
+        VI ar, g1;
+    };
+
+    ThreeByteChannels(const Scratch& scratch, const Frame<std::uint8_t>& frame) : mScratch(scratch) {
+        for (int i = -frame.reach; i <= frame.reach; ++i)
+            mInit[i + frame.reach] =
+                static_cast<std::int32_t>(std::lround(kOctave * (frame.columnOctaves[std::abs(i)] + kBias))) -
+                kUnit / 2 * kSquareMiddle;
+    }
+
+    HWY_INLINE Neighbour neighbour(std::size_t at, int tap) const {
+        return {hn::Set(di, mInit[tap]),
+                hn::LoadU(di, mScratch.pairs + at),
+                hn::LoadU(di, mScratch.pairs2 + at),
+                {hn::LoadU(df, mScratch.channels[0] + at), hn::LoadU(df, mScratch.channels[1] + at),
+                 hn::LoadU(df, mScratch.channels[2] + at)}};
+    }
+
+    HWY_INLINE Centre centre(std::size_t at) const {
+        const auto scaled = [&](int channel) {
+            const VI value = hn::ConvertTo(di, hn::LoadU(df, mScratch.channels[channel] + at));
+            return hn::Mul(value, hn::Set(di, kCentreFactor));
+        };
+        return {pairOf(scaled(0), scaled(1)), pairOf(scaled(2), hn::Set(di, -kUnit / 2))};
+    }
+
+    HWY_INLINE VI exponent(const Neighbour& q, const Centre& p) const {
+        return addPairProducts(addPairProducts(q.init, p.ar, q.ar), p.g1, q.gq);
+    }
+
+private:
+    const Scratch& mScratch;
+    std::int32_t mInit[kMaxTaps];
+};
+
+/// 8-bit pixels whose alpha is the same all over the block and its margins: red and green alone make the
+/// weight.
+class TwoByteChannels {
+public:
+    static constexpr int kChannels = 2;
+    struct Neighbour {
+        VI init, rg;
+        VF value[kChannels];
+    };
+    struct Centre {
+        VI rg;
+    };
+
+    TwoByteChannels(const Scratch& scratch, const Frame<std::uint8_t>& frame) : mScratch(scratch) {
+        for (int i = -frame.reach; i <= frame.reach; ++i)
+            mInit[i + frame.reach] =
+                static_cast<std::int32_t>(std::lround(kOctave * (frame.columnOctaves[std::abs(i)] + kBias)));
+    }
+
+    HWY_INLINE Neighbour neighbour(std::size_t at, int tap) const {
+        return {hn::Add(hn::Set(di, mInit[tap]), hn::LoadU(di, mScratch.pairs2 + at)),
+                hn::LoadU(di, mScratch.pairs + at),
+                {hn::LoadU(df, mScratch.channels[1] + at), hn::LoadU(df, mScratch.channels[2] + at)}};
+    }
+
+    HWY_INLINE Centre centre(std::size_t at) const {
+        const auto scaled = [&](int channel) {
+            const VI value = hn::ConvertTo(di, hn::LoadU(df, mScratch.channels[channel] + at));
+            return hn::Mul(value, hn::Set(di, kCentreFactor));
+        };
+        return {pairOf(scaled(1), scaled(2))};
+    }
+
+    HWY_INLINE VI exponent(const Neighbour& q, const Centre& p) const {
+        return addPairProducts(q.init, p.rg, q.rg);
+    }
+
+private:
+    const Scratch& mScratch;
+    std::int32_t mInit[kMaxTaps];
+};
+
+/// Float pixels of any range: the squared distance from differences, held above the exponent's lower end.
+class FloatChannels {
+public:
+    static constexpr int kChannels = 3;
+    struct Neighbour {
+        VF init;
+        VF value[kChannels];
+    };
+    struct Centre {
+        VF value[kChannels];
+    };
+
+    FloatChannels(const Scratch& scratch, const Frame<float>& frame) : mScratch(scratch) {
+        for (int i = -frame.reach; i <= frame.reach; ++i)
+            mInit[i + frame.reach] = static_cast<float>(kOctave * frame.columnOctaves[std::abs(i)]);
+    }
+
+    HWY_INLINE Neighbour neighbour(std::size_t at, int tap) const {
+        return {hn::Set(df, mInit[tap]),
+                {hn::LoadU(df, mScratch.channels[0] + at), hn::LoadU(df, mScratch.channels[1] + at),
+                 hn::LoadU(df, mScratch.channels[2] + at)}};
+    }
+
+    HWY_INLINE Centre centre(std::size_t at) const {
+        return {{hn::LoadU(df, mScratch.channels[0] + at), hn::LoadU(df, mScratch.channels[1] + at),
+                 hn::LoadU(df, mScratch.channels[2] + at)}};
+    }
+
+    HWY_INLINE VI exponent(const Neighbour& q, const Centre& p) const {
+        const VF a = hn::Sub(q.value[0], p.value[0]);
+        const VF r = hn::Sub(q.value[1], p.value[1]);
+        const VF g = hn::Sub(q.value[2], p.value[2]);
+        const VF squared = hn::MulAdd(a, a, hn::MulAdd(r, r, hn::Mul(g, g)));
+        const VF octaves =
+            hn::MulAdd(squared, hn::Set(df, static_cast<float>(-50.0 * kLog2E * kOctave)), q.init);
+        return hn::NearestInt(hn::Max(octaves, hn::Set(df, static_cast<float>(-125.0 * kOctave))));
+    }
+
+private:
+    const Scratch& mScratch;
+    float mInit[kMaxTaps];
+};
+
+/// The running sums of kLanes neighbouring pixels of one row: the weights, then the weighted channels.
+template<class Taps>
+struct Tile {
+    static constexpr int kSums = Taps::kChannels + 1;
+
+    typename Taps::Centre centre;
+    int row; // within the scratch planes
+    VF sum[kSums];
+    VF total[kSums];
+
+    HWY_INLINE Tile(const Taps& taps, int row, int column)
+        : centre(taps.centre(std::size_t{kPlaneStride} * row + column)), row(row) {
+        for (VF& value : total)
+            value = hn::Zero(df);
+    }
+    HWY_INLINE void beginRow() {
+        for (VF& value : sum)
+            value = hn::Zero(df);
+    }
+    HWY_INLINE void add(const Taps& taps, const typename Taps::Neighbour& q) {
+        const VF weight = exp2Bits(taps.exponent(q, centre));
+        sum[0] = hn::Add(sum[0], weight);
+        for (int i = 1; i < kSums; ++i)
+            sum[i] = hn::MulAdd(weight, q.value[i - 1], sum[i]);
+    }
+    HWY_INLINE void endRow(float rowWeight) {
+        for (int i = 0; i < kSums; ++i)
+            total[i] = hn::MulAdd(hn::Set(df, rowWeight), sum[i], total[i]);
+    }
+};
+
+/// Adds one row of neighbours to each of the tiles, which lie one above the other.
+template<class Taps, class Weights, class... Tiles>
+HWY_INLINE void addRow(const Taps& taps, const Weights& rowWeight, int reach, int row, int column,
+                       Tiles&... tiles) {
+    const std::size_t at = std::size_t{kPlaneStride} * row + column;
+    (tiles.beginRow(), ...);
+    for (int tap = 0; tap <= 2 * reach; ++tap) {
+        const typename Taps::Neighbour q = taps.neighbour(at + tap, tap);
+        (tiles.add(taps, q), ...);
+    }
+    (tiles.endRow(rowWeight[std::abs(row - tiles.row)]), ...);
+}
+
+/// Loads the row of the picture that the plane's row `row` holds, with the edge pixels repeated, into `line`.
+template<class Channel>
+void loadLine(const Frame<Channel>& frame, const Block& block, int row, Channel (*line)[4]) {
+    const Channel* const source = frame.row(std::clamp(block.y - frame.reach + row, 0, frame.height - 1));
+    const int x = block.x - frame.reach;
+    const int first = std::clamp(-x, 0, kPlaneStride);
+    const int last = std::clamp(frame.width - x, first, kPlaneStride);
+    for (int i = 0; i < first; ++i)
+        std::memcpy(line[i], source, sizeof(line[i]));
+    std::memcpy(line[first], source + 4 * (x + first), (last - first) * sizeof(line[0]));
+    for (int i = last; i < kPlaneStride; ++i)
+        std::memcpy(line[i], source + 4 * (frame.width - 1), sizeof(line[i]));
+}
+
+/// Fills the planes for all three channels at work.
+/// @return whether alpha has one value all over them.
+bool fillPlanes(const Frame<std::uint8_t>& frame, const Block& block, Scratch& scratch) {
+    alignas(64) std::uint8_t line[kPlaneStride][4];
+    const VI byte = hn::Set(di, 0xFF);
+    const VI middle = hn::Set(di, 128);
+    VI different = hn::Zero(di);
+    VI alpha = hn::Zero(di);
+    for (int row = 0; row < block.height + 2 * frame.reach; ++row) {
+        loadLine(frame, block, row, line);
+        if (row == 0)
+            alpha = hn::Set(di, line[0][0] - 128);
+        const std::size_t start = std::size_t{kPlaneStride} * row;
+        for (int column = 0; column < kPlaneStride; column += kLanes) {
+            const std::size_t at = start + column;
+            const VI pixels = hn::Load(di, reinterpret_cast<const std::int32_t*>(line[column]));
+            const VI a = hn::Sub(hn::And(pixels, byte), middle);
+            const VI r = hn::Sub(hn::And(hn::ShiftRight<8>(pixels), byte), middle);
+            const VI g = hn::Sub(hn::And(hn::ShiftRight<16>(pixels), byte), middle);
+            different = hn::Or(different, hn::Xor(a, alpha));
+            hn::Store(hn::ConvertTo(df, a), df, scratch.channels[0] + at);
+            hn::Store(hn::ConvertTo(df, r), df, scratch.channels[1] + at);
+            hn::Store(hn::ConvertTo(df, g), df, scratch.channels[2] + at);
+            const VI square = hn::Add(hn::Add(hn::Mul(a, a), hn::Mul(r, r)), hn::Mul(g, g));
+            const VI factor = hn::Set(di, kNeighbourFactor);
+            hn::Store(pairOf(hn::Mul(a, factor), hn::Mul(r, factor)), di, scratch.pairs + at);
+            hn::Store(pairOf(hn::Mul(g, factor), hn::Sub(square, hn::Set(di, kSquareMiddle))), di,
+                      scratch.pairs2 + at);
+        }
+    }
+    return hn::AllTrue(di, hn::Eq(different, hn::Zero(di)));
+}
+
+/// Rewrites the pairs for red and green alone.
+void dropAlpha(const Frame<std::uint8_t>& frame, const Block& block, Scratch& scratch) {
+    for (std::size_t at = 0; at < std::size_t{kPlaneStride} * (block.height + 2 * frame.reach);
+         at += kLanes) {
+        const VI r = hn::ConvertTo(di, hn::Load(df, scratch.channels[1] + at));
+        const VI g = hn::ConvertTo(di, hn::Load(df, scratch.channels[2] + at));
+        const VI square = hn::Add(hn::Mul(r, r), hn::Mul(g, g));
+        const VI factor = hn::Set(di, kNeighbourFactor);
+        hn::Store(pairOf(hn::Mul(r, factor), hn::Mul(g, factor)), di, scratch.pairs + at);
+        hn::Store(hn::Mul(square, hn::Set(di, -kUnit / 2)), di, scratch.pairs2 + at);
+    }
+}
+
+void fillPlanes(const Frame<float>& frame, const Block& block, Scratch& scratch) {
+    float line[kPlaneStride][4];
+    for (int row = 0; row < block.height + 2 * frame.reach; ++row) {
+        loadLine(frame, block, row, line);
+        for (int column = 0; column < kPlaneStride; ++column)
+            for (int channel = 0; channel < 3; ++channel)
+                scratch.channels[channel][std::size_t{kPlaneStride} * row + column] = line[column][channel];
+    }
+}
+
+/// A channel's mean from a tile's sums, in the plane's unit.
+template<class Taps>
+HWY_INLINE VF mean(const Tile<Taps>& tile, int channel) {
+    return hn::Div(tile.total[1 + channel], tile.total[0]);
+}
+
+/// Stores up to kLanes pixels: takes the filtered alpha, red and green in 0..255 and blue from the source.
+void storePixels(const Frame<std::uint8_t>& frame, int x, int y, int count, VF a, VF r, VF g) {
+    alignas(64) std::int32_t pixels[kLanes] = {};
+    std::memcpy(pixels, frame.row(y) + 4 * x, 4 * count);
+    const VF b =
+        hn::ConvertTo(df, hn::BitCast(di, hn::ShiftRight<24>(hn::BitCast(du, hn::Load(di, pixels)))));
+    const VF multiplier = hn::Set(df, frame.multiplier);
+    const VF alpha = hn::Mul(a, multiplier);
+    const VF scale = hn::Mul(hn::Mul(alpha, multiplier), hn::Set(df, 1.0f / 255.0f));
+    const auto round = [](VF value) {
+        return hn::NearestInt(hn::Min(hn::Max(value, hn::Zero(df)), hn::Set(df, 255.0f)));
+    };
+    VI packed = round(hn::Mul(r, scale));
+    packed = hn::Or(packed, hn::ShiftLeft<8>(round(hn::Mul(g, scale))));
+    packed = hn::Or(packed, hn::ShiftLeft<16>(round(hn::Mul(b, scale))));
+    packed = hn::Or(packed, hn::ShiftLeft<24>(round(alpha)));
+    hn::Store(packed, di, pixels);
+    std::memcpy(frame.targetRow(y) + 4 * x, pixels, 4 * count);
+}
+
+/// The same for floats, with full scale 1.
+void storePixels(const Frame<float>& frame, int x, int y, int count, VF a, VF r, VF g) {
+    alignas(64) float channels[3][kLanes];
+    hn::Store(a, df, channels[0]);
+    hn::Store(r, df, channels[1]);
+    hn::Store(g, df, channels[2]);
+    const float* const source = frame.row(y) + 4 * x;
+    float* const target = frame.targetRow(y) + 4 * x;
+    for (int i = 0; i < count; ++i) {
+        const float alpha = channels[0][i] * frame.multiplier;
+        target[4 * i + 0] = alpha * (channels[1][i] * frame.multiplier);
+        target[4 * i + 1] = alpha * (channels[2][i] * frame.multiplier);
+        target[4 * i + 2] = alpha * (source[4 * i + 3] * frame.multiplier);
+        target[4 * i + 3] = alpha;
+    }
+}
+
+template<class Taps, class Channel>
+HWY_INLINE void storeTile(const Frame<Channel>& frame, const Block& block, const Scratch& scratch, int column,
+                          const Tile<Taps>& tile) {
+    const int x = block.x + column;
+    const int y = block.y + tile.row - frame.reach;
+    const int count = std::min(kLanes, block.x + block.width - x);
+    if constexpr (std::is_same_v<Taps, FloatChannels>) {
+        storePixels(frame, x, y, count, mean(tile, 0), mean(tile, 1), mean(tile, 2));
+    } else {
+        const VF middle = hn::Set(df, 128.0f);
+        const VF first = hn::Add(mean(tile, 0), middle), second = hn::Add(mean(tile, 1), middle);
+        if constexpr (Taps::kChannels == 3)
+            storePixels(frame, x, y, count, first, second, hn::Add(mean(tile, 2), middle));
+        else
+            storePixels(frame, x, y, count, hn::Set(df, scratch.channels[0][0] + 128.0f), first, second);
+    }
+}
+
+/// Filters a block from its planes. Two rows of tiles share each neighbour that both reach.
+template<class Taps, class Channel>
+void filterBlock(const Frame<Channel>& frame, const Block& block, const Scratch& scratch) {
+    const Taps taps(scratch, frame);
+    const int reach = frame.reach;
+    for (int y = 0; y + 1 < block.height; y += 2) {
+        for (int column = 0; column < block.width; column += kLanes) {
+            Tile<Taps> upper(taps, y + reach, column + reach);
+            Tile<Taps> lower(taps, y + 1 + reach, column + reach);
+            addRow(taps, frame.rowWeight, reach, y, column, upper);
+            for (int row = y + 1; row <= y + 2 * reach; ++row)
+                addRow(taps, frame.rowWeight, reach, row, column, upper, lower);
+            addRow(taps, frame.rowWeight, reach, y + 1 + 2 * reach, column, lower);
+            storeTile(frame, block, scratch, column, upper);
+            storeTile(frame, block, scratch, column, lower);
+        }
+    }
+    if (block.height % 2 == 0)
+        return;
+    for (int column = 0; column < block.width; column += kLanes) {
+        Tile<Taps> tile(taps, block.height - 1 + reach, column + reach);
+        for (int row = block.height - 1; row < block.height + 2 * reach; ++row)
+            addRow(taps, frame.rowWeight, reach, row, column, tile);
+        storeTile(frame, block, scratch, column, tile);
+    }
+}
+
+void blurBytes(const Frame<std::uint8_t>& frame, const Block& block, Scratch& scratch) {
+    if (!fillPlanes(frame, block, scratch))
+        return filterBlock<ThreeByteChannels>(frame, block, scratch);
+    dropAlpha(frame, block, scratch);
+    filterBlock<TwoByteChannels>(frame, block, scratch);
+}
+
+void blurFloats(const Frame<float>& frame, const Block& block, Scratch& scratch) {
+    fillPlanes(frame, block, scratch);
+    filterBlock<FloatChannels>(frame, block, scratch);
+}
+
+} // namespace HWY_NAMESPACE
+} // namespace
+} // namespace Tessaloom::BilateralBlur
+HWY_AFTER_NAMESPACE();
+
+#if HWY_ONCE
+namespace Tessaloom::BilateralBlur {
+namespace {
+
+HWY_EXPORT(blurBytes);
+HWY_EXPORT(blurFloats);
+
+void blurBlock(const Frame<std::uint8_t>& frame, const Block& block, Scratch& scratch) {
+    HWY_DYNAMIC_DISPATCH(blurBytes)(frame, block, scratch);
+}
+
+void blurBlock(const Frame<float>& frame, const Block& block, Scratch& scratch) {
+    HWY_DYNAMIC_DISPATCH(blurFloats)(frame, block, scratch);
+}
+
+/// Cuts `length` into as few parts as `most` allows, of the same size but for the last, in multiples of
+/// `grain`.
+int partSize(int length, int most, int grain) {
+    const int parts = (length + most - 1) / most;
+    const int size = (length + parts - 1) / parts;
+    return (size + grain - 1) / grain * grain;
+}
+
+template<class Channel>
+void blurFrame(PixelView<const Channel> source, PixelView<Channel> target, int width, int height,
+               int blurSize, float multiplier, RowBandPool& pool) {
+    if (width <= 0 || height <= 0)
+        return;
+    Frame<Channel> frame{
+        source,     target, width, height, (std::clamp(blurSize, 1, 2 * kMaxReach + 2) - 1) / 2,
+        multiplier, {},     {}};
+    for (int i = 0; i <= frame.reach; ++i) {
+        frame.columnOctaves[i] = -kLog2E * i * i / 200.0;
+        frame.rowWeight[i] = static_cast<float>(std::exp2(frame.columnOctaves[i]));
+    }
+    const int blockWidth = partSize(width, kBlockWidth, kMaxLanes);
+    const int columns = (width + blockWidth - 1) / blockWidth;
+    const int rows = (height + kBlockHeight - 1) / kBlockHeight;
+    const std::size_t jobs = static_cast<std::size_t>(columns) * rows;
+    const auto scratch = hwy::AllocateAligned<Scratch>(pool.threads());
+    if (!scratch)
+        throw std::bad_alloc();
+    pool.run(jobs, [&](std::size_t index, unsigned worker) {
+        const int x = static_cast<int>(index % columns) * blockWidth;
+        const int y = static_cast<int>(index / columns) * kBlockHeight;
+        const Block block{x, y, std::min(blockWidth, width - x), std::min(kBlockHeight, height - y)};
+        blurBlock(frame, block, scratch[worker]);
+    });
+}
+
+} // namespace
+
+void bilateralBlur(PixelView<const std::uint8_t> source, PixelView<std::uint8_t> target, int width,
+                   int height, int blurSize, float multiplier, RowBandPool& pool) {
+    blurFrame(source, target, width, height, blurSize, multiplier, pool);
+}
+
+void bilateralBlur(PixelView<const float> source, PixelView<float> target, int width, int height,
+                   int blurSize, float multiplier, RowBandPool& pool) {
+    blurFrame(source, target, width, height, blurSize, multiplier, pool);
+}
+
+} // namespace Tessaloom::BilateralBlur
+#endif

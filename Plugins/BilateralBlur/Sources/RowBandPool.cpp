@@ -1,0 +1,85 @@
+#include "Plugins/BilateralBlur/Sources/RowBandPool.h"
+
+#include <algorithm>
+#include <system_error>
+#include <utility>
+
+namespace Tessaloom::BilateralBlur {
+
+RowBandPool::RowBandPool(unsigned threads) {
+    if (threads == 0)
+        threads = std::max(1u, std::thread::hardware_concurrency());
+    mThreads.reserve(threads - 1);
+    try {
+        for (unsigned worker = 1; worker < threads; ++worker)
+            mThreads.emplace_back([this, worker] { serve(worker); });
+    } catch (const std::system_error&) {
+        // Fewer threads only make a frame slower.
+    } catch (...) {
+        stop();
+        throw;
+    }
+}
+
+RowBandPool::~RowBandPool() {
+    stop();
+}
+
+void RowBandPool::stop() {
+    {
+        const std::lock_guard lock(mMutex);
+        mStopping = true;
+    }
+    mFrameBegun.notify_all();
+    for (std::thread& thread : mThreads)
+        thread.join();
+}
+
+void RowBandPool::run(std::size_t jobs, const std::function<void(std::size_t, unsigned)>& job) {
+    const std::lock_guard turn(mTurn);
+    std::unique_lock lock(mMutex);
+    mJob = &job;
+    mNext = 0;
+    mJobs = jobs;
+    // A single job is the caller's: waking a thread costs more than it could take over.
+    if (jobs > 1)
+        mFrameBegun.notify_all();
+    takeJobs(lock, 0);
+    mFrameEnded.wait(lock, [this] { return mBusy == 0; });
+    mJob = nullptr;
+    if (mFailure)
+        std::rethrow_exception(std::exchange(mFailure, nullptr));
+}
+
+void RowBandPool::serve(unsigned worker) {
+    std::unique_lock lock(mMutex);
+    while (true) {
+        mFrameBegun.wait(lock, [this] { return mStopping || mNext < mJobs; });
+        if (mStopping)
+            return;
+        ++mBusy;
+        takeJobs(lock, worker);
+        if (--mBusy == 0)
+            mFrameEnded.notify_one();
+    }
+}
+
+void RowBandPool::takeJobs(std::unique_lock<std::mutex>& lock, unsigned worker) {
+    while (mNext < mJobs) {
+        const std::size_t index = mNext++;
+        lock.unlock();
+        std::exception_ptr failure;
+        try {
+            (*mJob)(index, worker);
+        } catch (...) {
+            failure = std::current_exception();
+        }
+        lock.lock();
+        if (failure) {
+            mFailure = failure;
+            mNext = mJobs;
+        }
+    }
+}
+
+} // namespace Tessaloom::BilateralBlur

@@ -1,0 +1,59 @@
+#pragma once
+
+#include <condition_variable>
+#include <cstddef>
+#include <exception>
+#include <functional>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+namespace Tessaloom::BilateralBlur {
+
+/// Threads that share out the numbered jobs of one frame and sleep between frames.
+///
+/// The threads are made by the constructor and joined by the destructor; no other is made in between. The
+/// calling thread works too, so a pool of one has no thread of its own. Where the system refuses a thread the
+/// pool goes on with those that it got.
+///
+/// Any thread may call `run`; calls from several threads take their turns. `run` isn't for use from inside a
+/// job.
+class RowBandPool {
+public:
+    /// @param threads how many threads work on a frame, the caller included; 0 takes one for each core that
+    /// the
+    ///                process may use.
+    explicit RowBandPool(unsigned threads = 0);
+    ~RowBandPool();
+    RowBandPool(const RowBandPool&) = delete;
+    RowBandPool& operator=(const RowBandPool&) = delete;
+
+    /// How many threads work on a frame, the caller included: at least 1.
+    unsigned threads() const { return static_cast<unsigned>(mThreads.size()) + 1; }
+
+    /// Calls `job(index, worker)` once for each index of 0 to `jobs` - 1, in any order and on any thread, and
+    /// returns when all calls have ended. `worker`, 0 to threads() - 1, belongs to one thread for the length
+    /// of the run: it can choose a thread's own scratch memory.
+    ///
+    /// An exception thrown by a job reaches the caller after the run; jobs not yet begun are left out then.
+    void run(std::size_t jobs, const std::function<void(std::size_t index, unsigned worker)>& job);
+
+private:
+    void serve(unsigned worker);
+    void takeJobs(std::unique_lock<std::mutex>& lock, unsigned worker);
+    void stop();
+
+    std::mutex mTurn;  // held for the length of a run
+    std::mutex mMutex; // guards everything below but mThreads
+    std::condition_variable mFrameBegun;
+    std::condition_variable mFrameEnded;
+    const std::function<void(std::size_t, unsigned)>* mJob = nullptr;
+    std::size_t mNext = 0;
+    std::size_t mJobs = 0;
+    unsigned mBusy = 0; // pool threads that take jobs now
+    bool mStopping = false;
+    std::exception_ptr mFailure;
+    std::vector<std::thread> mThreads;
+};
+
+} // namespace Tessaloom::BilateralBlur
