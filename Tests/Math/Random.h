@@ -15,6 +15,7 @@ public:
     explicit Random(unsigned seed) : mEngine(seed) {}
 
     double between(double low, double high) { return low + (high - low) * mUnit(mEngine); }
+    Vec2 vec2() { return {between(-2, 2), between(-2, 2)}; }
     Vec3 vec3() { return {between(-2, 2), between(-2, 2), between(-2, 2)}; }
     Vec4 vec4() { return {vec3(), between(-2, 2)}; }
     Mat4 mat4() { return {vec4(), vec4(), vec4(), vec4(), false}; }
