@@ -71,11 +71,33 @@ BilateralBlurRender::~BilateralBlurRender() {
 }
 
 void BilateralBlurRender::draw(unsigned texture, float multiplier16bit) {
+    if (isSoftwareContext())
+        drawOnProcessor(texture, multiplier16bit);
+    else
+        drawWithProgram(texture, multiplier16bit);
+}
+
+bool BilateralBlurRender::isSoftwareContext() {
+    std::optional<bool>& known = mSoftwareContexts.current();
+    if (!known)
+        known = CGLIsSoftwareRenderer(CGLGetCurrentContext());
+    return *known;
+}
+
+void BilateralBlurRender::drawWithProgram(unsigned texture, float multiplier16bit) {
     const AEOpenglMainFrameBuffer& frameBuffer = *AEOpenglMainFrameBuffer::mainFrameBuffer();
     mVertices.begin(*mShader, texture, multiplier16bit);
     mShader->setUniform1i("blurSize", std::clamp(mBlurSize, 0, kMaximumBlurSize));
     mShader->setUniform2f("viewSize", frameBuffer.width(), frameBuffer.height());
     mVertices.end(*mShader);
+}
+
+void BilateralBlurRender::drawOnProcessor(unsigned texture, float multiplier16bit) {
+    const AEOpenglMainFrameBuffer& frameBuffer = *AEOpenglMainFrameBuffer::mainFrameBuffer();
+    if (!mProcessor)
+        mProcessor = std::make_unique<BilateralBlurProcessor>();
+    mProcessor->draw(texture, frameBuffer.width(), frameBuffer.height(),
+                     std::clamp(mBlurSize, 0, kMaximumBlurSize), multiplier16bit);
 }
 
 } // namespace Tessaloom::BilateralBlur

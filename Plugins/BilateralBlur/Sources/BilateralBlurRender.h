@@ -1,7 +1,12 @@
 #pragma once
 
+#include "Plugins/BilateralBlur/Sources/BilateralBlurProcessor.h"
 #include "Plugins/Shared/GL/FullFrameVertices.h"
 #include "Plugins/Shared/GL/OpenglShader.h"
+#include "Plugins/Shared/GL/PerContext.h"
+
+#include <memory>
+#include <optional>
 
 namespace Tessaloom::BilateralBlur {
 
@@ -29,12 +34,23 @@ public:
 
     /// Draws the pass with `texture` as its input into the frame buffer that is bound. Texture, viewport and
     /// main frame buffer must have one size. `multiplier16bit` is that of the texture's upload.
+    ///
+    /// On a graphics device the fragment program runs. In a context that is rendered by software the same
+    /// picture is computed without it: a rasteriser running the program is some twenty times slower.
     void draw(unsigned texture, float multiplier16bit);
 
+    /// The two ways of `draw`, whatever the context.
+    void drawWithProgram(unsigned texture, float multiplier16bit);
+    void drawOnProcessor(unsigned texture, float multiplier16bit);
+
 private:
+    bool isSoftwareContext();
+
     OpenglShader* mShader;
     FullFrameVertices mVertices;
     int mBlurSize = 10;
+    PerContext<std::optional<bool>> mSoftwareContexts;
+    std::unique_ptr<BilateralBlurProcessor> mProcessor; // made by the first draw that needs it
 };
 
 } // namespace Tessaloom::BilateralBlur
