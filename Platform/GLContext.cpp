@@ -95,13 +95,30 @@ EGLDisplay processDisplay() {
     return kDisplay;
 }
 
+} // namespace
+
+// The EGL context behind an `NSOpenGLContext` and behind each thread that has that current; the last of them
+// destroys it. Were it destroyed while a thread still remembers it, EGL could give its address to a context
+// of somebody else, which the thread would then take for it.
+struct NSOpenGLContext::Native {
+    ::CGLContextObj handle;
+    std::atomic<bool> alive{true};
+
+    explicit Native(const ::CGLContextObj& native) : handle(native) {}
+    ~Native() { eglDestroyContext(handle.display, handle.context); }
+    Native(const Native&) = delete;
+    Native& operator=(const Native&) = delete;
+};
+
+namespace {
+
 // What this thread last bound through this file: the serial and the class, which EGL doesn't keep. EGL frees
 // a context only when no thread has it bound, so a thread lets go of a context of ours when it ends, and at
-// its next look when the context was destroyed elsewhere.
+// its next look when the context was released elsewhere.
 struct ThreadBinding {
     CGLContextObj handle;
     NSOpenGLContext* context = nullptr;
-    std::shared_ptr<const std::atomic<bool>> alive;
+    std::shared_ptr<NSOpenGLContext::Native> native;
 
     ~ThreadBinding() { letGo(); }
 
@@ -110,7 +127,7 @@ struct ThreadBinding {
             eglMakeCurrent(handle.display, EGL_NO_SURFACE, EGL_NO_SURFACE, EGL_NO_CONTEXT);
         handle = {};
         context = nullptr;
-        alive.reset();
+        native.reset();
     }
 };
 
@@ -119,7 +136,7 @@ thread_local ThreadBinding tBinding;
 } // namespace
 
 CGLContextObj CGLGetCurrentContext() {
-    if (tBinding.alive && !*tBinding.alive)
+    if (tBinding.native && !tBinding.native->alive)
         tBinding.letGo();
     const EGLContext context = eglGetCurrentContext();
     if (context == EGL_NO_CONTEXT)
@@ -139,7 +156,7 @@ bool CGLSetCurrentContext(const CGLContextObj& context) {
         return false;
     tBinding.handle = context.serial ? context : CGLContextObj{};
     tBinding.context = nullptr;
-    tBinding.alive.reset();
+    tBinding.native.reset();
     return true;
 }
 
@@ -184,7 +201,8 @@ NSOpenGLContext* NSOpenGLContext::initWithFormat(const NSOpenGLPixelFormat* form
     const EGLDisplay display = format ? processDisplay() : EGL_NO_DISPLAY;
     if (display == EGL_NO_DISPLAY)
         return nullptr;
-    const EGLContext context = createCoreContext(display, share ? share->mHandle.context : EGL_NO_CONTEXT);
+    const EGLContext context =
+        createCoreContext(display, share ? share->mNative->handle.context : EGL_NO_CONTEXT);
     if (context == EGL_NO_CONTEXT)
         return nullptr;
     return new NSOpenGLContext({context, display, EGL_NO_SURFACE, EGL_NO_SURFACE, kNextSerial++});
@@ -196,17 +214,20 @@ NSOpenGLContext* NSOpenGLContext::currentContext() {
 }
 
 void NSOpenGLContext::makeCurrentContext() {
-    if (!CGLSetCurrentContext(mHandle))
+    if (!CGLSetCurrentContext(mNative->handle))
         return;
     tBinding.context = this;
-    tBinding.alive = mAlive;
+    tBinding.native = mNative;
 }
 
-NSOpenGLContext::NSOpenGLContext(const ::CGLContextObj& handle) : mHandle(handle) {}
+::CGLContextObj NSOpenGLContext::CGLContextObj() const {
+    return mNative->handle;
+}
+
+NSOpenGLContext::NSOpenGLContext(const ::CGLContextObj& handle) : mNative(std::make_shared<Native>(handle)) {}
 
 NSOpenGLContext::~NSOpenGLContext() {
-    *mAlive = false;
-    if (tBinding.alive == mAlive)
+    mNative->alive = false;
+    if (tBinding.handle.serial == mNative->handle.serial)
         tBinding.letGo();
-    eglDestroyContext(mHandle.display, mHandle.context);
 }

@@ -98,17 +98,18 @@ public:
     /// null. Null where the format is, or where the system has no such context to give.
     static NSOpenGLContext* initWithFormat(const NSOpenGLPixelFormat* format, const NSOpenGLContext* share);
 
-    /// The context of this class that is current on the calling thread, not retained; null where there is
-    /// none or the current one was made elsewhere.
+    /// The context that `makeCurrentContext` made current on the calling thread, not retained; null where
+    /// another one is, or none, or it was made current on the low level.
     static NSOpenGLContext* currentContext();
 
     void makeCurrentContext();
-    ::CGLContextObj CGLContextObj() const { return mHandle; }
+    ::CGLContextObj CGLContextObj() const;
+
+    struct Native;
 
 private:
     explicit NSOpenGLContext(const ::CGLContextObj& handle);
     ~NSOpenGLContext() override;
 
-    ::CGLContextObj mHandle;
-    std::shared_ptr<std::atomic<bool>> mAlive = std::make_shared<std::atomic<bool>>(true);
+    std::shared_ptr<Native> mNative;
 };
