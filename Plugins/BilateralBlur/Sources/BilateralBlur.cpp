@@ -80,12 +80,30 @@ PF_Err about(const PF_InData* in_data, PF_OutData* out_data) {
     return PF_Err_NONE;
 }
 
+// Without a data context no GL object was ever made. It can be current on another thread, where a setup on
+// that thread left it because the host had none current; this thread's render context does as well then, as
+// objects are common to the share group. With no context at all GL calls do nothing, which is what is wanted
+// before they reach the host's objects: ours end with their contexts.
+void makeSharedContextCurrent() {
+    AEOpenGLContext* data = AEOpenGLContextManager::getSharedDataContext();
+    if (!data)
+        return;
+    try {
+        data->makeContextCurrent();
+    } catch (int) {
+        try {
+            AEOpenGLContextManager::getCurrentRenderContext()->makeContextCurrent();
+        } catch (int) {
+            CGLSetCurrentContext({});
+        }
+    }
+}
+
 // Objects go while the contexts live: everything but the vertex arrays and frame buffers of the render
-// contexts, which end with these. Without a data context no GL object was ever made.
+// contexts, which end with these.
 PF_Err globalSetdown() {
     HostGLContext host;
-    if (AEOpenGLContext* data = AEOpenGLContextManager::getSharedDataContext())
-        data->makeContextCurrent();
+    makeSharedContextCurrent();
     AEOpenglMainFrameBuffer::mainFrameBuffer()->destory();
     delete mRender;
     mRender = nullptr;

@@ -17,13 +17,16 @@ AEOpenGLContext::AEOpenGLContext(const AEOpenGLContext* share) {
     mNSContext = createNSContext(share ? share->mNSContext : nullptr, mCGLContext);
     if (!mNSContext)
         throw int{PF_Err_BAD_CALLBACK_PARAM};
-    mNSContext->makeCurrentContext();
-    if (!(CGLGetCurrentContext() == mCGLContext)) {
+    try {
+        mNSContext->makeCurrentContext();
+        if (!(CGLGetCurrentContext() == mCGLContext))
+            throw int{PF_Err_BAD_CALLBACK_PARAM};
+        InitializeOpenGLBindings();
+        mExtensions = glbinding::ContextInfo::extensions();
+    } catch (...) {
         mNSContext->release();
-        throw int{PF_Err_BAD_CALLBACK_PARAM};
+        throw;
     }
-    InitializeOpenGLBindings();
-    mExtensions = glbinding::ContextInfo::extensions();
 }
 
 AEOpenGLContext::~AEOpenGLContext() {

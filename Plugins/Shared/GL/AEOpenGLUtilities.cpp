@@ -5,6 +5,7 @@
 #include <glbinding/gl/enum.h>
 #include <glbinding/gl/functions.h>
 
+#include <algorithm>
 #include <cstring>
 #include <memory>
 #include <utility>
@@ -110,7 +111,7 @@ void uploadFloat(PF_InData* in_data, PF_LayerDef* input) {
 // Rows of a world lie `rowbytes` apart, those of `picture` `pictureWidth` pixels.
 template<typename Pixel>
 void copyRows(PF_InData* in_data, PF_LayerDef* output, const std::byte* picture, unsigned pictureWidth) {
-    const std::size_t rowSize = static_cast<std::size_t>(output->width) * sizeof(Pixel);
+    const std::size_t rowSize = static_cast<std::size_t>(std::max(output->width, 0)) * sizeof(Pixel);
     for (std::int32_t row = 0; row < output->height; ++row) {
         std::byte* base = baseAddress<Pixel>(in_data, output);
         const auto offset = static_cast<std::size_t>(row) * static_cast<std::size_t>(output->rowbytes);
