@@ -1,0 +1,315 @@
+#include "Host/Effect.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <utility>
+
+namespace Tessaloom::BilateralBlur::Host {
+
+namespace {
+
+constexpr std::int32_t kAllChannels = 0xF;
+constexpr std::int16_t kBitDepth = 8;
+
+PF_LRect boundsOf(const World& world) {
+    return {0, 0, world.width, world.height};
+}
+
+PF_LRect intersection(const PF_LRect& a, const PF_LRect& b) {
+    return {std::max(a.left, b.left), std::max(a.top, b.top), std::min(a.right, b.right),
+            std::min(a.bottom, b.bottom)};
+}
+
+bool isEmpty(const PF_LRect& rect) {
+    return rect.left >= rect.right || rect.top >= rect.bottom;
+}
+
+bool equal(const PF_LRect& a, const PF_LRect& b) {
+    return a.left == b.left && a.top == b.top && a.right == b.right && a.bottom == b.bottom;
+}
+
+std::string textOf(const PF_LRect& rect) {
+    return std::to_string(rect.left) + "," + std::to_string(rect.top) + " to " + std::to_string(rect.right) +
+           "," + std::to_string(rect.bottom);
+}
+
+/// A character array that need not be terminated.
+template<std::size_t kSize>
+std::string textOf(const char (&characters)[kSize]) {
+    return {characters, strnlen(characters, kSize)};
+}
+
+std::string recordText(const char* what, const void* record) {
+    char text[64];
+    std::snprintf(text, sizeof text, "%s %p", what, record);
+    return text;
+}
+
+/// Copies `part` into `whole` with its first pixel at the given place; it has to fit.
+void place(const World& part, World& whole, int left, int top) {
+    for (int y = 0; y < part.height; ++y)
+        std::copy_n(part.row(y), part.width, whole.row(top + y) + left);
+}
+
+} // namespace
+
+std::string Result::text() const {
+    std::string text = message;
+    if (text.empty() && code != PF_Err_NONE)
+        text = code == PF_Err_OUT_OF_MEMORY ? "out of memory"
+                                            : "the effect failed with code " + std::to_string(code);
+    for (const std::string& imbalance : imbalances)
+        text += (text.empty() ? "" : "; ") + imbalance;
+    std::replace_if(
+        text.begin(), text.end(), [](char c) { return c == '\r' || c == '\n'; }, ' ');
+    return text;
+}
+
+/// What the effect calls back with its `effect_ref`.
+struct Effect::Callbacks {
+    static Effect& self(void* effectRef) { return *static_cast<Effect*>(effectRef); }
+
+    static PF_Err addParam(void* effectRef, std::int32_t index, PF_ParamDef* param) {
+        Effect& effect = self(effectRef);
+        if (const PF_Err code = effect.faults().codeOf(Callback::AddParam))
+            return code;
+        const auto count = static_cast<std::int32_t>(effect.mParameters.size());
+        if (!param || index < -1 || index == 0 || index > count)
+            return PF_Err_BAD_CALLBACK_PARAM;
+        if (param->param_type != PF_Param_SLIDER)
+            return PF_Err_UNRECOGNIZED_PARAM_TYPE;
+        effect.mParameters.insert(effect.mParameters.begin() + (index < 0 ? count : index), *param);
+        return PF_Err_NONE;
+    }
+
+    static PF_Err checkoutParam(void* effectRef, std::int32_t index, std::int32_t, std::int32_t,
+                                std::uint32_t, PF_ParamDef* param) {
+        Effect& effect = self(effectRef);
+        if (const PF_Err code = effect.faults().codeOf(Callback::CheckoutParam)) {
+            effect.mFailedCheckouts.insert(param);
+            return code;
+        }
+        if (!param || index < 0 || index >= static_cast<std::int32_t>(effect.mParameters.size()))
+            return PF_Err_BAD_CALLBACK_PARAM;
+        *param = effect.mParameters[index];
+        if (param->param_type == PF_Param_SLIDER)
+            param->u.sd.value = std::clamp(effect.mValue, param->u.sd.valid_min, param->u.sd.valid_max);
+        effect.mServices.ledger().take(recordText("parameter in record", param));
+        return PF_Err_NONE;
+    }
+
+    /// A failed checkout may be checked in or not; the effect's part is done too where the checkin fails.
+    static PF_Err checkinParam(void* effectRef, PF_ParamDef* param) {
+        Effect& effect = self(effectRef);
+        const bool known = effect.mFailedCheckouts.erase(param) != 0 ||
+                           effect.mServices.ledger().giveBack(recordText("parameter in record", param));
+        if (const PF_Err code = effect.faults().codeOf(Callback::CheckinParam))
+            return code;
+        return known ? PF_Err_NONE : PF_Err_BAD_CALLBACK_PARAM;
+    }
+
+    static PF_Err checkoutLayer(void* effectRef, std::int32_t index, std::int32_t checkoutId,
+                                const PF_RenderRequest* request, std::int32_t, std::int32_t, std::uint32_t,
+                                PF_CheckoutResult* result) {
+        Effect& effect = self(effectRef);
+        if (const PF_Err code = effect.faults().codeOf(Callback::CheckoutLayer))
+            return code;
+        if (!effect.mFrame || index != 0 || !request || !result)
+            return PF_Err_BAD_CALLBACK_PARAM;
+        effect.mFrame->layers.insert(checkoutId);
+        result->max_result_rect = boundsOf(*effect.mFrame->input);
+        result->result_rect = intersection(request->rect, result->max_result_rect);
+        return PF_Err_NONE;
+    }
+
+    static PF_Err checkoutLayerPixels(void* effectRef, std::int32_t checkoutId, PF_LayerDef** world) {
+        Effect& effect = self(effectRef);
+        if (const PF_Err code = effect.faults().codeOf(Callback::CheckoutLayerPixels))
+            return code;
+        if (!effect.mFrame || !world || !effect.mFrame->layers.count(checkoutId))
+            return PF_Err_BAD_CALLBACK_PARAM;
+        *world = effect.faults().nullInput ? nullptr : effect.mFrame->input;
+        return PF_Err_NONE;
+    }
+
+    /// Layers go back to the host by themselves when the command ends; an effect may be earlier.
+    static PF_Err checkinLayerPixels(void* effectRef, std::int32_t checkoutId) {
+        Effect& effect = self(effectRef);
+        return effect.mFrame && effect.mFrame->layers.erase(checkoutId) ? PF_Err_NONE
+                                                                        : PF_Err_BAD_CALLBACK_PARAM;
+    }
+
+    static PF_Err checkoutOutput(void* effectRef, PF_LayerDef** world) {
+        Effect& effect = self(effectRef);
+        if (const PF_Err code = effect.faults().codeOf(Callback::CheckoutOutput))
+            return code;
+        if (!effect.mFrame || !world)
+            return PF_Err_BAD_CALLBACK_PARAM;
+        *world = effect.faults().nullOutput ? nullptr : effect.mFrame->output;
+        return PF_Err_NONE;
+    }
+};
+
+Effect::Effect(const Module& module, Faults faults) : mModule(module) {
+    mServices.faults = std::move(faults);
+    mInData.inter = {Callbacks::checkoutParam, Callbacks::checkinParam, Callbacks::addParam};
+    mInData.utils = Services::utils();
+    mInData.effect_ref = this;
+    mInData.pica_basicP = Services::basicSuite();
+    mInData.time_step = 1;
+    mInData.time_scale = 1;
+    PF_ParamDef layer{};
+    layer.param_type = PF_Param_LAYER;
+    mParameters.push_back(layer);
+    try {
+        setUp();
+    } catch (...) {
+        setDown();
+        throw;
+    }
+}
+
+Effect::~Effect() {
+    setDown();
+}
+
+void Effect::setUp() {
+    const auto require = [this](bool fulfilled, const std::string& complaint) {
+        if (!fulfilled)
+            throw ModuleError(mModule.path().string() + ": " + complaint);
+    };
+    mIsSetUp = true;
+    Result result = command(PF_Cmd_GLOBAL_SETUP);
+    require(result.ok(), "global setup failed: " + result.text());
+    checkDeclaration();
+    result = command(PF_Cmd_PARAMS_SETUP);
+    require(result.ok(), "parameters setup failed: " + result.text());
+    require(mOutData.num_params == static_cast<std::int32_t>(mParameters.size()),
+            "the effect tells of " + std::to_string(mOutData.num_params) + " parameters, and there are " +
+                std::to_string(mParameters.size()));
+    require(mParameters.size() > 1, "the effect declares no slider");
+    mValue = slider().u.sd.dephault;
+}
+
+void Effect::checkDeclaration() const {
+    const Resource& resource = mModule.resource();
+    const auto check = [this](const char* what, std::uint32_t listed, std::uint32_t declared) {
+        if (listed != declared)
+            throw ModuleError(mModule.path().string() + ": the property list has " + what + " " +
+                              std::to_string(listed) + ", but global setup declares " +
+                              std::to_string(declared));
+    };
+    check("Version", resource.version, mOutData.my_version);
+    check("OutFlags", resource.outFlags, mOutData.out_flags);
+    check("OutFlags2", resource.outFlags2, mOutData.out_flags2);
+}
+
+const PF_ParamDef& Effect::slider() const {
+    return mParameters.at(1);
+}
+
+std::string Effect::about() {
+    return command(PF_Cmd_ABOUT).code == PF_Err_NONE ? textOf(mOutData.return_msg) : "";
+}
+
+Result Effect::setDown() {
+    if (!std::exchange(mIsSetUp, false))
+        return {};
+    return command(PF_Cmd_GLOBAL_SETDOWN);
+}
+
+Result Effect::command(PF_Cmd cmd, void* extra) {
+    const std::lock_guard lock(mMutex);
+    return send(cmd, extra);
+}
+
+Result Effect::send(PF_Cmd cmd, void* extra) {
+    const Services::Visit visit(mServices);
+    // What an effect keeps with the host stays; everything else is the command's own.
+    PF_OutData fresh{};
+    fresh.global_data = mOutData.global_data;
+    fresh.sequence_data = mOutData.sequence_data;
+    fresh.frame_data = mOutData.frame_data;
+    mOutData = fresh;
+    std::vector<PF_ParamDef*> params;
+    for (PF_ParamDef& param : mParameters)
+        params.push_back(&param);
+    Result result;
+    try {
+        result.code = mModule.entry()(cmd, &mInData, &mOutData, params.data(), nullptr, extra);
+    } catch (...) {
+        mServices.ledger().noteMistake("an exception left the entry");
+    }
+    if (mOutData.out_flags & PF_OutFlag_DISPLAY_ERROR_MESSAGE)
+        result.message = textOf(mOutData.return_msg);
+    result.imbalances = mServices.settle();
+    mFailedCheckouts.clear();
+    return result;
+}
+
+Result Effect::render(World& input, World& output, std::int32_t value, Time time) {
+    const std::lock_guard lock(mMutex);
+    if (input.format() != PF_PixelFormat_ARGB32)
+        return {PF_Err_BAD_CALLBACK_PARAM, "the effect takes worlds of 8 bits a channel", {}};
+    mValue = value;
+    mInData.current_time = time.current;
+    mInData.time_step = time.step;
+    mInData.time_scale = time.scale;
+
+    Frame frame{&input};
+    mFrame = &frame;
+    PF_LRect promised{};
+    Result result = preRender(frame, promised);
+    if (result.ok())
+        result = smartRender(frame, promised);
+    mFrame = nullptr;
+    if (!result.ok())
+        return result;
+    if (mSpare.sameShape(input) || faults().outputSize) {
+        output.swap(mSpare);
+    } else {
+        World whole(input.width, input.height);
+        place(mSpare, whole, promised.left, promised.top);
+        output.swap(whole);
+    }
+    return result;
+}
+
+Result Effect::preRender(Frame& frame, PF_LRect& promised) {
+    PF_PreRenderInput input{{boundsOf(*frame.input), kAllChannels}};
+    PF_PreRenderOutput output{};
+    PF_PreRenderCallbacks callbacks{Callbacks::checkoutLayer};
+    PF_PreRenderExtra extra{&input, &output, &callbacks};
+    Result result = send(PF_Cmd_SMART_PRE_RENDER, &extra);
+    promised = output.result_rect;
+    if (result.ok() && !isEmpty(promised) && !equal(promised, intersection(promised, boundsOf(*frame.input))))
+        result = {
+            PF_Err_BAD_CALLBACK_PARAM, "the effect promises more than was asked, " + textOf(promised), {}};
+    return result;
+}
+
+Result Effect::smartRender(Frame& frame, PF_LRect promised) {
+    if (isEmpty(promised))
+        promised = {};
+    Faults::Size size{promised.right - promised.left, promised.bottom - promised.top};
+    size = faults().outputSize.value_or(size);
+    if (mSpare.width == size.width && mSpare.height == size.height)
+        mSpare.clear();
+    else
+        World(size.width, size.height).swap(mSpare);
+    frame.output = &mSpare;
+
+    PF_SmartRenderInput input{{promised, kAllChannels}, kBitDepth};
+    PF_SmartRenderCallbacks callbacks{Callbacks::checkoutLayerPixels, Callbacks::checkinLayerPixels,
+                                      Callbacks::checkoutOutput};
+    PF_SmartRenderExtra extra{&input, &callbacks};
+    Result result = send(PF_Cmd_SMART_RENDER, &extra);
+    if (!mSpare.spareBytesIntact()) {
+        result.imbalances.push_back("the bytes behind the output's rows were written to");
+        World(0, 0).swap(mSpare);
+    }
+    return result;
+}
+
+} // namespace Tessaloom::BilateralBlur::Host

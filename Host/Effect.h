@@ -1,0 +1,116 @@
+#pragma once
+
+#include "Host/Module.h"
+#include "Host/Services.h"
+#include "Host/World.h"
+#include "Platform/EffectHost.h"
+
+#include <mutex>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace Tessaloom::BilateralBlur::Host {
+
+/// What came of a command.
+struct Result {
+    PF_Err code = PF_Err_NONE;
+    /// What the effect has for the user: the text of `return_msg`, where it set
+    /// `PF_OutFlag_DISPLAY_ERROR_MESSAGE`.
+    std::string message;
+    /// What the effect took and didn't give back by the end of the command, and each misuse of the host.
+    std::vector<std::string> imbalances;
+
+    /// True for code 0 and balanced books.
+    bool ok() const { return code == PF_Err_NONE && imbalances.empty(); }
+
+    /// What went wrong, in one line.
+    std::string text() const;
+};
+
+/// Moments in units of 1 / scale seconds.
+struct Time {
+    std::int32_t current = 0, step = 1;
+    std::uint32_t scale = 1;
+};
+
+/// An effect at work: global setup to global setdown, and the frames between them.
+///
+/// Every command is sent under a lock, since an effect that doesn't declare itself thread-safe gets one at a
+/// time; any thread may ask for frames.
+class Effect {
+public:
+    /// Sends global setup and parameters setup. `module` must outlive the effect. Throws ModuleError where a
+    /// command fails, or the effect declares something else than the property list of its module, or doesn't
+    /// declare a slider.
+    explicit Effect(const Module& module, Faults faults = {});
+
+    /// Sends global setdown, unless `setDown` did.
+    ~Effect();
+    Effect(const Effect&) = delete;
+    Effect& operator=(const Effect&) = delete;
+
+    /// All parameters as declared; the one at index 0 is the input layer, the host's own.
+    const std::vector<PF_ParamDef>& parameters() const { return mParameters; }
+
+    /// The first slider that the effect declared: its name, range and default.
+    const PF_ParamDef& slider() const;
+
+    /// The about text of the effect, empty if it fails. Lines are separated by carriage returns.
+    std::string about();
+
+    /// Filters a frame: smart pre-render, then smart render into a world of the host's own, which changes
+    /// places with `output` when all went well. `output` then has the size of `input` and other pixels, else
+    /// it is untouched. An effect that promises a smaller rectangle gets a world of that size, and the rest
+    /// of `output` is 0. The effect has no business writing into `input`.
+    ///
+    /// @param value the slider's value at all times; held to the declared range.
+    Result render(World& input, World& output, std::int32_t value, Time time = {});
+
+    /// Sends one command as it is. `extra` is passed on.
+    Result command(PF_Cmd cmd, void* extra = nullptr);
+
+    /// Sends global setdown. No other command may follow.
+    Result setDown();
+
+    /// The record that the commands get; valid on a thread that visits `services()`.
+    PF_InData* inData() { return &mInData; }
+
+    /// What the effect wrote in the last command.
+    const PF_OutData& outData() const { return mOutData; }
+
+    Services& services() { return mServices; }
+
+    /// May be changed between commands.
+    Faults& faults() { return mServices.faults; }
+
+private:
+    struct Callbacks;
+
+    /// The frame that is being rendered.
+    struct Frame {
+        World* input;
+        World* output = nullptr;
+        std::set<std::int32_t> layers{}; ///< checkout ids of pre-render
+    };
+
+    void setUp();
+    void checkDeclaration() const;
+    Result preRender(Frame& frame, PF_LRect& promised);
+    Result smartRender(Frame& frame, PF_LRect promised);
+    Result send(PF_Cmd cmd, void* extra);
+
+    const Module& mModule;
+    Services mServices;
+    std::mutex mMutex;
+    PF_InData mInData{};
+    PF_OutData mOutData{};
+    std::vector<PF_ParamDef> mParameters;
+    std::int32_t mValue = 0;
+    Frame* mFrame = nullptr;
+    std::set<const PF_ParamDef*> mFailedCheckouts;
+    World mSpare{0, 0};
+    bool mIsSetUp = false;
+};
+
+} // namespace Tessaloom::BilateralBlur::Host

@@ -1,0 +1,74 @@
+#include "Host/Module.h"
+
+#include <dlfcn.h>
+#include <pugixml.hpp>
+
+#include <memory>
+
+namespace Tessaloom::BilateralBlur::Host {
+
+namespace {
+
+constexpr const char* kEntryName = "EntryPointFunc";
+
+[[noreturn]] void refuse(const std::filesystem::path& path, const std::string& why) {
+    throw ModuleError(path.string() + ": " + why);
+}
+
+/// The value that follows a key: in a property list the two are neighbours.
+pugi::xml_node valueOf(const pugi::xml_node& dict, const char* key, const char* type,
+                       const std::filesystem::path& path) {
+    const pugi::xml_node value =
+        dict.find_child([&](const pugi::xml_node& node) {
+                return std::string(node.name()) == "key" && std::string(node.child_value()) == key;
+            })
+            .next_sibling();
+    if (std::string(value.name()) != type)
+        refuse(path, std::string("the property list has no ") + type + " \"" + key + "\"");
+    return value;
+}
+
+} // namespace
+
+Resource readResource(const std::filesystem::path& path) {
+    pugi::xml_document document;
+    const pugi::xml_parse_result parsed = document.load_file(path.c_str());
+    if (parsed.status == pugi::status_file_not_found)
+        refuse(path, "the module's property list is missing");
+    const pugi::xml_node dict = document.child("plist").child("dict");
+    if (!parsed || !dict)
+        refuse(path, "this isn't an XML property list");
+    const auto text = [&](const char* key) {
+        return std::string(valueOf(dict, key, "string", path).child_value());
+    };
+    const auto number = [&](const char* key) { return valueOf(dict, key, "integer", path).text().as_uint(); };
+    return {text("Name"),
+            text("MatchName"),
+            text("Category"),
+            text("EntryPoint"),
+            number("Version"),
+            static_cast<std::int32_t>(number("OutFlags")),
+            static_cast<std::int32_t>(number("OutFlags2"))};
+}
+
+Module::Module(const std::filesystem::path& path) : mPath(std::filesystem::absolute(path)) {
+    std::error_code ignored;
+    if (!std::filesystem::exists(mPath, ignored))
+        refuse(path, "there is no such module");
+    std::unique_ptr<void, int (*)(void*)> library(dlopen(mPath.c_str(), RTLD_LOCAL | RTLD_NOW), dlclose);
+    if (!library)
+        refuse(path, std::string("this isn't a module that can be loaded (") + dlerror() + ")");
+    mEntry = reinterpret_cast<PF_EntryPointFunc>(dlsym(library.get(), kEntryName));
+    if (!mEntry)
+        refuse(path, std::string("this module lacks the entry \"") + kEntryName + "\"");
+    mResource = readResource(std::filesystem::path(mPath).replace_extension(".plist"));
+    if (mResource.entry != kEntryName)
+        refuse(path, "the property list names another entry, \"" + mResource.entry + "\"");
+    mLibrary = library.release();
+}
+
+Module::~Module() {
+    dlclose(mLibrary);
+}
+
+} // namespace Tessaloom::BilateralBlur::Host

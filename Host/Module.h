@@ -1,0 +1,53 @@
+#pragma once
+
+#include "Platform/EffectHost.h"
+
+#include <cstdint>
+#include <filesystem>
+#include <stdexcept>
+#include <string>
+
+namespace Tessaloom::BilateralBlur::Host {
+
+/// A module that the host can't load or refuses; what() is one line that names the file.
+class ModuleError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/// What the property list beside a module says of it.
+struct Resource {
+    std::string name;
+    std::string matchName;
+    std::string category;
+    std::string entry;
+    std::uint32_t version = 0; ///< see `PF_VERSION`
+    std::int32_t outFlags = 0, outFlags2 = 0;
+};
+
+/// Reads an XML property list; throws ModuleError where it can't be read or lacks an entry.
+Resource readResource(const std::filesystem::path& path);
+
+/// A loaded module, which stays loaded as long as this object lives.
+class Module {
+public:
+    /// Loads the shared object at `path` and the property list beside it, which has the same name with the
+    /// ending ".plist". Throws ModuleError where one of them is missing or isn't what it should be, or the
+    /// module has no function "EntryPointFunc".
+    explicit Module(const std::filesystem::path& path);
+    ~Module();
+    Module(const Module&) = delete;
+    Module& operator=(const Module&) = delete;
+
+    const std::filesystem::path& path() const { return mPath; }
+    const Resource& resource() const { return mResource; }
+    PF_EntryPointFunc entry() const { return mEntry; }
+
+private:
+    std::filesystem::path mPath;
+    void* mLibrary = nullptr;
+    PF_EntryPointFunc mEntry = nullptr;
+    Resource mResource;
+};
+
+} // namespace Tessaloom::BilateralBlur::Host

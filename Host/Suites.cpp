@@ -1,0 +1,166 @@
+#include "Host/Script.h"
+#include "Host/Services.h"
+#include "Host/World.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+#include <map>
+#include <thread>
+#include <utility>
+#include <vector>
+
+namespace Tessaloom::BilateralBlur::Host {
+
+namespace {
+
+// "PF Handle Suite"
+
+void* newHandle(std::uint64_t size) {
+    Services* services = Services::current();
+    return services && !services->faults.noHandles ? services->handles().make(size) : nullptr;
+}
+
+void* lockHandle(void* handle) {
+    Services* services = Services::current();
+    return services ? services->handles().lock(handle) : nullptr;
+}
+
+void unlockHandle(void* handle) {
+    if (Services* services = Services::current())
+        services->handles().unlock(handle);
+}
+
+void disposeHandle(void* handle) {
+    if (Services* services = Services::current())
+        services->handles().dispose(handle);
+}
+
+// "PF iterateFloat Suite"
+
+PF_LRect commonArea(const World& source, const World& destination, const PF_LRect* area) {
+    PF_LRect common{0, 0, std::min(source.width, destination.width),
+                    std::min(source.height, destination.height)};
+    if (area)
+        common = {std::max(common.left, area->left), std::max(common.top, area->top),
+                  std::min(common.right, area->right), std::min(common.bottom, area->bottom)};
+    return common;
+}
+
+PF_Err iterateRow(World& source, World& destination, const PF_LRect& area, int y, void* refcon,
+                  PF_IteratePixelFloatFunc function) {
+    auto* in = source.row<PF_PixelFloat>(y);
+    auto* out = destination.row<PF_PixelFloat>(y);
+    for (int x = area.left; x < area.right; ++x)
+        if (const PF_Err code = function(refcon, x, y, in + x, out + x))
+            return code;
+    return PF_Err_NONE;
+}
+
+/// Spreads the rows over threads. The first function call to fail ends the walk; its code is the result.
+PF_Err iterateOnThreads(Services& services, World& source, World& destination, const PF_LRect& area,
+                        void* refcon, PF_IteratePixelFloatFunc function) {
+    // Never fewer than two threads, each with its own rows: an effect that shares state between pixels shows
+    // on one core and in small worlds too.
+    const int count = static_cast<int>(std::max(2u, std::thread::hardware_concurrency()));
+    std::atomic<PF_Err> result{PF_Err_NONE};
+    const auto work = [&](int first) {
+        const Services::Visit visit(services);
+        for (int y = first; y < area.bottom && result == PF_Err_NONE; y += count) {
+            PF_Err none = PF_Err_NONE;
+            if (const PF_Err code = iterateRow(source, destination, area, y, refcon, function))
+                result.compare_exchange_strong(none, code);
+        }
+    };
+    std::vector<std::jthread> threads;
+    for (int i = 0; i < count; ++i)
+        threads.emplace_back(work, area.top + i);
+    threads.clear();
+    return result;
+}
+
+PF_Err iterateFloat(PF_InData*, std::int32_t, std::int32_t, PF_LayerDef* source, const PF_LRect* area,
+                    void* refcon, PF_IteratePixelFloatFunc function, PF_LayerDef* destination) {
+    Services* services = Services::current();
+    World* out = World::of(destination);
+    World* in = source ? World::of(source) : out;
+    if (!services || !function || !in || !out || in->format() != PF_PixelFormat_ARGB128 ||
+        out->format() != PF_PixelFormat_ARGB128)
+        return PF_Err_BAD_CALLBACK_PARAM;
+    if (const PF_Err code = services->faults.codeOf(Callback::Iterate))
+        return code;
+    return iterateOnThreads(*services, *in, *out, commonArea(*in, *out, area), refcon, function);
+}
+
+// "AEGP Utility Suite" and "AEGP Memory Suite"
+
+/// A new memory handle on a copy of the text; null when memory is exhausted.
+AEGP_MemHandle textHandle(HandleStore& store, const std::string& text) {
+    void* handle = store.make(text.size() + 1);
+    if (!handle)
+        return nullptr;
+    std::memcpy(store.lock(handle), text.c_str(), text.size() + 1);
+    store.unlock(handle);
+    return handle;
+}
+
+PF_Err executeScript(std::int32_t, const char* script, std::uint8_t, AEGP_MemHandle* result,
+                     AEGP_MemHandle* error) {
+    Services* services = Services::current();
+    if (!services || !script || !result || !error)
+        return PF_Err_BAD_CALLBACK_PARAM;
+    if (const PF_Err code = services->faults.codeOf(Callback::ExecuteScript))
+        return code;
+    const ScriptOutcome outcome = runScript(script);
+    *result = textHandle(services->memHandles(), outcome.result);
+    *error = textHandle(services->memHandles(), outcome.error);
+    return *result && *error ? PF_Err_NONE : PF_Err_OUT_OF_MEMORY;
+}
+
+PF_Err lockMemHandle(AEGP_MemHandle handle, void** address) {
+    Services* services = Services::current();
+    if (!services || !address)
+        return PF_Err_BAD_CALLBACK_PARAM;
+    if (const PF_Err code = services->faults.codeOf(Callback::LockMemHandle))
+        return code;
+    *address = services->memHandles().lock(handle);
+    return *address ? PF_Err_NONE : PF_Err_BAD_CALLBACK_PARAM;
+}
+
+PF_Err freeMemHandle(AEGP_MemHandle handle) {
+    Services* services = Services::current();
+    if (!services)
+        return PF_Err_BAD_CALLBACK_PARAM;
+    if (const PF_Err code = services->faults.codeOf(Callback::FreeMemHandle))
+        return code;
+    return services->memHandles().dispose(handle, true) ? PF_Err_NONE : PF_Err_BAD_CALLBACK_PARAM;
+}
+
+} // namespace
+
+const void* findSuite(const std::string& name, std::int32_t version) {
+    static const PF_ANSICallbacksSuite1 kAnsi{Services::utils()->ansi.sprintf};
+    static const PF_HandleSuite1 kHandles{newHandle, lockHandle, unlockHandle, disposeHandle};
+    static const PF_iterateFloatSuite1 kIterate{iterateFloat};
+    static const AEGP_UtilitySuite5 kUtility{executeScript};
+    static const AEGP_MemorySuite1 kMemory{lockMemHandle, freeMemHandle};
+    static const char kNoFunctions = 0;
+    static const std::map<std::pair<std::string, std::int32_t>, const void*> kSuites{
+        {{"PF ANSI Suite", 1}, &kAnsi},
+        {{"PF Handle Suite", 2}, &kHandles},
+        {{"PF iterateFloat Suite", 1}, &kIterate},
+        {{"AEGP Utility Suite", 11}, &kUtility},
+        {{"AEGP Memory Suite", 1}, &kMemory},
+        {{"AEGP PF Interface Suite", 1}, &kNoFunctions},
+        {{"AEGP Layer Suite", 11}, &kNoFunctions},
+        {{"AEGP Item Suite", 10}, &kNoFunctions},
+        {{"DRAWBOT Draw Suite", 1}, &kNoFunctions},
+        {{"DRAWBOT Supplier Suite", 1}, &kNoFunctions},
+        {{"DRAWBOT Surface Suite", 2}, &kNoFunctions},
+        {{"DRAWBOT Path Suite", 1}, &kNoFunctions},
+    };
+    const auto found = kSuites.find({name, version});
+    return found == kSuites.end() ? nullptr : found->second;
+}
+
+} // namespace Tessaloom::BilateralBlur::Host

@@ -1,0 +1,67 @@
+#pragma once
+
+#include "Platform/EffectHost.h"
+
+#include <cstddef>
+#include <memory>
+
+namespace Tessaloom::BilateralBlur::Host {
+
+/// A world that owns its pixels. Rows start on 64-byte boundaries and always have spare bytes behind them,
+/// so an effect that takes rows to be packed is found out at any width.
+///
+/// A host must find the pixels from the bare record. It keeps the addresses of all living worlds for that,
+/// and so a world stays where it was made; `swap` exchanges what two worlds hold.
+class World : public PF_LayerDef {
+public:
+    static constexpr std::size_t kAlignment = 64;
+
+    /// All pixels start as 0. `format` is one of the three tags `PF_PixelFormat_...`. Throws
+    /// std::length_error where a size is negative or a row has more bytes than `rowbytes` can tell,
+    /// std::invalid_argument for another format, std::bad_alloc where memory is exhausted.
+    World(int width, int height, std::int32_t format = PF_PixelFormat_ARGB32);
+    ~World();
+    World(const World&) = delete;
+    World& operator=(const World&) = delete;
+
+    std::int32_t format() const { return mFormat; }
+
+    /// Address of a row's first pixel; never null.
+    template<class Pixel = PF_Pixel8>
+    Pixel* row(int y) {
+        return reinterpret_cast<Pixel*>(mPixels.get() + static_cast<std::ptrdiff_t>(y) * rowbytes);
+    }
+    template<class Pixel = PF_Pixel8>
+    const Pixel* row(int y) const {
+        return reinterpret_cast<const Pixel*>(mPixels.get() + static_cast<std::ptrdiff_t>(y) * rowbytes);
+    }
+
+    bool sameShape(const World& other) const;
+
+    /// Sets all pixels to 0.
+    void clear();
+
+    /// Exchanges size, format and pixels.
+    void swap(World& other);
+
+    /// True while nobody has written to the spare bytes behind the rows.
+    bool spareBytesIntact() const;
+
+    /// The living world whose record this is; null for any other record, a copy of a world's among them.
+    static World* of(const PF_LayerDef* record);
+
+private:
+    struct Free {
+        void operator()(std::byte* pixels) const;
+    };
+
+    std::size_t rowLength() const; ///< bytes of a row without the spare ones
+
+    std::int32_t mFormat;
+    std::unique_ptr<std::byte[], Free> mPixels;
+};
+
+/// Bytes of a pixel of a format; 0 for a tag that isn't one of the three.
+int bytesPerPixel(std::int32_t format);
+
+} // namespace Tessaloom::BilateralBlur::Host
