@@ -84,8 +84,11 @@ void AEOpenGLContext::flushCompleteFrameBuffer() {
         gl::glFlush();
 }
 
+// glbinding tells contexts apart by a handle that all contexts of EGL share, and passes over a handle that it
+// knows, so on a thread that is new to it the context has to be chosen as well.
 void AEOpenGLContext::InitializeOpenGLBindings() {
     glbinding::Binding::initialize(false);
+    glbinding::Binding::useCurrentContext();
     std::cout << std::endl;
     std::cout << "OpenGL Version:  " << glbinding::ContextInfo::version().toString() << std::endl;
     std::cout << "OpenGL Vendor:   " << glbinding::ContextInfo::vendor() << std::endl;
