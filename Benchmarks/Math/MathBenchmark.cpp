@@ -1,6 +1,7 @@
 // The hot operations of the toolkit beside the same work in GLM, over arrays too long for the compiler to see
 // through. The aim is at most twice GLM's time.
 
+#include "Plugins/Shared/Math/Affine.h"
 #include "Plugins/Shared/Math/Mat4.h"
 #include "Plugins/Shared/Math/Quaternion.h"
 
@@ -114,6 +115,28 @@ void glmSlerp(benchmark::State& state) {
     overArray(state, [&](int i) { out[i] = glm::slerp(a[i], b[i], 0.3); });
 }
 BENCHMARK(glmSlerp);
+
+Vec2 randomPoint() {
+    return {randomNumber(), randomNumber()};
+}
+
+glm::dvec2 randomGlmPoint() {
+    return {randomNumber(), randomNumber()};
+}
+
+void affineTransform(benchmark::State& state) {
+    const Affine matrix(0.8, 0.6, -0.6, 0.8, 3, 4);
+    auto points = filled(randomPoint);
+    overArray(state, [&](int i) { matrix.transform(points[i]); });
+}
+BENCHMARK(affineTransform);
+
+void glmTransform(benchmark::State& state) {
+    const glm::dmat3x2 matrix(0.8, 0.6, -0.6, 0.8, 3, 4);
+    auto points = filled(randomGlmPoint);
+    overArray(state, [&](int i) { points[i] = matrix * glm::dvec3(points[i], 1); });
+}
+BENCHMARK(glmTransform);
 
 } // namespace
 } // namespace Tessaloom::BilateralBlur
