@@ -12,6 +12,7 @@
 #include <cmath>
 #include <cstdint>
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -86,12 +87,12 @@ Picture speckles(int width, int height, bool opaque) {
     });
 }
 
-/// Opaque on the left, noisy alpha on the right.
-Picture halfOpaque(int width, int height) {
+/// Alpha is `alpha` on the left and noise on the right.
+Picture halfConstant(int width, int height, std::uint8_t alpha) {
     Picture picture = Pictures::softNoise(width, height, 11);
     for (int y = 0; y < height; ++y)
         for (int x = 0; x < width * 2 / 3; ++x)
-            picture.pixel(x, y)[0] = 255;
+            picture.pixel(x, y)[0] = alpha;
     return picture;
 }
 
@@ -132,7 +133,8 @@ TEST_P(Kernel, SizesBelowTheReachAndAcrossBlocks) {
                                          {16, 3}, {17, 1}, {31, 4}, {257, 3}, {300, 35}, {5, 66}};
     for (const auto& [width, height] : sizes) {
         for (const Picture& picture :
-             {Pictures::softNoise(width, height, 7, 25), halfOpaque(width, height)}) {
+             {Pictures::softNoise(width, height, 7, 25), halfConstant(width, height, 255),
+              halfConstant(width, height, 77), halfConstant(width, height, 0)}) {
             for (const int blurSize : width* height < 1000 ? std::vector{5, 60} : std::vector{11}) {
                 const auto expected = Oracle::pass(picture.normalised(), width, height, blurSize);
                 const std::string what = std::to_string(width) + " by " + std::to_string(height);

@@ -16,6 +16,7 @@
 #include <array>
 #include <cmath>
 #include <cstring>
+#include <new>
 #include <type_traits>
 
 // A row's state lies in arrays and structures, which vectors of unknown size can't be part of.
@@ -136,6 +137,29 @@ HWY_INLINE VI addPairProducts(VI sum, VI a, VI b) {
 #endif
 }
 
+/// The nearest integers of values that fit. The library's own function guards against others, at four
+/// operations.
+HWY_INLINE VI nearestInt(VF value) {
+#if HWY_TARGET == HWY_AVX3 || HWY_TARGET == HWY_AVX3_DL
+    return VI{_mm512_cvtps_epi32(value.raw)};
+#elif HWY_TARGET == HWY_AVX2
+    return VI{_mm256_cvtps_epi32(value.raw)};
+#elif HWY_TARGET == HWY_SSE4 || HWY_TARGET == HWY_SSSE3
+    return VI{_mm_cvtps_epi32(value.raw)};
+#else
+    return hn::NearestInt(value);
+#endif
+}
+
+/// Keeps a loaded vector in its register: compilers would load it anew for each use, and unaligned loads are
+/// dear.
+template<class V>
+HWY_INLINE void keepInRegister([[maybe_unused]] V& vector) {
+#if HWY_TARGET == HWY_AVX3 || HWY_TARGET == HWY_AVX3_DL
+    asm("" : "+v"(vector.raw));
+#endif
+}
+
 HWY_INLINE VI pairOf(VI low, VI high) {
     return hn::Or(hn::And(low, hn::Set(di, 0xFFFF)), hn::ShiftLeft<16>(high));
 }
@@ -159,6 +183,12 @@ public:
     struct Neighbour {
         VI init, ar, gq;
         VF value[kChannels];
+        HWY_INLINE void keep() {
+            keepInRegister(ar);
+            keepInRegister(gq);
+            for (VF& v : value)
+                keepInRegister(v);
+        }
     };
     struct Centre {
         VI ar, g1;
@@ -204,6 +234,12 @@ public:
     struct Neighbour {
         VI init, rg;
         VF value[kChannels];
+        HWY_INLINE void keep() {
+            keepInRegister(init);
+            keepInRegister(rg);
+            for (VF& v : value)
+                keepInRegister(v);
+        }
     };
     struct Centre {
         VI rg;
@@ -238,13 +274,18 @@ private:
     std::int32_t mInit[kMaxTaps];
 };
 
-/// Float pixels of any range: the squared distance from differences, held above the exponent's lower end.
+/// Float pixels of any range: the squared distance from differences. Weights below 2^-100 count as that, so
+/// that neither they nor their products fall below a float's normal range, where arithmetic is slow.
 class FloatChannels {
 public:
     static constexpr int kChannels = 3;
     struct Neighbour {
         VF init;
         VF value[kChannels];
+        HWY_INLINE void keep() {
+            for (VF& v : value)
+                keepInRegister(v);
+        }
     };
     struct Centre {
         VF value[kChannels];
@@ -273,7 +314,7 @@ public:
         const VF squared = hn::MulAdd(a, a, hn::MulAdd(r, r, hn::Mul(g, g)));
         const VF octaves =
             hn::MulAdd(squared, hn::Set(df, static_cast<float>(-50.0 * kLog2E * kOctave)), q.init);
-        return hn::NearestInt(hn::Max(octaves, hn::Set(df, static_cast<float>(-125.0 * kOctave))));
+        return nearestInt(hn::Max(octaves, hn::Set(df, static_cast<float>(-100.0 * kOctave))));
     }
 
 private:
@@ -319,7 +360,8 @@ HWY_INLINE void addRow(const Taps& taps, const Weights& rowWeight, int reach, in
     const std::size_t at = std::size_t{kPlaneStride} * row + column;
     (tiles.beginRow(), ...);
     for (int tap = 0; tap <= 2 * reach; ++tap) {
-        const typename Taps::Neighbour q = taps.neighbour(at + tap, tap);
+        typename Taps::Neighbour q = taps.neighbour(at + tap, tap);
+        q.keep();
         (tiles.add(taps, q), ...);
     }
     (tiles.endRow(rowWeight[std::abs(row - tiles.row)]), ...);
@@ -411,7 +453,7 @@ void storePixels(const Frame<std::uint8_t>& frame, int x, int y, int count, VF a
     const VF alpha = hn::Mul(a, multiplier);
     const VF scale = hn::Mul(hn::Mul(alpha, multiplier), hn::Set(df, 1.0f / 255.0f));
     const auto round = [](VF value) {
-        return hn::NearestInt(hn::Min(hn::Max(value, hn::Zero(df)), hn::Set(df, 255.0f)));
+        return nearestInt(hn::Min(hn::Max(value, hn::Zero(df)), hn::Set(df, 255.0f)));
     };
     VI packed = round(hn::Mul(r, scale));
     packed = hn::Or(packed, hn::ShiftLeft<8>(round(hn::Mul(g, scale))));
@@ -486,6 +528,12 @@ void filterBlock(const Frame<Channel>& frame, const Block& block, const Scratch&
 void blurBytes(const Frame<std::uint8_t>& frame, const Block& block, Scratch& scratch) {
     if (!fillPlanes(frame, block, scratch))
         return filterBlock<ThreeByteChannels>(frame, block, scratch);
+    // Premultiplied, a transparent block is zero whatever its colours.
+    if (scratch.channels[0][0] == -128.0f) {
+        for (int y = block.y; y < block.y + block.height; ++y)
+            std::memset(frame.targetRow(y) + 4 * block.x, 0, 4 * block.width);
+        return;
+    }
     dropAlpha(frame, block, scratch);
     filterBlock<TwoByteChannels>(frame, block, scratch);
 }

@@ -1,0 +1,199 @@
+// Times the kernel of the pass. Items are taps of the square neighbourhood: items_per_second is taps a
+// second. A name tells the entry or instruction set, the picture, its size, the blur size and the threads.
+#include "Benchmarks/Kernel/FmaRate.h"
+#include "Plugins/BilateralBlur/Sources/BilateralBlurKernel.h"
+#include "Tests/BilateralBlur/Pictures.h"
+
+#include <benchmark/benchmark.h>
+
+#define HWY_WANT_AVX3_DL
+#include <hwy/targets.h>
+
+#ifdef BILATERAL_BLUR_OPENCV
+#include <opencv2/imgproc.hpp>
+#endif
+
+#include <algorithm>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace Tessaloom::BilateralBlur {
+namespace {
+
+using Pictures::Picture;
+
+struct Size {
+    int width, height;
+};
+
+constexpr Size kSmall{640, 360}, kHd{1920, 1080}, kUhd{3840, 2160};
+
+struct Content {
+    const char* name;
+    bool opaque;
+    std::function<Picture(int, int)> make;
+};
+
+const Content kNoise{"noise", false, [](int width, int height) { return Pictures::noise(width, height, 1); }};
+const Content kOpaqueNoise{"opaque_noise", true,
+                           [](int width, int height) { return Pictures::noise(width, height, 1, true); }};
+const Content kPhotograph{"photograph", true,
+                          [](int width, int height) { return Pictures::photograph(width, height, 1); }};
+
+/// Taps along each axis.
+int tapsAcross(int blurSize) {
+    return 2 * ((blurSize - 1) / 2) + 1;
+}
+
+void countTaps(benchmark::State& state, Size size, int blurSize) {
+    const double items =
+        static_cast<double>(tapsAcross(blurSize)) * tapsAcross(blurSize) * size.width * size.height;
+    state.SetItemsProcessed(static_cast<std::int64_t>(items * static_cast<double>(state.iterations())));
+}
+
+std::string label(Size size, int blurSize) {
+    return std::to_string(size.width) + "x" + std::to_string(size.height) +
+           "/scale:" + std::to_string(blurSize);
+}
+
+benchmark::internal::Benchmark* add(const std::string& name,
+                                    const std::function<void(benchmark::State&)>& run) {
+    return benchmark::RegisterBenchmark(name.c_str(), run)->Unit(benchmark::kMillisecond)->UseRealTime();
+}
+
+/// The share of the core's rate of vector multiply-adds that the kernel's vector instructions reach, all of
+/// them counted alike. With AVX3_DL the inner loop has 11 for a vector of taps, 9.5 where alpha is constant.
+void countInstructions(benchmark::State& state, const Content& content, Size size, int blurSize,
+                       unsigned threads) {
+    if ((hwy::SupportedTargets() & HWY_AVX3_DL) == 0)
+        return;
+    static const FmaRate kRate = measureFmaRate();
+    const double instructions = content.opaque ? 9.5 : 11.0;
+    const double taps =
+        static_cast<double>(tapsAcross(blurSize)) * tapsAcross(blurSize) * size.width * size.height;
+    state.counters["of_fma_rate"] =
+        benchmark::Counter(taps * static_cast<double>(state.iterations()) * instructions / kRate.lanes /
+                               (threads * kRate.perSecond),
+                           benchmark::Counter::kIsRate);
+}
+
+/// The 8-bit entry, on the machine's best instruction set unless `target` names another.
+void addBytes(const std::string& prefix, const Content& content, Size size, int blurSize, unsigned threads,
+              std::int64_t target = 0) {
+    const std::string name =
+        prefix + "/" + content.name + "/" + label(size, blurSize) + "/threads:" + std::to_string(threads);
+    add(name, [=](benchmark::State& state) {
+        hwy::SetSupportedTargetsForTest(target);
+        hwy::GetChosenTarget().Update(hwy::SupportedTargets());
+        RowBandPool pool(threads);
+        const Picture picture = content.make(size.width, size.height);
+        Picture result(size.width, size.height);
+        for (auto _ : state)
+            bilateralBlur(PixelView<const std::uint8_t>{picture.bytes.data(), picture.rowbytes},
+                          PixelView<std::uint8_t>{result.bytes.data(), result.rowbytes}, size.width,
+                          size.height, blurSize, 1.0f, pool);
+        countTaps(state, size, blurSize);
+        countInstructions(state, content, size, blurSize, threads);
+        hwy::SetSupportedTargetsForTest(0);
+        hwy::GetChosenTarget().Update(hwy::SupportedTargets());
+    });
+}
+
+void addFloats(Size size, int blurSize, unsigned threads) {
+    add("floats/noise/" + label(size, blurSize) + "/threads:" + std::to_string(threads),
+        [=](benchmark::State& state) {
+            RowBandPool pool(threads);
+            const std::vector<float> picture =
+                Pictures::noise(size.width, size.height, 1).normalised<float>();
+            std::vector<float> result(picture.size());
+            const std::ptrdiff_t stride = std::ptrdiff_t{16} * size.width;
+            for (auto _ : state)
+                bilateralBlur(PixelView<const float>{picture.data(), stride},
+                              PixelView<float>{result.data(), stride}, size.width, size.height, blurSize,
+                              1.0f, pool);
+            countTaps(state, size, blurSize);
+        });
+}
+
+/// The same reach and sigmas on three 8-bit channels; its neighbourhood is the circle within our square, and
+/// its range distance is the sum of the channels' differences.
+void addOpenCv([[maybe_unused]] const Content& content, [[maybe_unused]] Size size,
+               [[maybe_unused]] int blurSize) {
+#ifdef BILATERAL_BLUR_OPENCV
+    add(std::string("opencv_bilateralFilter/") + content.name + "/" + label(size, blurSize),
+        [=](benchmark::State& state) {
+            const Picture picture = content.make(size.width, size.height);
+            cv::Mat source(size.height, size.width, CV_8UC3), result;
+            for (int y = 0; y < size.height; ++y)
+                for (int x = 0; x < size.width; ++x)
+                    source.at<cv::Vec3b>(y, x) = {picture.pixel(x, y)[1], picture.pixel(x, y)[2],
+                                                  picture.pixel(x, y)[3]};
+            for (auto _ : state)
+                cv::bilateralFilter(source, result, tapsAcross(blurSize), 25.5, 10.0, cv::BORDER_REPLICATE);
+            countTaps(state, size, blurSize);
+        });
+#endif
+}
+
+/// The clock that one core holds under a chain of dependent additions, in GHz.
+double measureClock() {
+    double best = 0.0;
+    for (int repeat = 0; repeat < 20; ++repeat) {
+        constexpr int kSteps = 2'000'000;
+        std::uint64_t value = 1;
+        const auto start = std::chrono::steady_clock::now();
+        for (int i = 0; i < kSteps; ++i) {
+            // Each takes one cycle; the empty statements keep the compiler from merging them.
+            value += 3;
+            asm volatile("" : "+r"(value));
+            value ^= 5;
+            asm volatile("" : "+r"(value));
+        }
+        const std::chrono::duration<double, std::nano> time = std::chrono::steady_clock::now() - start;
+        best = std::max(best, 2.0 * kSteps / time.count());
+    }
+    return best;
+}
+
+void addAll() {
+    const unsigned cores = std::max(1u, std::thread::hardware_concurrency());
+    for (const Size size : {kSmall, kHd, kUhd})
+        for (const int blurSize : {10, 20, 29, 30, 60})
+            addBytes("bytes", kNoise, size, blurSize, cores);
+    for (const Content& content : {kOpaqueNoise, kPhotograph})
+        for (const int blurSize : {29, 60})
+            addBytes("bytes", content, kHd, blurSize, cores);
+    for (const int blurSize : {0, 2, 3})
+        addBytes("bytes", kNoise, kHd, blurSize, cores);
+    for (const int blurSize : {29, 60})
+        addFloats(kHd, blurSize, cores);
+    for (const int blurSize : {29, 60})
+        for (const unsigned threads : {1u, 2u})
+            addBytes("bytes", kNoise, kHd, blurSize, threads);
+    for (const std::int64_t target : hwy::SupportedAndGeneratedTargets())
+        addBytes(hwy::TargetName(target), kNoise, kSmall, 29, cores, target);
+    for (const Content& content : {kNoise, kPhotograph})
+        for (const int blurSize : {29, 60})
+            addOpenCv(content, kHd, blurSize);
+}
+
+} // namespace
+} // namespace Tessaloom::BilateralBlur
+
+int main(int argc, char** argv) {
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv))
+        return 1;
+    benchmark::AddCustomContext("core_clock_ghz", std::to_string(Tessaloom::BilateralBlur::measureClock()));
+#ifndef BILATERAL_BLUR_OPENCV
+    benchmark::AddCustomContext("left_out", "opencv_bilateralFilter (built without OpenCV)");
+#endif
+    Tessaloom::BilateralBlur::addAll();
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+}
