@@ -4,6 +4,7 @@
 #include <pugixml.hpp>
 
 #include <memory>
+#include <utility>
 
 namespace Tessaloom::BilateralBlur::Host {
 
@@ -67,8 +68,12 @@ Module::Module(const std::filesystem::path& path) : mPath(std::filesystem::absol
     mLibrary = library.release();
 }
 
+Module::Module(PF_EntryPointFunc entry, Resource resource)
+    : mPath(resource.name), mEntry(entry), mResource(std::move(resource)) {}
+
 Module::~Module() {
-    dlclose(mLibrary);
+    if (mLibrary)
+        dlclose(mLibrary);
 }
 
 } // namespace Tessaloom::BilateralBlur::Host

@@ -35,6 +35,10 @@ public:
     /// ending ".plist". Throws ModuleError where one of them is missing or isn't what it should be, or the
     /// module has no function "EntryPointFunc".
     explicit Module(const std::filesystem::path& path);
+
+    /// An effect that is linked into the program. `resource` is what a property list would say of it; its
+    /// name stands for the path.
+    Module(PF_EntryPointFunc entry, Resource resource);
     ~Module();
     Module(const Module&) = delete;
     Module& operator=(const Module&) = delete;
