@@ -142,8 +142,10 @@ std::string Renderer::failureOf(const Frame& frame) {
     if (!mThread.joinable())
         start();
     std::unique_lock lock(mMutex);
-    if (mClosed)
+    if (mClosed) {
+        mHasComplained = true; // no news for anybody
         return "the process exits";
+    }
     mFrame = &frame;
     mChanged.notify_all();
     mChanged.wait(lock, [this] { return !mFrame; });

@@ -1,0 +1,66 @@
+#pragma once
+
+#include "Host/Effect.h"
+#include "Host/Pixels.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <random>
+#include <vector>
+
+namespace Tessaloom::BilateralBlur::Frei0r::Test {
+
+/// Pixels of four bytes, red, green, blue, straight alpha, rows without gaps; frames follow each other.
+using Bytes = std::vector<std::uint8_t>;
+
+struct Size {
+    int width, height;
+    std::size_t bytes() const { return std::size_t{4} * width * height; }
+};
+
+/// Soft noise around a shade of each frame's own, so that the blur has work everywhere, with edges and some
+/// transparency.
+inline Bytes makeFrames(Size size, int count, unsigned seed = 1) {
+    std::mt19937 random(seed);
+    Bytes frames;
+    frames.reserve(size.bytes() * count);
+    for (int frame = 0; frame < count; ++frame)
+        for (int i = 0; i < size.width * size.height; ++i) {
+            const int shade = 60 + 10 * (frame % 8) + ((i % size.width) / 9 % 2) * 70;
+            for (int channel = 0; channel < 3; ++channel)
+                frames.push_back(static_cast<std::uint8_t>(shade + 15 * channel + random() % 24));
+            frames.push_back(static_cast<std::uint8_t>(255 - i % 90));
+        }
+    return frames;
+}
+
+/// All frames through the effect's own module, driven by the host library.
+inline Bytes reference(const Bytes& frames, Size size, int blurScale) {
+    static const Host::Module kModule(EFFECT_MODULE);
+    static Host::Effect kEffect(kModule);
+    Host::World input(size.width, size.height), output(size.width, size.height);
+    Bytes result(frames.size());
+    const std::size_t row = std::size_t{4} * size.width;
+    for (std::size_t start = 0; start < frames.size(); start += size.bytes()) {
+        for (int y = 0; y < size.height; ++y)
+            Host::unpackRow(&frames[start + y * row], 4, size.width, input.row(y));
+        if (const Host::Result rendered = kEffect.render(input, output, blurScale); !rendered.ok())
+            throw std::runtime_error(rendered.text());
+        for (int y = 0; y < size.height; ++y)
+            Host::packRow(output.row(y), size.width, 4, &result[start + y * row]);
+    }
+    return result;
+}
+
+/// 256 where the lengths differ.
+inline int largestDifference(const Bytes& a, const Bytes& b) {
+    if (a.size() != b.size())
+        return 256;
+    int largest = 0;
+    for (std::size_t i = 0; i < a.size(); ++i)
+        largest = std::max(largest, std::abs(a[i] - b[i]));
+    return largest;
+}
+
+} // namespace Tessaloom::BilateralBlur::Frei0r::Test
