@@ -297,7 +297,7 @@ Result Effect::smartRender(Frame& frame, PF_LRect promised) {
     if (mSpare.width == size.width && mSpare.height == size.height)
         mSpare.clear();
     else
-        World(size.width, size.height).swap(mSpare);
+        mSpare = World(size.width, size.height);
     frame.output = &mSpare;
 
     PF_SmartRenderInput input{{promised, kAllChannels}, kBitDepth};
@@ -307,7 +307,7 @@ Result Effect::smartRender(Frame& frame, PF_LRect promised) {
     Result result = send(PF_Cmd_SMART_RENDER, &extra);
     if (!mSpare.spareBytesIntact()) {
         result.imbalances.push_back("the bytes behind the output's rows were written to");
-        World(0, 0).swap(mSpare);
+        mSpare = World(0, 0);
     }
     return result;
 }

@@ -10,7 +10,7 @@ namespace Tessaloom::BilateralBlur::Host {
 
 namespace {
 
-thread_local Services* tCurrent = nullptr;
+thread_local Services* mCurrent = nullptr;
 
 std::string suiteText(const char* name, std::int32_t version) {
     return std::string("suite \"") + name + "\" version " + std::to_string(version);
@@ -71,16 +71,16 @@ PF_Err pixelData16(PF_LayerDef* world, void*, PF_Pixel16** base) {
 
 Services::Services() : mHandles(mLedger, "handle"), mMemHandles(mLedger, "memory handle") {}
 
-Services::Visit::Visit(Services& services) : mBefore(tCurrent) {
-    tCurrent = &services;
+Services::Visit::Visit(Services& services) : mBefore(mCurrent) {
+    mCurrent = &services;
 }
 
 Services::Visit::~Visit() {
-    tCurrent = mBefore;
+    mCurrent = mBefore;
 }
 
 Services* Services::current() {
-    return tCurrent;
+    return mCurrent;
 }
 
 SPBasicSuite* Services::basicSuite() {

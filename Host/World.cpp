@@ -69,6 +69,17 @@ World::World(int width, int height, std::int32_t format) : PF_LayerDef{width, he
     livingWorlds().records.insert(this);
 }
 
+World::World(World&& other) : World(0, 0) {
+    swap(other);
+}
+
+World& World::operator=(World&& other) {
+    World empty(0, 0);
+    swap(other);
+    other.swap(empty);
+    return *this;
+}
+
 World::~World() {
     const std::lock_guard lock(livingWorlds().mutex);
     livingWorlds().records.erase(this);

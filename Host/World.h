@@ -11,7 +11,7 @@ namespace Tessaloom::BilateralBlur::Host {
 /// so an effect that takes rows to be packed is found out at any width.
 ///
 /// A host must find the pixels from the bare record. It keeps the addresses of all living worlds for that,
-/// and so a world stays where it was made; `swap` exchanges what two worlds hold.
+/// and so a world stays where it was made; `swap` and moves exchange what two worlds hold.
 class World : public PF_LayerDef {
 public:
     static constexpr std::size_t kAlignment = 64;
@@ -21,8 +21,10 @@ public:
     /// std::invalid_argument for another format, std::bad_alloc where memory is exhausted.
     World(int width, int height, std::int32_t format = PF_PixelFormat_ARGB32);
     ~World();
-    World(const World&) = delete;
-    World& operator=(const World&) = delete;
+
+    /// The other world is left empty, 0 by 0.
+    World(World&& other);
+    World& operator=(World&& other);
 
     std::int32_t format() const { return mFormat; }
 

@@ -83,7 +83,7 @@ TEST_F(EffectTest, TellsEachMisdeedAndLeavesTheCallersPictureAsItWas) {
         EXPECT_EQ(result.code, code) << words;
         EXPECT_THAT(result.text(), HasSubstr(words));
         EXPECT_EQ(output.row(7)[7].red, 77);
-        World(8, 8).swap(output);
+        output = World(8, 8);
         EXPECT_TRUE(invertsRightly(8, 8)) << "after " << words;
     }
 }

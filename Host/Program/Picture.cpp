@@ -1,0 +1,239 @@
+#include "Host/Program/Picture.h"
+
+#include "Host/Pixels.h"
+#include "Host/Program/Errors.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <memory>
+#include <string_view>
+#include <unistd.h>
+#include <utility>
+
+namespace Tessaloom::BilateralBlur::Program {
+
+namespace {
+
+using std::filesystem::path;
+using vips::VImage;
+
+constexpr const char* kReadableTypes = "JPEG, PNG, TIFF or WebP";
+
+struct FileType {
+    const char* name;
+    std::array<const char*, 2> endings;
+    bool hasAlpha, has16Bit;
+};
+
+constexpr FileType kFileTypes[] = {
+    {"JPEG", {".jpg", ".jpeg"}, false, false},
+    {"PNG", {".png", ".png"}, true, true},
+    {"TIFF", {".tif", ".tiff"}, true, true},
+    {"WebP", {".webp", ".webp"}, true, false},
+};
+
+/// Metadata that tells of the file as it was stored, or of its pixels before the effect.
+constexpr std::string_view kNotCarried[] = {
+    "bits-per-sample", "jpeg-thumbnail-data", "n-pages",     "n-subifds",
+    "page-height",     "palette-bit-depth",   "vips-loader", "vips-sequential",
+};
+
+/// What the library says of the last failure, in one line.
+std::string firstLine(const vips::VError& error) {
+    const std::string text = error.what();
+    return text.substr(0, text.find('\n'));
+}
+
+[[noreturn]] void fail(const path& file, const std::string& why) {
+    throw Failure(file.string() + ": " + why);
+}
+
+const FileType* typeOf(const path& file) {
+    std::string ending = file.extension().string();
+    std::transform(ending.begin(), ending.end(), ending.begin(),
+                   [](unsigned char c) { return std::tolower(c); });
+    for (const FileType& type : kFileTypes)
+        if (std::count(type.endings.begin(), type.endings.end(), ending))
+            return &type;
+    return nullptr;
+}
+
+// Reading
+
+void checkReadable(const path& file) {
+    std::error_code error;
+    const auto status = std::filesystem::status(file, error);
+    if (!std::filesystem::exists(status))
+        fail(file, error && error != std::errc::no_such_file_or_directory ? error.message() : "no such file");
+    if (std::filesystem::is_directory(status))
+        fail(file, std::string("this is a folder; a picture is needed (") + kReadableTypes + ")");
+    if (access(file.c_str(), R_OK) != 0)
+        fail(file, std::strerror(errno));
+}
+
+bool isAcceptedLoader(const char* loader) {
+    constexpr std::string_view kLoaders[] = {"VipsForeignLoadJpeg", "VipsForeignLoadPng",
+                                             "VipsForeignLoadTiff", "VipsForeignLoadWebp"};
+    return loader && std::any_of(std::begin(kLoaders), std::end(kLoaders), [&](std::string_view accepted) {
+               return std::string_view(loader).substr(0, accepted.size()) == accepted;
+           });
+}
+
+VImage open(const path& file) {
+    // A source, since a file name in the library's other way to load may end in load options.
+    const vips::VSource source = vips::VSource::new_from_file(file.c_str());
+    if (!isAcceptedLoader(vips_foreign_find_load_source(source.get_source())))
+        fail(file, std::string("this isn't a picture in ") + kReadableTypes);
+    return VImage::new_from_source(
+        source, "",
+        VImage::option()->set("access", VIPS_ACCESS_SEQUENTIAL)->set("fail_on", VIPS_FAIL_ON_TRUNCATED));
+}
+
+void checkAccepted(const VImage& image, const path& file) {
+    const char* kAccepted = "; grey and RGB pictures with 8 or 16 bits a channel are accepted";
+    const auto nick = [](GType type, int value) { return std::string(vips_enum_nick(type, value)); };
+    if (image.format() != VIPS_FORMAT_UCHAR && image.format() != VIPS_FORMAT_USHORT)
+        fail(file, "its samples are of type " + nick(VIPS_TYPE_BAND_FORMAT, image.format()) + kAccepted);
+    const VipsInterpretation colours = image.interpretation();
+    const bool grey = colours == VIPS_INTERPRETATION_B_W || colours == VIPS_INTERPRETATION_GREY16;
+    const bool rgb = colours == VIPS_INTERPRETATION_sRGB || colours == VIPS_INTERPRETATION_RGB16 ||
+                     colours == VIPS_INTERPRETATION_RGB;
+    if (!grey && !rgb)
+        fail(file, "its colours are " + nick(VIPS_TYPE_INTERPRETATION, colours) + kAccepted);
+    const int colourChannels = grey ? 1 : 3;
+    if (image.bands() != colourChannels && image.bands() != colourChannels + 1)
+        fail(file, "it has " + std::to_string(image.bands()) + " channels" + kAccepted);
+}
+
+/// Copies what lies beside the pixels, but for the fields of the library's own header.
+void copyMetadata(const VImage& from, const VImage& to) {
+    vips_image_map(
+        from.get_image(),
+        [](VipsImage*, const char* name, GValue* value, void* target) -> void* {
+            auto* image = static_cast<VipsImage*>(target);
+            if (vips_image_get_typeof(image, name) == 0 &&
+                std::count(std::begin(kNotCarried), std::end(kNotCarried), name) == 0)
+                vips_image_set(image, name, value);
+            return nullptr;
+        },
+        to.get_image());
+}
+
+VImage metadataOf(const VImage& image) {
+    const VImage metadata =
+        VImage::black(1, 1).copy(VImage::option()->set("xres", image.xres())->set("yres", image.yres()));
+    copyMetadata(image, metadata);
+    return metadata;
+}
+
+template<class Sample>
+void readPixels(const VImage& image, Host::World& world) {
+    constexpr int kStripHeight = 64;
+    const vips::VRegion region = image.region();
+    for (int top = 0; top < world.height; top += kStripHeight) {
+        const int height = std::min(kStripHeight, world.height - top);
+        region.prepare(0, top, world.width, height);
+        for (int y = top; y < top + height; ++y)
+            Host::unpackRow(reinterpret_cast<const Sample*>(region.addr(0, y)), image.bands(), world.width,
+                            world.row(y));
+    }
+}
+
+// Writing
+
+template<class Sample>
+std::vector<Sample> packed(const Picture& picture) {
+    const Host::World& world = picture.world;
+    const std::size_t rowLength = static_cast<std::size_t>(world.width) * picture.channels;
+    std::vector<Sample> samples(rowLength * world.height);
+    for (int y = 0; y < world.height; ++y)
+        Host::packRow(world.row(y), world.width, picture.channels, samples.data() + y * rowLength);
+    return samples;
+}
+
+vips::VOption* optionsFor(const FileType& type) {
+    vips::VOption* options = VImage::option();
+    const std::string_view name = type.name;
+    if (name == "JPEG")
+        options->set("Q", 95)->set("subsample_mode", VIPS_FOREIGN_SUBSAMPLE_OFF);
+    else if (name == "TIFF")
+        options->set("compression", VIPS_FOREIGN_TIFF_COMPRESSION_LZW)
+            ->set("predictor", VIPS_FOREIGN_TIFF_PREDICTOR_HORIZONTAL);
+    else if (name == "WebP")
+        options->set("lossless", true);
+    return options;
+}
+
+template<class Sample>
+std::vector<std::byte> encode(const Picture& picture, const FileType& type) {
+    std::vector<Sample> samples = packed<Sample>(picture);
+    constexpr bool kIs16Bit = sizeof(Sample) == 2;
+    const bool grey = picture.channels < 3;
+    const VImage pixels = VImage::new_from_memory(samples.data(), samples.size() * sizeof(Sample),
+                                                  picture.world.width, picture.world.height, picture.channels,
+                                                  kIs16Bit ? VIPS_FORMAT_USHORT : VIPS_FORMAT_UCHAR);
+    const VipsInterpretation colours =
+        grey ? (kIs16Bit ? VIPS_INTERPRETATION_GREY16 : VIPS_INTERPRETATION_B_W)
+             : (kIs16Bit ? VIPS_INTERPRETATION_RGB16 : VIPS_INTERPRETATION_sRGB);
+    const VImage image = pixels.copy(VImage::option()
+                                         ->set("interpretation", colours)
+                                         ->set("xres", picture.metadata.xres())
+                                         ->set("yres", picture.metadata.yres()));
+    copyMetadata(picture.metadata, image);
+
+    void* buffer = nullptr;
+    std::size_t size = 0;
+    image.write_to_buffer(type.endings[0], &buffer, &size, optionsFor(type));
+    const std::unique_ptr<void, decltype(&g_free)> owner(buffer, g_free);
+    const auto* bytes = static_cast<const std::byte*>(buffer);
+    return {bytes, bytes + size};
+}
+
+} // namespace
+
+const char* const kWritableTypes = ".jpg, .jpeg, .png, .tif, .tiff or .webp";
+
+Picture readPicture(const path& file) {
+    checkReadable(file);
+    try {
+        const VImage image = open(file);
+        checkAccepted(image, file);
+        Picture picture;
+        picture.world = Host::World(image.width(), image.height());
+        picture.channels = image.bands();
+        picture.is16Bit = image.format() == VIPS_FORMAT_USHORT;
+        picture.pages = vips_image_get_n_pages(image.get_image());
+        picture.metadata = metadataOf(image);
+        if (picture.is16Bit)
+            readPixels<std::uint16_t>(image, picture.world);
+        else
+            readPixels<std::uint8_t>(image, picture.world);
+        return picture;
+    } catch (const vips::VError& error) {
+        fail(file, "the picture can't be read: " + firstLine(error));
+    }
+}
+
+void checkWritableType(const path& file) {
+    if (!typeOf(file))
+        throw WrongUse(file.string() + ": the ending names no type of picture that can be written; use " +
+                       kWritableTypes);
+}
+
+std::vector<std::byte> encodePicture(const Picture& picture, const path& file) {
+    checkWritableType(file);
+    const FileType& type = *typeOf(file);
+    if (picture.channels % 2 == 0 && !type.hasAlpha)
+        fail(file,
+             std::string(type.name) + " can't hold the picture's alpha channel; use .png, .tif or .webp");
+    try {
+        return picture.is16Bit && type.has16Bit ? encode<std::uint16_t>(picture, type)
+                                                : encode<std::uint8_t>(picture, type);
+    } catch (const vips::VError& error) {
+        fail(file, "the picture can't be written: " + firstLine(error));
+    }
+}
+
+} // namespace Tessaloom::BilateralBlur::Program

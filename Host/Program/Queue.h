@@ -1,0 +1,53 @@
+#pragma once
+
+#include <condition_variable>
+#include <cstddef>
+#include <deque>
+#include <mutex>
+#include <optional>
+#include <utility>
+
+namespace Tessaloom::BilateralBlur::Program {
+
+/// A line of at most `capacity` values between two threads.
+template<class Value>
+class Queue {
+public:
+    explicit Queue(std::size_t capacity) : mCapacity(capacity) {}
+
+    /// Waits until there is room.
+    void push(Value value) {
+        std::unique_lock lock(mMutex);
+        mChanged.wait(lock, [this] { return mValues.size() < mCapacity; });
+        mValues.push_back(std::move(value));
+        mChanged.notify_all();
+    }
+
+    /// Waits for a value; nothing when the queue is closed and empty.
+    std::optional<Value> pop() {
+        std::unique_lock lock(mMutex);
+        mChanged.wait(lock, [this] { return !mValues.empty() || mIsClosed; });
+        if (mValues.empty())
+            return std::nullopt;
+        std::optional<Value> value(std::move(mValues.front()));
+        mValues.pop_front();
+        mChanged.notify_all();
+        return value;
+    }
+
+    /// No value follows.
+    void close() {
+        const std::lock_guard lock(mMutex);
+        mIsClosed = true;
+        mChanged.notify_all();
+    }
+
+private:
+    const std::size_t mCapacity;
+    std::mutex mMutex;
+    std::condition_variable mChanged;
+    std::deque<Value> mValues;
+    bool mIsClosed = false;
+};
+
+} // namespace Tessaloom::BilateralBlur::Program

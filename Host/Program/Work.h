@@ -1,0 +1,38 @@
+#pragma once
+
+#include "Host/Effect.h"
+#include "Host/Program/Options.h"
+#include "Host/Program/Report.h"
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace Tessaloom::BilateralBlur::Program {
+
+/// A picture to filter.
+struct Job {
+    std::filesystem::path input, output;
+    int frame; ///< 0 for a single picture
+};
+
+/// What the command line asks for.
+struct Work {
+    std::vector<Job> jobs;
+    std::vector<std::string> notes;    ///< worth knowing before the work starts
+    std::vector<std::string> failures; ///< frames that were asked for and can't be done
+};
+
+/// Finds the frames. A name that holds a number, but is the name of a file, is taken for that file.
+///
+/// A gap between the frames that exist is a note. A frame of --frames that doesn't exist is a failure.
+/// Throws WrongUse where input and output don't go together, Failure where there is nothing to do or the
+/// output's folder can't be written to.
+Work planWork(const Options& options);
+
+/// Reads, filters and writes all jobs; what fails is reported and the others go on. The three overlap, with
+/// one thread each and at most one picture waiting between two of them, so memory doesn't grow with the
+/// number of jobs. The effect is called on the calling thread alone.
+void doWork(const std::vector<Job>& jobs, Host::Effect& effect, int blurScale, Report& report);
+
+} // namespace Tessaloom::BilateralBlur::Program

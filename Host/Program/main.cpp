@@ -1,0 +1,108 @@
+#include "Host/Program/Errors.h"
+#include "Host/Program/Options.h"
+#include "Host/Program/OutputFile.h"
+#include "Host/Program/Report.h"
+#include "Host/Program/Work.h"
+
+#include <vips/vips8>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdio>
+#include <iostream>
+
+using namespace Tessaloom::BilateralBlur;
+using namespace Tessaloom::BilateralBlur::Program;
+
+namespace {
+
+constexpr int kExitFailure = 1, kExitWrongUse = 2;
+
+void startVips(const char* program) {
+    if (VIPS_INIT(program) != 0)
+        throw Failure("the picture library doesn't start: " + std::string(vips_error_buffer()));
+    // The cache would keep whole pictures of a sequence alive, and each of the program's own threads has its
+    // share of the work already.
+    vips_cache_set_max(0);
+    vips_concurrency_set(1);
+    // Its warnings come in many lines; what matters of them makes a picture fail, in our words.
+    g_log_set_handler(
+        "VIPS", G_LOG_LEVEL_WARNING, [](auto, auto, auto, auto) {}, nullptr);
+}
+
+std::string lines(std::string text) {
+    std::replace(text.begin(), text.end(), '\r', '\n');
+    return text;
+}
+
+/// What the module prints goes to standard output with the program's own; where that must hold one thing
+/// alone, or nothing, the module is silenced.
+class Silence {
+public:
+    explicit Silence(bool wanted) {
+        if (wanted)
+            std::cout.rdbuf(nullptr);
+    }
+    ~Silence() { std::cout.rdbuf(mBuffer); }
+
+private:
+    std::streambuf* mBuffer = std::cout.rdbuf();
+};
+
+// The thread that ends the process on a signal asks it for the last words, at any moment; never destroyed.
+std::atomic<Report*> mReport{nullptr};
+
+int blur(const Options& options, const Work& work, Host::Effect& effect) {
+    const int blurScale = parseBlurScale(options.blurScale, effect.slider());
+    Report& report = *new Report(options.quiet, static_cast<int>(work.jobs.size() + work.failures.size()));
+    mReport = &report;
+    for (const std::string& note : work.notes)
+        report.note(note);
+    for (const std::string& failure : work.failures)
+        report.frameFailed(failure);
+    doWork(work.jobs, effect, blurScale, report);
+    report.finish();
+    return report.failed() > 0 ? kExitFailure : 0;
+}
+
+int run(int argc, char** argv) {
+    const Options options = parseOptions(argc, argv);
+    if (options.version) {
+        std::puts("bilateral-blur " BILATERAL_BLUR_VERSION);
+        return 0;
+    }
+    const bool talksOnly = options.help || options.about;
+    const Work work = talksOnly ? Work{} : planWork(options);
+    const Host::Module module(options.module.empty() ? findModule() : options.module);
+    const Silence silence(options.quiet || talksOnly);
+    Host::Effect effect(module);
+    if (options.help)
+        std::fputs(helpText(module.resource().name, effect.slider()).c_str(), stdout);
+    else if (options.about)
+        std::puts(lines(effect.about()).c_str());
+    else
+        return blur(options, work, effect);
+    return 0;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    const auto tell = [](const std::exception& error) {
+        std::fprintf(stderr, "bilateral-blur: %s\n", error.what());
+    };
+    endCleanlyOnSignals([] {
+        if (Report* report = mReport)
+            report->interrupted();
+    });
+    try {
+        startVips(argv[0]);
+        return run(argc, argv);
+    } catch (const WrongUse& error) {
+        tell(error);
+        return kExitWrongUse;
+    } catch (const std::exception& error) {
+        tell(error);
+        return kExitFailure;
+    }
+}
