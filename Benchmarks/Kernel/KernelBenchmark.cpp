@@ -63,7 +63,10 @@ std::string label(Size size, int blurSize) {
 
 benchmark::internal::Benchmark* add(const std::string& name,
                                     const std::function<void(benchmark::State&)>& run) {
-    return benchmark::RegisterBenchmark(name.c_str(), run)->Unit(benchmark::kMillisecond)->UseRealTime();
+    return benchmark::RegisterBenchmark(name.c_str(), run)
+        ->Unit(benchmark::kMillisecond)
+        ->MeasureProcessCPUTime()
+        ->UseRealTime();
 }
 
 /// The share of the core's rate of vector multiply-adds that the kernel's vector instructions reach, all of
