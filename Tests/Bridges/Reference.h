@@ -20,9 +20,9 @@ struct Size {
 };
 
 /// Soft noise around a shade of each frame's own, so that the blur has work everywhere, with edges and some
-/// transparency.
-inline Bytes makeFrames(Size size, int count, unsigned seed = 1) {
-    std::mt19937 random(seed);
+/// transparency unless `opaque`.
+inline Bytes makeFrames(Size size, int count, bool opaque = false) {
+    std::mt19937 random(1);
     Bytes frames;
     frames.reserve(size.bytes() * count);
     for (int frame = 0; frame < count; ++frame)
@@ -30,7 +30,7 @@ inline Bytes makeFrames(Size size, int count, unsigned seed = 1) {
             const int shade = 60 + 10 * (frame % 8) + ((i % size.width) / 9 % 2) * 70;
             for (int channel = 0; channel < 3; ++channel)
                 frames.push_back(static_cast<std::uint8_t>(shade + 15 * channel + random() % 24));
-            frames.push_back(static_cast<std::uint8_t>(255 - i % 90));
+            frames.push_back(opaque ? 255 : static_cast<std::uint8_t>(255 - i % 90));
         }
     return frames;
 }
