@@ -1,5 +1,7 @@
 #include "Plugins/Shared/Math/Affine.h"
 
+#include "Plugins/Shared/Math/SineCosine.h"
+
 #include <algorithm>
 #include <cmath>
 #include <iterator>
@@ -16,8 +18,7 @@ void Affine::set(double a, double b, double c, double d, double tx, double ty) {
 }
 
 void Affine::set(Vec2 anchor, Vec2 position, Vec2 scale, double degrees) {
-    const double sine = std::sin(degrees * kDegToRad);
-    const double cosine = std::cos(degrees * kDegToRad);
+    const auto [sine, cosine] = sineCosine(degrees * kDegToRad);
     set(scale.x * cosine, scale.x * sine, -(scale.y * sine), scale.y * cosine, position.x, position.y);
     translate(-anchor.x, -anchor.y);
 }
@@ -31,8 +32,7 @@ void Affine::setSkewY(double degrees) {
 }
 
 void Affine::setRotate(double degrees) {
-    const double sine = std::sin(degrees * kDegToRad);
-    const double cosine = std::cos(degrees * kDegToRad);
+    const auto [sine, cosine] = sineCosine(degrees * kDegToRad);
     set(cosine, sine, -sine, cosine, 0.0, 0.0);
 }
 

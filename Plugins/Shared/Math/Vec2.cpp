@@ -1,22 +1,12 @@
 #include "Plugins/Shared/Math/Vec2.h"
 
+#include "Plugins/Shared/Math/SineCosine.h"
+
 #include <cmath>
 
 namespace Tessaloom::BilateralBlur {
 
 namespace {
-
-struct SineCosine {
-    double sine;
-    double cosine;
-};
-
-// One call for both, so that no optimisation level can pair results of different routines.
-SineCosine sineCosine(double degrees) {
-    SineCosine result{};
-    ::sincos(degrees * kDegToRad, &result.sine, &result.cosine);
-    return result;
-}
 
 bool withinRelative(double product, const Vec2& a, const Vec2& b) {
     return absValue(product) <= std::sqrt(a.lengthSquare() * b.lengthSquare()) * kEpsilon;
@@ -92,7 +82,7 @@ void Vec2::rotate(double degrees) {
     if (degrees == 0.0) {
         return;
     }
-    const auto [sine, cosine] = sineCosine(degrees);
+    const auto [sine, cosine] = sineCosine(degrees * kDegToRad);
     set(cosine * x - sine * y, cosine * y + sine * x);
 }
 
@@ -100,7 +90,7 @@ Vec2 Vec2::rotateRound(double degrees, const Vec2& center) const {
     if (degrees == 0.0) {
         return *this;
     }
-    const auto [sine, cosine] = sineCosine(degrees);
+    const auto [sine, cosine] = sineCosine(degrees * kDegToRad);
     const Vec2 arm = *this - center;
     return {arm.x * cosine - arm.y * sine + center.x, arm.x * sine + arm.y * cosine + center.y};
 }
@@ -115,7 +105,7 @@ double Vec2::getAngle() const {
 }
 
 void Vec2::setAngle(double degrees) {
-    const auto [sine, cosine] = sineCosine(degrees);
+    const auto [sine, cosine] = sineCosine(degrees * kDegToRad);
     const double kept = length();
     set(kept * cosine, kept * sine);
 }
