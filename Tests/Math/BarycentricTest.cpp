@@ -35,7 +35,16 @@ TEST(Barycentric, WeightsGiveThePointBackInEveryType) {
         const Vec4 v = random.vec4();
         return Color(v.x, v.y, v.z, v.w);
     });
-    // Height above the plane doesn't count.
+    // A point off the plane has the weights of its projection, where every component of the type counts.
+    forEachSeed(20, [](Random& random) {
+        const Vec4 a = random.vec4(), b = random.vec4(), c = random.vec4(), p = random.vec4();
+        const auto color = [](const Vec4& v) { return Color(v.x, v.y, v.z, v.w); };
+        Barycentric found(a, b, c, p);
+        const Vec4 height = p - found.interpolate(a, b, c);
+        EXPECT_NEAR(height.dot(a - c), 0.0, 1e-12);
+        EXPECT_NEAR(height.dot(b - c), 0.0, 1e-12);
+        expectWeights(Barycentric(color(a), color(b), color(c), color(p)), found.u, found.v, found.w, 0.0);
+    });
     expectWeights(Barycentric(Vec3(), Vec3(1, 0, 0), Vec3(0, 1, 0), Vec3(0.25, 0.25, 5)), 0.5, 0.25, 0.25,
                   0.0);
 }

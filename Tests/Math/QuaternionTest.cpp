@@ -150,6 +150,13 @@ TEST(Quaternion, ComesBackFromItsMatrixInEveryBranch) {
         Quaternion found;
         found.setWithMat4(matrixOf(rotation));
         expectSameRotation(found, rotation, 1e-14);
+        // Of the two quaternions for the rotation the branch picks the one whose leading component is
+        // positive.
+        const bool obtuse = std::abs(rotation.w) < 0.5;
+        EXPECT_GT(obtuse ? std::max({found.x, found.y, found.z},
+                                    [](double a, double b) { return std::abs(a) < std::abs(b); })
+                         : found.w,
+                  0.0);
     });
     const double half = 0.0538382, small = 0.1076764, middle = 0.2153528, large = 0.9690874;
     for (const Quaternion& q :

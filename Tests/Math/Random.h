@@ -20,7 +20,7 @@ public:
     Vec4 vec4() { return {vec3(), between(-2, 2)}; }
     Mat4 mat4() { return {vec4(), vec4(), vec4(), vec4(), false}; }
     Quaternion rotation() {
-        Quaternion q(between(-1, 1), between(-1, 1), between(-1, 1), between(-1, 1));
+        Quaternion q{between(-1, 1), between(-1, 1), between(-1, 1), between(-1, 1)};
         q.normalize();
         return q;
     }
