@@ -37,9 +37,9 @@ public:
     void set(double x, double y, double z, RotationOrder order = None);
 
     /// Takes the angles from the upper left 3 x 3 block, which must be free of scale, in the given order or,
-    /// for `None`, the stored one. The middle angle comes back within plus or minus pi/2. Within 0.0015 of
-    /// these poles the outer axes coincide: one outer angle becomes 0, the other carries both, and what comes
-    /// back is the rotation to that accuracy. A value that is no order is stored and leaves the angles
+    /// for `None`, the stored one. The middle angle comes back within plus or minus pi/2. Within 0.0014 of
+    /// these poles the outer axes count as one: one outer angle becomes 0, the other carries both, and the
+    /// rotation comes back to twice that accuracy. A value that is no order is stored and leaves the angles
     /// unchanged.
     void setWithMat4(const Mat4& matrix, RotationOrder order = None);
 
