@@ -47,7 +47,7 @@ TEST(Color, NilColoursAreEqualAndAlphaIsLikeTheRest) {
 
 TEST(Color, PrintsWithoutPadding) {
     EXPECT_EQ(Color(0.04, 0, 0.5, 1).toHexString(), "#A07F");
-    EXPECT_EQ(Color(1, 1, 1, 0.5).toHexString(), "#7FFFFFFF");
+    EXPECT_EQ(Color(1, 1, 0.5, 2).toHexString(), "#1FEFFFF7F");
     EXPECT_EQ(Color(-1, -1, -1, -1).toHexString(), "#FFFFFF01FFFFFF01FFFFFF01FFFFFF01");
     EXPECT_EQ(Color(1e300, -1e300, NAN, 1).toHexString(), "#7FFFFFFF800000000");
 }

@@ -31,8 +31,11 @@ TEST(Rect, EdgesMoveOrResize) {
 }
 
 TEST(Rect, SharedEdgesTouchWithoutIntersecting) {
-    Rect left(0, 0, 2, 2), right(2, 0, 2, 2);
-    EXPECT_TRUE(!left.intersects(right) && left.touches(right) && left.intersect(right) == Rect(2, 0, 0, 2));
+    Rect left(0, 0, 2, 2);
+    for (const Rect& other : {Rect(2, 0, 2, 2), Rect(0, 2, 2, 2)}) {
+        EXPECT_FALSE(left.intersects(other) || other.intersects(left));
+        EXPECT_TRUE(left.touches(other) && other.touches(left) && left.intersect(other).getArea() == 0);
+    }
     EXPECT_TRUE(left.containsPoint({2, 2}) && left.containsPoint({0, 0}) && left.containsRect(left));
     EXPECT_EQ(left.intersect(Rect(5, 5, 1, 1)), Rect(5, 5, -3, -3));
     EXPECT_EQ(Rect().unite(Rect(5, 5, 1, 1)), Rect(0, 0, 6, 6));
