@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstdint>
+#include <cstring>
 #include <latch>
 #include <set>
 #include <stdexcept>
@@ -57,6 +59,23 @@ TEST(RowBandPool, AJobsExceptionReachesTheCallerAndLeavesThePoolUsable) {
     std::atomic<int> calls = 0;
     pool.run(8, [&](std::size_t, unsigned) { ++calls; });
     EXPECT_EQ(calls, 8);
+}
+
+TEST(RowBandPool, ScratchIsAWorkersOwnAndStays) {
+    RowBandPool pool(3);
+    std::vector<void*> first(3), second(3);
+    for (auto* memory : {&first, &second}) {
+        std::latch begun(3);
+        pool.run(3, [&](std::size_t, unsigned worker) {
+            (*memory)[worker] = pool.scratch(worker, memory == &first ? 1000 : 999);
+            std::memset((*memory)[worker], static_cast<int>(worker), 999);
+            begun.arrive_and_wait();
+        });
+    }
+    EXPECT_EQ(first, second);
+    EXPECT_EQ(std::set(first.begin(), first.end()).size(), 3u);
+    for (void* memory : first)
+        EXPECT_EQ(reinterpret_cast<std::uintptr_t>(memory) % 64, 0u);
 }
 
 TEST(RowBandPool, CallersTakeTurns) {

@@ -32,8 +32,6 @@
 #include <hwy/foreach_target.h>
 #include <hwy/highway.h>
 
-#include <hwy/aligned_allocator.h>
-
 #ifndef BILATERAL_BLUR_KERNEL_SHARED
 #define BILATERAL_BLUR_KERNEL_SHARED
 
@@ -72,6 +70,13 @@ constexpr int kSquareMiddle = 24576;
 /// The pixels that a job filters.
 struct Block {
     int x, y, width, height;
+
+    /// Columns of the planes that the block's tiles reach, in whole vectors.
+    int planeColumns(int reach) const {
+        const int tiles = (width + kMaxLanes - 1) / kMaxLanes * kMaxLanes;
+        return std::min(kPlaneStride, (tiles + 2 * reach + kMaxLanes - 1) / kMaxLanes * kMaxLanes);
+    }
+    int planeRows(int reach) const { return height + 2 * reach; }
 };
 
 /// The planes of one block and its margins: row r, column c hold the pixel (x - reach + c, y - reach + r) of
@@ -377,12 +382,13 @@ template<class Channel>
 void loadLine(const Frame<Channel>& frame, const Block& block, int row, Channel (*line)[4]) {
     const Channel* const source = frame.row(std::clamp(block.y - frame.reach + row, 0, frame.height - 1));
     const int x = block.x - frame.reach;
-    const int first = std::clamp(-x, 0, kPlaneStride);
-    const int last = std::clamp(frame.width - x, first, kPlaneStride);
+    const int columns = block.planeColumns(frame.reach);
+    const int first = std::clamp(-x, 0, columns);
+    const int last = std::clamp(frame.width - x, first, columns);
     for (int i = 0; i < first; ++i)
         std::memcpy(line[i], source, sizeof(line[i]));
     std::memcpy(line[first], source + 4 * (x + first), (last - first) * sizeof(line[0]));
-    for (int i = last; i < kPlaneStride; ++i)
+    for (int i = last; i < columns; ++i)
         std::memcpy(line[i], source + 4 * (frame.width - 1), sizeof(line[i]));
 }
 
@@ -394,12 +400,13 @@ bool fillPlanes(const Frame<std::uint8_t>& frame, const Block& block, Scratch& s
     const VI middle = hn::Set(di, 128);
     VI different = hn::Zero(di);
     VI alpha = hn::Zero(di);
-    for (int row = 0; row < block.height + 2 * frame.reach; ++row) {
+    const int columns = block.planeColumns(frame.reach);
+    for (int row = 0; row < block.planeRows(frame.reach); ++row) {
         loadLine(frame, block, row, line);
         if (row == 0)
             alpha = hn::Set(di, line[0][0] - 128);
         const std::size_t start = std::size_t{kPlaneStride} * row;
-        for (int column = 0; column < kPlaneStride; column += kLanes) {
+        for (int column = 0; column < columns; column += kLanes) {
             const std::size_t at = start + column;
             const VI pixels = hn::Load(di, reinterpret_cast<const std::int32_t*>(line[column]));
             const VI a = hn::Sub(hn::And(pixels, byte), middle);
@@ -421,22 +428,26 @@ bool fillPlanes(const Frame<std::uint8_t>& frame, const Block& block, Scratch& s
 
 /// Rewrites the pairs for red and green alone.
 void dropAlpha(const Frame<std::uint8_t>& frame, const Block& block, Scratch& scratch) {
-    for (std::size_t at = 0; at < std::size_t{kPlaneStride} * (block.height + 2 * frame.reach);
-         at += kLanes) {
-        const VI r = hn::ConvertTo(di, hn::Load(df, scratch.channels[1] + at));
-        const VI g = hn::ConvertTo(di, hn::Load(df, scratch.channels[2] + at));
-        const VI square = hn::Add(hn::Mul(r, r), hn::Mul(g, g));
-        const VI factor = hn::Set(di, kNeighbourFactor);
-        hn::Store(pairOf(hn::Mul(r, factor), hn::Mul(g, factor)), di, scratch.pairs + at);
-        hn::Store(hn::Mul(square, hn::Set(di, -kUnit / 2)), di, scratch.pairs2 + at);
+    const int columns = block.planeColumns(frame.reach);
+    for (int row = 0; row < block.planeRows(frame.reach); ++row) {
+        for (int column = 0; column < columns; column += kLanes) {
+            const std::size_t at = std::size_t{kPlaneStride} * row + column;
+            const VI r = hn::ConvertTo(di, hn::Load(df, scratch.channels[1] + at));
+            const VI g = hn::ConvertTo(di, hn::Load(df, scratch.channels[2] + at));
+            const VI square = hn::Add(hn::Mul(r, r), hn::Mul(g, g));
+            const VI factor = hn::Set(di, kNeighbourFactor);
+            hn::Store(pairOf(hn::Mul(r, factor), hn::Mul(g, factor)), di, scratch.pairs + at);
+            hn::Store(hn::Mul(square, hn::Set(di, -kUnit / 2)), di, scratch.pairs2 + at);
+        }
     }
 }
 
 void fillPlanes(const Frame<float>& frame, const Block& block, Scratch& scratch) {
     alignas(64) float line[kPlaneStride][4];
-    for (int row = 0; row < block.height + 2 * frame.reach; ++row) {
+    const int columns = block.planeColumns(frame.reach);
+    for (int row = 0; row < block.planeRows(frame.reach); ++row) {
         loadLine(frame, block, row, line);
-        for (int column = 0; column < kPlaneStride; column += kLanes) {
+        for (int column = 0; column < columns; column += kLanes) {
             const std::size_t at = std::size_t{kPlaneStride} * row + column;
             VF first, second, third, fourth;
             hn::LoadInterleaved4(df, line[column], first, second, third, fourth);
@@ -593,14 +604,11 @@ void blurFrame(PixelView<const Channel> source, PixelView<Channel> target, int w
     const int columns = (width + blockWidth - 1) / blockWidth;
     const int rows = (height + kBlockHeight - 1) / kBlockHeight;
     const std::size_t jobs = static_cast<std::size_t>(columns) * rows;
-    const auto scratch = hwy::AllocateAligned<Scratch>(pool.threads());
-    if (!scratch)
-        throw std::bad_alloc();
     pool.run(jobs, [&](std::size_t index, unsigned worker) {
         const int x = static_cast<int>(index % columns) * blockWidth;
         const int y = static_cast<int>(index / columns) * kBlockHeight;
         const Block block{x, y, std::min(blockWidth, width - x), std::min(kBlockHeight, height - y)};
-        blurBlock(frame, block, scratch[worker]);
+        blurBlock(frame, block, *new (pool.scratch(worker, sizeof(Scratch))) Scratch);
     });
 }
 

@@ -28,8 +28,8 @@ struct PixelView {
 ///
 /// `source` and `target` must not overlap. They need no alignment beyond their channel's, and `stride` may be
 /// negative. The bytes behind a row aren't touched. A picture without pixels is left alone. A blurSize below
-/// 0 works as 0, one above 60 as 60. std::bad_alloc is thrown, before anything is written, where the scratch
-/// memory (less than 1 MB a thread) can't be had.
+/// 0 works as 0, one above 60 as 60. The scratch memory, less than 1 MB a thread, belongs to the pool and
+/// stays there; where it can't be had, std::bad_alloc is thrown and the target is left half done.
 ///
 /// @param source 8-bit pixels in the texture's order r, g, b, a, which is the host's A, R, G, B.
 /// @param target 8-bit pixels R, G, B, A, premultiplied; held to 0..1 and rounded to nearest.

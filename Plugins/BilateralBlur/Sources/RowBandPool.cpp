@@ -1,14 +1,21 @@
 #include "Plugins/BilateralBlur/Sources/RowBandPool.h"
 
 #include <algorithm>
+#include <new>
 #include <system_error>
 #include <utility>
 
 namespace Tessaloom::BilateralBlur {
+namespace {
+
+constexpr std::align_val_t kCacheLine{64};
+
+} // namespace
 
 RowBandPool::RowBandPool(unsigned threads) {
     if (threads == 0)
         threads = std::max(1u, std::thread::hardware_concurrency());
+    mScratch.resize(threads);
     mThreads.reserve(threads - 1);
     try {
         for (unsigned worker = 1; worker < threads; ++worker)
@@ -49,6 +56,19 @@ void RowBandPool::run(std::size_t jobs, const std::function<void(std::size_t, un
     mJob = nullptr;
     if (mFailure)
         std::rethrow_exception(std::exchange(mFailure, nullptr));
+}
+
+void* RowBandPool::scratch(unsigned worker, std::size_t bytes) {
+    Scratch& scratch = mScratch[worker];
+    if (scratch.bytes < bytes) {
+        scratch.memory.reset(::operator new(bytes, kCacheLine));
+        scratch.bytes = bytes;
+    }
+    return scratch.memory.get();
+}
+
+void RowBandPool::Scratch::Free::operator()(void* memory) const {
+    ::operator delete(memory, kCacheLine);
 }
 
 void RowBandPool::serve(unsigned worker) {

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <exception>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -38,13 +39,26 @@ public:
     /// An exception thrown by a job reaches the caller after the run; jobs not yet begun are left out then.
     void run(std::size_t jobs, const std::function<void(std::size_t index, unsigned worker)>& job);
 
+    /// Memory of the worker's own for the length of a job, aligned to a cache line, its content undefined. It
+    /// is kept for later jobs and freed with the pool; asking for more bytes than before moves it. For use by
+    /// the job that was given `worker`. Throws std::bad_alloc.
+    void* scratch(unsigned worker, std::size_t bytes);
+
 private:
+    struct Scratch {
+        struct Free {
+            void operator()(void* memory) const;
+        };
+        std::unique_ptr<void, Free> memory;
+        std::size_t bytes = 0;
+    };
+
     void serve(unsigned worker);
     void takeJobs(std::unique_lock<std::mutex>& lock, unsigned worker);
     void stop();
 
     std::mutex mTurn;  // held for the length of a run
-    std::mutex mMutex; // guards everything below but mThreads
+    std::mutex mMutex; // guards everything below but mScratch and mThreads
     std::condition_variable mFrameBegun;
     std::condition_variable mFrameEnded;
     const std::function<void(std::size_t, unsigned)>* mJob = nullptr;
@@ -53,6 +67,7 @@ private:
     unsigned mBusy = 0; // pool threads that take jobs now
     bool mStopping = false;
     std::exception_ptr mFailure;
+    std::vector<Scratch> mScratch; // by worker, each used by its own thread
     std::vector<std::thread> mThreads;
 };
 
