@@ -11,7 +11,7 @@ static_assert(std::is_void_v<decltype(Vec2() += Vec2())> && std::is_void_v<declt
 static_assert(std::is_same_v<decltype(Vec4().negate()), Vec4> && sizeof(IntersectionKind) == 1);
 
 TEST(Scalars, NegativeZeroNanAndBounds) {
-    EXPECT_TRUE(std::signbit(absValue(-0.0)) && std::isnan(clampValue(NAN, 0, 1)) && signOf(NAN) == 0);
+    EXPECT_TRUE(std::signbit(absValue(-0.0)) && clampValue(NAN, 0, 1) == 1 && signOf(NAN) == 0);
     EXPECT_TRUE(equalWithin(1, 1.5, 0.5) && !equalWithin(NAN, NAN, 1) && !equalWithin(0, NAN, 1));
     EXPECT_TRUE(clampValue(3, 5, 2) == 5 && clampValue(6, 5, 2) == 2 && signOf(-0.0) == 0);
     EXPECT_EQ(std::bit_cast<std::uint64_t>(kDegToRad), 0x3F91DF46A2529CE4u);

@@ -31,12 +31,12 @@ inline bool equalWithin(double a, double b, double tolerance) {
 }
 
 /// `v` held between `low` and `high`. The low bound is tested first: with `low` above `high`, a value below
-/// `low` gives `low` and any other number gives `high`. A NaN is carried through.
+/// `low` gives `low` and any other number gives `high`. A NaN gives `high`.
 inline double clampValue(double v, double low, double high) {
     if (v < low) {
         return low;
     }
-    return high < v ? high : v;
+    return v < high ? v : high;
 }
 
 /// 1 for a positive number, -1 for a negative one, 0 for zero and NaN.
