@@ -2,12 +2,15 @@
 
 #include "Host/Pixels.h"
 #include "Host/Program/Errors.h"
+#include "Host/Program/Metadata.h"
+#include "Host/Program/PngChunks.h"
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
 #include <memory>
+#include <span>
 #include <string_view>
 #include <unistd.h>
 #include <utility>
@@ -32,12 +35,6 @@ constexpr FileType kFileTypes[] = {
     {"PNG", {".png", ".png"}, true, true},
     {"TIFF", {".tif", ".tiff"}, true, true},
     {"WebP", {".webp", ".webp"}, true, false},
-};
-
-/// Metadata that tells of the file as it was stored, or of its pixels before the effect.
-constexpr std::string_view kNotCarried[] = {
-    "bits-per-sample", "jpeg-thumbnail-data", "n-pages",     "n-subifds",
-    "page-height",     "palette-bit-depth",   "vips-loader", "vips-sequential",
 };
 
 /// What the library says of the last failure, in one line.
@@ -107,24 +104,12 @@ void checkAccepted(const VImage& image, const path& file) {
         fail(file, "it has " + std::to_string(image.bands()) + " channels" + kAccepted);
 }
 
-/// Copies what lies beside the pixels, but for the fields of the library's own header.
-void copyMetadata(const VImage& from, const VImage& to) {
-    vips_image_map(
-        from.get_image(),
-        [](VipsImage*, const char* name, GValue* value, void* target) -> void* {
-            auto* image = static_cast<VipsImage*>(target);
-            if (vips_image_get_typeof(image, name) == 0 &&
-                std::count(std::begin(kNotCarried), std::end(kNotCarried), name) == 0)
-                vips_image_set(image, name, value);
-            return nullptr;
-        },
-        to.get_image());
-}
-
-VImage metadataOf(const VImage& image) {
+VImage metadataOf(const VImage& image, const PngChunks& chunks) {
     const VImage metadata =
         VImage::black(1, 1).copy(VImage::option()->set("xres", image.xres())->set("yres", image.yres()));
     copyMetadata(image, metadata);
+    if (!chunks.exif.empty())
+        copyMetadata(metadataOfExif(chunks.exif), metadata);
     return metadata;
 }
 
@@ -187,8 +172,11 @@ std::vector<std::byte> encode(const Picture& picture, const FileType& type) {
     std::size_t size = 0;
     image.write_to_buffer(type.endings[0], &buffer, &size, optionsFor(type));
     const std::unique_ptr<void, decltype(&g_free)> owner(buffer, g_free);
-    const auto* bytes = static_cast<const std::byte*>(buffer);
-    return {bytes, bytes + size};
+    const std::span bytes(static_cast<const std::byte*>(buffer), size);
+    if (std::string_view(type.name) != "PNG")
+        return {bytes.begin(), bytes.end()};
+    return withPngChunks(
+        bytes, {picture.pngColour, exifOfMetadata(picture.metadata, image.width(), image.height())});
 }
 
 } // namespace
@@ -205,7 +193,9 @@ Picture readPicture(const path& file) {
         picture.channels = image.bands();
         picture.is16Bit = image.format() == VIPS_FORMAT_USHORT;
         picture.pages = vips_image_get_n_pages(image.get_image());
-        picture.metadata = metadataOf(image);
+        const PngChunks chunks = readPngChunks(file);
+        picture.metadata = metadataOf(image, chunks);
+        picture.pngColour = chunks.colour;
         if (picture.is16Bit)
             readPixels<std::uint16_t>(image, picture.world);
         else

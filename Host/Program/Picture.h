@@ -22,6 +22,7 @@ struct Picture {
     bool is16Bit = false;  ///< the file has 16 bits a channel, the world holds them rounded to 8
     int pages = 1;         ///< of the file; the first was read
     vips::VImage metadata; ///< an image of one pixel that carries the profile, EXIF, orientation and the like
+    std::vector<std::byte> pngColour{}; ///< what a PNG says of its colours beside a profile, for a PNG
 };
 
 /// Reads a JPEG, PNG, TIFF or WebP file, told by what is in it, not by its name. Throws Failure where the

@@ -1,0 +1,100 @@
+#pragma once
+
+#include <csignal>
+#include <cstdlib>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <sstream>
+#include <string>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+namespace Tessaloom::BilateralBlur::Program::Test {
+
+/// A new folder, gone with this object.
+class Folder {
+public:
+    Folder() {
+        std::string name = (std::filesystem::temp_directory_path() / "program_test.XXXXXX").string();
+        mPath = mkdtemp(name.data());
+        // For the runs under another user.
+        std::filesystem::permissions(mPath, std::filesystem::perms::all);
+    }
+    ~Folder() { std::filesystem::remove_all(mPath); }
+    Folder(const Folder&) = delete;
+    Folder& operator=(const Folder&) = delete;
+
+    std::string operator/(const std::string& name) const { return (mPath / name).string(); }
+
+    /// Sorted names of all that lies in it, hidden files too.
+    std::vector<std::string> names() const {
+        std::vector<std::string> names;
+        for (const auto& entry : std::filesystem::directory_iterator(mPath))
+            names.push_back(entry.path().filename());
+        std::sort(names.begin(), names.end());
+        return names;
+    }
+
+private:
+    std::filesystem::path mPath;
+};
+
+inline std::string contents(const std::string& file) {
+    std::ostringstream text;
+    text << std::ifstream(file, std::ios::binary).rdbuf();
+    return text.str();
+}
+
+/// How a run ended.
+struct Outcome {
+    int exitCode = -1; ///< -1 where a signal ended it
+    int signal = 0;
+    std::string out, err;
+    long peakMiB = 0; ///< of memory
+};
+
+/// The real program at work in a process of its own.
+class ProgramRun {
+public:
+    /// `inChild` runs in the new process before the program starts, to set limits and the like.
+    explicit ProgramRun(
+        const std::vector<std::string>& arguments, const std::function<void()>& inChild = [] {}) {
+        std::vector<char*> argv{const_cast<char*>(PROGRAM)};
+        for (const std::string& argument : arguments)
+            argv.push_back(const_cast<char*>(argument.c_str()));
+        argv.push_back(nullptr);
+        const std::string out = mOutputs / "out", err = mOutputs / "err";
+        mProcess = fork();
+        if (mProcess == 0) {
+            dup2(open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666), STDOUT_FILENO);
+            dup2(open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666), STDERR_FILENO);
+            inChild();
+            execv(argv[0], argv.data());
+            _exit(127);
+        }
+    }
+
+    void send(int signal) const { kill(mProcess, signal); }
+
+    Outcome wait() {
+        int status = 0;
+        rusage usage{};
+        wait4(mProcess, &status, 0, &usage);
+        return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, WIFSIGNALED(status) ? WTERMSIG(status) : 0,
+                contents(mOutputs / "out"), contents(mOutputs / "err"), usage.ru_maxrss / 1024};
+    }
+
+private:
+    Folder mOutputs;
+    pid_t mProcess = 0;
+};
+
+inline Outcome runProgram(const std::vector<std::string>& arguments) {
+    return ProgramRun(arguments).wait();
+}
+
+} // namespace Tessaloom::BilateralBlur::Program::Test

@@ -1,0 +1,298 @@
+// Numbered sequences through the real program: which frames, what is told, what is left after failures and
+// signals.
+
+#include "Host/Program/Sequence.h"
+#include "Host/Program/Errors.h"
+#include "Tests/Program/ProgramRun.h"
+#include "Tests/Program/TestPictures.h"
+
+#include <gmock/gmock.h>
+
+#include <chrono>
+#include <sys/file.h>
+#include <sys/mount.h>
+#include <thread>
+
+namespace Tessaloom::BilateralBlur::Program::Test {
+
+namespace {
+
+using testing::ElementsAre;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+
+TEST(Frames, AreReadFromTheirText) {
+    EXPECT_THAT(parseFrames("5"), ElementsAre(5));
+    EXPECT_THAT(parseFrames("1-4"), ElementsAre(1, 2, 3, 4));
+    EXPECT_THAT(parseFrames("1-10x4"), ElementsAre(1, 5, 9));
+    EXPECT_THAT(parseFrames("7,0010-12,11,2-2"), ElementsAre(2, 7, 10, 11, 12));
+    for (const char* wrong : {"", "1-", "-3", "a", "1,,2", "1-2x", "4-3", "1-5x0", "1 - 2", "1-2-3", "0x10",
+                              "9999999999", "0-999999999", "1.5"})
+        EXPECT_THROW(parseFrames(wrong), WrongUse) << wrong;
+    for (const char* text : {"1", "1-3", "1,3,5-7,9", "0-1,100000"})
+        EXPECT_EQ(framesText(parseFrames(text)), text);
+}
+
+TEST(Frames, HaveTheNamesOfTheirPattern) {
+    const struct {
+        const char *pattern, *fileOf7, *fileOf12345;
+        std::vector<std::string> others;
+    } kCases[] = {
+        {"a/shot.####.png",
+         "a/shot.0007.png",
+         "a/shot.12345.png",
+         {"shot.7.png", "shot.00007.png", "shot.000a.png", "shot.0007.png.bak", "xshot.0007.png",
+          "shot..png"}},
+        {"shot%04d.png",
+         "./shot0007.png",
+         "./shot12345.png",
+         {"shot007.png", "shot-007.png", "shot00012345.png"}},
+        {"%d.tif", "./7.tif", "./12345.tif", {"07.tif", ".tif", "12345678901.tif"}},
+        {"100%.#", "./100%.7", "./100%.12345", {"100%.07"}},
+    };
+    for (const auto& [text, seventh, large, others] : kCases) {
+        const auto pattern = FramePattern::parse(text);
+        ASSERT_TRUE(pattern) << text;
+        EXPECT_EQ(pattern->file(7), seventh);
+        EXPECT_EQ(pattern->file(12345), large);
+        for (const int frame : {0, 7, 9999, 12345})
+            EXPECT_EQ(pattern->frameOf(pattern->file(frame).filename()), frame);
+        for (const std::string& other : others)
+            EXPECT_EQ(pattern->frameOf(other), std::nullopt) << other << " of " << text;
+    }
+    EXPECT_FALSE(FramePattern::parse("a.####/shot.png"));
+    EXPECT_FALSE(FramePattern::parse("shot.0001.png"));
+    EXPECT_THROW(FramePattern::parse("shot.##.%04d.png"), WrongUse);
+}
+
+/// A mounted disk in memory.
+class SmallDisk {
+public:
+    SmallDisk(std::string path, const char* size) : mPath(std::move(path)) {
+        std::filesystem::create_directory(mPath);
+        mIsThere = mount("tmpfs", mPath.c_str(), "tmpfs", 0, size) == 0;
+    }
+    ~SmallDisk() {
+        if (mIsThere)
+            umount(mPath.c_str());
+    }
+    SmallDisk(const SmallDisk&) = delete;
+    SmallDisk& operator=(const SmallDisk&) = delete;
+
+    bool isThere() const { return mIsThere; }
+    void makeReadOnly() const { mount("", mPath.c_str(), "", MS_REMOUNT | MS_RDONLY, nullptr); }
+
+private:
+    const std::string mPath;
+    bool mIsThere;
+};
+
+class Sequence : public testing::Test {
+protected:
+    std::string file(const std::string& name) const { return mFolder / name; }
+
+    static std::string numbered(const std::string& before, int frame) {
+        const std::string digits = std::to_string(frame);
+        return before + std::string(4 - digits.size(), '0') + digits + ".png";
+    }
+
+    void makeFrames(const std::vector<int>& frames, int width = 60, int height = 40) const {
+        for (const int frame : frames)
+            noise<std::uint8_t>(width, height, 3, frame)
+                .image()
+                .write_to_file(file(numbered("in.", frame)).c_str());
+    }
+
+    static std::vector<int> upTo(int last) {
+        std::vector<int> frames(last);
+        for (int i = 0; i < last; ++i)
+            frames[i] = i + 1;
+        return frames;
+    }
+
+    std::vector<std::string> arguments(std::vector<std::string> more = {}) const {
+        more.insert(more.begin(), {file("in.####.png"), file("out.####.png"), "--blur-scale", "3"});
+        return more;
+    }
+
+    std::vector<std::string> outputs() const {
+        std::vector<std::string> names = mFolder.names();
+        std::erase_if(names, [](const std::string& name) { return name.rfind("in.", 0) == 0; });
+        return names;
+    }
+
+    /// Every output decodes to its end and equals that of a run that nothing disturbed.
+    void expectComplete(const std::vector<std::string>& names) const {
+        if (mUndisturbed.names().empty()) {
+            ASSERT_EQ(runProgram({file("in.####.png"), mUndisturbed / "out.####.png", "--blur-scale", "3"})
+                          .exitCode,
+                      0);
+        }
+        for (const std::string& name : names)
+            ASSERT_EQ(load<std::uint8_t>(file(name)).values, load<std::uint8_t>(mUndisturbed / name).values)
+                << name;
+    }
+
+    void waitForOutputs(std::size_t count) const {
+        for (int i = 0; i < 3000 && outputs().size() < count; ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+
+    const Folder mFolder, mUndisturbed;
+};
+
+TEST_F(Sequence, IsFilteredFrameByFrameWithItsGapsTold) {
+    makeFrames({1, 2, 4, 9});
+    makeFrames({5}, 33, 70);
+    Outcome outcome = runProgram(arguments());
+    EXPECT_EQ(outcome.exitCode, 0);
+    EXPECT_THAT(outcome.err, HasSubstr("in.####.png: there are gaps, without frames 3,6-8\n"));
+    EXPECT_THAT(outcome.err, EndsWith("bilateral-blur: 5 frames filtered, 0 failed\n"));
+    EXPECT_THAT(outputs(),
+                ElementsAre("out.0001.png", "out.0002.png", "out.0004.png", "out.0005.png", "out.0009.png"));
+    expectComplete(outputs());
+
+    outcome =
+        runProgram({file("in.%04d.png"), file("other%d.tif"), "--blur-scale", "3", "--frames", "1-9x4"});
+    EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
+    EXPECT_TRUE(std::filesystem::exists(file("other1.tif")) && std::filesystem::exists(file("other9.tif")));
+    EXPECT_FALSE(std::filesystem::exists(file("other2.tif")));
+}
+
+TEST_F(Sequence, GoesOnAfterFramesThatFail) {
+    makeFrames({1, 2, 3, 4});
+    std::ofstream(file("in.0002.png")) << "no picture";
+    std::filesystem::create_directory(file("out.0003.png"));
+    const Outcome outcome = runProgram(arguments({"--frames", "1-5", "--quiet"}));
+    EXPECT_EQ(outcome.exitCode, 1);
+    EXPECT_THAT(outcome.err, HasSubstr("in.0002.png: this isn't a picture"));
+    EXPECT_THAT(outcome.err, HasSubstr("out.0003.png: can't be written: Is a directory"));
+    EXPECT_THAT(outcome.err, HasSubstr("in.0005.png: no such file"));
+    EXPECT_THAT(outcome.err, EndsWith("bilateral-blur: 2 frames filtered, 3 failed\n"));
+    EXPECT_THAT(outputs(), ElementsAre("out.0001.png", "out.0003.png", "out.0004.png"));
+}
+
+TEST_F(Sequence, LeavesExistingOutputsAloneWhereAsked) {
+    makeFrames({1, 2, 3});
+    std::ofstream(file("out.0002.png")) << "old";
+    std::ofstream(file(".out.0003.png.part")) << std::string(1'000'000, 'x'); // of a run that was killed
+    const Outcome outcome = runProgram(arguments({"--skip-existing"}));
+    EXPECT_EQ(outcome.exitCode, 0);
+    EXPECT_EQ(contents(file("out.0002.png")), "old");
+    EXPECT_THAT(outputs(), ElementsAre("out.0001.png", "out.0002.png", "out.0003.png"));
+    expectComplete({"out.0001.png", "out.0003.png"});
+}
+
+TEST_F(Sequence, ThatCannotBeIsRefused) {
+    makeFrames({1, 2, 3});
+    const std::string in = file("in.####.png"), out = file("out.####.png");
+    const struct {
+        std::vector<std::string> arguments;
+        int exitCode;
+        const char* words;
+    } kCases[] = {
+        {{in, file("out.png")}, 2, "out.png: a sequence as INPUT needs one as OUTPUT"},
+        {{file("in.##.%d.png"), out}, 2, "the name holds two frame numbers"},
+        {{in, file("out.##.%d.png")}, 2, "the name holds two frame numbers"},
+        {{in, file("./in.%04d.png")}, 2, "in.0001.png: the output's frames would replace the input's"},
+        {{in, file("in.000#.png")}, 2, "the output's frames would replace the input's"},
+        {{file("none.####.png"), out}, 1, "none.####.png: no file of this name with a number"},
+        {{in, out, "--frames", "10-20"}, 1, "with a number of --frames 10-20"},
+        {{in, out, "--frames", "3-1"}, 2, "--frames 3-1: the range 3-1 is reversed"},
+        {{in, out, "--frames", "one"}, 2, "--frames one: \"one\" is no range of frames"},
+        {{in, file("none/out.####.png")}, 1, "there is no folder"},
+        {{file("none/in.####.png"), out}, 1, "No such file or directory"},
+    };
+    for (auto [arguments, exitCode, words] : kCases) {
+        arguments.insert(arguments.end(), {"--blur-scale", "3"});
+        const Outcome outcome = runProgram(arguments);
+        EXPECT_EQ(outcome.exitCode, exitCode) << words;
+        EXPECT_THAT(outcome.err, HasSubstr(words));
+        EXPECT_EQ(std::count(outcome.err.begin(), outcome.err.end(), '\n'), 1) << outcome.err;
+        EXPECT_THAT(outputs(), IsEmpty());
+    }
+}
+
+TEST_F(Sequence, InterruptedLeavesNothingHalfDone) {
+    makeFrames(upTo(60), 300, 200);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+        for (const std::string& name : outputs())
+            std::filesystem::remove(file(name));
+        ProgramRun run(arguments());
+        waitForOutputs(3);
+        run.send(signal);
+        const Outcome outcome = run.wait();
+        EXPECT_EQ(outcome.signal, signal);
+        EXPECT_THAT(outcome.err, HasSubstr("of 60 frames filtered\n"));
+        const std::vector<std::string> names = outputs();
+        EXPECT_LT(names.size(), 60u);
+        EXPECT_THAT(names, testing::Each(Not(EndsWith(".part"))));
+        expectComplete({names.front(), names.back()});
+    }
+}
+
+TEST_F(Sequence, KilledAtAnyMomentIsFinishedByTheSameCommand) {
+    makeFrames(upTo(12), 150, 100);
+    std::size_t kills = 0;
+    for (std::size_t wanted = 1; wanted <= 9; wanted += 2) {
+        ProgramRun run(arguments({"--skip-existing"}));
+        waitForOutputs(wanted);
+        std::this_thread::sleep_for(std::chrono::milliseconds(wanted));
+        run.send(SIGKILL);
+        kills += run.wait().signal == SIGKILL;
+        for (const std::string& name : outputs())
+            if (name.front() != '.')
+                load<std::uint8_t>(file(name));
+    }
+    EXPECT_GT(kills, 0u);
+    EXPECT_EQ(runProgram(arguments({"--skip-existing"})).exitCode, 0);
+    EXPECT_EQ(outputs().size(), 12u) << testing::PrintToString(outputs());
+    expectComplete(outputs());
+}
+
+TEST_F(Sequence, OnADiskThatFillsKeepsItsCompleteFrames) {
+    const SmallDisk disk(file("disk"), "size=256k");
+    if (!disk.isThere())
+        GTEST_SKIP() << "needs to mount a small disk";
+    makeFrames(upTo(6), 200, 150); // some 90 kB each, as noise doesn't compress
+    const Outcome outcome = runProgram({file("in.####.png"), file("disk/####.png"), "--blur-scale", "3"});
+    EXPECT_EQ(outcome.exitCode, 1);
+    EXPECT_THAT(outcome.err, HasSubstr("disk/0006.png: can't be written: No space left on device"));
+    std::vector<std::string> kept;
+    for (const auto& entry : std::filesystem::directory_iterator(file("disk")))
+        kept.push_back("disk/" + entry.path().filename().string());
+    EXPECT_THAT(kept, testing::Each(Not(HasSubstr("/."))));
+    EXPECT_THAT(kept.size(), testing::AllOf(testing::Ge(1u), testing::Lt(6u)));
+    for (const std::string& name : kept)
+        load<std::uint8_t>(file(name));
+    EXPECT_THAT(outcome.err, HasSubstr(std::to_string(kept.size()) + " frames filtered, " +
+                                       std::to_string(6 - kept.size()) + " failed"));
+    disk.makeReadOnly();
+    EXPECT_THAT(runProgram({file("in.####.png"), file("disk/####.png"), "--blur-scale", "3"}).err,
+                EndsWith("the folder can't be written to: Read-only file system\n"));
+}
+
+TEST_F(Sequence, LeavesAFileToTheProgramThatWritesIt) {
+    makeFrames({1, 2});
+    const int part = open(file(".out.0001.png.part").c_str(), O_CREAT | O_WRONLY, 0666);
+    ASSERT_EQ(flock(part, LOCK_EX), 0);
+    const Outcome outcome = runProgram(arguments());
+    EXPECT_EQ(outcome.exitCode, 1);
+    EXPECT_THAT(outcome.err, HasSubstr("out.0001.png: another program is writing it"));
+    EXPECT_THAT(outputs(), ElementsAre(".out.0001.png.part", "out.0002.png"));
+    close(part);
+}
+
+TEST_F(Sequence, NeedsNoMoreMemoryTheLongerItIs) {
+    makeFrames(upTo(40), 640, 480);
+    const Outcome few = runProgram(arguments({"--frames", "1-6"}));
+    const Outcome many = runProgram(arguments({"--frames", "1-40"}));
+    ASSERT_EQ(few.exitCode + many.exitCode, 0);
+    EXPECT_LE(many.peakMiB, few.peakMiB + 15);
+}
+
+} // namespace
+
+} // namespace Tessaloom::BilateralBlur::Program::Test
