@@ -16,6 +16,20 @@
 
 namespace Tessaloom::BilateralBlur {
 
+template<class Integer = gl::GLint>
+Integer integer(gl::GLenum what) {
+    gl::GLint value = 0;
+    gl::glGetIntegerv(what, &value);
+    return static_cast<Integer>(value);
+}
+
+/// Of the texture that is bound.
+inline gl::GLenum textureParameter(gl::GLenum what) {
+    gl::GLint value = 0;
+    gl::glGetTexParameteriv(gl::GL_TEXTURE_2D, what, &value);
+    return static_cast<gl::GLenum>(value);
+}
+
 /// A test with a GL context current, which it may not leave in an error state.
 class GLTest : public testing::Test {
 protected:
@@ -24,10 +38,7 @@ protected:
         context = std::make_unique<AEOpenGLContext>(nullptr);
     }
     void TearDown() override {
-        if (mErrorsExpected)
-            while (gl::glGetError() != gl::GL_NO_ERROR) {
-            }
-        EXPECT_EQ(gl::glGetError(), gl::GL_NO_ERROR);
+        EXPECT_TRUE(mErrorsExpected || gl::glGetError() == gl::GL_NO_ERROR);
         context.reset();
     }
 
@@ -35,21 +46,22 @@ protected:
     bool mErrorsExpected = false;
 };
 
-/// A texture as the only attachment of a frame buffer, bound.
+/// A texture with one pixel for each texel of a frame buffer, which is bound, and the viewport of its size.
 class TextureTarget {
 public:
-    TextureTarget(int width, int height, gl::GLenum internalFormat) {
+    TextureTarget(int width, int height, gl::GLenum internalFormat, const float* pixels = nullptr) {
         gl::glGenTextures(1, &texture);
         gl::glBindTexture(gl::GL_TEXTURE_2D, texture);
         gl::glTexImage2D(gl::GL_TEXTURE_2D, 0, static_cast<gl::GLint>(internalFormat), width, height, 0,
-                         gl::GL_RGBA, gl::GL_FLOAT, nullptr);
-        gl::glTexParameteri(gl::GL_TEXTURE_2D, gl::GL_TEXTURE_MIN_FILTER, gl::GL_NEAREST);
-        gl::glTexParameteri(gl::GL_TEXTURE_2D, gl::GL_TEXTURE_MAG_FILTER, gl::GL_NEAREST);
+                         gl::GL_RGBA, gl::GL_FLOAT, pixels);
+        for (const gl::GLenum filter : {gl::GL_TEXTURE_MIN_FILTER, gl::GL_TEXTURE_MAG_FILTER})
+            gl::glTexParameteri(gl::GL_TEXTURE_2D, filter, gl::GL_NEAREST);
+        for (const gl::GLenum wrap : {gl::GL_TEXTURE_WRAP_S, gl::GL_TEXTURE_WRAP_T})
+            gl::glTexParameteri(gl::GL_TEXTURE_2D, wrap, gl::GL_CLAMP_TO_EDGE);
         gl::glBindTexture(gl::GL_TEXTURE_2D, 0);
         gl::glGenFramebuffers(1, &frameBuffer);
         gl::glBindFramebuffer(gl::GL_FRAMEBUFFER, frameBuffer);
-        gl::glFramebufferTexture2D(gl::GL_FRAMEBUFFER, gl::GL_COLOR_ATTACHMENT0, gl::GL_TEXTURE_2D, texture,
-                                   0);
+        attach(texture);
         gl::glViewport(0, 0, width, height);
     }
     ~TextureTarget() {
@@ -59,17 +71,22 @@ public:
     TextureTarget(const TextureTarget&) = delete;
     TextureTarget& operator=(const TextureTarget&) = delete;
 
+    /// Puts another texture in the place of its own.
+    static void attach(gl::GLuint other) {
+        gl::glFramebufferTexture2D(gl::GL_FRAMEBUFFER, gl::GL_COLOR_ATTACHMENT0, gl::GL_TEXTURE_2D, other, 0);
+    }
+
     gl::GLuint texture = 0;
     gl::GLuint frameBuffer = 0;
 };
 
-/// Channels of mip level `level`, row after row.
+/// Channels of mip level `level`, row after row. Leaves no texture bound.
 inline std::vector<float> texels(gl::GLuint texture, int level = 0) {
     gl::GLint width = 0, height = 0;
     gl::glBindTexture(gl::GL_TEXTURE_2D, texture);
     gl::glGetTexLevelParameteriv(gl::GL_TEXTURE_2D, level, gl::GL_TEXTURE_WIDTH, &width);
     gl::glGetTexLevelParameteriv(gl::GL_TEXTURE_2D, level, gl::GL_TEXTURE_HEIGHT, &height);
-    std::vector<float> values(static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 4);
+    std::vector<float> values(static_cast<std::size_t>(4 * width * height));
     gl::glGetTexImage(gl::GL_TEXTURE_2D, level, gl::GL_RGBA, gl::GL_FLOAT, values.data());
     gl::glBindTexture(gl::GL_TEXTURE_2D, 0);
     return values;

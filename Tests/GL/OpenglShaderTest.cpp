@@ -11,6 +11,7 @@
 namespace Tessaloom::BilateralBlur {
 namespace {
 
+using testing::AllOf;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -39,23 +40,10 @@ void main() {
 
 constexpr const char* kGeometry = R"(#version 330
 layout(points) in; layout(points, max_vertices = 1) out;
-in vec2 pair[];
 void main() { gl_Position = gl_in[0].gl_Position; EmitVertex(); }
 )";
 
-constexpr const char* kPlainFragment = "#version 330\nout vec4 colour; void main() { colour = vec4(1); }\n";
-
-std::string logOf(gl::GLenum stage, const std::string& source) {
-    const gl::GLuint shader = gl::glCreateShader(stage);
-    const char* text = source.c_str();
-    gl::glShaderSource(shader, 1, &text, nullptr);
-    gl::glCompileShader(shader);
-    std::vector<char> log(1 << 16);
-    gl::GLsizei length = 0;
-    gl::glGetShaderInfoLog(shader, static_cast<gl::GLsizei>(log.size()), &length, log.data());
-    gl::glDeleteShader(shader);
-    return {log.data(), static_cast<std::size_t>(length)};
-}
+constexpr const char* kPlain = "#version 330\nout vec4 colour; void main() { colour = vec4(1); }\n";
 
 bool anyProgramOrShader() {
     for (gl::GLuint name = 1; name < 64; ++name)
@@ -66,252 +54,175 @@ bool anyProgramOrShader() {
 
 class OpenglShaderTest : public GLTest {
 protected:
-    gl::GLuint program() const {
-        gl::GLint name = 0;
-        gl::glGetIntegerv(gl::GL_CURRENT_PROGRAM, &name);
-        return static_cast<gl::GLuint>(name);
+    // The components of a uniform with blanks between them.
+    static std::string uniform(const OpenglShader& shader, const std::string& name) {
+        std::vector<float> values(16, 99);
+        gl::glGetUniformfv(integer<gl::GLuint>(gl::GL_CURRENT_PROGRAM), shader.getUniformLocation(name),
+                           values.data());
+        std::ostringstream text;
+        for (std::size_t i = 0; i < values.size() && values[i] != 99; ++i)
+            text << (i ? " " : "") << values[i];
+        return text.str();
     }
 };
 
 TEST_F(OpenglShaderTest, PrintsTheLogOfABuildThatFailsAndTriesAgain) {
     const std::string broken = "#version 330\nvoid main() { nonsense; }\n";
-    const std::string longLog = "#version 330\n#error " + std::string(2000, 'x') + "\nvoid main() {}\n";
-    const std::string noMain = "#version 330\nvoid helper() {}\n";
-    struct {
-        std::string vertex, fragment, geometry;
-        const char* label;
-        gl::GLenum stage;
-    } const cases[] = {
-        {broken, kFragment, "", "vert", gl::GL_VERTEX_SHADER},
-        {kVertex, broken, "", "frag", gl::GL_FRAGMENT_SHADER},
-        {kVertex, longLog, kGeometry, "frag", gl::GL_FRAGMENT_SHADER},
-        {kVertex, kPlainFragment, broken, "geo", gl::GL_GEOMETRY_SHADER},
-        {kVertex, noMain, "", nullptr, {}},
+    const std::string chatty = "#version 330\n#error " + std::string(2000, 'x') + "\nvoid main() {}\n";
+    const std::string idle = "#version 330\nvoid helper() {}\n";
+    const auto log = [](const char* label) {
+        return AllOf(testing::StartsWith(std::string("Shader ") + label + " error:\n"),
+                     testing::HasSubstr("nonsense"), testing::EndsWith("\n"));
     };
-    for (const auto& failing : cases) {
-        std::string expected = "Program error:\n";
-        if (failing.label) {
-            const std::string& source = failing.geometry == broken ? failing.geometry
-                                        : failing.vertex == broken ? failing.vertex
-                                                                   : failing.fragment;
-            // GL counts the terminator among the 512.
-            expected = std::string("Shader ") + failing.label + " error:\n" +
-                       logOf(failing.stage, source).substr(0, 511) + "\n";
-        }
-        OpenglShader shader(failing.vertex, failing.fragment, failing.geometry);
+    struct {
+        OpenglShader shader;
+        testing::Matcher<std::string> output;
+    } cases[] = {
+        {{broken, kFragment}, log("vert")},
+        {{kVertex, broken}, log("frag")},
+        {{kVertex, kPlain, broken}, log("geo")},
+        // GL counts the terminator among the 512 characters.
+        {{kVertex, chatty},
+         AllOf(testing::StartsWith("Shader frag error:\n"), testing::EndsWith("xxx\n"),
+               testing::SizeIs(19 + 511 + 1))},
+        {{kVertex, idle}, AllOf(testing::MatchesRegex("Program error:\n.+\n"))},
+    };
+    for (auto& [shader, expected] : cases)
         for (int attempt = 0; attempt < 2; ++attempt) {
             const CapturedOutput output;
             shader.useProgram();
-            if (failing.label)
-                EXPECT_EQ(output.text(), expected);
-            else
-                EXPECT_THAT(output.text(),
-                            testing::AllOf(testing::StartsWith(expected), testing::EndsWith("\n"),
-                                           testing::SizeIs(testing::Gt(expected.size() + 5))));
+            EXPECT_THAT(output.text(), expected);
+            EXPECT_EQ(integer(gl::GL_CURRENT_PROGRAM), 0);
+            EXPECT_EQ(shader.getUniformLocation("f1"), -1);
+            EXPECT_FALSE(anyProgramOrShader());
         }
-        EXPECT_EQ(program(), 0u);
-        EXPECT_EQ(shader.getUniformLocation("f1"), -1);
-        EXPECT_FALSE(anyProgramOrShader()) << expected;
-    }
 }
 
-TEST_F(OpenglShaderTest, DoesNothingBeforeItsFirstUse) {
-    const auto calls = callsOf([] {
-        OpenglShader shader(kVertex, kFragment, kGeometry);
-        shader.addAttributeBinding("position", 3);
+TEST_F(OpenglShaderTest, BuildsOnceAtItsFirstUse) {
+    const GLCalls calls;
+    {
+        OpenglShader shader(kVertex, kPlain, kGeometry);
         const float value = 1;
-        shader.setUniform1i("i1", 1);
-        shader.setUniform4fv("fa4", &value, 1);
-        shader.setUniform3f("f3", Vec3(1, 2, 3));
         Affine affine;
+        shader.setUniform4fv("fa4", &value, 1);
         shader.setUniformMatrix3f("m3", &affine, 1);
         shader.setUniformMatrix4f("m4", Mat4(), 1);
         shader.setUniformTexture("picture", static_cast<int>(gl::GL_TEXTURE_2D), 1, 0);
         shader.setAttribute2fv("other", nullptr, 8);
         shader.setAttribute2fv(1, nullptr, 8);
-        shader.disableVertexAttributeArray("other");
         shader.disableVertexAttributeArray(1);
-        EXPECT_EQ(shader.getUniformLocation("f1"), -1);
-    });
-    EXPECT_THAT(calls, IsEmpty());
+        EXPECT_THAT(calls.names, IsEmpty());
+        shader.useProgram();
+        shader.useProgram();
+        EXPECT_EQ(calls.count("glCreateShader"), 3);
+        EXPECT_EQ(calls.count("glDetachShader"), 3);
+        EXPECT_EQ(calls.count("glCreateProgram"), 1);
+        gl::glUseProgram(0);
+    }
+    EXPECT_FALSE(anyProgramOrShader());
 }
 
+// A setter that called another function of GL than its name says would leave an error.
 TEST_F(OpenglShaderTest, HandsUniformsToGL) {
     OpenglShader shader(kVertex, kFragment);
     shader.useProgram();
-    const int ints[] = {1, -2, 3, -4, 5, -6, 7, -8};
-    const float floats[] = {0.5f, -1.5f, 2.5f, -3.5f, 4.5f, -5.5f, 6.5f, -7.5f};
+    const int i[] = {1, -2, 3, -4, 5, -6, 7, -8};
+    const float f[] = {1.5f, -2, 3, -4, 5, -6, 7, -8.5f};
+    shader.setUniform1i("i1", -3);
+    shader.setUniform2i("i2", 1, 2);
+    shader.setUniform3i("i3", 1, 2, 3);
+    shader.setUniform4i("i4", 1, 2, 3, 4);
+    shader.setUniform1f("f1", 0.1f);
+    shader.setUniform1iv("ia1", i, 2);
+    shader.setUniform2iv("ia2", i, 2);
+    shader.setUniform3iv("ia3", i, 2);
+    shader.setUniform4iv("ia4", i, 2);
+    shader.setUniform1fv("fa1", f, 2);
+    shader.setUniform2fv("fa2", f, 2);
+    shader.setUniform3fv("fa3", f, 2);
+    shader.setUniform4fv("fa4", f, 2);
+    shader.setUniform2f("f2", Vec2(0.1, 0.2));
+    shader.setUniform3f("f3", Vec3(4, 5, 6));
+    shader.setUniform4f("f4", Vec4(5, 6, 7, 8));
+    const std::pair<const char*, const char*> expected[] = {
+        {"i1", "-3"},      {"i2", "1 2"},      {"i3", "1 2 3"},       {"i4", "1 2 3 4"},
+        {"f1", "0.1"},     {"f2", "0.1 0.2"},  {"f3", "4 5 6"},       {"f4", "5 6 7 8"},
+        {"ia1[1]", "-2"},  {"ia2[1]", "3 -4"}, {"ia3[1]", "-4 5 -6"}, {"ia4[1]", "5 -6 7 -8"},
+        {"fa1[0]", "1.5"}, {"fa2[1]", "3 -4"}, {"fa3[1]", "-4 5 -6"}, {"fa4[1]", "5 -6 7 -8.5"}};
+    for (const auto& [name, values] : expected)
+        EXPECT_EQ(uniform(shader, name), values) << name;
+
     Affine affines[] = {Affine(true), Affine(1.5, 2, 3, 4.25, 5, 6)};
     Mat4 matrix;
-    matrix.m[1] = 0.25;
-    matrix.m[12] = 7;
-    matrix.m[13] = 8;
-    matrix.m[14] = 9;
-    using Values = std::vector<float>;
-    struct {
-        const char* name;
-        std::function<void(const char*)> set;
-        std::vector<Values> expected; // of each array element
-    } const cases[] = {
-        {"i1", [&](auto name) { shader.setUniform1i(name, -3); }, {{-3}}},
-        {"i2", [&](auto name) { shader.setUniform2i(name, 1, 2); }, {{1, 2}}},
-        {"i3", [&](auto name) { shader.setUniform3i(name, 1, 2, 3); }, {{1, 2, 3}}},
-        {"i4", [&](auto name) { shader.setUniform4i(name, 1, 2, 3, 4); }, {{1, 2, 3, 4}}},
-        {"f1", [&](auto name) { shader.setUniform1f(name, 0.1f); }, {{0.1f}}},
-        {"f2", [&](auto name) { shader.setUniform2f(name, 1, 2); }, {{1, 2}}},
-        {"f3", [&](auto name) { shader.setUniform3f(name, 1, 2, 3); }, {{1, 2, 3}}},
-        {"f4", [&](auto name) { shader.setUniform4f(name, 1, 2, 3, 4); }, {{1, 2, 3, 4}}},
-        {"ia1", [&](auto name) { shader.setUniform1iv(name, ints, 2); }, {{1}, {-2}}},
-        {"ia2", [&](auto name) { shader.setUniform2iv(name, ints, 2); }, {{1, -2}, {3, -4}}},
-        {"ia3", [&](auto name) { shader.setUniform3iv(name, ints, 2); }, {{1, -2, 3}, {-4, 5, -6}}},
-        {"ia4", [&](auto name) { shader.setUniform4iv(name, ints, 2); }, {{1, -2, 3, -4}, {5, -6, 7, -8}}},
-        {"fa1", [&](auto name) { shader.setUniform1fv(name, floats, 2); }, {{0.5f}, {-1.5f}}},
-        {"fa2", [&](auto name) { shader.setUniform2fv(name, floats, 2); }, {{0.5f, -1.5f}, {2.5f, -3.5f}}},
-        {"fa3",
-         [&](auto name) { shader.setUniform3fv(name, floats, 2); },
-         {{0.5f, -1.5f, 2.5f}, {-3.5f, 4.5f, -5.5f}}},
-        {"fa4",
-         [&](auto name) { shader.setUniform4fv(name, floats, 2); },
-         {{0.5f, -1.5f, 2.5f, -3.5f}, {4.5f, -5.5f, 6.5f, -7.5f}}},
-        {"f2", [&](auto name) { shader.setUniform2f(name, Vec2(0.1, 0.2)); }, {{0.1f, 0.2f}}},
-        {"f3", [&](auto name) { shader.setUniform3f(name, Vec3(4, 5, 6)); }, {{4, 5, 6}}},
-        {"f4", [&](auto name) { shader.setUniform4f(name, Vec4(5, 6, 7, 8)); }, {{5, 6, 7, 8}}},
-        {"f4",
-         [&](auto name) { shader.setUniform4f(name, Color(0.25, 0.5, 0.75, 1)); },
-         {{0.25f, 0.5f, 0.75f, 1}}},
-        {"m3",
-         [&](auto name) { shader.setUniformMatrix3f(name, affines, 2); },
-         {{1, 0, 0, 0, 1, 0, 0, 0, 1}, {1.5f, 2, 0, 3, 4.25f, 0, 5, 6, 1}}},
-        {"m4",
-         [&](auto name) { shader.setUniformMatrix4f(name, matrix, 1); },
-         {{1, 0.25f, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 7, 8, 9, 1}}},
-    };
-    for (const auto& uniform : cases) {
-        SCOPED_TRACE(uniform.name);
-        uniform.set(uniform.name);
-        for (std::size_t element = 0; element < uniform.expected.size(); ++element) {
-            std::string name = uniform.name;
-            if (uniform.expected.size() > 1)
-                name.append("[").append(std::to_string(element)).append("]");
-            Values values(16, 99);
-            gl::glGetUniformfv(program(), shader.getUniformLocation(name), values.data());
-            values.resize(uniform.expected[element].size());
-            EXPECT_EQ(values, uniform.expected[element]);
-        }
-        EXPECT_THAT(callsOf([&] { uniform.set("absent"); }), ElementsAre("glGetUniformLocation"));
-    }
-}
+    for (const int element : {1, 12, 13, 14})
+        matrix.m[element] = element + 0.5;
+    shader.setUniformMatrix3f("m3", affines, 2);
+    EXPECT_EQ(uniform(shader, "m3[0]"), "1 0 0 0 1 0 0 0 1");
+    EXPECT_EQ(uniform(shader, "m3[1]"), "1.5 2 0 3 4.25 0 5 6 1");
+    shader.setUniformMatrix4f("m4", matrix, 1);
+    EXPECT_EQ(uniform(shader, "m4"), "1 1.5 0 0 0 1 0 0 0 0 1 0 12.5 13.5 14.5 1");
+    shader.setUniform4f("f4", Color(0.25, 0.5, 0.75, 1));
+    EXPECT_EQ(uniform(shader, "f4"), "0.25 0.5 0.75 1");
+    EXPECT_THAT(callsOf([&] { shader.setUniform2f("absent", 1, 2); }), ElementsAre("glGetUniformLocation"));
 
-TEST_F(OpenglShaderTest, BindsATextureEvenWithoutItsSampler) {
-    OpenglShader shader(kVertex, kFragment);
-    shader.useProgram();
     const TextureTarget target(1, 1, gl::GL_RGBA8);
-    for (const char* name : {"picture", "absent"}) {
-        const int unit = *name == 'p' ? 2 : 3;
+    for (const auto& [name, unit] : {std::pair{"picture", 2}, {"absent", 3}}) {
         shader.setUniformTexture(name, static_cast<int>(gl::GL_TEXTURE_2D), static_cast<int>(target.texture),
                                  unit);
-        gl::GLint active = 0, bound = 0, sampler = 0;
-        gl::glGetIntegerv(gl::GL_ACTIVE_TEXTURE, &active);
-        gl::glGetIntegerv(gl::GL_TEXTURE_BINDING_2D, &bound);
-        gl::glGetUniformiv(program(), shader.getUniformLocation("picture"), &sampler);
-        EXPECT_EQ(active, static_cast<gl::GLint>(gl::GL_TEXTURE0) + unit);
-        EXPECT_EQ(bound, static_cast<gl::GLint>(target.texture));
-        EXPECT_EQ(sampler, 2);
+        EXPECT_EQ(integer(gl::GL_ACTIVE_TEXTURE), static_cast<gl::GLint>(gl::GL_TEXTURE0) + unit);
+        EXPECT_EQ(integer<gl::GLuint>(gl::GL_TEXTURE_BINDING_2D), target.texture)
+            << "even without its sampler";
+        EXPECT_EQ(uniform(shader, "picture"), "2");
     }
 }
 
 TEST_F(OpenglShaderTest, SetsAttributesAndKnowsWhichTakeNoLocation) {
     mErrorsExpected = true; // location -1 reaches GL where it is handed on
     OpenglShader shader(kVertex, kFragment);
-    shader.addAttributeBinding("position", 2);
     shader.addAttributeBinding("other", 5);
     shader.addAttributeBinding("other", 7);
     shader.useProgram();
     shader.addAttributeBinding("single", 9);
     shader.useProgram();
-    EXPECT_EQ(shader.getAttributeLocation("position"), 2);
     EXPECT_EQ(shader.getAttributeLocation("other"), 5) << "the first binding holds";
     EXPECT_NE(shader.getAttributeLocation("single"), 9) << "too late";
     EXPECT_EQ(shader.getAttributeLocation("absent"), -1);
 
-    gl::GLuint array = 0, buffer = 0;
-    gl::glGenVertexArrays(1, &array);
-    gl::glBindVertexArray(array);
-    gl::glGenBuffers(1, &buffer);
-    gl::glBindBuffer(gl::GL_ARRAY_BUFFER, buffer);
     const auto offset = reinterpret_cast<const float*>(8);
-    const auto intOffset = reinterpret_cast<const int*>(8);
-    struct {
-        std::function<void(int)> byLocation;
-        std::function<void(const char*)> byName; // where there is such a form
-        int components;
-        gl::GLenum type;
-        bool minusOneToGL;
-    } const cases[] = {
-        {[&](int at) { shader.setAttribute1iv(at, intOffset, 20); }, {}, 1, gl::GL_INT, false},
-        {[&](int at) { shader.setAttribute1fv(at, offset, 20); },
-         [&](auto name) { shader.setAttribute1fv(name, offset, 20); }, 1, gl::GL_FLOAT, false},
-        {[&](int at) { shader.setAttribute2fv(at, offset, 20); },
-         [&](auto name) { shader.setAttribute2fv(name, offset, 20); }, 2, gl::GL_FLOAT, true},
-        {[&](int at) { shader.setAttribute3fv(at, offset, 20); },
-         [&](auto name) { shader.setAttribute3fv(name, offset, 20); }, 3, gl::GL_FLOAT, true},
-        {[&](int at) { shader.setAttribute4fv(at, offset, 20); },
-         [&](auto name) { shader.setAttribute4fv(name, offset, 20); }, 4, gl::GL_FLOAT, false},
-    };
-    const auto attribute = [](gl::GLenum what) {
-        gl::GLint value = 0;
-        gl::glGetVertexAttribiv(5, what, &value);
-        return value;
-    };
-    for (const auto& setter : cases) {
-        for (const bool byName : {false, true}) {
-            if (byName && !setter.byName)
-                continue;
-            SCOPED_TRACE(std::to_string(setter.components) + (byName ? " by name" : " by location"));
-            byName ? setter.byName("other") : setter.byLocation(5);
-            EXPECT_EQ(attribute(gl::GL_VERTEX_ATTRIB_ARRAY_ENABLED), 1);
-            EXPECT_EQ(attribute(gl::GL_VERTEX_ATTRIB_ARRAY_SIZE), setter.components);
-            EXPECT_EQ(attribute(gl::GL_VERTEX_ATTRIB_ARRAY_TYPE), static_cast<gl::GLint>(setter.type));
-            EXPECT_EQ(attribute(gl::GL_VERTEX_ATTRIB_ARRAY_STRIDE), 20);
-            EXPECT_EQ(attribute(gl::GL_VERTEX_ATTRIB_ARRAY_NORMALIZED), 0);
-            void* pointer = nullptr;
-            gl::glGetVertexAttribPointerv(5, gl::GL_VERTEX_ATTRIB_ARRAY_POINTER, &pointer);
-            EXPECT_EQ(pointer, offset);
-            byName ? shader.disableVertexAttributeArray("other") : shader.disableVertexAttributeArray(5);
-            EXPECT_EQ(attribute(gl::GL_VERTEX_ATTRIB_ARRAY_ENABLED), 0);
-        }
-        EXPECT_EQ(callsOf([&] { setter.byLocation(-1); }).size(), setter.minusOneToGL ? 2u : 0u);
-        if (setter.byName) {
-            EXPECT_THAT(callsOf([&] { setter.byName("absent"); }), ElementsAre("glGetAttribLocation"));
-        }
+    const GLCalls calls;
+    for (const int location : {5, -1}) {
+        shader.setAttribute1iv(location, reinterpret_cast<const int*>(8), 20);
+        shader.setAttribute1fv(location, offset, 20);
+        shader.setAttribute2fv(location, offset, 20);
+        shader.setAttribute3fv(location, offset, 20);
+        shader.setAttribute4fv(location, offset, 20);
     }
-    EXPECT_THAT(callsOf([&] { shader.disableVertexAttributeArray("absent"); }),
-                ElementsAre("glGetAttribLocation"));
-    gl::glDeleteVertexArrays(1, &array);
-    gl::glDeleteBuffers(1, &buffer);
-}
-
-TEST_F(OpenglShaderTest, BuildsOnceAndLeavesNoShaderObjects) {
-    for (const std::string geometry : {"", kGeometry}) {
-        auto shader =
-            std::make_unique<OpenglShader>(kVertex, geometry.empty() ? kFragment : kPlainFragment, geometry);
-        const CapturedOutput output;
-        {
-            const GLCalls calls;
-            shader->useProgram();
-            shader->useProgram();
-            EXPECT_EQ(calls.count("glCreateShader"), geometry.empty() ? 2 : 3);
-            EXPECT_EQ(calls.count("glDeleteShader"), geometry.empty() ? 2 : 3);
-            EXPECT_EQ(calls.count("glCreateProgram"), 1);
-        }
-        EXPECT_EQ(output.text(), "");
-        gl::GLint attached = -1;
-        gl::glGetProgramiv(program(), gl::GL_ATTACHED_SHADERS, &attached);
-        EXPECT_EQ(attached, 0);
-        gl::glUseProgram(0);
-        shader.reset();
-        EXPECT_FALSE(anyProgramOrShader());
+    for (const char* name : {"other", "absent"}) {
+        shader.setAttribute1fv(name, offset, 20);
+        shader.setAttribute2fv(name, offset, 20);
+        shader.setAttribute3fv(name, offset, 20);
+        shader.setAttribute4fv(name, offset, 20);
     }
+    std::vector<std::string> pointers;
+    std::copy_if(calls.texts.begin(), calls.texts.end(), std::back_inserter(pointers),
+                 [](const std::string& text) { return text.find("Pointer") != text.npos; });
+    const auto pointer = [](const char* location, const char* components) {
+        return std::string("glVertexAttribPointer(") + location + ", " + components + ", GL_FALSE, 20, 0x8)";
+    };
+    EXPECT_THAT(pointers, ElementsAre(pointer("5", "1, GL_INT"), pointer("5", "1, GL_FLOAT"),
+                                      pointer("5", "2, GL_FLOAT"), pointer("5", "3, GL_FLOAT"),
+                                      pointer("5", "4, GL_FLOAT"), pointer("4294967295", "2, GL_FLOAT"),
+                                      pointer("4294967295", "3, GL_FLOAT"), pointer("5", "1, GL_FLOAT"),
+                                      pointer("5", "2, GL_FLOAT"), pointer("5", "3, GL_FLOAT"),
+                                      pointer("5", "4, GL_FLOAT")));
+    EXPECT_EQ(calls.count("glEnableVertexAttribArray"), 11);
+    EXPECT_THAT(callsOf([&] {
+                    shader.disableVertexAttributeArray("absent");
+                    shader.disableVertexAttributeArray("other");
+                    shader.disableVertexAttributeArray(5);
+                }),
+                ElementsAre("glGetAttribLocation", "glGetAttribLocation", "glDisableVertexAttribArray",
+                            "glDisableVertexAttribArray"));
 }
 
 } // namespace

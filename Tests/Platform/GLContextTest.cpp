@@ -68,25 +68,6 @@ protected:
     }
 };
 
-TEST_F(GLContextTest, SharesObjectsWithinAGroupOnly) {
-    NSOpenGLContext* first = makeContext();
-    NSOpenGLContext* partner = makeContext(first);
-    NSOpenGLContext* stranger = makeContext();
-    first->makeCurrentContext();
-    const auto genTextures = reinterpret_cast<void (*)(GLsizei, GLuint*)>(eglGetProcAddress("glGenTextures"));
-    const auto bindTexture = reinterpret_cast<void (*)(GLenum, GLuint)>(eglGetProcAddress("glBindTexture"));
-    const auto isTexture = reinterpret_cast<GLboolean (*)(GLuint)>(eglGetProcAddress("glIsTexture"));
-    GLuint texture = 0;
-    genTextures(1, &texture);
-    bindTexture(GL_TEXTURE_2D, texture);
-    partner->makeCurrentContext();
-    EXPECT_TRUE(isTexture(texture));
-    stranger->makeCurrentContext();
-    EXPECT_FALSE(isTexture(texture));
-    for (NSOpenGLContext* context : {first, partner, stranger})
-        context->release();
-}
-
 TEST_F(GLContextTest, KnowsWhatIsCurrent) {
     EXPECT_FALSE(CGLGetCurrentContext());
     EXPECT_EQ(NSOpenGLContext::currentContext(), nullptr);
