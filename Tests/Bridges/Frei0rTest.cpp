@@ -2,19 +2,19 @@
 #include "Tests/Bridges/Reference.h"
 
 #include <dlfcn.h>
-#include <fcntl.h>
 #include <frei0r.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <malloc.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <limits>
-#include <sstream>
+#include <memory>
 #include <string>
 #include <thread>
 
@@ -81,6 +81,13 @@ private:
 
 constexpr Size kSize{37, 21};
 
+// The address sanitizer keeps freed memory for a while.
+#ifdef __SANITIZE_ADDRESS__
+constexpr long kAllowedGrowth = 256 * 1024;
+#else
+constexpr long kAllowedGrowth = 4096;
+#endif
+
 // Each new thread may get a heap of its own, up to some number, which would show as growth.
 const int kOneHeap = mallopt(M_ARENA_MAX, 1);
 
@@ -95,36 +102,6 @@ long residentKilobytes() {
     statm >> pages >> pages;
     return pages * (sysconf(_SC_PAGESIZE) / 1024);
 }
-
-/// What is written to a file descriptor within a scope.
-class Capture {
-public:
-    explicit Capture(int descriptor) : mDescriptor(descriptor), mSaved(dup(descriptor)) {
-        std::fflush(nullptr);
-        dup2(fileno(mFile), mDescriptor);
-    }
-    ~Capture() {
-        close(mSaved);
-        std::fclose(mFile);
-    }
-    Capture(const Capture&) = delete;
-    Capture& operator=(const Capture&) = delete;
-
-    /// Ends the capture.
-    std::string text() {
-        std::fflush(nullptr);
-        dup2(mSaved, mDescriptor);
-        std::rewind(mFile);
-        std::string text;
-        for (int c; (c = std::fgetc(mFile)) != EOF;)
-            text += static_cast<char>(c);
-        return text;
-    }
-
-private:
-    const int mDescriptor, mSaved;
-    std::FILE* const mFile = std::tmpfile();
-};
 
 int count(const std::string& text, const std::string& part) {
     int found = 0;
@@ -203,16 +180,12 @@ TEST(Frei0r, FiltersLikeTheEffect) {
     }
 }
 
-TEST(Frei0r, ConstructingCostsNothing) {
+TEST(Frei0r, ConstructingStartsNothing) {
     const int before = threadCount();
-    Capture errors(STDERR_FILENO);
-    {
-        std::vector<std::unique_ptr<Instance>> instances;
-        for (int i = 0; i < 100; ++i)
-            instances.push_back(std::make_unique<Instance>(Size{640, 480}));
-        EXPECT_EQ(threadCount(), before);
-    }
-    EXPECT_EQ(errors.text(), "");
+    std::vector<std::unique_ptr<Instance>> instances;
+    for (int i = 0; i < 100; ++i)
+        instances.push_back(std::make_unique<Instance>(Size{640, 480}));
+    EXPECT_EQ(threadCount(), before);
 }
 
 // Rounds of instances on several threads, bands of one frame on two at once among them. The driver keeps
@@ -229,7 +202,6 @@ TEST(Frei0r, BeginsAndEndsAgainAndAgainWithoutLeavingAnything) {
     int threads = 0;
     long memory = 0;
     for (int round = 0; round < 20; ++round) {
-        Capture output(STDOUT_FILENO), errors(STDERR_FILENO);
         std::vector<std::thread> program;
         std::atomic<int> wrong{0};
         for (int i = 0; i < 3; ++i)
@@ -243,11 +215,7 @@ TEST(Frei0r, BeginsAndEndsAgainAndAgainWithoutLeavingAnything) {
             });
         for (std::thread& thread : program)
             thread.join();
-        const std::string printed = output.text(), told = errors.text();
         ASSERT_EQ(wrong, 0) << "round " << round;
-        ASSERT_EQ(printed, "");
-        // The two contexts of each life of the effect tell of themselves.
-        ASSERT_GE(count(told, "OpenGL Vendor:"), 2) << told;
         if (round == 4) {
             threads = threadCount();
             memory = residentKilobytes();
@@ -255,23 +223,7 @@ TEST(Frei0r, BeginsAndEndsAgainAndAgainWithoutLeavingAnything) {
             ASSERT_EQ(threadCount(), threads) << "round " << round;
         }
     }
-#ifndef __SANITIZE_ADDRESS__ // which keeps freed memory for a while
-    EXPECT_LT(residentKilobytes() - memory, 4096);
-#endif
-}
-
-TEST(Frei0r, MemoryStaysFlatOverManyFrames) {
-    const Size size{256, 128};
-    const Bytes frame = makeFrames(size, 1);
-    const Instance instance(size, 2 / 60.0), other({128, 256}, 2 / 60.0);
-    Bytes result(frame.size());
-    long memory = 0;
-    for (int i = 0; i < 220; ++i) {
-        (i % 2 ? other : instance).update(frame.data(), result.data());
-        if (i == 20)
-            memory = residentKilobytes();
-    }
-    EXPECT_LT(residentKilobytes() - memory, 4096);
+    EXPECT_LT(residentKilobytes() - memory, kAllowedGrowth);
 }
 
 TEST(Frei0r, LeavesTheProgramsContextCurrent) {
@@ -315,9 +267,13 @@ protected:
     /// Three frames that can't be filtered, on two instances; exits with 0 if they came out as they were.
     [[noreturn]] static void passThrough(Size size) {
         const Bytes frame = makeFrames(size, 1);
-        const Instance one(size, 0.5), two(size, 0.5);
-        std::exit(one.update(frame) == frame && one.update(frame) == frame && two.update(frame) == frame ? 0
-                                                                                                         : 3);
+        bool unchanged = true;
+        {
+            const Instance one(size, 0.5), two(size, 0.5);
+            for (const Instance* instance : {&one, &one, &two})
+                unchanged &= instance->update(frame) == frame;
+        }
+        std::exit(unchanged ? 0 : 3);
     }
 };
 
@@ -334,13 +290,26 @@ TEST_F(Frei0rDeathTest, AFrameThatFailsGoesOnUnchanged) {
     EXPECT_EXIT(passThrough({40000, 1}), testing::ExitedWithCode(0), HasOneComplaint("40000 x 1 pixels"));
 }
 
+bool leavesToTheSystem = false;
+
+} // namespace
+
+// The leak sanitizer asks when the process exits.
+extern "C" __attribute__((visibility("default"))) int __lsan_is_turned_off() {
+    return leavesToTheSystem;
+}
+
+namespace {
+
 // As programs do that leave the cleaning to the system.
 [[noreturn]] void exitWithInstancesAlive() {
+    leavesToTheSystem = true;
     (new Instance(kSize, 0.2))->update(makeFrames(kSize, 1));
     std::exit(0);
 }
 
 [[noreturn]] void exitWithFramesUnderWay() {
+    leavesToTheSystem = true;
     const Size size{128, 128};
     const Bytes& frame = *new Bytes(makeFrames(size, 1));
     const auto& instance = *new Instance(size, 0.5);
