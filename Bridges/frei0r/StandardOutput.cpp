@@ -12,5 +12,8 @@ __gnu_cxx::stdio_sync_filebuf<char> buffer(stderr);
 
 } // namespace
 
+// The name is the linker's.
+// NOLINTBEGIN(bugprone-reserved-identifier)
 extern "C" std::ostream __wrap__ZSt4cout;
 std::ostream __wrap__ZSt4cout(&buffer);
+// NOLINTEND(bugprone-reserved-identifier)
