@@ -233,7 +233,7 @@ void addAll(const Host::Module& module) {
         const std::string sizeName = std::to_string(size.width) + "x" + std::to_string(size.height);
         add("bare_calls/" + sizeName, [=](benchmark::State& state) { bareCalls(state, size); });
         for (const Content* content : {&kNoise, &kPhotograph})
-            for (const int scale : {0, 1, 2, 10, 20, 29, 30, 60}) {
+            for (const int scale : {0, 1, 2, 10, 20, 29, 30, 40, 50, 60}) {
                 const std::string rest = label(*content, size, scale);
                 add("effect" + rest, [&module, content, size, scale](benchmark::State& state) {
                     effectFrame(state, module, *content, size, scale);

@@ -181,7 +181,7 @@ void addAll() {
     for (const std::int64_t target : hwy::SupportedAndGeneratedTargets())
         addBytes(hwy::TargetName(target), kNoise, kSmall, 29, cores, target);
     for (const Content& content : {kNoise, kPhotograph})
-        for (const int blurSize : {29, 60})
+        for (const int blurSize : {10, 20, 29, 40, 50, 60})
             addOpenCv(content, kHd, blurSize);
 }
 
