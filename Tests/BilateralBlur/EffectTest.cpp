@@ -5,6 +5,8 @@
 #include "Tests/GL/GLCalls.h"
 #include "Tests/Platform/EglWatch.h"
 
+#include <GL/gl.h>
+#include <GL/glext.h>
 #include <gmock/gmock.h>
 
 #include <cmath>
@@ -301,6 +303,30 @@ TEST_F(EffectTest, TakesEmptyWorldsAndRefusesWhatGLCannotHold) {
     }
     static_cast<PF_LayerDef&>(target) = {4, 4, 64};
     EXPECT_EQ(frame(Pictures::noise(5, 5, 1), 5), "");
+}
+
+// A texture without storage would leave the picture black. The error is real, and of a buffer beside it.
+TEST_F(EffectTest, TellsThatGLRanOutOfMemory) {
+    const Picture picture = Pictures::noise(6, 6, 1);
+    EXPECT_EQ(frame(picture, 5), "");
+    {
+        GLCalls calls;
+        calls.afterEach = [](const std::string& name) {
+            if (name != "glTexSubImage2D")
+                return;
+            const auto bind = reinterpret_cast<PFNGLBINDBUFFERPROC>(eglGetProcAddress("glBindBuffer"));
+            const auto generate = reinterpret_cast<PFNGLGENBUFFERSPROC>(eglGetProcAddress("glGenBuffers"));
+            const auto fillBuffer = reinterpret_cast<PFNGLBUFFERDATAPROC>(eglGetProcAddress("glBufferData"));
+            GLuint buffer = 0;
+            generate(1, &buffer);
+            bind(GL_ARRAY_BUFFER, buffer);
+            fillBuffer(GL_ARRAY_BUFFER, PTRDIFF_MAX, nullptr, GL_STATIC_DRAW);
+            bind(GL_ARRAY_BUFFER, 0);
+        };
+        EXPECT_THAT(frame(picture, 5), HasSubstr("ran out of memory for a frame of 6 x 6"));
+    }
+    EXPECT_TRUE(hostContextIsCurrent());
+    EXPECT_EQ(frame(picture, 5), "");
 }
 
 TEST_F(EffectTest, TellsThatNoContextIsToBeHadUntilOneIs) {

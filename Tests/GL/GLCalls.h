@@ -43,6 +43,8 @@ public:
             text << ')';
             names.push_back(call.function->name());
             texts.push_back(text.str());
+            if (afterEach)
+                afterEach(names.back());
         });
         glbinding::setCallbackMask(glbinding::CallbackMask::After | glbinding::CallbackMask::Parameters);
     }
@@ -55,6 +57,8 @@ public:
 
     long count(const std::string& name) const { return std::count(names.begin(), names.end(), name); }
 
+    /// Called with the name of each, in its place.
+    std::function<void(const std::string&)> afterEach;
     std::vector<std::string> names;
     /// With arguments: "glEnable(GL_BLEND)".
     std::vector<std::string> texts;

@@ -209,12 +209,35 @@ void checkLimits(PF_OutData* out_data, const PF_LayerDef& input) {
                   input.width, input.height, limit, limit);
 }
 
+// The errors that GL has noted since it was last asked; true where memory was among them. A lost context
+// notes its loss over and over, so there is an end to the asking.
+bool ranOutOfMemory() {
+    constexpr int kMostErrors = 16;
+    bool memory = false;
+    for (int i = 0; i < kMostErrors; ++i) {
+        const gl::GLenum error = gl::glGetError();
+        if (error == gl::GL_NO_ERROR)
+            break;
+        memory |= error == gl::GL_OUT_OF_MEMORY;
+    }
+    return memory;
+}
+
 // Storage that can't be had shows as an incomplete frame buffer, and would give a black picture.
 void checkTarget(PF_OutData* out_data, const PF_LayerDef& input) {
     const std::string status = AEOpenGLUtilities::CheckFramebufferStatus();
     if (status != "OK")
         failFrame(out_data, "OpenGL has no storage for a frame of %d x %d pixels: %s", input.width,
                   input.height, status.c_str());
+    // What came before is of no interest, and would hide what comes after.
+    ranOutOfMemory();
+}
+
+// So would a texture without storage.
+void checkMemory(PF_OutData* out_data, const PF_LayerDef& input) {
+    if (ranOutOfMemory())
+        failFrame(out_data, "OpenGL ran out of memory for a frame of %d x %d pixels.", input.width,
+                  input.height);
 }
 
 // Hands the slider's value to the pass. The code of the checkout goes before that of the checkin.
@@ -256,6 +279,7 @@ PF_Err renderWorlds(PF_InData* in_data, PF_OutData* out_data, PF_LayerDef* input
         mRender->draw(texture, multiplier16bit);
     }
     frameBuffer.endDrawing(multiplier16bit);
+    checkMemory(out_data, *input);
     AEOpenGLUtilities::DownloadTexture(static_cast<unsigned>(input->width),
                                        static_cast<unsigned>(input->height), input, output, in_data,
                                        PF_PixelFormat_ARGB32, pixelSize, pixelType);
