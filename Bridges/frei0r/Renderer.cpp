@@ -49,8 +49,10 @@ private:
     void read(const Frame& frame) {
         // A size that an int doesn't hold turns negative and is refused.
         const int width = static_cast<int>(frame.width), height = static_cast<int>(frame.height);
-        if (mInput.width != width || mInput.height != height)
-            Host::World(width, height).swap(mInput);
+        if (mInput.width != width || mInput.height != height) {
+            mInput = Host::World(width, height);
+            mOutput = Host::World(width, height);
+        }
         for (int y = 0; y < height; ++y)
             Host::unpackRow(bytes(frame.input) + rowStart(frame, y), 4, width, mInput.row(y));
     }
