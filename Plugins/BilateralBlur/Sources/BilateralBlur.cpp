@@ -194,8 +194,9 @@ void makeRenderContextCurrent(PF_OutData* out_data) {
     try {
         AEOpenGLContextManager::getCurrentRenderContext()->makeContextCurrent();
     } catch (int) {
-        failFrame(out_data, "No OpenGL 3.3 core context can be had: install a driver for the graphics "
-                            "device, or Mesa's software renderer.");
+        failFrame(out_data, "%s",
+                  "No OpenGL 3.3 core context can be had: install a driver for the graphics "
+                  "device, or Mesa's software renderer.");
     }
 }
 
@@ -299,7 +300,7 @@ PF_Err smartRender(PF_InData* in_data, PF_OutData* out_data, PF_SmartRenderExtra
         return PF_Err_NONE;
     // Setdown took the pass, and no setup has followed.
     if (!mRender)
-        failFrame(out_data, "The effect was asked for a frame after its global setdown.");
+        failFrame(out_data, "%s", "The effect was asked for a frame after its global setdown.");
     return renderWorlds(in_data, out_data, input, output);
 }
 
