@@ -6,13 +6,10 @@
 
 namespace Tessaloom::BilateralBlur::Oracle {
 
-/// The half width of the neighbourhood for a blur size: (blurSize - 1) / 2, truncated towards zero.
-/// Every size from 0 to 60 has its full reach, so 59 and 60 give 29 (59 taps along each axis).
-int kernelReach(int blurSize);
-
 /// The blur pass alone, in double precision.
 ///
-/// For the pixel p and its neighbours q of the square of kernelReach(blurSize) around it, coordinates clamped
+/// For the pixel p and its neighbours q of the square of (blurSize - 1) / 2, truncated towards
+/// zero, around it, coordinates clamped
 /// to the picture: w(q) = exp(-|q - p|^2 / (2 * 10^2)) * exp(-|c(q) - c(p)|^2 / (2 * 0.1^2)), c being the
 /// first three channels (alpha, red, green). Those three come out as their weighted mean, blue as it went in;
 /// all four are scaled by `multiplier`, then red, green and blue are multiplied by the alpha.
@@ -31,8 +28,7 @@ std::vector<double> pass(const std::vector<double>& argb, int width, int height,
 /// @param argb     the world's first pixel, 4 bytes a pixel: A, R, G, B.
 /// @param rowbytes distance between rows in bytes, at least 4 * width.
 /// @return width * height pixels of 4 values in 0..255: A, R, G, B, straight. All four are 0 where the
-/// filtered
-///         alpha rounds to 0 of 255.
+///         filtered alpha rounds to 0 of 255.
 std::vector<double> effect(const std::uint8_t* argb, int width, int height, std::ptrdiff_t rowbytes,
                            int blurSize);
 

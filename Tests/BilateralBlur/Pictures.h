@@ -32,7 +32,6 @@ struct Picture {
     template<class Real = double>
     std::vector<Real> normalised() const {
         std::vector<Real> values;
-        values.reserve(static_cast<std::size_t>(width) * height * 4);
         for (int y = 0; y < height; ++y)
             for (int i = 0; i < 4 * width; ++i)
                 values.push_back(static_cast<Real>(pixel(0, y)[i]) / Real(255));
@@ -40,48 +39,44 @@ struct Picture {
     }
 };
 
-/// Sets every pixel to what `value(x, y, channel)` gives, rounded and clamped to 0..255.
+/// Every pixel as `value(x, y, channel)` gives it, rounded and clamped to 0..255; alpha is 255 throughout
+/// when `opaque`.
 template<class Function>
-Picture make(int width, int height, int spareBytes, Function value) {
-    Picture picture(width, height, spareBytes);
-    for (int y = 0; y < height; ++y)
-        for (int x = 0; x < width; ++x)
-            for (int channel = 0; channel < 4; ++channel)
-                picture.pixel(x, y)[channel] = static_cast<std::uint8_t>(
-                    std::clamp(std::lround(static_cast<double>(value(x, y, channel))), 0L, 255L));
+Picture make(int width, int height, bool opaque, Function value) {
+    Picture picture(width, height);
+    for (int i = 0; i < 4 * width * height; ++i) {
+        const int channel = i % 4, pixel = i / 4;
+        const double level = opaque && channel == 0 ? 255.0 : value(pixel % width, pixel / width, channel);
+        picture.bytes[i] = static_cast<std::uint8_t>(std::clamp(std::lround(level), 0L, 255L));
+    }
     return picture;
 }
 
-/// Independent uniform bytes in all four channels; alpha is 255 throughout when `opaque`.
-inline Picture noise(int width, int height, unsigned seed, bool opaque = false, int spareBytes = 0) {
+/// Independent uniform bytes in all four channels.
+inline Picture noise(int width, int height, unsigned seed, bool opaque = false) {
     std::mt19937 random(seed);
-    return make(width, height, spareBytes, [&](int, int, int channel) {
-        const unsigned byte = random() >> 24;
-        return opaque && channel == 0 ? 255u : byte;
-    });
+    return make(width, height, opaque, [&](int, int, int) { return random() >> 24; });
 }
 
 /// Noise of +-`amplitude` around mid grey: close enough for every tap to carry weight.
-inline Picture softNoise(int width, int height, unsigned seed, int amplitude = 20, bool opaque = false,
-                         int spareBytes = 0) {
+inline Picture softNoise(int width, int height, unsigned seed, int amplitude = 20, bool opaque = false) {
     std::mt19937 random(seed);
-    return make(width, height, spareBytes, [&](int, int, int channel) {
-        const int offset = static_cast<int>(random() % (2u * amplitude + 1)) - amplitude;
-        return opaque && channel == 0 ? 255 : 128 + offset;
+    return make(width, height, opaque, [&](int, int, int) {
+        return 128 + static_cast<int>(random() % (2u * amplitude + 1)) - amplitude;
     });
 }
 
 /// Opaque 5 by 7 blocks of black, white and strong colours: only hard edges.
-inline Picture hardEdges(int width, int height, int spareBytes = 0) {
-    return make(width, height, spareBytes, [](int x, int y, int channel) {
-        const unsigned block = static_cast<unsigned>(x / 5) * 3u + static_cast<unsigned>(y / 7) * 5u;
-        return channel == 0 || (block >> (channel - 1)) & 1 ? 255 : 0;
+inline Picture hardEdges(int width, int height) {
+    return make(width, height, true, [](int x, int y, int channel) {
+        const int block = x / 5 * 3 + y / 7 * 5;
+        return (block >> (channel - 1)) & 1 ? 255 : 0;
     });
 }
 
 /// Alpha rises from 0 at the left to 255 at the right edge, with colours that vary on their own.
-inline Picture alphaRamp(int width, int height, int spareBytes = 0) {
-    return make(width, height, spareBytes, [&](int x, int y, int channel) {
+inline Picture alphaRamp(int width, int height) {
+    return make(width, height, false, [&](int x, int y, int channel) {
         if (channel == 0)
             return 255.0 * x / std::max(1, width - 1);
         return 127.5 + 127.5 * std::sin(0.11 * channel * x + 0.23 * y + channel);
@@ -89,11 +84,9 @@ inline Picture alphaRamp(int width, int height, int spareBytes = 0) {
 }
 
 /// Like a photograph, opaque: smooth shading, an edge across it, and a sensor's noise.
-inline Picture photograph(int width, int height, unsigned seed, int spareBytes = 0) {
+inline Picture photograph(int width, int height, unsigned seed) {
     std::mt19937 random(seed);
-    return make(width, height, spareBytes, [&](int x, int y, int channel) {
-        if (channel == 0)
-            return 255.0;
+    return make(width, height, true, [&](int x, int y, int channel) {
         const double u = static_cast<double>(x) / width, v = static_cast<double>(y) / height;
         const double shade = 110 + 60 * std::sin(5 * u + channel) * std::cos(4 * v - channel);
         const double edge = std::sin(23 * u + 9 * v * v) > 0.2 ? 50 : 0;

@@ -1,4 +1,6 @@
+#include "Plugins/Shared/Math/Barycentric.h"
 #include "Plugins/Shared/Math/Box3.h"
+#include "Plugins/Shared/Math/Color.h"
 #include "Plugins/Shared/Math/Range.h"
 #include "Plugins/Shared/Math/Rect.h"
 #include "Tests/Math/Random.h"
@@ -8,60 +10,52 @@
 namespace Tessaloom::BilateralBlur {
 namespace {
 
-template<class T>
-concept ScalesWhenConst = requires(const T& a) {
-    a.scale(1.0f, 1.0f);
-};
-static_assert(!ScalesWhenConst<Rect> && std::is_void_v<decltype(Box3().intersects(Box3()))>);
-
 bool isEmptyValue(const Box3& box) {
     return box.min.equal(Vec3(1.7976931348623157e308), 0) && box.max.equal(Vec3(2.2250738585072014e-308), 0);
 }
 
-TEST(Rect, EdgesMoveOrResize) {
+TEST(Rect, EdgesMoveOrResizeAndScaleCountsTheGrowthTwice) {
     Rect rect(1, 2, 3, 4);
-    EXPECT_TRUE(rect.getBottomRight() == Vec2(4, 6) && rect.getCenter() == Vec2(2.5, 4));
     rect.setLeft(10);
-    EXPECT_EQ(rect.getRight(), 13);
+    EXPECT_TRUE(rect.getBottomRight() == Vec2(13, 6) && rect.getCenter() == Vec2(11.5, 4));
     rect.setRight(20);
     rect.setBottom(10.1);
     EXPECT_TRUE(rect == Rect(10, 2, 10, double(10.1f) - 2) && rect != Rect(10, 2, 10, 8.1));
-    rect.setCenter({5, 0});
-    EXPECT_TRUE(rect.getCenter() == Vec2(5, 0) && rect.getLeft() == 0);
-}
-
-TEST(Rect, SharedEdgesTouchWithoutIntersecting) {
-    Rect left(0, 0, 2, 2);
-    for (const Rect& other : {Rect(2, 0, 2, 2), Rect(0, 2, 2, 2)}) {
-        EXPECT_FALSE(left.intersects(other) || other.intersects(left));
-        EXPECT_TRUE(left.touches(other) && other.touches(left) && left.intersect(other).getArea() == 0);
-    }
-    EXPECT_TRUE(left.containsPoint({2, 2}) && left.containsPoint({0, 0}) && left.containsRect(left));
-    EXPECT_EQ(left.intersect(Rect(5, 5, 1, 1)), Rect(5, 5, -3, -3));
-    EXPECT_EQ(Rect().unite(Rect(5, 5, 1, 1)), Rect(0, 0, 6, 6));
-    EXPECT_EQ(Rect().getInclude({5, -5}), Rect(0, -5, 5, 5));
-    EXPECT_TRUE(!Rect(0, 0, 0, 5).isEmpty() && Rect(3, 3, 0, 0).isEmpty());
-}
-
-TEST(Rect, ScaleMovesEveryEdgeByTheGrowth) {
-    Rect rect(0, 0, 10, 10);
+    rect = Rect(7, 7, 10, 10);
+    rect.setCenter({5, 5});
     EXPECT_TRUE(rect.scale(2, 1) == Rect(-10, 0, 30, 10) && rect.scale(1, 0.5) == Rect(0, 5, 10, 0));
-    EXPECT_EQ(rect.scale(1.1f, 1).x, -(double(1.1f) * 10 - 10));
-    EXPECT_TRUE(rect.expand(0.1f).y == -double(0.1f) && rect.expand(Vec2(-1, 2)) == Rect(1, -2, 8, 14));
+    EXPECT_EQ(rect.expand(0.1f).y, -double(0.1f));
+}
+
+TEST(Rect, SetOperationsAgreeWithTheirPoints) {
+    forEachSeed(500, [](Random& random) {
+        // Whole numbers from a few, so that edges often meet.
+        const auto whole = [&] { return std::floor(random.between(1, 5)); };
+        Rect first{whole(), whole(), whole(), whole()}, second{whole(), whole(), whole(), whole()};
+        const Vec2 point{whole(), whole()};
+        const Rect common = first.intersect(second);
+        EXPECT_EQ(first.intersects(second), common.z > 0 && common.w > 0);
+        EXPECT_EQ(first.touches(second), common.z >= 0 && common.w >= 0);
+        EXPECT_EQ(common.containsPoint(point), first.containsPoint(point) && second.containsPoint(point));
+        EXPECT_EQ(first.containsPoint(point), first.getInclude(point) == first);
+        EXPECT_EQ(first.containsRect(second), first.unite(second) == first);
+        EXPECT_EQ(first.getInclude(point), first.unite(Rect(point, {})));
+    });
+    EXPECT_EQ(Rect(0, 0, 2, 2).intersect(Rect(5, 5, 1, 1)), Rect(5, 5, -3, -3));
+    EXPECT_EQ(Rect().unite(Rect(5, 5, 1, 1)), Rect(0, 0, 6, 6));
 }
 
 TEST(Box3, EmptyValueHasATinyMaximum) {
     Vec3 points[] = {Vec3(-5, -1, -2), Vec3(-3, -4, -2)};
     float values[] = {-1, 2, 3, -4, 5, 6};
     Box3 box;
-    EXPECT_TRUE(box.isEmpty() && isEmptyValue(box) && Box3(Vec3(0, 0, 1), Vec3(1, 1, 0)).isEmpty());
     EXPECT_TRUE(Box3(Vec3(), Vec3()).isEmpty() && !Box3(Vec3(1), Vec3(1)).isEmpty());
     box.setFromArray(values, 6);
-    EXPECT_TRUE(box.min == Vec3(-4, 2, 3) && box.max == Vec3(0, 5, 6) && box.max.x > 0);
+    EXPECT_TRUE(box == Box3(Vec3(-4, 2, 3), Vec3(0, 5, 6)) && box.max.x > 0);
     box.setFromPoints(points, 2);
-    EXPECT_TRUE(box.min == Vec3(-5, -4, -2) && box.max == Vec3(-3, -1, -2));
-    box.setFromPoints(&box.max, -7);
-    EXPECT_TRUE(box.min == Vec3(-3, -1, -2) && box.max == box.min);
+    EXPECT_TRUE(box == Box3(Vec3(-5, -4, -2), Vec3(-3, -1, -2)));
+    box.setFromPoints(&box.max, -7); // the first point alone, and it is the box's own
+    EXPECT_TRUE(box == Box3(Vec3(-3, -1, -2), Vec3(-3, -1, -2)));
     box.setFromArray(values, -1);
     EXPECT_TRUE(isEmptyValue(box));
 }
@@ -76,8 +70,8 @@ TEST(Box3, SetOperationsAgreeWithTheirPoints) {
         both.unionBox(second);
         const Vec3 point = random.vec3();
         EXPECT_EQ(isEmptyValue(common), !first.intersectsBox(second));
+        EXPECT_EQ(first.containsBox(second), both == first);
         EXPECT_EQ(common.containsPoint(point), first.containsPoint(point) && second.containsPoint(point));
-        EXPECT_TRUE(both.containsBox(first) && both.containsBox(second));
         EXPECT_EQ(both.distanceToPoint(point) == 0, both.containsPoint(point));
         EXPECT_TRUE((both.getParameter(point) * both.getSize() + both.min).equal(point, 1e-12));
     });
@@ -85,6 +79,35 @@ TEST(Box3, SetOperationsAgreeWithTheirPoints) {
     EXPECT_TRUE(unit.distanceToPoint(Vec3(4, 5, 1)) == 5 && unit.containsPoint(Vec3(NAN, 0, 1)));
     unit.expandByScalar(0.1f);
     EXPECT_TRUE(unit.min.x == -double(0.1f) && Range(true).length == 2147483647 && Range(7).location == 7);
+}
+
+// Weights make a point, and the point gives back the weights.
+template<class Point, class Make>
+void expectRoundTrip(Random& random, Make make) {
+    const Point a = make(random.vec4()), b = make(random.vec4()), c = make(random.vec4());
+    const double u = random.between(-1, 2), v = random.between(-1, 2), w = 1 - u - v;
+    Barycentric found(a, b, c, Barycentric(u, v, w).interpolate(a, b, c));
+    EXPECT_TRUE(Vec3(found.u, found.v, found.w).equal(Vec3(u, v, w), 1e-9));
+    EXPECT_EQ(found.isInside(), u >= 0 && v >= 0 && w >= 0);
+}
+
+TEST(Barycentric, WeightsGiveThePointBackInEveryType) {
+    forEachSeed(100, [](Random& random) {
+        const auto color = [](const Vec4& v) { return Color(v.x, v.y, v.z, v.w); };
+        expectRoundTrip<Vec2>(random, [](const Vec4& v) { return v.getVec3().getVec2(); });
+        expectRoundTrip<Vec3>(random, [](const Vec4& v) { return v.getVec3(); });
+        expectRoundTrip<Vec4>(random, [](const Vec4& v) { return v; });
+        expectRoundTrip<Color>(random, color);
+        // A point off the plane has the weights of its projection, where every component counts.
+        const Vec4 a = random.vec4(), b = random.vec4(), c = random.vec4(), p = random.vec4();
+        const Vec4 height = p - Barycentric(color(a), color(b), color(c), color(p)).interpolate(a, b, c);
+        EXPECT_TRUE(std::abs(height.dot(a - c)) < 1e-9 && std::abs(height.dot(b - c)) < 1e-9);
+    });
+    Barycentric flat(Vec2(), Vec2(), Vec2(0, 1), Vec2(1, 0));
+    EXPECT_TRUE(std::isnan(flat.u) && std::isnan(flat.v) && std::isnan(flat.w) && !flat.isInside());
+    // The border is inside. Weights that a caller gives need no sum, and only w may pass 1.
+    EXPECT_TRUE(Barycentric(1, 0, 0).isInside() && Barycentric(0, 1, 2).isInside());
+    EXPECT_FALSE(Barycentric(1.5, 0, 0).isInside() || Barycentric(0, 1.5, 0).isInside());
 }
 
 } // namespace
