@@ -73,6 +73,7 @@ PF_Err iterateOnThreads(Services& services, World& source, World& destination, c
         }
     };
     std::vector<std::jthread> threads;
+    threads.reserve(static_cast<std::size_t>(count));
     for (int i = 0; i < count; ++i)
         threads.emplace_back(work, area.top + i);
     threads.clear();

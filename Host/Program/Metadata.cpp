@@ -58,7 +58,7 @@ VImage metadataOfExif(std::span<const std::byte> exif) {
         segment.insert(segment.end(), exif.begin(), exif.end());
         jpeg.insert(jpeg.begin() + kStart, segment.begin(), segment.end());
     }
-    const VImage metadata = VImage::black(1, 1).copy();
+    VImage metadata = VImage::black(1, 1).copy();
     copyMetadata(VImage::new_from_buffer(jpeg.data(), jpeg.size(), ""), metadata);
     return metadata;
 }

@@ -84,7 +84,7 @@ std::filesystem::path findModule() {
     const std::filesystem::path folder = std::filesystem::read_symlink("/proc/self/exe").parent_path();
     const std::string name = "BilateralBlur.so";
     for (const char* place : {".", BILATERAL_BLUR_INSTALLED_MODULE, "../../Plugins/BilateralBlur"}) {
-        const std::filesystem::path module = (folder / place / name).lexically_normal();
+        std::filesystem::path module = (folder / place / name).lexically_normal();
         std::error_code ignored;
         if (std::filesystem::exists(module, ignored))
             return module;

@@ -105,7 +105,7 @@ void checkAccepted(const VImage& image, const path& file) {
 }
 
 VImage metadataOf(const VImage& image, const PngChunks& chunks) {
-    const VImage metadata =
+    VImage metadata =
         VImage::black(1, 1).copy(VImage::option()->set("xres", image.xres())->set("yres", image.yres()));
     copyMetadata(image, metadata);
     if (!chunks.exif.empty())
