@@ -62,7 +62,8 @@ public:
     /// Filters a frame: smart pre-render, then smart render into a world of the host's own, which changes
     /// places with `output` when all went well. `output` then has the size of `input` and other pixels, else
     /// it is untouched. An effect that promises a smaller rectangle gets a world of that size, and the rest
-    /// of `output` is 0. The effect has no business writing into `input`.
+    /// of `output` is 0. The effect has no business writing into `input`. The two may be one world: it then
+    /// changes as a whole or not at all, and no memory is taken for a further frame of the same size.
     ///
     /// @param value the slider's value at all times; held to the declared range.
     Result render(World& input, World& output, std::int32_t value, Time time = {});

@@ -128,14 +128,36 @@ void readPixels(const VImage& image, Host::World& world) {
 
 // Writing
 
+/// Packs the rows of a world when the library asks for them, so that no second copy of the picture exists.
 template<class Sample>
-std::vector<Sample> packed(const Picture& picture) {
-    const Host::World& world = picture.world;
-    const std::size_t rowLength = static_cast<std::size_t>(world.width) * picture.channels;
-    std::vector<Sample> samples(rowLength * world.height);
-    for (int y = 0; y < world.height; ++y)
-        Host::packRow(world.row(y), world.width, picture.channels, samples.data() + y * rowLength);
-    return samples;
+int packRegion(VipsRegion* region, void*, void* world, void* channels, gboolean*) {
+    const VipsRect& area = region->valid;
+    for (int y = area.top; y < area.top + area.height; ++y)
+        Host::packRow(static_cast<const Host::World*>(world)->row(y) + area.left, area.width,
+                      *static_cast<const int*>(channels),
+                      reinterpret_cast<Sample*>(VIPS_REGION_ADDR(region, area.left, y)));
+    return 0;
+}
+
+/// The picture with its metadata as an image of the library, which borrows the pixels.
+template<class Sample>
+VImage imageOf(const Picture& picture) {
+    constexpr bool kIs16Bit = sizeof(Sample) == 2;
+    const bool grey = picture.channels < 3;
+    VipsImage* image = vips_image_new();
+    vips_image_init_fields(image, picture.world.width, picture.world.height, picture.channels,
+                           kIs16Bit ? VIPS_FORMAT_USHORT : VIPS_FORMAT_UCHAR, VIPS_CODING_NONE,
+                           grey ? (kIs16Bit ? VIPS_INTERPRETATION_GREY16 : VIPS_INTERPRETATION_B_W)
+                                : (kIs16Bit ? VIPS_INTERPRETATION_RGB16 : VIPS_INTERPRETATION_sRGB),
+                           picture.metadata.xres(), picture.metadata.yres());
+    const VImage owner(image);
+    if (vips_image_pipelinev(image, VIPS_DEMAND_STYLE_THINSTRIP, nullptr) != 0 ||
+        vips_image_generate(image, nullptr, packRegion<Sample>, nullptr,
+                            const_cast<Host::World*>(&picture.world),
+                            const_cast<int*>(&picture.channels)) != 0)
+        throw vips::VError();
+    copyMetadata(picture.metadata, owner);
+    return owner;
 }
 
 vips::VOption* optionsFor(const FileType& type) {
@@ -143,6 +165,8 @@ vips::VOption* optionsFor(const FileType& type) {
     const std::string_view name = type.name;
     if (name == "JPEG")
         options->set("Q", 95)->set("subsample_mode", VIPS_FOREIGN_SUBSAMPLE_OFF);
+    else if (name == "PNG") // on filtered pictures smaller than the library's own choice, and twice as fast
+        options->set("compression", 4)->set("filter", VIPS_FOREIGN_PNG_FILTER_PAETH);
     else if (name == "TIFF")
         options->set("compression", VIPS_FOREIGN_TIFF_COMPRESSION_LZW)
             ->set("predictor", VIPS_FOREIGN_TIFF_PREDICTOR_HORIZONTAL);
@@ -151,23 +175,7 @@ vips::VOption* optionsFor(const FileType& type) {
     return options;
 }
 
-template<class Sample>
-std::vector<std::byte> encode(const Picture& picture, const FileType& type) {
-    std::vector<Sample> samples = packed<Sample>(picture);
-    constexpr bool kIs16Bit = sizeof(Sample) == 2;
-    const bool grey = picture.channels < 3;
-    const VImage pixels = VImage::new_from_memory(samples.data(), samples.size() * sizeof(Sample),
-                                                  picture.world.width, picture.world.height, picture.channels,
-                                                  kIs16Bit ? VIPS_FORMAT_USHORT : VIPS_FORMAT_UCHAR);
-    const VipsInterpretation colours =
-        grey ? (kIs16Bit ? VIPS_INTERPRETATION_GREY16 : VIPS_INTERPRETATION_B_W)
-             : (kIs16Bit ? VIPS_INTERPRETATION_RGB16 : VIPS_INTERPRETATION_sRGB);
-    const VImage image = pixels.copy(VImage::option()
-                                         ->set("interpretation", colours)
-                                         ->set("xres", picture.metadata.xres())
-                                         ->set("yres", picture.metadata.yres()));
-    copyMetadata(picture.metadata, image);
-
+std::vector<std::byte> encode(const VImage& image, const Picture& picture, const FileType& type) {
     void* buffer = nullptr;
     std::size_t size = 0;
     image.write_to_buffer(type.endings[0], &buffer, &size, optionsFor(type));
@@ -183,13 +191,16 @@ std::vector<std::byte> encode(const Picture& picture, const FileType& type) {
 
 const char* const kWritableTypes = ".jpg, .jpeg, .png, .tif, .tiff or .webp";
 
-Picture readPicture(const path& file) {
+Picture readPicture(const path& file, Host::World spare) {
     checkReadable(file);
     try {
         const VImage image = open(file);
         checkAccepted(image, file);
         Picture picture;
-        picture.world = Host::World(image.width(), image.height());
+        if (spare.width == image.width() && spare.height == image.height())
+            picture.world.swap(spare);
+        else
+            picture.world = Host::World(image.width(), image.height());
         picture.channels = image.bands();
         picture.is16Bit = image.format() == VIPS_FORMAT_USHORT;
         picture.pages = vips_image_get_n_pages(image.get_image());
@@ -219,8 +230,9 @@ std::vector<std::byte> encodePicture(const Picture& picture, const path& file) {
         fail(file,
              std::string(type.name) + " can't hold the picture's alpha channel; use .png, .tif or .webp");
     try {
-        return picture.is16Bit && type.has16Bit ? encode<std::uint16_t>(picture, type)
-                                                : encode<std::uint8_t>(picture, type);
+        return encode(picture.is16Bit && type.has16Bit ? imageOf<std::uint16_t>(picture)
+                                                       : imageOf<std::uint8_t>(picture),
+                      picture, type);
     } catch (const vips::VError& error) {
         fail(file, "the picture can't be written: " + firstLine(error));
     }

@@ -27,7 +27,9 @@ struct Picture {
 
 /// Reads a JPEG, PNG, TIFF or WebP file, told by what is in it, not by its name. Throws Failure where the
 /// file can't be read, is damaged or cut short, or holds another kind of samples or colours.
-Picture readPicture(const std::filesystem::path& path);
+///
+/// `spare` becomes the picture's world where its size fits: fresh memory costs as much as some decoding.
+Picture readPicture(const std::filesystem::path& path, Host::World spare = {0, 0});
 
 /// The endings of file names that can be written, for messages.
 extern const char* const kWritableTypes;

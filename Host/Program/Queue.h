@@ -15,6 +15,12 @@ class Queue {
 public:
     explicit Queue(std::size_t capacity) : mCapacity(capacity) {}
 
+    /// Waits until there is room. It stays where one thread alone pushes.
+    void waitForRoom() {
+        std::unique_lock lock(mMutex);
+        mChanged.wait(lock, [this] { return mValues.size() < mCapacity; });
+    }
+
     /// Waits until there is room.
     void push(Value value) {
         std::unique_lock lock(mMutex);
@@ -27,12 +33,13 @@ public:
     std::optional<Value> pop() {
         std::unique_lock lock(mMutex);
         mChanged.wait(lock, [this] { return !mValues.empty() || mIsClosed; });
-        if (mValues.empty())
-            return std::nullopt;
-        std::optional<Value> value(std::move(mValues.front()));
-        mValues.pop_front();
-        mChanged.notify_all();
-        return value;
+        return takeFirst();
+    }
+
+    /// A value if there is one.
+    std::optional<Value> tryPop() {
+        const std::lock_guard lock(mMutex);
+        return takeFirst();
     }
 
     /// No value follows.
@@ -43,6 +50,15 @@ public:
     }
 
 private:
+    std::optional<Value> takeFirst() {
+        if (mValues.empty())
+            return std::nullopt;
+        std::optional<Value> value(std::move(mValues.front()));
+        mValues.pop_front();
+        mChanged.notify_all();
+        return value;
+    }
+
     const std::size_t mCapacity;
     std::mutex mMutex;
     std::condition_variable mChanged;

@@ -132,40 +132,46 @@ private:
     bool mToldDepth = false, mToldPages = false;
 };
 
-void readAll(const std::vector<Job>& jobs, Queue<Frame>& toFilter, Report& report) {
+/// The way of the pictures between the threads, and of their worlds back for the pictures to come.
+struct Line {
+    Queue<Frame> toFilter{1}, toWrite{1};
+    Queue<Host::World> spares{8}; ///< more than there are worlds on the way, so giving back never waits
+};
+
+void readAll(const std::vector<Job>& jobs, Line& line, Report& report) {
     LossNotes losses(report);
     for (const Job& job : jobs)
         attempt(job.input, report, [&] {
-            Frame frame{&job, readPicture(job.input)};
+            // One picture read ahead is enough, and none is held while another waits.
+            line.toFilter.waitForRoom();
+            Frame frame{&job, readPicture(job.input, line.spares.tryPop().value_or(Host::World(0, 0)))};
             losses.look(frame);
-            toFilter.push(std::move(frame));
+            line.toFilter.push(std::move(frame));
         });
-    toFilter.close();
+    line.toFilter.close();
     vips_thread_shutdown();
 }
 
 void filter(Frame& frame, Host::Effect& effect, int blurScale) {
-    Host::World output(0, 0);
-    const Host::Result result =
-        effect.render(frame.picture.world, output, blurScale, {.current = frame.job->frame});
+    Host::World& world = frame.picture.world;
+    const Host::Result result = effect.render(world, world, blurScale, {.current = frame.job->frame});
     if (!result.ok())
         throw Failure(frame.job->input.string() + ": " + result.text());
-    frame.picture.world = std::move(output);
 }
 
-void filterAll(Queue<Frame>& toFilter, Queue<Frame>& toWrite, Host::Effect& effect, int blurScale,
-               Report& report) {
-    while (std::optional<Frame> frame = toFilter.pop())
+void filterAll(Line& line, Host::Effect& effect, int blurScale, Report& report) {
+    while (std::optional<Frame> frame = line.toFilter.pop())
         if (attempt(frame->job->input, report, [&] { filter(*frame, effect, blurScale); }))
-            toWrite.push(std::move(*frame));
-    toWrite.close();
+            line.toWrite.push(std::move(*frame));
+    line.toWrite.close();
 }
 
-void writeAll(Queue<Frame>& toWrite, Report& report) {
-    while (const std::optional<Frame> frame = toWrite.pop()) {
+void writeAll(Line& line, Report& report) {
+    while (std::optional<Frame> frame = line.toWrite.pop()) {
         const path& output = frame->job->output;
         if (attempt(output, report, [&] { replaceFile(output, encodePicture(frame->picture, output)); }))
             report.frameDone();
+        line.spares.push(std::move(frame->picture.world));
     }
     vips_thread_shutdown();
 }
@@ -184,10 +190,10 @@ Work planWork(const Options& options) {
 }
 
 void doWork(const std::vector<Job>& jobs, Host::Effect& effect, int blurScale, Report& report) {
-    Queue<Frame> toFilter(1), toWrite(1);
-    std::jthread reader([&] { readAll(jobs, toFilter, report); });
-    std::jthread writer([&] { writeAll(toWrite, report); });
-    filterAll(toFilter, toWrite, effect, blurScale, report);
+    Line line;
+    std::jthread reader([&] { readAll(jobs, line, report); });
+    std::jthread writer([&] { writeAll(line, report); });
+    filterAll(line, effect, blurScale, report);
 }
 
 } // namespace Tessaloom::BilateralBlur::Program
