@@ -1,7 +1,6 @@
 #pragma once
 
 #include <glbinding/AbstractFunction.h>
-#include <glbinding/AbstractValue.h>
 #include <glbinding/CallbackMask.h>
 #include <glbinding/FunctionCall.h>
 #include <glbinding/callbacks.h>
@@ -11,7 +10,6 @@
 #include <iostream>
 #include <sstream>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace Tessaloom::BilateralBlur {
@@ -33,35 +31,22 @@ class GLCalls {
 public:
     GLCalls() {
         glbinding::setAfterCallback([this](const glbinding::FunctionCall& call) {
-            std::ostringstream text;
-            text << call.function->name() << '(';
-            const char* separator = "";
-            for (const glbinding::AbstractValue* parameter : call.parameters) {
-                text << std::exchange(separator, ", ");
-                parameter->printOn(text);
-            }
-            text << ')';
             names.push_back(call.function->name());
-            texts.push_back(text.str());
             if (afterEach)
                 afterEach(names.back());
         });
-        glbinding::setCallbackMask(glbinding::CallbackMask::After | glbinding::CallbackMask::Parameters);
+        glbinding::setCallbackMask(glbinding::CallbackMask::After);
     }
     ~GLCalls() {
         glbinding::setCallbackMask(glbinding::CallbackMask::None);
         glbinding::setAfterCallback(nullptr);
     }
-    GLCalls(const GLCalls&) = delete;
-    GLCalls& operator=(const GLCalls&) = delete;
 
     long count(const std::string& name) const { return std::count(names.begin(), names.end(), name); }
 
     /// Called with the name of each, in its place.
     std::function<void(const std::string&)> afterEach;
     std::vector<std::string> names;
-    /// With arguments: "glEnable(GL_BLEND)".
-    std::vector<std::string> texts;
 };
 
 /// The names of the GL calls that `work` makes.

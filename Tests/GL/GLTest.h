@@ -23,13 +23,6 @@ Integer integer(gl::GLenum what) {
     return static_cast<Integer>(value);
 }
 
-/// Of the texture that is bound.
-inline gl::GLenum textureParameter(gl::GLenum what) {
-    gl::GLint value = 0;
-    gl::glGetTexParameteriv(gl::GL_TEXTURE_2D, what, &value);
-    return static_cast<gl::GLenum>(value);
-}
-
 /// A test with a GL context current, which it may not leave in an error state.
 class GLTest : public testing::Test {
 protected:
@@ -56,8 +49,6 @@ public:
                          gl::GL_RGBA, gl::GL_FLOAT, pixels);
         for (const gl::GLenum filter : {gl::GL_TEXTURE_MIN_FILTER, gl::GL_TEXTURE_MAG_FILTER})
             gl::glTexParameteri(gl::GL_TEXTURE_2D, filter, gl::GL_NEAREST);
-        for (const gl::GLenum wrap : {gl::GL_TEXTURE_WRAP_S, gl::GL_TEXTURE_WRAP_T})
-            gl::glTexParameteri(gl::GL_TEXTURE_2D, wrap, gl::GL_CLAMP_TO_EDGE);
         gl::glBindTexture(gl::GL_TEXTURE_2D, 0);
         gl::glGenFramebuffers(1, &frameBuffer);
         gl::glBindFramebuffer(gl::GL_FRAMEBUFFER, frameBuffer);
@@ -68,8 +59,6 @@ public:
         gl::glDeleteFramebuffers(1, &frameBuffer);
         gl::glDeleteTextures(1, &texture);
     }
-    TextureTarget(const TextureTarget&) = delete;
-    TextureTarget& operator=(const TextureTarget&) = delete;
 
     /// Puts another texture in the place of its own.
     static void attach(gl::GLuint other) {
