@@ -18,10 +18,12 @@ TEST(RowBandPool, CallersTakeTurnsAndEachJobRunsOnce) {
         RowBandPool pool(threads);
         std::atomic<unsigned> inside = 0;
         const auto call = [&] {
-            for (const std::size_t jobs : {0u, 1u, 2u, 64u, 3u}) {
+            for (std::size_t frame = 0; frame < 50; ++frame) {
+                const std::size_t jobs = frame % 5 * frame;
                 std::vector<int> calls(jobs);
                 pool.run(jobs, [&](std::size_t index, unsigned worker) {
                     EXPECT_TRUE(++inside <= threads && worker < threads);
+                    std::this_thread::yield();
                     ++calls[index];
                     --inside;
                 });

@@ -64,13 +64,18 @@ TEST_F(SuiteScoperTest, TheFreeFunctionsGoByThePointerAndTheClassByTheCode) {
     text = "own text";
     EXPECT_EQ(shown(516, acquire), "own text");
     // A host that gives a table and an error code at once.
-    const auto both = [](const char*, std::int32_t, const void** table) -> PF_Err { return *table = "", 1; };
+    const auto both = [](const char*, std::int32_t, const void** table) -> PF_Err {
+        *table = "";
+        return 1;
+    };
     SPBasicSuite basic{both, nullptr};
     mInData.pica_basicP = &basic;
     EXPECT_EQ(shown(0, acquire), "");
     EXPECT_THROW(SuiteScoper<PF_HandleSuite1>(&basic, "A", 7), int);
     mInData.pica_basicP = nullptr;
-    const auto release = [&] { return ReleaseSuite(&mInData, &mOutData, "A", 7, nullptr); };
+    const auto release = [&] { return ReleaseSuite(&mInData, &mOutData, "A", 7, text); };
+    EXPECT_EQ(shown(516, release), "own text");
+    text = nullptr;
     EXPECT_EQ(shown(516, release), "Not able to release AEFX Suite.");
 }
 

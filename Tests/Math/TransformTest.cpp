@@ -42,17 +42,21 @@ void expectNear(const Quaternion& a, const Quaternion& b, double tolerance) {
     EXPECT_TRUE(Vec4(a.x, a.y, a.z, a.w).equal(Vec4(b.x, b.y, b.z, b.w), tolerance));
 }
 
-TEST(Affine, ProductsRunInOppositeDirectionsAndInversesUndoThem) {
+TEST(Affine, ProductsRunAgainstTheMatrixesAndInversesUndoThem) {
     forEachSeed(100, [](Random& random) {
-        const Affine first = random.mat4().getAffine(), second = random.mat4().getAffine();
-        const Vec2 point = random.vec2(), then = second.getTransform(first.getTransform(point));
-        const Affine product = changed(first, [&](Affine& a) { a.multiply(second); });
-        const Affine inverse = changed(product, [](Affine& a) { EXPECT_TRUE(a.inverse(a)); });
-        EXPECT_TRUE(product.getTransform(point).equal(then, 1e-13));
-        EXPECT_TRUE(changed(second, [&](Affine& a) { a.premultiply(first); }) == product);
-        EXPECT_EQ(changed(point, [&](Vec2& p) { product.transform(p); }), product.getTransform(point));
+        Mat4 a = random.mat4(), b = random.mat4();
+        const Affine first = a.getAffine(), second = b.getAffine();
+        a.setWithAffine(first);
+        b.setWithAffine(second);
+        const Affine product = changed(first, [&](Affine& m) { m.multiply(second); });
+        EXPECT_TRUE(product == (b * a).getAffine());
+        EXPECT_TRUE(product == changed(second, [&](Affine& m) { m.premultiply(first); }));
+        const Vec2 point = random.vec2(), moved = product.getTransform(point);
+        EXPECT_EQ(Vec3(moved, 2), b * (a * Vec3(point, 2)));
+        EXPECT_EQ(changed(point, [&](Vec2& p) { product.transform(p); }), moved);
+        const Affine inverse = changed(product, [](Affine& m) { EXPECT_TRUE(m.inverse(m)); });
         const double growth = Vec2::cross(inverse.m[0], inverse.m[1], inverse.m[3], inverse.m[4]);
-        EXPECT_TRUE(inverse.getTransform(then).equal(point, 1e-12 * (1 + std::abs(growth))));
+        EXPECT_TRUE(inverse.getTransform(moved).equal(point, 1e-12 * (1 + std::abs(growth))));
     });
     Affine kept(1, 2, 3, 4, 5, 6);
     EXPECT_FALSE(Affine(9e-7, 0, 0, 1, 0, 0).inverse(kept) || Affine(0, 9e-7, 1, 0, 0, 0).inverse(kept));
@@ -100,12 +104,6 @@ TEST(Mat4, ProductAgreesWithItsDefinitionAndSurvivesAliasing) {
         }
         EXPECT_EQ(changed(a, [&](Mat4& m) { Mat4::mult(m, b, m); }), product);
         EXPECT_EQ(changed(b, [&](Mat4& m) { Mat4::mult(a, m, m); }), product);
-        // The plane transform of the same name composes on the other side.
-        Affine plane = a.getAffine();
-        plane.multiply(b.getAffine());
-        a.setWithAffine(a.getAffine());
-        b.setWithAffine(b.getAffine());
-        EXPECT_TRUE(plane == (b * a).getAffine() && a.multAndProject(Vec3(0, 0, 2)).z == 2);
     });
 }
 
@@ -255,7 +253,6 @@ TEST(Quaternion, SlerpRunsEvenlyAlongTheShorterArc) {
         EXPECT_NEAR(a.dot(moved), std::cos(t * arc), 1e-12);
         EXPECT_NEAR(std::abs(b.dot(moved)), std::abs(std::cos((1 - t) * arc)), 1e-12);
         EXPECT_EQ(Quaternion::lerp(a, b, 1.0), b); // also where the arc was the longer one
-        expectNear(changed(a, [&](Quaternion& q) { q.slerp(q, t); }), a, 1e-15);
     });
     // Nearly equal ends give their average whatever t is; ends beyond unit length leave the start.
     const Quaternion near(Vec3(1, 0, 0), 1e-4), large(0, 0, 0, 2);
