@@ -4,8 +4,8 @@
 
 #include <algorithm>
 #include <charconv>
-#include <regex>
 #include <set>
+#include <utility>
 
 namespace Tessaloom::BilateralBlur::Program {
 
@@ -31,20 +31,24 @@ std::optional<int> parseFrame(const std::string& digits) {
                    "; use numbers and ranges such as 1-240, 1-240x2 or 7,10-20");
 }
 
+/// The part of a text before a sign, and after it where the sign is there.
+std::pair<std::string, std::optional<std::string>> split(const std::string& text, char sign) {
+    const std::size_t at = text.find(sign);
+    if (at == std::string::npos)
+        return {text, std::nullopt};
+    return {text.substr(0, at), text.substr(at + 1)};
+}
+
 void addFrames(const std::string& part, const std::string& text, std::set<int>& frames) {
-    static const std::regex kRange("([0-9]+)(?:-([0-9]+)(?:x([0-9]+))?)?");
-    std::smatch match;
-    if (!std::regex_match(part, match, kRange))
+    const auto number = [&](const std::string& digits) {
+        if (const std::optional<int> value = parseFrame(digits))
+            return *value;
         refuseFrames(text, "\"" + part + "\" is no range of frames");
-    const auto number = [&](int group, int absent) {
-        if (!match[group].matched)
-            return absent;
-        const std::optional<int> value = parseFrame(match[group]);
-        if (!value)
-            refuseFrames(text, "\"" + match[group].str() + "\" is too large");
-        return *value;
     };
-    const int first = number(1, 0), last = number(2, first), step = number(3, 1);
+    const auto [firstText, rest] = split(part, '-');
+    const int first = number(firstText);
+    const auto [lastText, stepText] = split(rest.value_or(firstText), 'x');
+    const int last = number(lastText), step = stepText ? number(*stepText) : 1;
     if (last < first)
         refuseFrames(text, "the range " + part + " is reversed");
     if (step == 0)
@@ -55,25 +59,43 @@ void addFrames(const std::string& part, const std::string& text, std::set<int>& 
         frames.insert(frame);
 }
 
+/// Where a frame number stands in a name, and how many digits it has at least.
+struct NumberPlace {
+    std::size_t start, length;
+    int digits;
+};
+
+/// The first number at `from` or behind it.
+std::optional<NumberPlace> findNumber(const std::string& name, std::size_t from) {
+    for (std::size_t at = from; at < name.size(); ++at) {
+        if (name[at] == '#') {
+            const std::size_t length = std::min(name.find_first_not_of('#', at), name.size()) - at;
+            return NumberPlace{at, length, static_cast<int>(length)};
+        }
+        if (name.compare(at, 2, "%d") == 0)
+            return NumberPlace{at, 2, 1};
+        if (at + 3 < name.size() && name.compare(at, 2, "%0") == 0 && name[at + 2] >= '1' &&
+            name[at + 2] <= '9' && name[at + 3] == 'd')
+            return NumberPlace{at, 4, name[at + 2] - '0'};
+    }
+    return std::nullopt;
+}
+
 } // namespace
 
 std::optional<FramePattern> FramePattern::parse(const path& file) {
-    static const std::regex kNumber("#+|%(0[1-9])?d");
     const std::string name = file.filename().string();
-    const std::sregex_iterator first(name.begin(), name.end(), kNumber), end;
-    if (first == end)
+    const std::optional<NumberPlace> number = findNumber(name, 0);
+    if (!number)
         return std::nullopt;
-    if (std::next(first) != end)
+    const std::size_t end = number->start + number->length;
+    if (findNumber(name, end))
         throw WrongUse(file.string() + ": the name holds two frame numbers; use one, as #### or %04d");
     FramePattern pattern;
     pattern.mFolder = file.has_parent_path() ? file.parent_path() : ".";
-    pattern.mBefore = first->prefix();
-    pattern.mAfter = first->suffix();
-    const std::string number = first->str();
-    if (number[0] == '#')
-        pattern.mDigits = static_cast<int>(number.size());
-    else if ((*first)[1].matched)
-        pattern.mDigits = number[2] - '0';
+    pattern.mBefore = name.substr(0, number->start);
+    pattern.mAfter = name.substr(end);
+    pattern.mDigits = number->digits;
     return pattern;
 }
 

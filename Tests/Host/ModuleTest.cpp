@@ -1,60 +1,62 @@
 #include "Host/Effect.h"
-#include "Tests/Host/TestModules.h"
 
 #include <gmock/gmock.h>
+
+#include <fstream>
+#include <sstream>
+#include <unistd.h>
 
 namespace Tessaloom::BilateralBlur::Host::Test {
 
 namespace {
 
-using testing::HasSubstr;
+namespace fs = std::filesystem;
 
-std::string replaced(std::string text, const std::string& from, const std::string& to) {
-    return text.replace(text.find(from), from.size(), to);
-}
-
-std::string complaint(const std::filesystem::path& module) {
+/// What the host says of a copy of a module with this property list beside it, which is left out if empty.
+std::string complaint(const fs::path& module, const std::string& propertyList) {
+    const fs::path folder = fs::temp_directory_path() / ("host_test." + std::to_string(getpid()));
+    fs::create_directory(folder);
+    fs::copy_file(module, folder / "Effect.so");
+    if (!propertyList.empty())
+        std::ofstream(folder / "Effect.plist") << propertyList;
+    std::string words;
     try {
-        const Module loaded(module);
+        const Module loaded(folder / "Effect.so");
         const Effect effect(loaded);
-        return "";
     } catch (const ModuleError& error) {
-        return error.what();
+        words = error.what();
     }
-}
-
-TEST(Module, TellsWhatItsPropertyListHolds) {
-    const ModuleFolder folder;
-    const Module module(folder.modulePath());
-    EXPECT_EQ(module.resource().name, "Inverter");
-    EXPECT_EQ(module.resource().matchName, "Test Inverter");
-    EXPECT_EQ(module.resource().category, "Test & Trial");
-    EXPECT_EQ(module.resource().version, PF_VERSION(2, 0, 0, PF_Stage_DEVELOP, 7));
-    EXPECT_EQ(complaint(folder.modulePath()), "");
+    fs::remove_all(folder);
+    return words;
 }
 
 TEST(Module, IsRefusedInWordsThatNameTheFile) {
-    const std::string good = ModuleFolder::kPropertyList;
+    std::ostringstream good;
+    good << std::ifstream(fs::path(MODULE).replace_extension(".plist")).rdbuf();
+    const auto changed = [&](const std::string& from, const std::string& to) {
+        std::string text = good.str();
+        return text.replace(text.find(from), from.size(), to);
+    };
+    const std::string version = std::to_string(Module(MODULE).resource().version);
     const struct {
         const char* module;
-        std::string propertyList;
-        const char* words;
+        std::string propertyList, words;
     } kCases[] = {
-        {ENTRY_LESS, good, "Effect.so: this module lacks the entry \"EntryPointFunc\""},
-        {"/proc/self/cmdline", good, "Effect.so: this isn't a module that can be loaded ("},
-        {INVERTER, "", "Effect.plist: the module's property list is missing"},
-        {INVERTER, "Version = 1", "Effect.plist: this isn't an XML property list"},
-        {INVERTER, replaced(good, "<key>OutFlags2</key>", ""), "no integer \"OutFlags2\""},
-        {INVERTER, replaced(good, "<key>OutFlags2</key>", "<key>OutFlags2</key><true/>"), "\"OutFlags2\""},
-        {INVERTER, replaced(good, "EntryPointFunc", "main"), "names another entry, \"main\""},
-        {INVERTER, replaced(good, "1048583", "1048584"),
-         "has Version 1048584, but global setup declares 1048583"},
-        {INVERTER, replaced(good, ">0<", ">256<"), "has OutFlags 256, but global setup declares 0"},
-        {INVERTER, replaced(good, "1024", "1025"), "has OutFlags2 1025, but global setup declares 1024"},
+        {ENTRY_LESS, good.str(), "Effect.so: this module lacks the entry \"EntryPointFunc\""},
+        {"/proc/self/cmdline", good.str(), "Effect.so: this isn't a module that can be loaded ("},
+        {MODULE, "", "Effect.plist: the module's property list is missing"},
+        {MODULE, "Version = 1", "Effect.plist: this isn't an XML property list"},
+        {MODULE, changed("<key>OutFlags2</key>", ""), "no integer \"OutFlags2\""},
+        {MODULE, changed("<key>OutFlags2</key>", "<key>OutFlags2</key><true/>"), "no integer \"OutFlags2\""},
+        {MODULE, changed("EntryPointFunc", "main"), "names another entry, \"main\""},
+        {MODULE, changed(version, "7"), "has Version 7, but global setup declares " + version},
+        {MODULE, changed(">0<", ">256<"), "has OutFlags 256, but global setup declares 0"},
+        {MODULE, changed(">1024<", ">1025<"), "has OutFlags2 1025, but global setup declares 1024"},
     };
     for (const auto& [module, propertyList, words] : kCases)
-        EXPECT_THAT(complaint(ModuleFolder(module, propertyList).modulePath()), HasSubstr(words));
-    EXPECT_EQ(complaint("/nowhere/Effect.so"), "/nowhere/Effect.so: there is no such module");
+        EXPECT_THAT(complaint(module, propertyList), testing::HasSubstr(words));
+    EXPECT_EQ(complaint(MODULE, good.str()), "");
+    EXPECT_THROW(Module("/nowhere/Effect.so"), ModuleError);
 }
 
 } // namespace

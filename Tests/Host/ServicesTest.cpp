@@ -35,17 +35,9 @@ TEST_F(ServicesTest, SuitesAreHadByNameAndVersionAndCounted) {
     EXPECT_NE(basic.AcquireSuite("PF Handle Suite", 1, &table), 0);
     EXPECT_NE(basic.AcquireSuite("PF Handles", 2, &table), 0);
     EXPECT_EQ(table, nullptr);
-    for (const auto& [name, version] : {std::pair{"AEGP PF Interface Suite", 1},
-                                        {"AEGP Layer Suite", 11},
-                                        {"AEGP Item Suite", 10},
-                                        {"DRAWBOT Draw Suite", 1},
-                                        {"DRAWBOT Supplier Suite", 1},
-                                        {"DRAWBOT Surface Suite", 2},
-                                        {"DRAWBOT Path Suite", 1}}) {
-        table = nullptr;
-        EXPECT_EQ(basic.AcquireSuite(name, version, &table), 0) << name;
-        EXPECT_NE(table, nullptr);
-        EXPECT_EQ(basic.ReleaseSuite(name, version), 0);
+    for (const char* name : {"AEGP PF Interface Suite", "DRAWBOT Draw Suite", "DRAWBOT Path Suite"}) {
+        EXPECT_EQ(basic.AcquireSuite(name, 1, &table), 0) << name;
+        EXPECT_EQ(basic.ReleaseSuite(name, 1), 0);
     }
     EXPECT_THAT(mServices.settle(), IsEmpty());
     acquire<PF_ANSICallbacksSuite1>("PF ANSI Suite", 1);
@@ -58,21 +50,17 @@ TEST_F(ServicesTest, SuitesAreHadByNameAndVersionAndCounted) {
 
 TEST_F(ServicesTest, HandlesHoldMemoryUntilTheyAreDisposedOf) {
     const auto& suite = acquire<PF_HandleSuite1>("PF Handle Suite", 2);
-    void* handle = suite.host_new_handle(1000);
-    void* empty = suite.host_new_handle(0);
-    auto* bytes = static_cast<char*>(suite.host_lock_handle(handle));
-    bytes[0] = 'a';
-    bytes[999] = 'z';
+    void *handle = suite.host_new_handle(1000), *empty = suite.host_new_handle(0);
+    static_cast<char*>(suite.host_lock_handle(handle))[999] = 'z';
     suite.host_unlock_handle(handle);
-    EXPECT_EQ(suite.host_lock_handle(handle), bytes);
-    EXPECT_EQ(bytes[999], 'z');
-    suite.host_unlock_handle(handle);
+    EXPECT_EQ(static_cast<char*>(suite.host_lock_handle(handle))[999], 'z');
     suite.host_dispose_handle(handle);
+    suite.host_dispose_handle(handle);
+    suite.host_unlock_handle(empty);
     suite.host_dispose_handle(empty);
-    EXPECT_EQ(suite.host_new_handle(~std::uint64_t{0}), nullptr);
-    EXPECT_EQ(suite.host_lock_handle(handle), nullptr);
     EXPECT_THAT(mServices.settle(),
-                ElementsAre(HasSubstr("isn't one of the host's"), HasSubstr("PF Handle Suite")));
+                ElementsAre(HasSubstr("was still locked"), HasSubstr("isn't one of the host's"),
+                            HasSubstr("was unlocked more often than locked"), HasSubstr("PF Handle Suite")));
 }
 
 struct Walk {
@@ -97,18 +85,17 @@ PF_Err failAtTheSeventhRow(void* refcon, int, int y, PF_PixelFloat*, PF_PixelFlo
 
 TEST_F(ServicesTest, IterationReachesEachPixelOnceOnSeveralThreads) {
     const auto& suite = acquire<PF_iterateFloatSuite1>("PF iterateFloat Suite", 1);
-    World in(61, 400, PF_PixelFormat_ARGB128), out(61, 400, PF_PixelFormat_ARGB128);
+    World in(61, 40, PF_PixelFormat_ARGB128), out(61, 40, PF_PixelFormat_ARGB128);
     for (int y = 0; y < in.height; ++y)
-        for (int x = 0; x < in.width; ++x)
-            in.row<PF_PixelFloat>(y)[x].alpha = static_cast<float>(x * y);
+        in.row<PF_PixelFloat>(y)[60].alpha = static_cast<float>(y);
     Walk walk;
-    ASSERT_EQ(suite.iterate(nullptr, 0, 400, &in, nullptr, &walk, addUp, &out), 0);
-    EXPECT_EQ(walk.calls, 61 * 400);
+    ASSERT_EQ(suite.iterate(nullptr, 0, 40, &in, nullptr, &walk, addUp, &out), 0);
+    EXPECT_EQ(walk.calls, 61 * 40);
     EXPECT_GT(walk.threads.size(), 1u);
     for (int y = 0; y < out.height; ++y)
         for (int x = 0; x < out.width; ++x) {
             const PF_PixelFloat pixel = out.row<PF_PixelFloat>(y)[x];
-            ASSERT_TRUE(pixel.alpha == x * y + 1 && pixel.red == x && pixel.green == y);
+            ASSERT_TRUE(pixel.alpha == (x == 60 ? y + 1 : 1) && pixel.red == x && pixel.green == y);
         }
     EXPECT_TRUE(out.spareBytesIntact());
 }
@@ -133,11 +120,8 @@ TEST_F(ServicesTest, ScriptsGiveBackTextsInMemoryHandles) {
         const char *script, *result, *error;
     } kCases[] = {
         {"var s = 0; for (var i = 1; i <= 10; ++i) s += i; 'sum ' + s", "sum 55", ""},
-        {"JSON.stringify({a: [1, 2]})", "{\"a\":[1,2]}", ""},
-        {"typeof s", "undefined", ""},
-        {"undefined", "", ""},
+        {"typeof s", "undefined", ""}, // nothing is left of the script before
         {"throw new Error('no such layer')", "", "Error: no such layer"},
-        {"var = ", "", "SyntaxError"},
         {"(function f() { return 1 + f(); })()", "", "RangeError"},
     };
     for (const auto& [script, result, error] : kCases) {
@@ -158,16 +142,12 @@ TEST_F(ServicesTest, ScriptsGiveBackTextsInMemoryHandles) {
 TEST_F(ServicesTest, PixelsAreFoundForWorldsOfTheRightDepthAlone) {
     World world(3, 3), deep(3, 3, PF_PixelFormat_ARGB64);
     PF_LayerDef copy = world;
-    PF_Pixel8* base8 = nullptr;
-    PF_Pixel16* base16 = nullptr;
-    const PF_UtilCallbacks& utils = *Services::utils();
-    EXPECT_EQ(utils.get_pixel_data8(&world, nullptr, &base8), 0);
-    EXPECT_EQ(base8, world.row(0));
-    EXPECT_EQ(utils.get_pixel_data16(&deep, nullptr, &base16), 0);
-    EXPECT_EQ(base16, deep.row<PF_Pixel16>(0));
-    for (PF_LayerDef* wrong : {static_cast<PF_LayerDef*>(&deep), &copy, static_cast<PF_LayerDef*>(nullptr)}) {
-        EXPECT_NE(utils.get_pixel_data8(wrong, nullptr, &base8), 0);
-        EXPECT_EQ(base8, nullptr);
+    PF_Pixel8* base = nullptr;
+    EXPECT_EQ(Services::utils()->get_pixel_data8(&world, nullptr, &base), 0);
+    EXPECT_EQ(base, world.row(0));
+    for (PF_LayerDef* wrong : {static_cast<PF_LayerDef*>(&deep), &copy}) {
+        EXPECT_NE(Services::utils()->get_pixel_data8(wrong, nullptr, &base), 0);
+        EXPECT_EQ(base, nullptr);
     }
 }
 

@@ -47,23 +47,23 @@ void expectUnfiltered(const Samples<Sample>& in, const Samples<Sample>& out, con
         }
 }
 
-/// Writes a sequence with a picture of each kind as a frame, filters it at scale 0 and compares.
+/// Sends a picture of each kind as a frame of a sequence through scale 0 and compares.
 template<class Sample>
-void sendThrough(const Folder& folder, const std::string& ending, const std::vector<int>& channelsOfFrames) {
+void sendThrough(const Folder& folder, const std::string& ending, const std::vector<int>& channels) {
     std::vector<Samples<Sample>> pictures;
-    for (std::size_t i = 0; i < channelsOfFrames.size(); ++i) {
-        pictures.push_back(noise<Sample>(53 - i, 31 + i, channelsOfFrames[i], 7 + i));
-        pictures.back().image().write_to_file((folder / ("in." + std::to_string(i) + ending)).c_str(),
-                                              ending == ".webp" ? VImage::option()->set("lossless", true)
-                                                                : nullptr);
+    for (std::size_t i = 0; i < channels.size(); ++i) {
+        pictures.push_back(noise<Sample>(53 - i, 31 + i, channels[i], 7 + i));
+        pictures[i].save(folder / (std::to_string(i) + ending),
+                         ending == ".webp" ? VImage::option()->set("lossless", true) : nullptr);
     }
     const Outcome outcome =
-        runProgram({folder / ("in.#" + ending), folder / ("out.#" + ending), "--blur-scale", "0"});
+        runProgram({folder / ("#" + ending), folder / ("out#" + ending), "--blur-scale", "0"});
     ASSERT_EQ(outcome.exitCode, 0) << outcome.err;
     EXPECT_EQ(outcome.err.find("16 are rounded") != std::string::npos, sizeof(Sample) == 2) << outcome.err;
-    for (std::size_t i = 0; i < pictures.size(); ++i)
-        expectUnfiltered(pictures[i], load<Sample>(folder / ("out." + std::to_string(i) + ending)),
-                         "frame " + std::to_string(i) + ending);
+    for (std::size_t i = 0; i < pictures.size(); ++i) {
+        const std::string name = "out" + std::to_string(i) + ending;
+        expectUnfiltered(pictures[i], load<Sample>(folder / name), name);
+    }
 }
 
 TEST(PictureFiles, OfEveryKindKeepTheirKindAndColours) {
@@ -76,22 +76,19 @@ TEST(PictureFiles, OfEveryKindKeepTheirKindAndColours) {
 
 TEST(PictureFiles, OfLossyTypesAndPalettesKeepTheirColours) {
     const Folder folder;
-    for (const int channels : {1, 3})
-        shading(64, 48, channels)
-            .image()
-            .write_to_file((folder / ("in." + std::to_string(channels) + ".jpg")).c_str());
-    ASSERT_EQ(runProgram({folder / "in.#.jpg", folder / "out.%d.jpeg", "--blur-scale", "0"}).exitCode, 0);
+    shading(64, 48, 1).save(folder / "1.jpg");
+    shading(64, 48, 3).save(folder / "3.jpg");
+    ASSERT_EQ(runProgram({folder / "#.jpg", folder / "out%d.jpeg", "--blur-scale", "0"}).exitCode, 0);
     for (const std::string number : {"1", "3"}) {
-        const auto in = load<std::uint8_t>(folder / ("in." + number + ".jpg"));
-        const auto out = load<std::uint8_t>(folder / ("out." + number + ".jpeg"));
+        const auto in = load<std::uint8_t>(folder / (number + ".jpg"));
+        const auto out = load<std::uint8_t>(folder / ("out" + number + ".jpeg"));
         ASSERT_EQ(in.channels, out.channels);
         for (std::size_t i = 0; i < in.values.size(); ++i)
             ASSERT_NEAR(in.values[i], out.values[i], 4);
     }
-    shading(64, 48, 3).image().write_to_file((folder / "palette.png").c_str(),
-                                             VImage::option()->set("palette", true));
-    ASSERT_EQ(runProgram({folder / "palette.png", folder / "colours.tif", "--blur-scale", "0"}).exitCode, 0);
-    expectUnfiltered(load<std::uint8_t>(folder / "palette.png"), load<std::uint8_t>(folder / "colours.tif"),
+    shading(64, 48, 3).save(folder / "in.png", VImage::option()->set("palette", true));
+    ASSERT_EQ(runProgram({folder / "in.png", folder / "out.tif", "--blur-scale", "0"}).exitCode, 0);
+    expectUnfiltered(load<std::uint8_t>(folder / "in.png"), load<std::uint8_t>(folder / "out.tif"),
                      "palette");
 }
 
@@ -101,7 +98,7 @@ TEST(PictureFiles, AreFilteredAsTheFormulasSay) {
     auto picture = noise<std::uint8_t>(41, 37, 4, 3);
     for (auto& value : picture.values)
         value = static_cast<std::uint8_t>(110 + value % 30);
-    picture.image().write_to_file((folder / "in.png").c_str());
+    picture.save(folder / "in.png");
     ASSERT_EQ(
         runProgram({folder / "in.png", folder / "out.png", "--blur-scale", std::to_string(kScale)}).exitCode,
         0);
@@ -132,28 +129,21 @@ TEST(PictureFiles, KeepWhatLiesBesideThePixels) {
     const Folder folder;
     VipsBlob* profile = nullptr;
     ASSERT_EQ(vips_profile_load("p3", &profile, nullptr), 0);
+    VImage image = shading(40, 30, 3).image().copy(VImage::option()->set("xres", 4.0)->set("yres", 5.0));
+    image.set(VIPS_META_ICC_NAME, nullptr, profile->area.data, profile->area.length);
+    std::string xmp = "<x:xmpmeta xmlns:x=\"adobe:ns:meta/\">kept</x:xmpmeta>";
+    image.set(VIPS_META_XMP_NAME, nullptr, xmp.data(), xmp.size());
+    image.set(VIPS_META_ORIENTATION, 6);
+    image.set("exif-ifd0-Artist", "Somebody (Somebody, ASCII, 9 components, 9 bytes)");
     for (const std::string ending : {".png", ".jpg", ".tif", ".webp"}) {
-        VImage image = shading(40, 30, 3).image().copy(VImage::option()->set("xres", 4.0)->set("yres", 5.0));
-        image.set(VIPS_META_ICC_NAME, nullptr, const_cast<void*>(profile->area.data), profile->area.length);
-        const std::string xmp = "<x:xmpmeta xmlns:x=\"adobe:ns:meta/\">kept</x:xmpmeta>";
-        image.set(VIPS_META_XMP_NAME, nullptr, const_cast<char*>(xmp.data()), xmp.size());
-        image.set(VIPS_META_ORIENTATION, 6);
-        image.set("exif-ifd0-Artist", "Somebody (Somebody, ASCII, 9 components, 9 bytes)");
         const std::string in = folder / ("in" + ending), out = folder / ("out" + ending);
         image.write_to_file(in.c_str());
         ASSERT_EQ(runProgram({in, out, "--blur-scale", "7"}).exitCode, 0);
-
         const VImage before = VImage::new_from_file(in.c_str()), after = VImage::new_from_file(out.c_str());
         EXPECT_EQ(after.width(), 40) << "turned: " << ending;
-        for (const char* field : {VIPS_META_ICC_NAME, VIPS_META_XMP_NAME}) {
-            std::size_t sizes[2];
-            ASSERT_NE(before.get_typeof(field), 0u) << field << ending;
-            ASSERT_NE(after.get_typeof(field), 0u) << field << ending;
-            const void* blobs[] = {before.get_blob(field, &sizes[0]), after.get_blob(field, &sizes[1])};
-            ASSERT_EQ(sizes[0], sizes[1]);
-            EXPECT_EQ(std::memcmp(blobs[0], blobs[1], sizes[0]), 0) << field << ending;
-        }
-        for (const char* field : {VIPS_META_ORIENTATION, "exif-ifd0-Artist"})
+        EXPECT_NE(fieldText(after, VIPS_META_ICC_NAME), "") << ending;
+        for (const char* field :
+             {VIPS_META_ICC_NAME, VIPS_META_XMP_NAME, VIPS_META_ORIENTATION, "exif-ifd0-Artist"})
             EXPECT_EQ(fieldText(before, field), fieldText(after, field)) << field << ending;
         EXPECT_NEAR(before.xres(), after.xres(), 0.02) << ending;
         EXPECT_NEAR(before.yres(), after.yres(), 0.02) << ending;
@@ -181,7 +171,7 @@ TEST(PictureFiles, CarryExifIntoAndOutOfPng) {
 
 TEST(PictureFiles, CarryTheColourChunksOfPng) {
     const Folder folder;
-    shading(20, 20, 1).image().write_to_file((folder / "plain.png").c_str());
+    shading(20, 20, 1).save(folder / "plain.png");
     const std::string plain = contents(folder / "plain.png");
     // gAMA of 1.0, with the checksum that its definition gives.
     const std::string gamma("\0\0\0\4gAMA\0\1\x86\xa0\x31\xe8\x96\x5f", 16);
@@ -193,7 +183,7 @@ TEST(PictureFiles, CarryTheColourChunksOfPng) {
 
 TEST(PictureFiles, ReplaceAnOldOutputWithItsPermissionsAndBehindItsLink) {
     const Folder folder;
-    shading(20, 20, 3).image().write_to_file((folder / "in.png").c_str());
+    shading(20, 20, 3).save(folder / "in.png");
     std::filesystem::create_directory(folder / "real");
     std::ofstream(folder / "real/out.png") << "old";
     std::filesystem::permissions(folder / "real/out.png", std::filesystem::perms(0640));
@@ -228,7 +218,7 @@ TEST(Program, TellsWhatTheModuleDeclares) {
 
 TEST(Program, PrintsNothingWithQuiet) {
     const Folder folder;
-    noise<std::uint16_t>(20, 20, 3, 1).image().write_to_file((folder / "in.png").c_str());
+    noise<std::uint16_t>(20, 20, 3, 1).save(folder / "in.png");
     const Outcome outcome =
         runProgram({folder / "in.png", folder / "out.png", "--blur-scale", "5", "--quiet"});
     EXPECT_EQ(outcome.exitCode, 0);

@@ -63,7 +63,8 @@ TEST(Frames, HaveTheNamesOfTheirPattern) {
             EXPECT_EQ(pattern->frameOf(other), std::nullopt) << other << " of " << text;
     }
     EXPECT_FALSE(FramePattern::parse("a.####/shot.png"));
-    EXPECT_FALSE(FramePattern::parse("shot.0001.png"));
+    for (const char* single : {"shot.0001.png", "shot%", "shot%0", "shot%04", "shot%04x", "%4d"})
+        EXPECT_FALSE(FramePattern::parse(single)) << single;
     EXPECT_THROW(FramePattern::parse("shot.##.%04d.png"), WrongUse);
 }
 
@@ -93,16 +94,10 @@ class Sequence : public testing::Test {
 protected:
     std::string file(const std::string& name) const { return mFolder / name; }
 
-    static std::string numbered(const std::string& before, int frame) {
-        const std::string digits = std::to_string(frame);
-        return before + std::string(4 - digits.size(), '0') + digits + ".png";
-    }
-
     void makeFrames(const std::vector<int>& frames, int width = 60, int height = 40) const {
         for (const int frame : frames)
             noise<std::uint8_t>(width, height, 3, frame)
-                .image()
-                .write_to_file(file(numbered("in.", frame)).c_str());
+                .save(FramePattern::parse(file("in.####.png"))->file(frame));
     }
 
     static std::vector<int> upTo(int last) {

@@ -19,13 +19,17 @@ struct Samples {
 
     vips::VImage image() const {
         constexpr bool kDeep = sizeof(Sample) == 2;
-        auto* data = const_cast<Sample*>(values.data());
-        return vips::VImage::new_from_memory(data, values.size() * sizeof(Sample), width, height, channels,
+        const auto grey = kDeep ? VIPS_INTERPRETATION_GREY16 : VIPS_INTERPRETATION_B_W;
+        const auto colour = kDeep ? VIPS_INTERPRETATION_RGB16 : VIPS_INTERPRETATION_sRGB;
+        return vips::VImage::new_from_memory(const_cast<Sample*>(values.data()),
+                                             values.size() * sizeof(Sample), width, height, channels,
                                              kDeep ? VIPS_FORMAT_USHORT : VIPS_FORMAT_UCHAR)
-            .copy(vips::VImage::option()->set(
-                "interpretation", channels < 3
-                                      ? (kDeep ? VIPS_INTERPRETATION_GREY16 : VIPS_INTERPRETATION_B_W)
-                                      : (kDeep ? VIPS_INTERPRETATION_RGB16 : VIPS_INTERPRETATION_sRGB)));
+            .copy(vips::VImage::option()->set("interpretation", channels < 3 ? grey : colour))
+            .copy_memory();
+    }
+
+    void save(const std::string& file, vips::VOption* options = nullptr) const {
+        image().write_to_file(file.c_str(), options);
     }
 };
 
