@@ -59,17 +59,6 @@ const FileType* typeOf(const path& file) {
 
 // Reading
 
-void checkReadable(const path& file) {
-    std::error_code error;
-    const auto status = std::filesystem::status(file, error);
-    if (!std::filesystem::exists(status))
-        fail(file, error && error != std::errc::no_such_file_or_directory ? error.message() : "no such file");
-    if (std::filesystem::is_directory(status))
-        fail(file, std::string("this is a folder; a picture is needed (") + kReadableTypes + ")");
-    if (access(file.c_str(), R_OK) != 0)
-        fail(file, std::strerror(errno));
-}
-
 bool isAcceptedLoader(const char* loader) {
     constexpr std::string_view kLoaders[] = {"VipsForeignLoadJpeg", "VipsForeignLoadPng",
                                              "VipsForeignLoadTiff", "VipsForeignLoadWebp"};
@@ -150,7 +139,7 @@ VImage imageOf(const Picture& picture) {
                            grey ? (kIs16Bit ? VIPS_INTERPRETATION_GREY16 : VIPS_INTERPRETATION_B_W)
                                 : (kIs16Bit ? VIPS_INTERPRETATION_RGB16 : VIPS_INTERPRETATION_sRGB),
                            picture.metadata.xres(), picture.metadata.yres());
-    const VImage owner(image);
+    VImage owner(image);
     if (vips_image_pipelinev(image, VIPS_DEMAND_STYLE_THINSTRIP, nullptr) != 0 ||
         vips_image_generate(image, nullptr, packRegion<Sample>, nullptr,
                             const_cast<Host::World*>(&picture.world),
@@ -190,6 +179,17 @@ std::vector<std::byte> encode(const VImage& image, const Picture& picture, const
 } // namespace
 
 const char* const kWritableTypes = ".jpg, .jpeg, .png, .tif, .tiff or .webp";
+
+void checkReadable(const path& file) {
+    std::error_code error;
+    const auto status = std::filesystem::status(file, error);
+    if (!std::filesystem::exists(status))
+        fail(file, error && error != std::errc::no_such_file_or_directory ? error.message() : "no such file");
+    if (std::filesystem::is_directory(status))
+        fail(file, std::string("this is a folder; a picture is needed (") + kReadableTypes + ")");
+    if (access(file.c_str(), R_OK) != 0)
+        fail(file, std::strerror(errno));
+}
 
 Picture readPicture(const path& file, Host::World spare) {
     checkReadable(file);

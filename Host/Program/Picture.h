@@ -25,6 +25,9 @@ struct Picture {
     std::vector<std::byte> pngColour{}; ///< what a PNG says of its colours beside a profile, for a PNG
 };
 
+/// Throws Failure where the file can't be opened, whatever is in it.
+void checkReadable(const std::filesystem::path& path);
+
 /// Reads a JPEG, PNG, TIFF or WebP file, told by what is in it, not by its name. Throws Failure where the
 /// file can't be read, is damaged or cut short, or holds another kind of samples or colours.
 ///

@@ -30,6 +30,7 @@ Work planPicture(const Options& options) {
         throw WrongUse("--frames needs a sequence as INPUT, a name with #### or %04d: " + options.input);
     if (FramePattern::parse(options.output))
         throw WrongUse(options.output + ": a sequence as OUTPUT needs one as INPUT, with #### or %04d");
+    checkReadable(options.input);
     return {.jobs = {{options.input, options.output, 0}}, .notes = {}, .failures = {}};
 }
 
