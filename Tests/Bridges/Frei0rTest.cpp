@@ -81,8 +81,8 @@ private:
 
 constexpr Size kSize{37, 21};
 
-// The address sanitizer keeps freed memory for a while.
-#ifdef __SANITIZE_ADDRESS__
+// The sanitizers keep freed memory, or notes of it, for a while.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr long kAllowedGrowth = 256 * 1024;
 #else
 constexpr long kAllowedGrowth = 4096;
