@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstring>
 #include <exception>
+#include <malloc.h>
 #include <optional>
 #include <utility>
 
@@ -167,6 +168,8 @@ void Renderer::stop() {
     }
     mChanged.notify_all();
     mThread.join();
+    // The thread's arena keeps what the driver freed, and the program's next thread would start with it.
+    malloc_trim(0);
 }
 
 void Renderer::serve() {

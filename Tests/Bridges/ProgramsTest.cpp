@@ -53,8 +53,6 @@ protected:
         const pid_t child = fork();
         if (child == 0) {
             std::filesystem::current_path(mFolder);
-            if (command.starts_with("melt"))
-                setenv("LD_PRELOAD", LATE_THREADS, 1);
             const std::string line = "exec >out.rgba 2>errors </dev/null; " + command;
             execl("/bin/sh", "sh", "-c", line.c_str(), nullptr);
             _exit(127);
