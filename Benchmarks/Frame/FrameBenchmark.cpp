@@ -165,7 +165,8 @@ void effectFrame(benchmark::State& state, const Host::Module& module, const Cont
 }
 
 // The GL calls of a frame at scale 0, with nothing around them: upload as 32-bit float, a multisampled level
-// cleared, filled and resolved, a textured draw of the full frame, read-back.
+// cleared, filled and resolved, a textured draw of the full frame, read-back. Like the frame's, both textures
+// and the level live for one frame.
 void bareCalls(benchmark::State& state, Size size) {
     using namespace gl;
     AEOpenGLContext context(nullptr);
@@ -174,8 +175,6 @@ void bareCalls(benchmark::State& state, Size size) {
     GLint samples = 0;
     glGetIntegerv(GL_MAX_SAMPLES, &samples);
     GLuint textures[2], renderBuffers[2], frameBuffers[4];
-    glGenTextures(2, textures);
-    glGenRenderbuffers(2, renderBuffers);
     glGenFramebuffers(4, frameBuffers);
     const auto textureTarget = [&](int index, GLuint texture) {
         glBindFramebuffer(GL_FRAMEBUFFER, frameBuffers[index]);
@@ -194,7 +193,9 @@ void bareCalls(benchmark::State& state, Size size) {
     };
     ScreenRender screen;
     glViewport(0, 0, width, height);
-    for (auto _ : state) {
+    const auto frame = [&] {
+        glGenTextures(2, textures);
+        glGenRenderbuffers(2, renderBuffers);
         glBindTexture(GL_TEXTURE_2D, textures[0]);
         glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_LINEAR);
         glTexImage2D(GL_TEXTURE_2D, 0, static_cast<GLint>(GL_RGBA32F), width, height, 0, GL_RGBA,
@@ -212,9 +213,12 @@ void bareCalls(benchmark::State& state, Size size) {
         renderTarget(3, renderBuffers[1], 0);
         screen.draw(textures[1], 1.0f);
         glReadPixels(0, 0, width, height, GL_RGBA, GL_UNSIGNED_BYTE, picture.bytes.data());
-    }
-    glDeleteTextures(2, textures);
-    glDeleteRenderbuffers(2, renderBuffers);
+        glDeleteTextures(2, textures);
+        glDeleteRenderbuffers(2, renderBuffers);
+    };
+    frame();
+    for (auto _ : state)
+        frame();
     glDeleteFramebuffers(4, frameBuffers);
 }
 

@@ -47,18 +47,19 @@ private:
 };
 
 // Brings floats back to the bytes that they were uploaded from; false where one is no byte's value. The
-// tolerance, in units of a byte, covers the rounding of the division by 255.
+// tolerance, in units of a byte, covers the rounding of the division by 255. The failures are gathered as
+// integers, which compilers do several of at once.
 bool toBytes(const float* floats, std::uint8_t* bytes, std::size_t count) {
     constexpr float kTolerance = 1e-4f;
-    float worst = 0;
+    std::int32_t failures = 0;
     for (std::size_t i = 0; i < count; ++i) {
         const float scaled = floats[i] * 255.0f;
         const float held = std::min(std::max(scaled, 0.0f), 255.0f);
-        const int nearest = static_cast<int>(held + 0.5f);
-        worst = std::max(worst, std::fabs(scaled - static_cast<float>(nearest)));
+        const auto nearest = static_cast<std::int32_t>(held + 0.5f);
+        failures |= std::fabs(scaled - static_cast<float>(nearest)) <= kTolerance ? 0 : 1;
         bytes[i] = static_cast<std::uint8_t>(nearest);
     }
-    return worst <= kTolerance;
+    return failures == 0;
 }
 
 void uploadResult(int width, int height, gl::GLenum type, const void* pixels) {
