@@ -32,6 +32,9 @@ struct Size {
     int width, height;
 };
 
+// The first frames build programs and take memory from the system.
+constexpr int kWarmUp = 3;
+
 constexpr Size kSizes[] = {{640, 360}, {1920, 1080}, {3840, 2160}};
 
 struct Content {
@@ -134,7 +137,8 @@ void stagedFrame(benchmark::State& state, const Host::Module& module, DrawPass d
         BilateralBlurRender render;
         Frames frames(effect.services(), effect, size, content);
         Stages stages, unused;
-        frames.run(render, draw, std::min(scale, 3), unused);
+        for (int i = 0; i < kWarmUp; ++i)
+            frames.run(render, draw, std::min(scale, 3), unused);
         for (auto _ : state)
             frames.run(render, draw, scale, stages);
         const auto mean = [](double total) {
@@ -155,7 +159,9 @@ void effectFrame(benchmark::State& state, const Host::Module& module, const Cont
     Host::Effect effect(module);
     Host::World input(size.width, size.height), output(size.width, size.height);
     fill(input, content);
-    Host::Result result = effect.render(input, output, std::min(scale, 3));
+    Host::Result result;
+    for (int i = 0; i < kWarmUp; ++i)
+        result = effect.render(input, output, std::min(scale, 3));
     for (auto _ : state)
         if (!(result = effect.render(input, output, scale)).ok())
             break;
@@ -216,7 +222,8 @@ void bareCalls(benchmark::State& state, Size size) {
         glDeleteTextures(2, textures);
         glDeleteRenderbuffers(2, renderBuffers);
     };
-    frame();
+    for (int i = 0; i < kWarmUp; ++i)
+        frame();
     for (auto _ : state)
         frame();
     glDeleteFramebuffers(4, frameBuffers);
