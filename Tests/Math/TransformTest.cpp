@@ -94,9 +94,11 @@ TEST(Mat4, FlagPicksStorageOrderForNumbersAndRowsForVectors) {
     EXPECT_THAT(other.m, ElementsAre(0, 1, 1, 3, 4, 5, 5, 7, 8, 9, 9, 11, 0, 1, 1, 3));
 }
 
-TEST(Mat4, ProductAgreesWithItsDefinitionAndSurvivesAliasing) {
+TEST(Mat4, ProductsAgreeWithTheirDefinitionAndSurviveAliasing) {
     forEachSeed(20, [](Random& random) {
         Mat4 a = random.mat4(), b = random.mat4(), product = a * b;
+        const Vec3 v = random.vec3(), direction = (a * Vec4(v, 0.0)).getVec3();
+        const Vec4 point = a * Vec4(v, 1.0);
         for (int i = 0; i < 16; ++i) {
             EXPECT_NEAR(product.m[i], a.getRow(i % 4).dot(b.getColumn(i / 4)), 1e-14);
             EXPECT_EQ((a + b * 2.0 - a).m[i], (a.m[i] + b.m[i] * 2.0) - a.m[i]);
@@ -104,22 +106,15 @@ TEST(Mat4, ProductAgreesWithItsDefinitionAndSurvivesAliasing) {
         }
         EXPECT_EQ(changed(a, [&](Mat4& m) { Mat4::mult(m, b, m); }), product);
         EXPECT_EQ(changed(b, [&](Mat4& m) { Mat4::mult(a, m, m); }), product);
-    });
-}
-
-TEST(Mat4, VectorFormsDifferInTheFourthComponent) {
-    forEachSeed(20, [](Random& random) {
-        Mat4 matrix = random.mat4();
-        const Vec3 v = random.vec3(), direction = (matrix * Vec4(v, 0.0)).getVec3();
-        const Vec4 point = matrix * Vec4(v, 1.0);
-        EXPECT_NEAR(point.w, matrix.getRow(3).dot(Vec4(v, 1.0)), 1e-14);
-        EXPECT_EQ(matrix * v, point.getVec3());
-        EXPECT_EQ(matrix.multWithoutTranslate(v), direction);
-        EXPECT_EQ(matrix.multAndProject(v) * point.w, point.getVec3());
-        EXPECT_EQ(changed(v, [&](Vec3& u) { u.applyMatrix4(matrix); }), point.getVec3());
-        EXPECT_EQ(changed(v, [&](Vec3& u) { u.applyProjection(matrix); }) * point.w, point.getVec3());
-        EXPECT_EQ(changed(v, [&](Vec3& u) { u.transformDirection(matrix); }) * direction.length(), direction);
-        EXPECT_EQ(changed(v, [&](Vec3& u) { u.setFromMatrixPosition(matrix); }), matrix * Vec3());
+        // The vector forms differ in the fourth component.
+        EXPECT_NEAR(point.w, a.getRow(3).dot(Vec4(v, 1.0)), 1e-14);
+        EXPECT_EQ(a * v, point.getVec3());
+        EXPECT_EQ(a.multWithoutTranslate(v), direction);
+        EXPECT_EQ(a.multAndProject(v) * point.w, point.getVec3());
+        EXPECT_EQ(changed(v, [&](Vec3& u) { u.applyMatrix4(a); }), point.getVec3());
+        EXPECT_EQ(changed(v, [&](Vec3& u) { u.applyProjection(a); }) * point.w, point.getVec3());
+        EXPECT_EQ(changed(v, [&](Vec3& u) { u.transformDirection(a); }) * direction.length(), direction);
+        EXPECT_EQ(changed(v, [&](Vec3& u) { u.setFromMatrixPosition(a); }), a * Vec3());
     });
 }
 
@@ -141,7 +136,6 @@ TEST(Mat4, OperationsComposeOnTheRightWhatTheSettersMake) {
         expectBoth([&](Mat4& m) { m.setRotation(angle, 0, 3, 0); }, [&](Mat4& m) { m.rotateY(angle); });
         expectBoth([&](Mat4& m) { m.setRotation(angle, 0, 0, 3); }, [&](Mat4& m) { m.rotateZ(angle); });
     });
-    EXPECT_EQ(changed(Mat4(), [](Mat4& m) { m.rotateZ(kPi / 2); }) * Vec3(1, 0, 0), Vec3(0, 1, 0));
 }
 
 TEST(Mat4, ViewsAndProjections) {
@@ -274,9 +268,8 @@ TEST(Euler, AnglesAndRotationComeBackInAllSixOrders) {
                 Euler euler(angles[0], angles[1], angles[2], Euler::RotationOrder(order));
                 const Quaternion rotation = fromEuler(euler);
                 Quaternion product;
-                for (const int axis : axes) {
+                for (const int axis : axes)
                     product.multiply(Quaternion(Vec3(axis == 0, axis == 1, axis == 2), angles[axis]));
-                }
                 expectNear(rotation, product, 4e-7);
                 euler.setWithQuaternion(rotation);
                 const Mat4 actual = matrixOf(fromEuler(euler)), expected = matrixOf(rotation);
