@@ -29,46 +29,38 @@ TEST(IdleQueue, RunsOneClosureForEachUpdateInOrderAndOutlivesFailedOnes) {
 }
 
 TEST(IdleQueue, ManyProducersAndTwoConsumersLoseAndRepeatNothing) {
-    constexpr int kProducers = 6, kCount = 300, kTotal = kProducers * kCount;
     IdleQueue queue;
     std::atomic<int> ran = 0;
     std::vector<std::jthread> threads;
-    for (int id = 0; id < kProducers + 2; ++id) {
+    for (int id = 0; id < 8; ++id)
         threads.emplace_back([&, id] {
-            for (int i = 0; id < kProducers && i < kCount; ++i) {
+            for (int i = 0; id < 6 && i < 300; ++i)
                 queue.async([&] { ++ran; });
-            }
-            while (id >= kProducers && ran < kTotal) {
+            while (id >= 6 && ran < 6 * 300)
                 queue.updateQueue();
-            }
         });
-    }
     threads.clear();
-    EXPECT_TRUE(ran == kTotal && !queue.hasTask());
+    EXPECT_TRUE(ran == 6 * 300 && !queue.hasTask());
 }
 
 TEST(Semaphore, SignalsAreCountedAndWakingAllAddsNone) {
     Semaphore semaphore(2);
     std::atomic<int> passed = 0;
-    const auto pass = [&] { semaphore.wait(), ++passed; };
     std::vector<std::jthread> threads;
-    const auto expectToReach = [&](int count, auto meanwhile) {
-        while (passed < count) {
+    const auto expectToReach = [&](int count, int more, auto meanwhile) {
+        while (more--)
+            threads.emplace_back([&] { semaphore.wait(), ++passed; });
+        while (passed < count)
             meanwhile();
-        }
         // Long enough for a thread too many to pass.
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
         EXPECT_EQ(passed, count);
     };
-    for (int i = 0; i < 7; ++i) {
-        threads.emplace_back(pass);
-    }
-    expectToReach(2, std::this_thread::yield);
+    expectToReach(2, 7, std::this_thread::yield);
     semaphore.signal(3);
-    expectToReach(5, std::this_thread::yield);
-    expectToReach(7, [&] { semaphore.signalAll(); });
-    threads.emplace_back(pass);
-    expectToReach(7, std::this_thread::yield);
+    expectToReach(5, 0, std::this_thread::yield);
+    expectToReach(7, 0, [&] { semaphore.signalAll(); });
+    expectToReach(7, 1, std::this_thread::yield);
     semaphore.signal();
 }
 

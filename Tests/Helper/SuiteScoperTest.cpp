@@ -14,10 +14,6 @@ using Host::Services;
 
 class SuiteScoperTest : public testing::Test {
 protected:
-    SuiteScoperTest() {
-        mInData.utils = Services::utils();
-        mInData.pica_basicP = Services::basicSuite();
-    }
     ~SuiteScoperTest() override { EXPECT_THAT(mServices.settle(), testing::IsEmpty()); }
 
     // What the user is told by an operation that must give this code; the other flags stay.
@@ -32,13 +28,13 @@ protected:
 
     Services mServices;
     Services::Visit mVisit{mServices};
-    PF_InData mInData{};
+    PF_InData mInData{{}, Services::utils(), nullptr, Services::basicSuite(), 0, 1, 1};
     PF_OutData mOutData{};
 };
 
 TEST_F(SuiteScoperTest, HoldsSuitesForAScopeAndThrowsThirteenWhereTheyAreMissing) {
-    const auto scope = [&](PF_OutData* out, const char* text) {
-        return shown(mServices.faults.missingSuite.empty() ? 0 : 13, [&]() -> PF_Err {
+    const auto scope = [&](PF_Err expected, PF_OutData* out, const char* text) {
+        return shown(expected, [&]() -> PF_Err {
             try {
                 const SuiteScoper<AEGP_MemorySuite1> first(mInData.pica_basicP, "AEGP Memory Suite", 1);
                 const SuiteScoper<PF_HandleSuite1> second(&mInData, "PF Handle Suite", 2, out, text);
@@ -48,34 +44,26 @@ TEST_F(SuiteScoperTest, HoldsSuitesForAScopeAndThrowsThirteenWhereTheyAreMissing
             }
         });
     };
-    EXPECT_EQ(scope(&mOutData, "text"), "");
+    EXPECT_EQ(scope(0, &mOutData, "text"), "");
     mServices.faults.missingSuite = "PF Handle Suite";
-    EXPECT_EQ(scope(nullptr, "text"), "");
-    EXPECT_EQ(scope(&mOutData, nullptr), "Not able to acquire AEFX Suite.");
-    EXPECT_EQ(scope(&mOutData, "100 %s of it"), "100 %s of it");
-    EXPECT_EQ(scope(&mOutData, std::string(1000, 'x').c_str()), std::string(255, 'x'));
+    EXPECT_EQ(scope(13, nullptr, "text"), "");
+    EXPECT_EQ(scope(13, &mOutData, nullptr), "Not able to acquire AEFX Suite.");
+    EXPECT_EQ(scope(13, &mOutData, ("%s" + std::string(1000, 'x')).c_str()), "%s" + std::string(253, 'x'));
 }
 
 TEST_F(SuiteScoperTest, TheFreeFunctionsGoByThePointerAndTheClassByTheCode) {
-    const char* text = nullptr;
     void* suite = nullptr;
-    const auto acquire = [&] { return AcquireSuite(&mInData, &mOutData, "A", 7, text, &suite); };
+    const auto acquire = [&] { return AcquireSuite(&mInData, &mOutData, "A", 7, nullptr, &suite); };
+    const auto release = [&] { return ReleaseSuite(&mInData, &mOutData, "A", 7, nullptr); };
     EXPECT_EQ(shown(516, acquire), "Not able to acquire AEFX Suite-A-7");
-    text = "own text";
-    EXPECT_EQ(shown(516, acquire), "own text");
+    EXPECT_EQ(shown(516, [&] { return AcquireSuite(&mInData, &mOutData, "A", 7, "own", &suite); }), "own");
     // A host that gives a table and an error code at once.
-    const auto both = [](const char*, std::int32_t, const void** table) -> PF_Err {
-        *table = "";
-        return 1;
-    };
-    SPBasicSuite basic{both, nullptr};
-    mInData.pica_basicP = &basic;
+    const auto giveBoth = [](const char*, std::int32_t, const void** table) { return *table = "", PF_Err{1}; };
+    SPBasicSuite both{giveBoth, nullptr};
+    mInData.pica_basicP = &both;
     EXPECT_EQ(shown(0, acquire), "");
-    EXPECT_THROW(SuiteScoper<PF_HandleSuite1>(&basic, "A", 7), int);
+    EXPECT_THROW(SuiteScoper<PF_HandleSuite1>(&both, "A", 7), int);
     mInData.pica_basicP = nullptr;
-    const auto release = [&] { return ReleaseSuite(&mInData, &mOutData, "A", 7, text); };
-    EXPECT_EQ(shown(516, release), "own text");
-    text = nullptr;
     EXPECT_EQ(shown(516, release), "Not able to release AEFX Suite.");
 }
 
