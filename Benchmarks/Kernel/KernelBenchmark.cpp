@@ -95,11 +95,11 @@ void addBytes(const std::string& prefix, const Content& content, Size size, int 
         hwy::GetChosenTarget().Update(hwy::SupportedTargets());
         RowBandPool pool(threads);
         const Picture picture = content.make(size.width, size.height);
-        Picture result(size.width, size.height);
+        Picture result{size.width, size.height};
         for (auto _ : state)
-            bilateralBlur(PixelView<const std::uint8_t>{picture.bytes.data(), picture.rowbytes},
-                          PixelView<std::uint8_t>{result.bytes.data(), result.rowbytes}, size.width,
-                          size.height, blurSize, 1.0f, pool);
+            bilateralBlur(PixelView<const std::uint8_t>{picture.bytes.data(), std::ptrdiff_t{4} * size.width},
+                          PixelView<std::uint8_t>{result.bytes.data(), std::ptrdiff_t{4} * size.width},
+                          size.width, size.height, blurSize, 1.0f, pool);
         countTaps(state, size, blurSize);
         countInstructions(state, content, size, blurSize, threads);
         hwy::SetSupportedTargetsForTest(0);

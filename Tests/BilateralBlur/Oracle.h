@@ -1,7 +1,12 @@
 #pragma once
 
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <type_traits>
 #include <vector>
 
 namespace Tessaloom::BilateralBlur::Oracle {
@@ -31,5 +36,23 @@ std::vector<double> pass(const std::vector<double>& argb, int width, int height,
 ///         filtered alpha rounds to 0 of 255.
 std::vector<double> effect(const std::uint8_t* argb, int width, int height, std::ptrdiff_t rowbytes,
                            int blurSize);
+
+/// Checks the values of `pass`, in levels of 255: bytes may be off by the bounds beyond the rounding that the
+/// exact values need, floats by the bounds alone.
+template<class Channel>
+void expectClose(const std::vector<Channel>& result, const std::vector<double>& expected, double maxError,
+                 double meanError) {
+    constexpr bool kBytes = std::is_same_v<Channel, std::uint8_t>;
+    double most = 0, sum = 0;
+    for (std::size_t i = 0; i < expected.size(); ++i) {
+        const double exact = 255 * expected[i];
+        const double rounding = kBytes ? std::abs(exact - std::round(exact)) : 0;
+        const double error = std::abs((kBytes ? 1.0 : 255.0) * result.at(i) - exact);
+        most = std::max(most, error - (kBytes ? 0.5 : 0));
+        sum += error - rounding;
+    }
+    EXPECT_LE(most, maxError);
+    EXPECT_LE(sum / expected.size(), meanError);
+}
 
 } // namespace Tessaloom::BilateralBlur::Oracle

@@ -9,32 +9,20 @@
 
 namespace Tessaloom::BilateralBlur::Pictures {
 
-/// An 8-bit picture, 4 bytes a pixel in the host's order A, R, G, B, rows `rowbytes` apart. The spare bytes
-/// behind a row hold kSpareByte, so a test can see whether they were touched, or read as pixels.
+/// An 8-bit picture without gaps, 4 bytes a pixel in the host's order A, R, G, B.
 struct Picture {
-    static constexpr std::uint8_t kSpareByte = 0xA5;
+    int width, height;
+    std::vector<std::uint8_t> bytes = std::vector<std::uint8_t>(std::size_t{4} * width * height);
 
-    int width;
-    int height;
-    std::ptrdiff_t rowbytes;
-    std::vector<std::uint8_t> bytes;
+    std::uint8_t* pixel(int x, int y) { return bytes.data() + std::size_t{4} * (y * width + x); }
+    const std::uint8_t* pixel(int x, int y) const { return bytes.data() + std::size_t{4} * (y * width + x); }
 
-    Picture(int width, int height, int spareBytes = 0)
-        : width(width),
-          height(height),
-          rowbytes(4 * width + spareBytes),
-          bytes(static_cast<std::size_t>(rowbytes) * height, kSpareByte) {}
-
-    std::uint8_t* pixel(int x, int y) { return bytes.data() + y * rowbytes + 4 * x; }
-    const std::uint8_t* pixel(int x, int y) const { return bytes.data() + y * rowbytes + 4 * x; }
-
-    /// All values as the texture holds them: width * height * 4 of 0..1, without the spare bytes.
+    /// All values as the texture holds them, 0..1.
     template<class Real = double>
     std::vector<Real> normalised() const {
-        std::vector<Real> values;
-        for (int y = 0; y < height; ++y)
-            for (int i = 0; i < 4 * width; ++i)
-                values.push_back(static_cast<Real>(pixel(0, y)[i]) / Real(255));
+        std::vector<Real> values(bytes.begin(), bytes.end());
+        for (Real& value : values)
+            value /= Real(255);
         return values;
     }
 };
@@ -43,7 +31,7 @@ struct Picture {
 /// when `opaque`.
 template<class Function>
 Picture make(int width, int height, bool opaque, Function value) {
-    Picture picture(width, height);
+    Picture picture{width, height};
     for (int i = 0; i < 4 * width * height; ++i) {
         const int channel = i % 4, pixel = i / 4;
         const double level = opaque && channel == 0 ? 255.0 : value(pixel % width, pixel / width, channel);
@@ -52,34 +40,19 @@ Picture make(int width, int height, bool opaque, Function value) {
     return picture;
 }
 
-/// Independent uniform bytes in all four channels.
-inline Picture noise(int width, int height, unsigned seed, bool opaque = false) {
-    std::mt19937 random(seed);
-    return make(width, height, opaque, [&](int, int, int) { return random() >> 24; });
-}
-
-/// Noise of +-`amplitude` around mid grey: close enough for every tap to carry weight.
-inline Picture softNoise(int width, int height, unsigned seed, int amplitude = 20, bool opaque = false) {
+/// Independent values, up to `amplitude` from mid grey: with a small one every tap carries weight.
+inline Picture noise(int width, int height, unsigned seed, bool opaque = false, int amplitude = 128) {
     std::mt19937 random(seed);
     return make(width, height, opaque, [&](int, int, int) {
-        return 128 + static_cast<int>(random() % (2u * amplitude + 1)) - amplitude;
+        return 128 - amplitude + static_cast<int>(random() % (2u * amplitude + 1));
     });
 }
 
-/// Opaque 5 by 7 blocks of black, white and strong colours: only hard edges.
-inline Picture hardEdges(int width, int height) {
-    return make(width, height, true, [](int x, int y, int channel) {
+/// 5 by 7 blocks of black, white and strong colours: only hard edges. Alpha rises from left to right.
+inline Picture blocks(int width, int height, bool opaque) {
+    return make(width, height, opaque, [&](int x, int y, int channel) {
         const int block = x / 5 * 3 + y / 7 * 5;
-        return (block >> (channel - 1)) & 1 ? 255 : 0;
-    });
-}
-
-/// Alpha rises from 0 at the left to 255 at the right edge, with colours that vary on their own.
-inline Picture alphaRamp(int width, int height) {
-    return make(width, height, false, [&](int x, int y, int channel) {
-        if (channel == 0)
-            return 255.0 * x / std::max(1, width - 1);
-        return 127.5 + 127.5 * std::sin(0.11 * channel * x + 0.23 * y + channel);
+        return channel == 0 ? 255 * x / std::max(1, width - 1) : block >> (channel - 1) & 1 ? 255 : 0;
     });
 }
 

@@ -7,13 +7,12 @@
 namespace Tessaloom::BilateralBlur {
 namespace {
 
-using namespace gl;
 using ContextTest = GLTest;
 
 TEST_F(ContextTest, PrintsItsIdentity) {
-    const CapturedOutput output;
-    const AEOpenGLContext made(context.get());
-    EXPECT_THAT(output.text(),
+    testing::internal::CaptureStdout();
+    const AEOpenGLContext made(&context);
+    EXPECT_THAT(testing::internal::GetCapturedStdout(),
                 testing::MatchesRegex("\nOpenGL Version:  [0-9.]+[^\n]*\nOpenGL Vendor:   [^\n]+\n"
                                       "OpenGL Renderer: [^\n]+\nOpenGL Revision: [0-9]+ .gl.xml.\n\n"));
     EXPECT_FALSE(made.extensions().empty());
@@ -25,22 +24,22 @@ TEST_F(ContextTest, FlushesBeforeASwitchUnlessTheFrameBufferIsIncomplete) {
     const CGLContextObj target = CGLGetCurrentContext();
     EXPECT_FALSE(own == target) << "a new context is left current";
     CGLSetCurrentContext(own);
-    const TextureTarget frameBuffer(2, 2, GL_RGBA8);
+    drawInto(makeTexture(2, 2), 2, 2);
     for (const char* status : {"OK", "Framebuffer incomplete, missing attachment!"}) {
         EXPECT_EQ(AEOpenGLUtilities::CheckFramebufferStatus(), status);
-        const GLCalls calls;
+        GLCalls calls;
         AEOpenGLContext::makeCurrentFlush(target);
         EXPECT_TRUE(CGLGetCurrentContext() == target);
-        EXPECT_EQ(calls.count("glFlush"), *status == 'O');
+        EXPECT_EQ(calls.counts["glFlush"], *status == 'O');
         CGLSetCurrentContext(own);
-        TextureTarget::attach(0);
+        drawInto(0, 2, 2);
     }
 }
 
 TEST_F(ContextTest, RestoresOnceWhatWasCurrent) {
     const CGLContextObj before = CGLGetCurrentContext();
     AEOpenGLContext other(nullptr);
-    for (const CGLContextObj& host : {before, CGLContextObj{}}) {
+    for (const CGLContextObj& host : {CGLContextObj{}, before}) {
         CGLSetCurrentContext(host);
         auto* saved = (new SaveRestoreGLContextMac)->init();
         other.makeContextCurrent();
@@ -52,7 +51,7 @@ TEST_F(ContextTest, RestoresOnceWhatWasCurrent) {
         saved->release();
         EXPECT_FALSE(CGLGetCurrentContext() == before) << "once only";
     }
-    context->makeContextCurrent();
+    context.makeContextCurrent();
 }
 
 } // namespace

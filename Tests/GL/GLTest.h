@@ -8,9 +8,7 @@
 #include <glbinding/gl/enum.h>
 #include <glbinding/gl/functions.h>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -26,48 +24,33 @@ Integer integer(gl::GLenum what) {
 /// A test with a GL context current, which it may not leave in an error state.
 class GLTest : public testing::Test {
 protected:
-    void SetUp() override {
-        const CapturedOutput quiet;
-        context = std::make_unique<AEOpenGLContext>(nullptr);
-    }
-    void TearDown() override {
-        EXPECT_TRUE(mErrorsExpected || gl::glGetError() == gl::GL_NO_ERROR);
-        context.reset();
-    }
+    ~GLTest() override { EXPECT_TRUE(gl::glGetError() == gl::GL_NO_ERROR); }
 
-    std::unique_ptr<AEOpenGLContext> context;
-    bool mErrorsExpected = false;
+    AEOpenGLContext context{nullptr};
 };
 
-/// A texture with one pixel for each texel of a frame buffer, which is bound, and the viewport of its size.
-class TextureTarget {
-public:
-    TextureTarget(int width, int height, gl::GLenum internalFormat, const float* pixels = nullptr) {
-        gl::glGenTextures(1, &texture);
-        gl::glBindTexture(gl::GL_TEXTURE_2D, texture);
-        gl::glTexImage2D(gl::GL_TEXTURE_2D, 0, static_cast<gl::GLint>(internalFormat), width, height, 0,
-                         gl::GL_RGBA, gl::GL_FLOAT, pixels);
-        for (const gl::GLenum filter : {gl::GL_TEXTURE_MIN_FILTER, gl::GL_TEXTURE_MAG_FILTER})
-            gl::glTexParameteri(gl::GL_TEXTURE_2D, filter, gl::GL_NEAREST);
-        gl::glBindTexture(gl::GL_TEXTURE_2D, 0);
-        gl::glGenFramebuffers(1, &frameBuffer);
-        gl::glBindFramebuffer(gl::GL_FRAMEBUFFER, frameBuffer);
-        attach(texture);
-        gl::glViewport(0, 0, width, height);
-    }
-    ~TextureTarget() {
-        gl::glDeleteFramebuffers(1, &frameBuffer);
-        gl::glDeleteTextures(1, &texture);
-    }
-
-    /// Puts another texture in the place of its own.
-    static void attach(gl::GLuint other) {
-        gl::glFramebufferTexture2D(gl::GL_FRAMEBUFFER, gl::GL_COLOR_ATTACHMENT0, gl::GL_TEXTURE_2D, other, 0);
-    }
-
+/// A texture of 32-bit floats, clamped and unfiltered, that lives as long as its context.
+inline gl::GLuint makeTexture(int width, int height, const float* pixels = nullptr) {
     gl::GLuint texture = 0;
+    gl::glGenTextures(1, &texture);
+    gl::glBindTexture(gl::GL_TEXTURE_2D, texture);
+    gl::glTexImage2D(gl::GL_TEXTURE_2D, 0, static_cast<gl::GLint>(gl::GL_RGBA32F), width, height, 0,
+                     gl::GL_RGBA, gl::GL_FLOAT, pixels);
+    for (const gl::GLenum filter : {gl::GL_TEXTURE_MIN_FILTER, gl::GL_TEXTURE_MAG_FILTER})
+        gl::glTexParameteri(gl::GL_TEXTURE_2D, filter, gl::GL_NEAREST);
+    for (const gl::GLenum wrap : {gl::GL_TEXTURE_WRAP_S, gl::GL_TEXTURE_WRAP_T})
+        gl::glTexParameteri(gl::GL_TEXTURE_2D, wrap, gl::GL_CLAMP_TO_EDGE);
+    return texture;
+}
+
+/// Binds a new frame buffer of `texture`, with a viewport of its size.
+inline void drawInto(gl::GLuint texture, int width, int height) {
     gl::GLuint frameBuffer = 0;
-};
+    gl::glGenFramebuffers(1, &frameBuffer);
+    gl::glBindFramebuffer(gl::GL_FRAMEBUFFER, frameBuffer);
+    gl::glFramebufferTexture2D(gl::GL_FRAMEBUFFER, gl::GL_COLOR_ATTACHMENT0, gl::GL_TEXTURE_2D, texture, 0);
+    gl::glViewport(0, 0, width, height);
+}
 
 /// Channels of mip level `level`, row after row. Leaves no texture bound.
 inline std::vector<float> texels(gl::GLuint texture, int level = 0) {

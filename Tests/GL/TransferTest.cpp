@@ -13,7 +13,6 @@ namespace {
 using namespace gl;
 using Host::Callback;
 using Host::World;
-using testing::IsEmpty;
 
 struct Format {
     std::int32_t tag;
@@ -30,16 +29,12 @@ constexpr Format kFormats[] = {
 
 class TransferTest : public GLTest {
 protected:
-    TransferTest() {
-        mInData.utils = Host::Services::utils();
-        mInData.pica_basicP = Host::Services::basicSuite();
-    }
-
     GLuint upload(std::int32_t tag, World& world) {
         return AEOpenGLUtilities::UploadTexture(tag, &world, nullptr, &mInData, mPixelSize, mType,
                                                 mMultiplier, false);
     }
 
+    // Of a frame buffer as large as `input`.
     void download(World& input, World& output, const Format& format, std::int32_t tag) {
         AEOpenGLUtilities::DownloadTexture(static_cast<unsigned>(input.width),
                                            static_cast<unsigned>(input.height), &input, &output, &mInData,
@@ -48,7 +43,7 @@ protected:
 
     Host::Services mServices;
     const Host::Services::Visit mVisit{mServices};
-    PF_InData mInData{};
+    PF_InData mInData{{}, Host::Services::utils(), nullptr, Host::Services::basicSuite(), 0, 1, 1};
     unsigned long mPixelSize = 0;
     GLenum mType{};
     float mMultiplier = 0;
@@ -74,8 +69,7 @@ TEST_F(TransferTest, BringsPixelsOfEveryFormatUpAndDownUnchanged) {
                                                     : input.row<float>(4)[131];
         EXPECT_NEAR(texels(texture).back(), last, 1e-7);
 
-        const TextureTarget target(1, 1, GL_RGBA32F);
-        TextureTarget::attach(texture);
+        drawInto(texture, 33, 5);
         download(input, output, format, format.tag);
         for (int y = 0; y < 5; ++y)
             EXPECT_EQ(std::memcmp(output.row(y), input.row(y), 33 * format.pixelSize), 0) << y;
@@ -85,41 +79,45 @@ TEST_F(TransferTest, BringsPixelsOfEveryFormatUpAndDownUnchanged) {
 }
 
 TEST_F(TransferTest, ThrowsTheCodeOfEachFaultAndLeavesNothingBehind) {
-    constexpr bool kUp = true, kDown = false;
     const auto suite = [](const char* name) { return Host::Faults{.missingSuite = name}; };
     const auto failing = [](Callback callback) { return Host::Faults{.failing = {{callback, 77}}}; };
     struct {
-        bool up;
         int format;
-        std::int32_t tag; // 0 for that of the format
         Host::Faults faults;
-        int code;
+        int up, down; // codes, 0 for none
     } const cases[] = {
-        {kUp, 1, 0, failing(Callback::GetPixelData16), 516},
-        {kUp, 2, 0, failing(Callback::Iterate), 77},
-        {kUp, 2, 0, suite("PF iterateFloat Suite"), 13},
-        {kUp, 0, 0x12345678, {}, 516},
-        {kUp, 0, PF_PixelFormat_ARGB64, {}, 516}, // a world of another depth
-        {kDown, 1, 0, failing(Callback::GetPixelData16), 516},
-        {kDown, 2, 0, failing(Callback::Iterate), 77},
-        {kDown, 2, 0, suite("PF iterateFloat Suite"), 13},
-        {kDown, 0, 0x12345678, {}, 516},
+        {0, failing(Callback::GetPixelData8), 516, 516},
+        {0, suite("PF Handle Suite"), 0, 13},
+        {0, {.noHandles = true}, 0, 4},
+        {1, failing(Callback::GetPixelData16), 516, 516},
+        {2, failing(Callback::Iterate), 77, 77},
+        {2, suite("PF iterateFloat Suite"), 13, 13},
     };
-    const TextureTarget target(3, 2, GL_RGBA32F);
-    for (const auto& [up, format, tag, faults, code] : cases) {
-        const Format& own = kFormats[format];
-        World input(3, 2, own.tag), output(3, 2, own.tag);
-        mServices.faults = faults;
-        const GLCalls calls;
+    drawInto(makeTexture(3, 2), 3, 2);
+    const auto expectCode = [&](int code, auto transfer) {
+        GLCalls calls;
         try {
-            up ? (void)upload(tag ? tag : own.tag, input) : download(input, output, own, tag ? tag : own.tag);
-            ADD_FAILURE() << "nothing thrown";
+            transfer();
+            EXPECT_EQ(code, 0);
         } catch (int thrown) {
             EXPECT_EQ(thrown, code);
         }
-        EXPECT_THAT(mServices.settle(), IsEmpty());
-        EXPECT_EQ(calls.count("glDeleteTextures"), up);
+        EXPECT_TRUE(code == 0 || calls.kept("Textures") == 0);
+        EXPECT_THAT(mServices.settle(), testing::IsEmpty());
         EXPECT_EQ(integer(GL_UNPACK_ROW_LENGTH), 0);
+    };
+    for (const auto& [format, faults, up, down] : cases) {
+        const Format& own = kFormats[format];
+        World input(3, 2, own.tag), output(3, 2, own.tag);
+        mServices.faults = faults;
+        expectCode(up, [&] { upload(own.tag, input); });
+        expectCode(down, [&] { download(input, output, own, own.tag); });
+    }
+    mServices.faults = {};
+    World world(3, 2);
+    for (const std::int32_t tag : {std::int32_t{PF_PixelFormat_ARGB64}, 0x12345678}) {
+        expectCode(516, [&] { upload(tag, world); });
+        expectCode(516, [&] { download(world, world, kFormats[0], tag); });
     }
 }
 

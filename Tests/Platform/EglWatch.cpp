@@ -1,49 +1,39 @@
 #include "Tests/Platform/EglWatch.h"
 
-#include <EGL/egl.h>
 #include <dlfcn.h>
-
-#include <atomic>
-
-namespace {
-
-std::atomic<int> liveCount{0};
-std::atomic<bool> failing{false};
-
-template<typename Function>
-Function system(const char* name) {
-    return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
-}
-
-} // namespace
 
 namespace Tessaloom::BilateralBlur::EglWatch {
 
-int liveContexts() {
-    return liveCount;
-}
+std::atomic<int> liveContexts{0};
+std::atomic<bool> failing{false};
 
-void failCreations(bool fail) {
-    failing = fail;
+NSOpenGLContext* makeContext() {
+    constexpr std::uint32_t kCore[] = {NSOpenGLPFAColorSize, 24, NSOpenGLPFAOpenGLProfile,
+                                       NSOpenGLProfileVersion3_2Core, 0};
+    NSOpenGLPixelFormat* format = NSOpenGLPixelFormat::initWithAttributes(kCore);
+    NSOpenGLContext* context = NSOpenGLContext::initWithFormat(format, nullptr);
+    format->release();
+    return context;
 }
-
-} // namespace Tessaloom::BilateralBlur::EglWatch
 
 // A program's own definitions come before those of its libraries, for the libraries and modules as well.
 extern "C" {
 
 __attribute__((visibility("default"))) EGLContext
 eglCreateContext(EGLDisplay display, EGLConfig config, EGLContext share, const EGLint* attributes) {
-    static const auto kCreate = system<decltype(&eglCreateContext)>("eglCreateContext");
-    const EGLContext context = failing ? EGL_NO_CONTEXT : kCreate(display, config, share, attributes);
-    if (context != EGL_NO_CONTEXT)
-        ++liveCount;
+    static const auto kNext =
+        reinterpret_cast<decltype(&eglCreateContext)>(dlsym(RTLD_NEXT, "eglCreateContext"));
+    const EGLContext context = failing ? EGL_NO_CONTEXT : kNext(display, config, share, attributes);
+    liveContexts += context != EGL_NO_CONTEXT;
     return context;
 }
 
 __attribute__((visibility("default"))) EGLBoolean eglDestroyContext(EGLDisplay display, EGLContext context) {
-    static const auto kDestroy = system<decltype(&eglDestroyContext)>("eglDestroyContext");
-    --liveCount;
-    return kDestroy(display, context);
+    static const auto kNext =
+        reinterpret_cast<decltype(&eglDestroyContext)>(dlsym(RTLD_NEXT, "eglDestroyContext"));
+    --liveContexts;
+    return kNext(display, context);
 }
 }
+
+} // namespace Tessaloom::BilateralBlur::EglWatch

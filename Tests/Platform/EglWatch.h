@@ -1,12 +1,17 @@
 #pragma once
 
+#include "Platform/GLContext.h"
+
 /// Stands between a test program, with the modules that it loads, and the system's EGL.
 namespace Tessaloom::BilateralBlur::EglWatch {
 
 /// Contexts of the process that were created and not destroyed.
-int liveContexts();
+extern std::atomic<int> liveContexts;
 
-/// Makes the next creations of contexts fail, or no longer.
-void failCreations(bool fail);
+/// While it is set, no further context can be created.
+extern std::atomic<bool> failing;
+
+/// A core context that shares with no other, for the caller to release.
+NSOpenGLContext* makeContext();
 
 } // namespace Tessaloom::BilateralBlur::EglWatch
