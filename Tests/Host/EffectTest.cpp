@@ -2,27 +2,9 @@
 
 #include <gmock/gmock.h>
 
-#include <cstdlib>
-
 namespace Tessaloom::BilateralBlur::Host::Test {
 
 namespace {
-
-World opaque(int width, int height) {
-    World world(width, height);
-    for (int y = 0; y < height; ++y)
-        for (int x = 0; x < width; ++x)
-            world.row(y)[x] = {255, static_cast<std::uint8_t>(3 * x), static_cast<std::uint8_t>(7 * y), 9};
-    return world;
-}
-
-bool nearlyEqual(const World& a, const World& b) {
-    bool equal = a.sameShape(b);
-    for (int y = 0; equal && y < a.height; ++y)
-        for (int i = 0; equal && i < 4 * a.width; ++i)
-            equal = std::abs(a.row<std::uint8_t>(y)[i] - b.row<std::uint8_t>(y)[i]) <= 1;
-    return equal;
-}
 
 class EffectTest : public testing::Test {
 protected:
@@ -30,28 +12,20 @@ protected:
     Effect mEffect{mModule};
 };
 
-TEST_F(EffectTest, RendersIntoAnyWorldAndIntoTheInputItself) {
-    World output(5, 5);
-    for (const auto& [width, height] : {std::pair{40, 30}, {16, 9}, {1, 1}, {0, 0}}) {
-        World input = opaque(width, height);
-        ASSERT_EQ(mEffect.render(input, output, 0).text(), "");
-        EXPECT_TRUE(nearlyEqual(output, input)) << width;
-        ASSERT_TRUE(mEffect.render(input, input, 0).ok());
-        EXPECT_TRUE(nearlyEqual(output, input)) << width;
-    }
-}
-
 TEST_F(EffectTest, LeavesTheOutputAsItWasWhereAFrameFails) {
-    World input = opaque(20, 10), output = opaque(3, 3), deep(2, 2, PF_PixelFormat_ARGB64);
+    World input(20, 10), output(3, 3), deep(2, 2, PF_PixelFormat_ARGB64);
+    output.row(2)[2].red = 77;
     for (const Callback callback :
          {Callback::CheckoutLayer, Callback::CheckoutOutput, Callback::CheckoutParam}) {
         mEffect.faults() = {.failing = {{callback, 4321}}};
-        EXPECT_EQ(mEffect.render(input, output, 0).code, 4321);
-        EXPECT_TRUE(nearlyEqual(output, opaque(3, 3)));
+        for (World* from : {&input, &output})
+            EXPECT_EQ(mEffect.render(*from, output, 0).code, 4321);
+        EXPECT_TRUE(output.width == 3 && output.row(2)[2].red == 77);
     }
     mEffect.faults() = {};
     EXPECT_FALSE(mEffect.render(deep, output, 0).ok());
-    EXPECT_TRUE(mEffect.render(input, output, 0).ok());
+    EXPECT_EQ(mEffect.render(input, output, 0).text(), "");
+    EXPECT_TRUE(output.sameShape(input));
     EXPECT_THROW(Effect(mModule, {.failing = {{Callback::AddParam, 5}}}), ModuleError);
 }
 

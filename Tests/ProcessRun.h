@@ -1,0 +1,97 @@
+#pragma once
+
+#include <algorithm>
+#include <csignal>
+#include <cstdlib>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <sstream>
+#include <string>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+namespace Tessaloom::BilateralBlur {
+
+/// A new folder, gone with this object.
+class Folder {
+public:
+    Folder() {
+        std::string name = (std::filesystem::temp_directory_path() / "blur_test.XXXXXX").string();
+        mPath = mkdtemp(name.data());
+    }
+    ~Folder() { std::filesystem::remove_all(mPath); }
+    Folder(const Folder&) = delete;
+    Folder& operator=(const Folder&) = delete;
+
+    std::string operator/(const std::string& name) const { return (mPath / name).string(); }
+
+    /// Sorted names of all that lies in it, hidden files too.
+    std::vector<std::string> names() const {
+        std::vector<std::string> names;
+        for (const auto& entry : std::filesystem::directory_iterator(mPath))
+            names.push_back(entry.path().filename());
+        std::sort(names.begin(), names.end());
+        return names;
+    }
+
+private:
+    std::filesystem::path mPath;
+};
+
+inline std::string contents(const std::string& file) {
+    std::ostringstream text;
+    text << std::ifstream(file, std::ios::binary).rdbuf();
+    return text.str();
+}
+
+/// How a process ended.
+struct Outcome {
+    int exitCode; ///< -1 where a signal ended it
+    int signal;   ///< 0 where none did
+    std::string out, err;
+    long peakMiB; ///< of memory; of the largest process where there were several
+};
+
+/// A program at work in a process of its own, with nothing to read on standard input.
+class ProcessRun {
+public:
+    /// `command` begins with the program's file. `inChild` runs in the new process before the program starts,
+    /// to set limits and the like.
+    explicit ProcessRun(
+        std::vector<std::string> command, const std::function<void()>& inChild = [] {}) {
+        std::vector<char*> argv;
+        for (std::string& argument : command)
+            argv.push_back(argument.data());
+        argv.push_back(nullptr);
+        const std::string out = mOutputs / "out", err = mOutputs / "err";
+        mProcess = fork();
+        if (mProcess == 0) {
+            dup2(open("/dev/null", O_RDONLY), STDIN_FILENO);
+            dup2(open(out.c_str(), O_WRONLY | O_CREAT, 0666), STDOUT_FILENO);
+            dup2(open(err.c_str(), O_WRONLY | O_CREAT, 0666), STDERR_FILENO);
+            inChild();
+            execv(argv[0], argv.data());
+            _exit(127);
+        }
+    }
+
+    void send(int signal) const { kill(mProcess, signal); }
+
+    Outcome wait() {
+        int status = 0;
+        rusage usage{};
+        wait4(mProcess, &status, 0, &usage);
+        return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, WIFSIGNALED(status) ? WTERMSIG(status) : 0,
+                contents(mOutputs / "out"), contents(mOutputs / "err"), usage.ru_maxrss / 1024};
+    }
+
+private:
+    Folder mOutputs;
+    pid_t mProcess = 0;
+};
+
+} // namespace Tessaloom::BilateralBlur
