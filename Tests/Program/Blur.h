@@ -1,0 +1,56 @@
+#pragma once
+
+#include "Tests/ProcessRun.h"
+
+#include <vips/vips8>
+
+namespace Tessaloom::BilateralBlur::Program::Test {
+
+/// The command line of a run of the real program.
+inline std::vector<std::string> command(const std::string& input, const std::string& output, int blurScale,
+                                        std::vector<std::string> more = {}) {
+    more.insert(more.begin(), {PROGRAM, input, output, "--blur-scale", std::to_string(blurScale)});
+    return more;
+}
+
+inline Outcome blur(const std::string& input, const std::string& output, int blurScale,
+                    const std::vector<std::string>& more = {}) {
+    return ProcessRun(command(input, output, blurScale, more)).wait();
+}
+
+/// A picture for the tests, with samples of 8 or 16 bits, from channels with values of 0 to 255.
+inline vips::VImage picture(const std::vector<vips::VImage>& channels, bool deep = false) {
+    const bool grey = channels.size() < 3;
+    const VipsInterpretation shallowKind = grey ? VIPS_INTERPRETATION_B_W : VIPS_INTERPRETATION_sRGB;
+    const VipsInterpretation deepKind = grey ? VIPS_INTERPRETATION_GREY16 : VIPS_INTERPRETATION_RGB16;
+    return (vips::VImage::bandjoin(channels) * (deep ? 257 : 1))
+        .cast(deep ? VIPS_FORMAT_USHORT : VIPS_FORMAT_UCHAR)
+        .copy(vips::VImage::option()->set("interpretation", deep ? deepKind : shallowKind));
+}
+
+/// Independent noise, with the lowest and the highest value in good number.
+inline vips::VImage noise(int width, int height, int channels, int seed = 0, bool deep = false) {
+    std::vector<vips::VImage> all;
+    for (int i = 0; i < channels; ++i)
+        all.push_back(vips::VImage::gaussnoise(
+            width, height,
+            vips::VImage::option()->set("mean", 128)->set("sigma", 150)->set("seed", 4 * seed + i)));
+    return picture(all, deep);
+}
+
+/// Smooth shading, which survives JPEG.
+inline vips::VImage shading(int width, int height, int channels) {
+    return picture(std::vector(channels, vips::VImage::grey(width, height) * 190 + 40));
+}
+
+inline void save(const vips::VImage& image, const std::string& file, vips::VOption* options = nullptr) {
+    image.write_to_file(file.c_str(), options);
+}
+
+/// What a file holds, decoded as it stands. Throws for a file that is cut short.
+inline vips::VImage load(const std::string& file) {
+    return vips::VImage::new_from_file(file.c_str(),
+                                       vips::VImage::option()->set("fail_on", VIPS_FAIL_ON_TRUNCATED));
+}
+
+} // namespace Tessaloom::BilateralBlur::Program::Test
