@@ -35,8 +35,9 @@ inline Bytes makeFrames(Size size, int count, bool opaque = false) {
     return frames;
 }
 
-/// All frames through the effect's own module, driven by the host library.
-inline Bytes reference(const Bytes& frames, Size size, int blurScale) {
+/// All frames through the effect's own module, driven by the host library, each at the scale of its place;
+/// the last scale is for all that follow.
+inline Bytes reference(const Bytes& frames, Size size, const std::vector<int>& scales) {
     static const Host::Module kModule(EFFECT_MODULE);
     static Host::Effect kEffect(kModule);
     Host::World input(size.width, size.height), output(size.width, size.height);
@@ -45,7 +46,8 @@ inline Bytes reference(const Bytes& frames, Size size, int blurScale) {
     for (std::size_t start = 0; start < frames.size(); start += size.bytes()) {
         for (int y = 0; y < size.height; ++y)
             Host::unpackRow(&frames[start + y * row], 4, size.width, input.row(y));
-        if (const Host::Result rendered = kEffect.render(input, output, blurScale); !rendered.ok())
+        const int scale = scales[std::min(start / size.bytes(), scales.size() - 1)];
+        if (const Host::Result rendered = kEffect.render(input, output, scale); !rendered.ok())
             throw std::runtime_error(rendered.text());
         for (int y = 0; y < size.height; ++y)
             Host::packRow(output.row(y), size.width, 4, &result[start + y * row]);
