@@ -29,18 +29,19 @@ TEST(IdleQueue, RunsOneClosureForEachUpdateInOrderAndOutlivesFailedOnes) {
 }
 
 TEST(IdleQueue, ManyProducersAndTwoConsumersLoseAndRepeatNothing) {
+    constexpr int kEach = 5000;
     IdleQueue queue;
     std::atomic<int> ran = 0;
     std::vector<std::jthread> threads;
     for (int id = 0; id < 8; ++id)
         threads.emplace_back([&, id] {
-            for (int i = 0; id < 6 && i < 300; ++i)
+            for (int i = 0; id < 6 && i < kEach; ++i)
                 queue.async([&] { ++ran; });
-            while (id >= 6 && ran < 6 * 300)
+            while (id >= 6 && ran < 6 * kEach)
                 queue.updateQueue();
         });
     threads.clear();
-    EXPECT_TRUE(ran == 6 * 300 && !queue.hasTask());
+    EXPECT_TRUE(ran == 6 * kEach && !queue.hasTask());
 }
 
 TEST(Semaphore, SignalsAreCountedAndWakingAllAddsNone) {
