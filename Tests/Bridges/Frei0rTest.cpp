@@ -153,8 +153,7 @@ TEST(Frei0r, BeginsAndEndsAgainAndAgainWithoutLeavingAnything) {
         filterOne(1);
         other.join();
     };
-    int threads = 0;
-    long memory = 0;
+    long threads = 0, memory = 0;
     for (int round = 0; round < 20; ++round) {
         { const std::jthread one(filterTwoFrames), two(filterTwoFrames), three(filterTwoFrames); }
         ASSERT_EQ(wrong, 0) << "round " << round;
@@ -165,6 +164,9 @@ TEST(Frei0r, BeginsAndEndsAgainAndAgainWithoutLeavingAnything) {
         ASSERT_TRUE(round < 4 || threadCount() == threads) << "round " << round;
     }
     EXPECT_LT(residentKilobytes() - memory, kAllowedGrowth);
+    const Instance another(kSize, 0.2);
+    another.update(frames[0]);
+    EXPECT_GT(threadCount(), threads) << "the filter's thread stays when its instances are gone";
 }
 
 TEST(Frei0r, LeavesTheProgramsContextCurrent) {
