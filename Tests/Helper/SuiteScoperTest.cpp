@@ -58,7 +58,9 @@ TEST_F(SuiteScoperTest, TheFreeFunctionsGoByThePointerAndTheClassByTheCode) {
     EXPECT_EQ(shown(516, acquire), "Not able to acquire AEFX Suite-A-7");
     EXPECT_EQ(shown(516, [&] { return AcquireSuite(&mInData, &mOutData, "A", 7, "own", &suite); }), "own");
     // A host that gives a table and an error code at once.
-    const auto giveBoth = [](const char*, std::int32_t, const void** table) { return *table = "", PF_Err{1}; };
+    const auto giveBoth = [](const char*, std::int32_t, const void** table) {
+        return *table = "", PF_Err{1};
+    };
     SPBasicSuite both{giveBoth, nullptr};
     mInData.pica_basicP = &both;
     EXPECT_EQ(shown(0, acquire), "");
