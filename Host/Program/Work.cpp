@@ -9,7 +9,6 @@
 #include <algorithm>
 #include <functional>
 #include <iterator>
-#include <malloc.h>
 #include <new>
 #include <optional>
 #include <thread>
@@ -140,14 +139,6 @@ struct Line {
     Queue<Host::World> spares{8}; ///< more than there are worlds on the way, so giving back never waits
 };
 
-// Each frame takes pieces of the same sizes. By default malloc maps the large ones anew each time, and where
-// page faults are dear, as in a virtual machine, these cost more than the filter. Done after a frame: what
-// that one made to stay would otherwise lie between the pieces.
-void keepFreedMemory() {
-    mallopt(M_MMAP_MAX, 0);
-    mallopt(M_TRIM_THRESHOLD, 64 << 20);
-}
-
 void readAll(const std::vector<Job>& jobs, Line& line, Report& report) {
     LossNotes losses(report);
     for (const Job& job : jobs)
@@ -170,11 +161,9 @@ void filter(Frame& frame, Host::Effect& effect, int blurScale) {
 }
 
 void filterAll(Line& line, Host::Effect& effect, int blurScale, Report& report) {
-    while (std::optional<Frame> frame = line.toFilter.pop()) {
+    while (std::optional<Frame> frame = line.toFilter.pop())
         if (attempt(frame->job->input, report, [&] { filter(*frame, effect, blurScale); }))
             line.toWrite.push(std::move(*frame));
-        keepFreedMemory();
-    }
     line.toWrite.close();
 }
 
