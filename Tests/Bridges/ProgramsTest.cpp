@@ -66,6 +66,7 @@ TEST_F(Frei0rPrograms, TheExamplesOfThePageGiveThePicturesOfTheEffect) {
         {"blurred-854.mkv", reference(wide, kWideSize, {20})},
         {"changing.mkv", reference(mFrames, kSize, {0, 0, 0, 0, 20, 20})},
         {"blurred.mkv", blurred},
+        {"blurred.mkv", blurred},
         {"changing.mkv", reference(mFrames, kSize, {0, 5, 10, 15, 20, 20})},
         {"blurred-%04d.png", blurred},
     };
