@@ -9,7 +9,7 @@
 
 namespace Tessaloom::BilateralBlur::Program {
 
-/// A line of at most `capacity` values between two threads.
+/// A line of at most `capacity` values between threads.
 template<class Value>
 class Queue {
 public:

@@ -193,7 +193,9 @@ Work planWork(const Options& options) {
 void doWork(const std::vector<Job>& jobs, Host::Effect& effect, int blurScale, Report& report) {
     Line line;
     std::jthread reader([&] { readAll(jobs, line, report); });
+    // Compressing a picture is the slowest step of most sequences, and takes one core.
     std::jthread writer([&] { writeAll(line, report); });
+    std::jthread otherWriter([&] { writeAll(line, report); });
     filterAll(line, effect, blurScale, report);
 }
 
