@@ -3,7 +3,7 @@
 #include "Host/Module.h"
 #include "Host/Services.h"
 #include "Host/World.h"
-#include "Platform/EffectHost.h"
+#include "HostInterface/EffectHost.h"
 
 #include <mutex>
 #include <set>

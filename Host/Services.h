@@ -3,7 +3,7 @@
 #include "Host/Faults.h"
 #include "Host/HandleStore.h"
 #include "Host/Ledger.h"
-#include "Platform/EffectHost.h"
+#include "HostInterface/EffectHost.h"
 
 #include <string>
 #include <vector>

@@ -11,7 +11,7 @@
 #include "Plugins/Shared/GL/AEOpenGLContext.h"
 #include "Plugins/Shared/GL/AEOpenGLUtilities.h"
 #include "Plugins/Shared/GL/AEOpenglMainFrameBuffer.h"
-#include "Tests/BilateralBlur/Pictures.h"
+#include "Tests/Support/Pictures.h"
 
 #include <benchmark/benchmark.h>
 #include <glbinding/gl/gl.h>

@@ -1,8 +1,8 @@
 // Times the kernel of the pass. Items are taps of the square neighbourhood: items_per_second is taps a
 // second. A name tells the entry or instruction set, the picture, its size, the blur size and the threads.
 #include "Benchmarks/Kernel/FmaRate.h"
-#include "Plugins/BilateralBlur/Sources/BilateralBlurKernel.h"
-#include "Tests/BilateralBlur/Pictures.h"
+#include "Plugins/BilateralBlur/Sources/Cpu/BilateralBlurKernel.h"
+#include "Tests/Support/Pictures.h"
 
 #include <benchmark/benchmark.h>
 

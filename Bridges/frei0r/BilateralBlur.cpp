@@ -1,5 +1,5 @@
-#include "BilateralBlurDeclaration.h"
 #include "Bridges/frei0r/Renderer.h"
+#include "Plugins/BilateralBlur/Sources/BilateralBlurDeclaration.h"
 
 // The filter's functions are all that the shared object exports. Their header is one for C.
 #pragma GCC visibility push(default)

@@ -1,11 +1,11 @@
 #include "Bridges/frei0r/Renderer.h"
 
-#include "BilateralBlurDeclaration.h"
 #include "Host/Effect.h"
 #include "Host/Module.h"
 #include "Host/Pixels.h"
 #include "Host/World.h"
 #include "Plugins/BilateralBlur/Sources/BilateralBlur.h"
+#include "Plugins/BilateralBlur/Sources/BilateralBlurDeclaration.h"
 
 #include <algorithm>
 #include <csignal>

@@ -1,9 +1,9 @@
 #include "Plugins/BilateralBlur/Sources/BilateralBlurRender.h"
 
 #include "Plugins/Shared/GL/AEOpenglMainFrameBuffer.h"
-#include "Tests/BilateralBlur/Oracle.h"
-#include "Tests/BilateralBlur/Pictures.h"
 #include "Tests/GL/GLTest.h"
+#include "Tests/Support/Oracle.h"
+#include "Tests/Support/Pictures.h"
 
 namespace Tessaloom::BilateralBlur {
 namespace {

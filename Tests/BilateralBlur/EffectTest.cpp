@@ -1,8 +1,8 @@
 #include "Host/Effect.h"
-#include "Tests/BilateralBlur/Oracle.h"
-#include "Tests/BilateralBlur/Pictures.h"
-#include "Tests/GL/GLCalls.h"
-#include "Tests/Platform/EglWatch.h"
+#include "Tests/Support/EglWatch.h"
+#include "Tests/Support/GLCalls.h"
+#include "Tests/Support/Oracle.h"
+#include "Tests/Support/Pictures.h"
 
 #include <glbinding/gl/enum.h>
 #include <glbinding/gl/functions.h>

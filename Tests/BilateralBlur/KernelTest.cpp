@@ -1,6 +1,6 @@
-#include "Plugins/BilateralBlur/Sources/BilateralBlurKernel.h"
-#include "Tests/BilateralBlur/Oracle.h"
-#include "Tests/BilateralBlur/Pictures.h"
+#include "Plugins/BilateralBlur/Sources/Cpu/BilateralBlurKernel.h"
+#include "Tests/Support/Oracle.h"
+#include "Tests/Support/Pictures.h"
 
 #include <gmock/gmock.h>
 

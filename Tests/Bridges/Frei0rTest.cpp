@@ -1,7 +1,8 @@
 #include "Platform/GLContext.h"
 #include "Tests/Bridges/Reference.h"
-#include "Tests/ProcessRun.h"
+#include "Tests/Support/ProcessRun.h"
 
+#include <EGL/egl.h>
 #include <dlfcn.h>
 #include <frei0r.h>
 #include <gmock/gmock.h>

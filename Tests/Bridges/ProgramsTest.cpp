@@ -1,5 +1,5 @@
 #include "Tests/Bridges/Reference.h"
-#include "Tests/ProcessRun.h"
+#include "Tests/Support/ProcessRun.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Plugins/Shared/GL/AEOpenGLContext.h"
-#include "Tests/GL/GLCalls.h"
+#include "Tests/Support/GLCalls.h"
 
 #include <glbinding/gl/bitfield.h>
 #include <glbinding/gl/boolean.h>

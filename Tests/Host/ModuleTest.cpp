@@ -1,5 +1,5 @@
 #include "Host/Effect.h"
-#include "Tests/ProcessRun.h"
+#include "Tests/Support/ProcessRun.h"
 
 #include <gmock/gmock.h>
 

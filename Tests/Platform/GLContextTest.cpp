@@ -1,5 +1,6 @@
-#include "Tests/Platform/EglWatch.h"
+#include "Tests/Support/EglWatch.h"
 
+#include <EGL/egl.h>
 #include <gtest/gtest.h>
 
 #include <string>

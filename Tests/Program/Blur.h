@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Tests/ProcessRun.h"
+#include "Tests/Support/ProcessRun.h"
 
 #include <vips/vips8>
 

@@ -1,7 +1,7 @@
 // Pictures of every kind through the real program, compared sample by sample.
 
-#include "Tests/BilateralBlur/Oracle.h"
 #include "Tests/Program/Blur.h"
+#include "Tests/Support/Oracle.h"
 
 #include <gmock/gmock.h>
 

@@ -1,8 +1,8 @@
 // Numbered sequences through the real program: which frames, what is told, what is left after failures and
 // signals.
 
-#include "Host/Program/Sequence.h"
-#include "Host/Program/Errors.h"
+#include "Program/Sequence.h"
+#include "Program/Errors.h"
 #include "Tests/Program/Blur.h"
 
 #include <gmock/gmock.h>

@@ -1,6 +1,6 @@
 #include "Plugins/BilateralBlur/Sources/BilateralBlur.h"
 
-#include "BilateralBlurDeclaration.h"
+#include "Plugins/BilateralBlur/Sources/BilateralBlurDeclaration.h"
 #include "Plugins/BilateralBlur/Sources/BilateralBlurRender.h"
 #include "Plugins/Shared/GL/AEOpenGLContextManager.h"
 #include "Plugins/Shared/GL/AEOpenGLUtilities.h"

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Platform/EffectHost.h"
+#include "HostInterface/EffectHost.h"
 
 /// The one function that the module exports: a host calls it with a command number for everything that it
 /// wants of the effect. `params` and `output` are never read; `extra` is read by the two render commands

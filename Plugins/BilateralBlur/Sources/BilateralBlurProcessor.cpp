@@ -1,6 +1,6 @@
 #include "Plugins/BilateralBlur/Sources/BilateralBlurProcessor.h"
 
-#include "Plugins/BilateralBlur/Sources/BilateralBlurKernel.h"
+#include "Plugins/BilateralBlur/Sources/Cpu/BilateralBlurKernel.h"
 
 #include <glbinding/gl/bitfield.h>
 #include <glbinding/gl/enum.h>

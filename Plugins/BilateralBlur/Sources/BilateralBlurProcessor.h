@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Plugins/BilateralBlur/Sources/RowBandPool.h"
+#include "Plugins/BilateralBlur/Sources/Cpu/RowBandPool.h"
 #include "Plugins/Shared/GL/PerContext.h"
 
 #include <glbinding/gl/types.h>

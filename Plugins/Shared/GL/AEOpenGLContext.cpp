@@ -1,6 +1,6 @@
 #include "Plugins/Shared/GL/AEOpenGLContext.h"
 
-#include "Platform/EffectHost.h"
+#include "HostInterface/EffectHost.h"
 
 #include <glbinding/Binding.h>
 #include <glbinding/ContextInfo.h>

@@ -1,6 +1,6 @@
 #include "Plugins/Shared/GL/AEOpenglMainFrameBuffer.h"
 
-#include "Platform/EffectHost.h"
+#include "HostInterface/EffectHost.h"
 #include "Plugins/Shared/Math/Vec2.h"
 
 #include <glbinding/gl/bitfield.h>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Platform/EffectHost.h"
+#include "HostInterface/EffectHost.h"
 
 #include <string>
 

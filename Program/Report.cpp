@@ -1,4 +1,4 @@
-#include "Host/Program/Report.h"
+#include "Program/Report.h"
 
 #include <cmath>
 #include <cstdio>

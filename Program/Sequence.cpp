@@ -1,6 +1,6 @@
-#include "Host/Program/Sequence.h"
+#include "Program/Sequence.h"
 
-#include "Host/Program/Errors.h"
+#include "Program/Errors.h"
 
 #include <algorithm>
 #include <charconv>

@@ -1,6 +1,6 @@
-#include "Host/Program/Options.h"
+#include "Program/Options.h"
 
-#include "Host/Program/Errors.h"
+#include "Program/Errors.h"
 
 #include <CLI/CLI.hpp>
 
@@ -83,7 +83,7 @@ int parseBlurScale(const std::string& text, const PF_ParamDef& slider) {
 std::filesystem::path findModule() {
     const std::filesystem::path folder = std::filesystem::read_symlink("/proc/self/exe").parent_path();
     const std::string name = "BilateralBlur.so";
-    for (const char* place : {".", BILATERAL_BLUR_INSTALLED_MODULE, "../../Plugins/BilateralBlur"}) {
+    for (const char* place : {".", BILATERAL_BLUR_INSTALLED_MODULE, "../Plugins/BilateralBlur"}) {
         std::filesystem::path module = (folder / place / name).lexically_normal();
         std::error_code ignored;
         if (std::filesystem::exists(module, ignored))

@@ -1,9 +1,9 @@
-#include "Host/Program/Picture.h"
+#include "Program/Picture.h"
 
 #include "Host/Pixels.h"
-#include "Host/Program/Errors.h"
-#include "Host/Program/Metadata.h"
-#include "Host/Program/PngChunks.h"
+#include "Program/Errors.h"
+#include "Program/Metadata.h"
+#include "Program/PngChunks.h"
 
 #include <algorithm>
 #include <array>

@@ -1,4 +1,4 @@
-#include "Host/Program/PngChunks.h"
+#include "Program/PngChunks.h"
 
 #include <zlib.h>
 

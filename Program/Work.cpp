@@ -1,10 +1,10 @@
-#include "Host/Program/Work.h"
+#include "Program/Work.h"
 
-#include "Host/Program/Errors.h"
-#include "Host/Program/OutputFile.h"
-#include "Host/Program/Picture.h"
-#include "Host/Program/Queue.h"
-#include "Host/Program/Sequence.h"
+#include "Program/Errors.h"
+#include "Program/OutputFile.h"
+#include "Program/Picture.h"
+#include "Program/Queue.h"
+#include "Program/Sequence.h"
 
 #include <algorithm>
 #include <functional>

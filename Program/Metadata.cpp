@@ -1,4 +1,4 @@
-#include "Host/Program/Metadata.h"
+#include "Program/Metadata.h"
 
 #include <algorithm>
 #include <cstring>

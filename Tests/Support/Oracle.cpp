@@ -1,4 +1,4 @@
-#include "Tests/BilateralBlur/Oracle.h"
+#include "Tests/Support/Oracle.h"
 
 #include <algorithm>
 #include <array>

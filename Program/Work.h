@@ -1,8 +1,8 @@
 #pragma once
 
 #include "Host/Effect.h"
-#include "Host/Program/Options.h"
-#include "Host/Program/Report.h"
+#include "Program/Options.h"
+#include "Program/Report.h"
 
 #include <filesystem>
 #include <string>

@@ -15,7 +15,7 @@
 // taps, against 5.1 to 5.3); planes on which every load is aligned, the loop in two or three overlapped
 // stages, the loop unrolled, and one or three rows at a time (within 3 %, four rows slower).
 
-#include "Plugins/BilateralBlur/Sources/BilateralBlurKernel.h"
+#include "Plugins/BilateralBlur/Sources/Cpu/BilateralBlurKernel.h"
 
 #include <algorithm>
 #include <array>
@@ -28,7 +28,7 @@
 #define HWY_DISABLED_TARGETS (HWY_SVE | HWY_SVE2 | HWY_SVE_256 | HWY_SVE2_128 | HWY_RVV)
 #define HWY_WANT_AVX3_DL
 #undef HWY_TARGET_INCLUDE
-#define HWY_TARGET_INCLUDE "Plugins/BilateralBlur/Sources/BilateralBlurKernel.cpp"
+#define HWY_TARGET_INCLUDE "Plugins/BilateralBlur/Sources/Cpu/BilateralBlurKernel.cpp"
 #include <hwy/foreach_target.h>
 #include <hwy/highway.h>
 

@@ -1,8 +1,8 @@
-#include "Host/Program/Errors.h"
-#include "Host/Program/Options.h"
-#include "Host/Program/OutputFile.h"
-#include "Host/Program/Report.h"
-#include "Host/Program/Work.h"
+#include "Program/Errors.h"
+#include "Program/Options.h"
+#include "Program/OutputFile.h"
+#include "Program/Report.h"
+#include "Program/Work.h"
 
 #include <vips/vips8>
 

@@ -1,4 +1,4 @@
-#include "Plugins/BilateralBlur/Sources/RowBandPool.h"
+#include "Plugins/BilateralBlur/Sources/Cpu/RowBandPool.h"
 
 #include <algorithm>
 #include <new>

@@ -1,6 +1,6 @@
-#include "Host/Program/OutputFile.h"
+#include "Program/OutputFile.h"
 
-#include "Host/Program/Errors.h"
+#include "Program/Errors.h"
 
 #include <cerrno>
 #include <csignal>
