@@ -1,39 +1,34 @@
 #pragma once
 
-#include <EGL/egl.h>
-
 #include <atomic>
 #include <cstdint>
 #include <memory>
 
-/// Off-screen OpenGL contexts: no window system, no surface. This is the whole of what the GL layer asks of
-/// a system, in four things: create a context that shares with another, make a context current on this
-/// thread, read the current context, restore it. Here they stand on EGL.
-///
-/// One display serves the process: that of the first hardware device which gives a core context of at least
-/// 3.3, otherwise Mesa's surfaceless platform. It is never terminated, since other code in the process may
-/// hold the same one and terminating it breaks their contexts.
+/// Off-screen OpenGL contexts: no window system, no surface. This is all that the GL layer needs of a system:
+/// create a context that shares with another, make a context current on this thread, read the current
+/// context, restore it. Each platform implements this header in a folder of its own.
 
 /// What a thread has bound: a context with its display and surfaces, or nothing. A plain value that owns
-/// nothing; two are equal when they name the same context.
+/// nothing; two are equal when they name the same context. The pointers are the platform's own handles.
 struct CGLContextObj {
-    EGLContext context = EGL_NO_CONTEXT;
-    EGLDisplay display = EGL_NO_DISPLAY;
-    EGLSurface draw = EGL_NO_SURFACE;
-    EGLSurface read = EGL_NO_SURFACE;
+    void* context = nullptr;
+    void* display = nullptr;
+    void* draw = nullptr;
+    void* read = nullptr;
     std::uint64_t serial = 0; ///< of contexts made here, from 1 and never used again; 0 for all others
 
-    explicit operator bool() const { return context != EGL_NO_CONTEXT; }
+    explicit operator bool() const { return context != nullptr; }
     friend bool operator==(const CGLContextObj& a, const CGLContextObj& b) { return a.context == b.context; }
 };
 
 /// The calling thread's binding, whoever made it.
 CGLContextObj CGLGetCurrentContext();
 
-/// Makes `context` current on the calling thread, or nothing where it is null. False where EGL refuses.
+/// Makes `context` current on the calling thread, or nothing where it is null. False where the system
+/// refuses.
 bool CGLSetCurrentContext(const CGLContextObj& context);
 
-/// True where a context's display draws with the processor instead of a graphics device.
+/// True where a context is rendered by the CPU.
 bool CGLIsSoftwareRenderer(const CGLContextObj& context);
 
 /// Reference counting in the manner of the classes below: a new object has one reference, which is its
@@ -54,8 +49,8 @@ private:
     std::atomic<int> mReferences{1};
 };
 
-/// A scope around platform calls: inside it the thread's EGL calls speak of OpenGL. `drain`, or the
-/// destructor, brings back the client API that the rest of the process had chosen.
+/// A scope around platform calls: inside it OpenGL is the thread's current client API. `drain`, or the
+/// destructor, restores the client API that the rest of the process had chosen.
 class NSAutoreleasePool {
 public:
     NSAutoreleasePool();
@@ -66,7 +61,7 @@ public:
     void drain();
 
 private:
-    EGLenum mHostApi;
+    unsigned mHostApi;
     bool mDrained = false;
 };
 

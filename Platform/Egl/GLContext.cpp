@@ -1,5 +1,6 @@
 #include "Platform/GLContext.h"
 
+#include <EGL/egl.h>
 #include <EGL/eglext.h>
 
 #include <cstring>
@@ -42,7 +43,7 @@ EGLContext createCoreContext(EGLDisplay display, EGLContext share) {
     return eglCreateContext(display, EGL_NO_CONFIG_KHR, share, attributes);
 }
 
-// A device can be listed and initialise and still have no context to give, so one is made to see.
+// A device may initialise and still fail to create a context, so try one.
 bool givesCoreContext(EGLDisplay display) {
     if (display == EGL_NO_DISPLAY || !eglInitialize(display, nullptr, nullptr))
         return false;
@@ -85,7 +86,10 @@ EGLDisplay chooseDisplay() {
     return givesCoreContext(surfaceless) ? surfaceless : EGL_NO_DISPLAY;
 }
 
-// Only success is remembered: a process that found no display may find one later.
+// One display serves the process: that of the first hardware device which gives a core context of at least
+// 3.3, otherwise Mesa's surfaceless platform. It is never terminated, since other code in the process may
+// hold the same one and terminating it breaks their contexts. Only success is remembered: a process that
+// found no display may find one later.
 EGLDisplay processDisplay() {
     static std::mutex kMutex;
     static EGLDisplay kDisplay = EGL_NO_DISPLAY;
