@@ -1,12 +1,11 @@
 #include "Plugins/Shared/GL/AEOpenGLUtilities.h"
 
+#include "Plugins/Shared/Helper/HostPixels.h"
 #include "Plugins/Shared/Helper/SuiteScoper.h"
 
 #include <glbinding/gl/enum.h>
 #include <glbinding/gl/functions.h>
 
-#include <algorithm>
-#include <cstring>
 #include <memory>
 #include <utility>
 
@@ -45,47 +44,6 @@ private:
     gl::GLuint mName = 0;
 };
 
-// A host handle, locked for as long as the object lives.
-class LockedHandle {
-public:
-    LockedHandle(const SuiteScoper<PF_HandleSuite1>& suite, std::uint64_t size)
-        : mSuite(suite), mHandle(suite->host_new_handle(size)) {
-        if (!mHandle)
-            throw int{PF_Err_OUT_OF_MEMORY};
-        mData = mSuite->host_lock_handle(mHandle);
-        if (!mData) {
-            mSuite->host_dispose_handle(mHandle);
-            throw int{PF_Err_OUT_OF_MEMORY};
-        }
-    }
-    ~LockedHandle() {
-        mSuite->host_unlock_handle(mHandle);
-        mSuite->host_dispose_handle(mHandle);
-    }
-    LockedHandle(const LockedHandle&) = delete;
-    LockedHandle& operator=(const LockedHandle&) = delete;
-
-    std::byte* data() const { return static_cast<std::byte*>(mData); }
-
-private:
-    const SuiteScoper<PF_HandleSuite1>& mSuite;
-    void* mHandle;
-    void* mData = nullptr;
-};
-
-// The base address of a world of integers, whose pixels have `Pixel`'s size.
-template<typename Pixel>
-std::byte* baseAddress(PF_InData* in_data, PF_LayerDef* world) {
-    Pixel* base = nullptr;
-    if constexpr (sizeof(Pixel) == sizeof(PF_Pixel8))
-        in_data->utils->get_pixel_data8(world, nullptr, &base);
-    else
-        in_data->utils->get_pixel_data16(world, nullptr, &base);
-    if (!base)
-        throw int{PF_Err_BAD_CALLBACK_PARAM};
-    return reinterpret_cast<std::byte*>(base);
-}
-
 void iterateFloat(PF_InData* in_data, PF_LayerDef* source, StagingPicture picture,
                   PF_IteratePixelFloatFunc function, PF_LayerDef* destination) {
     const SuiteScoper<PF_iterateFloatSuite1> suite(in_data, "PF iterateFloat Suite", 1, nullptr, nullptr);
@@ -95,8 +53,12 @@ void iterateFloat(PF_InData* in_data, PF_LayerDef* source, StagingPicture pictur
         throw int{result};
 }
 
-void uploadPixels(const PF_LayerDef* world, int rowLength, gl::GLenum type, const void* pixels) {
-    gl::glPixelStorei(gl::GL_UNPACK_ROW_LENGTH, rowLength);
+// Rows of the pixels to come are as long as this many pixels.
+void setRowLength(int pixels) {
+    gl::glPixelStorei(gl::GL_UNPACK_ROW_LENGTH, pixels);
+}
+
+void uploadPixels(const PF_LayerDef* world, gl::GLenum type, const void* pixels) {
     gl::glTexSubImage2D(gl::GL_TEXTURE_2D, 0, 0, 0, world->width, world->height, gl::GL_RGBA, type, pixels);
 }
 
@@ -105,19 +67,8 @@ void uploadFloat(PF_InData* in_data, PF_LayerDef* input) {
         static_cast<std::size_t>(input->width) * static_cast<std::size_t>(input->height);
     const std::unique_ptr<PF_PixelFloat[]> buffer(new PF_PixelFloat[pixels]);
     iterateFloat(in_data, input, {buffer.get(), input}, AEOpenGLUtilities::CopyPixelFloatIn, input);
-    uploadPixels(input, input->width, gl::GL_FLOAT, buffer.get());
-}
-
-// Rows of a world lie `rowbytes` apart, those of `picture` `pictureWidth` pixels.
-template<typename Pixel>
-void copyRows(PF_InData* in_data, PF_LayerDef* output, const std::byte* picture, unsigned pictureWidth) {
-    const std::size_t rowSize = static_cast<std::size_t>(std::max(output->width, 0)) * sizeof(Pixel);
-    for (std::int32_t row = 0; row < output->height; ++row) {
-        std::byte* base = baseAddress<Pixel>(in_data, output);
-        const auto offset = static_cast<std::size_t>(row) * static_cast<std::size_t>(output->rowbytes);
-        std::memcpy(base + offset / sizeof(Pixel) * sizeof(Pixel),
-                    picture + static_cast<std::size_t>(row) * pictureWidth * sizeof(Pixel), rowSize);
-    }
+    setRowLength(input->width);
+    uploadPixels(input, gl::GL_FLOAT, buffer.get());
 }
 
 } // namespace
@@ -141,13 +92,15 @@ gl::GLuint AEOpenGLUtilities::UploadTexture(int format, PF_LayerDef* input, PF_L
     case PF_PixelFormat_ARGB32:
         pixelType = gl::GL_UNSIGNED_BYTE;
         pixelSize = sizeof(PF_Pixel8);
-        uploadPixels(input, input->rowbytes >> 2, pixelType, baseAddress<PF_Pixel8>(in_data, input));
+        setRowLength(input->rowbytes >> 2);
+        uploadPixels(input, pixelType, baseAddress<PF_Pixel8>(in_data, input));
         break;
     case PF_PixelFormat_ARGB64:
         pixelType = gl::GL_UNSIGNED_SHORT;
         pixelSize = sizeof(PF_Pixel16);
         multiplier16bit = 65535.0f / 32768.0f;
-        uploadPixels(input, input->rowbytes >> 3, pixelType, baseAddress<PF_Pixel16>(in_data, input));
+        setRowLength(input->rowbytes >> 3);
+        uploadPixels(input, pixelType, baseAddress<PF_Pixel16>(in_data, input));
         break;
     case PF_PixelFormat_ARGB128:
         pixelType = gl::GL_FLOAT;

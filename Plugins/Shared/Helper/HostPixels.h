@@ -1,0 +1,59 @@
+#pragma once
+
+#include "HostInterface/EffectHost.h"
+#include "Plugins/Shared/Helper/SuiteScoper.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+namespace Tessaloom::BilateralBlur {
+
+/// A block of host memory, locked for as long as the object lives. `suite` is the host's "PF Handle Suite"
+/// and must outlive the object. Throws the integer 4 where the host has no memory.
+class LockedHandle {
+public:
+    LockedHandle(const SuiteScoper<PF_HandleSuite1>& suite, std::uint64_t bytes);
+    ~LockedHandle();
+    LockedHandle(const LockedHandle&) = delete;
+    LockedHandle& operator=(const LockedHandle&) = delete;
+
+    std::byte* data() const { return static_cast<std::byte*>(mData); }
+
+private:
+    const SuiteScoper<PF_HandleSuite1>& mSuite;
+    void* mHandle;
+    void* mData = nullptr;
+};
+
+/// The address of the first pixel of a world whose pixels are `PF_Pixel8` or `PF_Pixel16`, as the host gives
+/// it. Throws the integer 516 where it gives none.
+template<typename Pixel>
+std::byte* baseAddress(PF_InData* in_data, PF_LayerDef* world) {
+    Pixel* base = nullptr;
+    if constexpr (sizeof(Pixel) == sizeof(PF_Pixel8))
+        in_data->utils->get_pixel_data8(world, nullptr, &base);
+    else
+        in_data->utils->get_pixel_data16(world, nullptr, &base);
+    if (!base)
+        throw int{PF_Err_BAD_CALLBACK_PARAM};
+    return reinterpret_cast<std::byte*>(base);
+}
+
+/// Copies the top left of a picture into all of `output`. The rows of `picture` are `pictureWidth` pixels
+/// apart, those of `output` `rowbytes`, rounded down to whole pixels; padding behind them isn't written. The
+/// host is asked for the base address at each row. Throws as `baseAddress` does.
+template<typename Pixel>
+void copyRows(PF_InData* in_data, PF_LayerDef* output, const std::byte* picture, std::size_t pictureWidth) {
+    constexpr std::ptrdiff_t kPixel = sizeof(Pixel);
+    const std::size_t rowSize = static_cast<std::size_t>(std::max(output->width, 0)) * sizeof(Pixel);
+    for (std::int32_t row = 0; row < output->height; ++row) {
+        std::byte* base = baseAddress<Pixel>(in_data, output);
+        const std::ptrdiff_t offset = std::ptrdiff_t{row} * output->rowbytes & -kPixel;
+        std::memcpy(base + offset, picture + static_cast<std::size_t>(row) * pictureWidth * sizeof(Pixel),
+                    rowSize);
+    }
+}
+
+} // namespace Tessaloom::BilateralBlur
