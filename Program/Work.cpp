@@ -1,8 +1,8 @@
 #include "Program/Work.h"
 
 #include "Program/Errors.h"
+#include "Program/Files/Picture.h"
 #include "Program/OutputFile.h"
-#include "Program/Picture.h"
 #include "Program/Queue.h"
 #include "Program/Sequence.h"
 

@@ -1,4 +1,4 @@
-#include "Program/PngChunks.h"
+#include "Program/Files/PngChunks.h"
 
 #include <zlib.h>
 

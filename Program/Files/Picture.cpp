@@ -1,9 +1,9 @@
-#include "Program/Picture.h"
+#include "Program/Files/Picture.h"
 
 #include "Host/Pixels.h"
 #include "Program/Errors.h"
-#include "Program/Metadata.h"
-#include "Program/PngChunks.h"
+#include "Program/Files/Metadata.h"
+#include "Program/Files/PngChunks.h"
 
 #include <algorithm>
 #include <array>

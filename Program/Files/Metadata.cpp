@@ -1,4 +1,4 @@
-#include "Program/Metadata.h"
+#include "Program/Files/Metadata.h"
 
 #include <algorithm>
 #include <cstring>
