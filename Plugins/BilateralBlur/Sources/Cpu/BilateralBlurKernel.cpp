@@ -95,7 +95,8 @@ struct Frame {
     int width, height;
     int reach;
     float multiplier;
-    std::array<float, kMaxReach + 1> rowWeight;      // by distance
+    bool straight;                              // divide by alpha again, and keep the source's channel order
+    std::array<float, kMaxReach + 1> rowWeight; // by distance
     std::array<double, kMaxReach + 1> columnOctaves; // log2 of the same
 
     const Channel* row(int y) const {
@@ -464,24 +465,74 @@ HWY_INLINE VF mean(const Tile<Taps>& tile, int channel) {
     return hn::Div(tile.total[1 + channel], tile.total[0]);
 }
 
+/// The nearest whole numbers of 0..255.
+HWY_INLINE VI nearestByte(VF value) {
+    return nearestInt(hn::Min(hn::Max(value, hn::Zero(df)), hn::Set(df, 255.0f)));
+}
+
+HWY_INLINE VI packBytes(VI first, VI second, VI third, VI fourth) {
+    return hn::Or(hn::Or(first, hn::ShiftLeft<8>(second)),
+                  hn::Or(hn::ShiftLeft<16>(third), hn::ShiftLeft<24>(fourth)));
+}
+
+/// What premultiplied pixels rounded to bytes are once they are divided by alpha again: A, R, G, B. All
+/// values are 0..255.
+HWY_INLINE VI straightPixels(VF a, VF r, VF g, VF b) {
+    const VF scale = hn::Mul(a, hn::Set(df, 1.0f / 255.0f));
+    const VI alpha = nearestByte(a);
+    const VF divisor = hn::ConvertTo(df, alpha);
+    const auto straight = [&](VF colour) {
+        const VF premultiplied = hn::ConvertTo(df, nearestByte(hn::Mul(colour, scale)));
+        // Not by a reciprocal, whose rounding would decide halves.
+        return nearestByte(hn::Div(hn::Mul(premultiplied, hn::Set(df, 255.0f)), divisor));
+    };
+    const VI pixels = packBytes(alpha, straight(r), straight(g), straight(b));
+    return hn::IfThenZeroElse(hn::Eq(alpha, hn::Zero(di)), pixels);
+}
+
+/// The channel of pixels that lies `kShift` bits up.
+template<int kShift>
+HWY_INLINE VF channelOf(VI pixels) {
+    const VI shifted = hn::BitCast(di, hn::ShiftRight<kShift>(hn::BitCast(du, pixels)));
+    return hn::ConvertTo(df, hn::And(shifted, hn::Set(di, 0xFF)));
+}
+
 /// Stores up to kLanes pixels: takes the filtered alpha, red and green in 0..255 and blue from the source.
 void storePixels(const Frame<std::uint8_t>& frame, int x, int y, int count, VF a, VF r, VF g) {
     alignas(64) std::int32_t pixels[kLanes] = {};
     std::memcpy(pixels, frame.row(y) + 4 * x, 4 * count);
-    const VF b =
-        hn::ConvertTo(df, hn::BitCast(di, hn::ShiftRight<24>(hn::BitCast(du, hn::Load(di, pixels)))));
-    const VF multiplier = hn::Set(df, frame.multiplier);
-    const VF alpha = hn::Mul(a, multiplier);
-    const VF scale = hn::Mul(hn::Mul(alpha, multiplier), hn::Set(df, 1.0f / 255.0f));
-    const auto round = [](VF value) {
-        return nearestInt(hn::Min(hn::Max(value, hn::Zero(df)), hn::Set(df, 255.0f)));
-    };
-    VI packed = round(hn::Mul(r, scale));
-    packed = hn::Or(packed, hn::ShiftLeft<8>(round(hn::Mul(g, scale))));
-    packed = hn::Or(packed, hn::ShiftLeft<16>(round(hn::Mul(b, scale))));
-    packed = hn::Or(packed, hn::ShiftLeft<24>(round(alpha)));
-    hn::Store(packed, di, pixels);
+    const VF b = channelOf<24>(hn::Load(di, pixels));
+    if (frame.straight) {
+        hn::Store(straightPixels(a, r, g, b), di, pixels);
+    } else {
+        const VF multiplier = hn::Set(df, frame.multiplier);
+        const VF alpha = hn::Mul(a, multiplier);
+        const VF scale = hn::Mul(hn::Mul(alpha, multiplier), hn::Set(df, 1.0f / 255.0f));
+        hn::Store(packBytes(nearestByte(hn::Mul(r, scale)), nearestByte(hn::Mul(g, scale)),
+                            nearestByte(hn::Mul(b, scale)), nearestByte(alpha)),
+                  di, pixels);
+    }
     std::memcpy(frame.targetRow(y) + 4 * x, pixels, 4 * count);
+}
+
+/// Rows `top` to `bottom` - 1 where a pixel has no neighbours. Opaque ones come out as they are.
+void copyRows(const Frame<std::uint8_t>& frame, int top, int bottom) {
+    for (int y = top; y < bottom; ++y) {
+        const auto copy = [source = frame.row(y), target = frame.targetRow(y)](int x, std::size_t bytes) {
+            alignas(64) std::int32_t line[kLanes] = {};
+            std::memcpy(line, source + 4 * x, bytes);
+            const VI pixels = hn::Load(di, line), byte = hn::Set(di, 0xFF);
+            if (!hn::AllTrue(di, hn::Eq(hn::And(pixels, byte), byte)))
+                hn::Store(straightPixels(channelOf<0>(pixels), channelOf<8>(pixels), channelOf<16>(pixels),
+                                         channelOf<24>(pixels)),
+                          di, line);
+            std::memcpy(target + 4 * x, line, bytes);
+        };
+        int x = 0;
+        for (; x + kLanes <= frame.width; x += kLanes)
+            copy(x, sizeof(std::int32_t[kLanes]));
+        copy(x, 4 * static_cast<std::size_t>(frame.width - x));
+    }
 }
 
 /// The same for floats, with full scale 1.
@@ -570,6 +621,7 @@ namespace Tessaloom::BilateralBlur {
 namespace {
 
 HWY_EXPORT(blurBytes);
+HWY_EXPORT(copyRows);
 HWY_EXPORT(blurFloats);
 
 void blurBlock(const Frame<std::uint8_t>& frame, const Block& block, Scratch& scratch) {
@@ -590,20 +642,26 @@ int partSize(int length, int most, int grain) {
 
 template<class Channel>
 void blurFrame(PixelView<const Channel> source, PixelView<Channel> target, int width, int height,
-               int blurSize, float multiplier, RowBandPool& pool) {
+               int blurSize, float multiplier, bool straight, RowBandPool& pool) {
     if (width <= 0 || height <= 0)
         return;
     Frame<Channel> frame{
-        source,     target, width, height, (std::clamp(blurSize, 1, 2 * kMaxReach + 2) - 1) / 2,
-        multiplier, {},     {}};
+        source,     target,   width, height, (std::clamp(blurSize, 1, 2 * kMaxReach + 2) - 1) / 2,
+        multiplier, straight, {},    {}};
+    const int bands = (height + kBlockHeight - 1) / kBlockHeight;
+    if constexpr (std::is_same_v<Channel, std::uint8_t>)
+        if (straight && frame.reach == 0)
+            return pool.run(bands, [&](std::size_t index, unsigned) {
+                const int top = static_cast<int>(index) * kBlockHeight;
+                HWY_DYNAMIC_DISPATCH(copyRows)(frame, top, std::min(height, top + kBlockHeight));
+            });
     for (int i = 0; i <= frame.reach; ++i) {
         frame.columnOctaves[i] = -kLog2E * i * i / 200.0;
         frame.rowWeight[i] = static_cast<float>(std::exp2(frame.columnOctaves[i]));
     }
     const int blockWidth = partSize(width, kBlockWidth, kMaxLanes);
     const int columns = (width + blockWidth - 1) / blockWidth;
-    const int rows = (height + kBlockHeight - 1) / kBlockHeight;
-    const std::size_t jobs = static_cast<std::size_t>(columns) * rows;
+    const std::size_t jobs = static_cast<std::size_t>(columns) * bands;
     pool.run(jobs, [&](std::size_t index, unsigned worker) {
         const int x = static_cast<int>(index % columns) * blockWidth;
         const int y = static_cast<int>(index / columns) * kBlockHeight;
@@ -616,12 +674,18 @@ void blurFrame(PixelView<const Channel> source, PixelView<Channel> target, int w
 
 void bilateralBlur(PixelView<const std::uint8_t> source, PixelView<std::uint8_t> target, int width,
                    int height, int blurSize, float multiplier, RowBandPool& pool) {
-    blurFrame(source, target, width, height, blurSize, multiplier, pool);
+    blurFrame(source, target, width, height, blurSize, multiplier, false, pool);
+}
+
+void bilateralBlur(const std::uint8_t* source, std::ptrdiff_t sourceStride, std::uint8_t* target,
+                   std::ptrdiff_t targetStride, int width, int height, int blurSize, RowBandPool& pool) {
+    blurFrame(PixelView<const std::uint8_t>{source, sourceStride},
+              PixelView<std::uint8_t>{target, targetStride}, width, height, blurSize, 1.0f, true, pool);
 }
 
 void bilateralBlur(PixelView<const float> source, PixelView<float> target, int width, int height,
                    int blurSize, float multiplier, RowBandPool& pool) {
-    blurFrame(source, target, width, height, blurSize, multiplier, pool);
+    blurFrame(source, target, width, height, blurSize, multiplier, false, pool);
 }
 
 } // namespace Tessaloom::BilateralBlur
