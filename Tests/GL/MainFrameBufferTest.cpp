@@ -84,6 +84,32 @@ TEST_F(MainFrameBufferTest, KeepsWhatItHasAndDoesNothingWithoutALevel) {
     EXPECT_TRUE(renderbuffers() == 0 && target.width() == 8 && target.height() == 2);
 }
 
+// Storage that GL had no memory for looks the same as storage of 0 by 0 pixels.
+TEST_F(MainFrameBufferTest, StartsFromNothingAfterAFailedFrame) {
+    const GLuint picture = makeTexture(1, 1, white.data());
+    const auto frame = [&] {
+        drawInto(picture, 1, 1);
+        target.prepare(8, 2, true);
+        target.beginDrawing();
+        BackgroundRender().draw(picture, 1);
+        target.endDrawing(1);
+        return AEOpenGLUtilities::CheckFramebufferStatus();
+    };
+    EXPECT_EQ(frame(), "OK");
+    GLint final = 0;
+    glGetFramebufferAttachmentParameteriv(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0,
+                                          GL_FRAMEBUFFER_ATTACHMENT_OBJECT_NAME, &final);
+    glBindRenderbuffer(GL_RENDERBUFFER, static_cast<GLuint>(final));
+    glRenderbufferStorage(GL_RENDERBUFFER, GL_RGBA, 0, 0);
+    EXPECT_EQ(frame(), "Framebuffer incomplete, incomplete attachment!");
+    EXPECT_EQ(glGetError(), GL_INVALID_FRAMEBUFFER_OPERATION);
+    target.discard();
+    EXPECT_EQ(frame(), "OK");
+    std::vector<float> drawn(4 * 8 * 2);
+    glReadPixels(0, 0, 8, 2, GL_RGBA, GL_FLOAT, drawn.data());
+    EXPECT_THAT(drawn, Each(1.0f));
+}
+
 TEST_F(MainFrameBufferTest, RendersIntoMipLevelsOfACallersTexture) {
     const GLuint picture = makeTexture(8, 8, white.data());
     for (int level = 1; level < 4; ++level)

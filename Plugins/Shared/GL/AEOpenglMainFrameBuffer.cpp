@@ -83,7 +83,7 @@ AEOpenglMainFrameBuffer* AEOpenglMainFrameBuffer::mainFrameBuffer() {
 AEOpenglMainFrameBuffer::AEOpenglMainFrameBuffer() : mScreenRender(new ScreenRender) {}
 
 void AEOpenglMainFrameBuffer::prepare(long width, long height, bool multisample) {
-    if (mWidth == width && mHeight == height) {
+    if (mWidth == width && mHeight == height && !mDiscarded) {
         if (mScreenRenderBuffer && mFrameBuffers.current().generation != mGeneration)
             makeFrameBuffers();
         return;
@@ -92,6 +92,7 @@ void AEOpenglMainFrameBuffer::prepare(long width, long height, bool multisample)
     mWidth = static_cast<std::uint32_t>(width);
     mHeight = static_cast<std::uint32_t>(height);
     mMultisample = multisample;
+    mDiscarded = false;
     ++mGeneration;
     makeFrameBuffers();
     gl::glGenRenderbuffers(1, &mScreenRenderBuffer);
@@ -130,11 +131,14 @@ void AEOpenglMainFrameBuffer::unprepare() {
     clearStack();
 }
 
-// The size goes as well, so that the next `prepare` starts anew.
-void AEOpenglMainFrameBuffer::destory() {
+void AEOpenglMainFrameBuffer::discard() {
     unprepare();
+    mDiscarded = true;
+}
+
+void AEOpenglMainFrameBuffer::destory() {
+    discard();
     mFrameBuffers.clear();
-    mWidth = mHeight = 0;
     delete std::exchange(mScreenRender, nullptr);
 }
 

@@ -35,7 +35,13 @@ public:
     /// noted, so a `prepare` with the same one makes nothing.
     void unprepare();
 
-    /// Empties the instance. It may be used again, from `prepare` on.
+    /// The same, and the next `prepare` makes everything again, whatever its size. For after a frame that
+    /// failed: `prepare` can't see that GL had no memory for what it made.
+    void discard();
+
+    /// `discard`, and deletes the screen pass. The instance may be used again, from `prepare` on, and its
+    /// next `endDrawing` makes another screen pass. Of the framebuffers only those of the current context are
+    /// deleted; those of other contexts end with their contexts.
     void destory();
 
     /// Starts a frame: GL state, the first level of the stack, the viewport.
@@ -101,6 +107,7 @@ private:
     unsigned mGeneration = 0;
     gl::GLuint mScreenRenderBuffer = 0;
     bool mMultisample = true;
+    bool mDiscarded = false; // since the last `prepare`
     std::uint32_t mWidth = 0;
     std::uint32_t mHeight = 0;
     std::vector<gl::GLuint> mRenderBufferStack;
