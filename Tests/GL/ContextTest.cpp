@@ -2,6 +2,8 @@
 #include "Plugins/Shared/GL/SaveRestoreGLContextMac.h"
 #include "Tests/GL/GLTest.h"
 
+#include <EGL/egl.h>
+
 #include <thread>
 
 namespace Tessaloom::BilateralBlur {
@@ -34,6 +36,30 @@ TEST_F(ContextTest, FlushesBeforeASwitchUnlessTheFrameBufferIsIncomplete) {
         CGLSetCurrentContext(own);
         drawInto(0, 2, 2);
     }
+}
+
+TEST_F(ContextTest, SwitchesFromTheHostsContextOnAThreadThatIsNewToTheBindings) {
+    AEOpenGLContext free(nullptr);
+    const EGLDisplay display = CGLGetCurrentContext().display;
+    context.makeContextCurrent();
+    const auto onHostThread = [&](auto switchContext) {
+        std::thread([&] {
+            eglBindAPI(EGL_OPENGL_API);
+            const EGLContext host = eglCreateContext(display, nullptr, EGL_NO_CONTEXT, nullptr);
+            eglMakeCurrent(display, EGL_NO_SURFACE, EGL_NO_SURFACE, host);
+            auto* saved = (new SaveRestoreGLContextMac)->init();
+            switchContext();
+            EXPECT_EQ(gl::glIsEnabled(gl::GL_BLEND), gl::GL_FALSE) << "GL can be called";
+            saved->restore();
+            saved->release();
+            EXPECT_EQ(eglGetCurrentContext(), host);
+            eglMakeCurrent(display, EGL_NO_SURFACE, EGL_NO_SURFACE, EGL_NO_CONTEXT);
+            eglDestroyContext(display, host);
+        }).join();
+    };
+    onHostThread([&] { free.makeContextCurrent(); });
+    onHostThread([&] { EXPECT_THROW(context.makeContextCurrent(), int) << "in use on another thread"; });
+    onHostThread([] { AEOpenGLContext::makeNoneCurrent(); });
 }
 
 TEST_F(ContextTest, RestoresOnceWhatWasCurrent) {

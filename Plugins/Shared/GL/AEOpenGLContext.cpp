@@ -43,6 +43,11 @@ void AEOpenGLContext::makeContextCurrent() {
     glbinding::Binding::useCurrentContext();
 }
 
+void AEOpenGLContext::makeNoneCurrent() {
+    makeCurrentFlush({});
+    glbinding::Binding::useCurrentContext();
+}
+
 NSOpenGLContext* AEOpenGLContext::createNSContext(NSOpenGLContext* share, CGLContextObj& out) {
     const NSAutoreleasePool pool;
     constexpr std::uint32_t kAttributes[] = {NSOpenGLPFAClosestPolicy,
@@ -76,7 +81,9 @@ void AEOpenGLContext::makeCurrentFlush(const CGLContextObj& context) {
     CGLSetCurrentContext(context);
 }
 
+// On a thread that is new to glbinding the host's context is the first to be flushed.
 void AEOpenGLContext::flushCompleteFrameBuffer() {
+    glbinding::Binding::useCurrentContext();
     gl::GLint drawFrameBuffer = 0;
     gl::glGetIntegerv(gl::GL_DRAW_FRAMEBUFFER_BINDING, &drawFrameBuffer);
     if (drawFrameBuffer == 0 ||

@@ -24,6 +24,9 @@ public:
     /// where the system refuses: GL calls would otherwise land in the context of somebody else.
     void makeContextCurrent();
 
+    /// Leaves the calling thread without a context, flushing the one that was current: GL calls do nothing.
+    static void makeNoneCurrent();
+
     /// The GL extensions of the context, read once at its creation.
     const std::set<gl::GLextension>& extensions() const { return mExtensions; }
 
@@ -35,7 +38,7 @@ public:
     /// Does nothing where `context` is current already.
     static void makeCurrentFlush(const CGLContextObj& context);
 
-    /// Flushes the current context unless its draw frame buffer is bound and incomplete.
+    /// Flushes the current context, whoever made it, unless its draw framebuffer is bound and incomplete.
     static void flushCompleteFrameBuffer();
 
     /// Connects glbinding to the current context and prints the context's identity in six lines.
