@@ -5,9 +5,21 @@
 
 #include <gtest/gtest.h>
 
+#include <ostream>
 #include <random>
 
 namespace Tessaloom::BilateralBlur {
+
+// What a red test prints of the toolkit's values.
+inline void PrintTo(const Vec2& v, std::ostream* out) {
+    *out << '(' << v.x << ", " << v.y << ')';
+}
+inline void PrintTo(const Vec3& v, std::ostream* out) {
+    *out << '(' << v.x << ", " << v.y << ", " << v.z << ')';
+}
+inline void PrintTo(const Vec4& v, std::ostream* out) {
+    *out << '(' << v.x << ", " << v.y << ", " << v.z << ", " << v.w << ')';
+}
 
 /// Random input for property tests, the same for the same seed.
 class Random {

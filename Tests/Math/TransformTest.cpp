@@ -59,9 +59,11 @@ TEST(Affine, ProductsRunAgainstTheMatrixesAndInversesUndoThem) {
         EXPECT_TRUE(inverse.getTransform(moved).equal(point, 1e-12 * (1 + std::abs(growth))));
     });
     Affine kept(1, 2, 3, 4, 5, 6);
-    EXPECT_FALSE(Affine(9e-7, 0, 0, 1, 0, 0).inverse(kept) || Affine(0, 9e-7, 1, 0, 0, 0).inverse(kept));
+    EXPECT_FALSE(Affine(9e-7, 0, 0, 1, 0, 0).inverse(kept));
+    EXPECT_FALSE(Affine(0, 9e-7, 1, 0, 0, 0).inverse(kept));
     EXPECT_THAT(kept.m, ElementsAre(1, 3, 5, 2, 4, 6));
-    EXPECT_TRUE(Affine(1.1e-6, 0, 0, 1, 0, 0).inverse(kept) && Affine(-1e-6, 0, 0, 1, 0, 0).inverse(kept));
+    EXPECT_TRUE(Affine(1.1e-6, 0, 0, 1, 0, 0).inverse(kept));
+    EXPECT_TRUE(Affine(-1e-6, 0, 0, 1, 0, 0).inverse(kept));
 }
 
 TEST(Affine, ComposingOperationsActFirst) {
@@ -87,7 +89,8 @@ TEST(Mat4, FlagPicksStorageOrderForNumbersAndRowsForVectors) {
     EXPECT_THAT(other.m, ElementsAre(0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15));
     EXPECT_EQ(Mat4(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, true), stored);
     EXPECT_EQ(Mat4(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, false), other);
-    EXPECT_TRUE(Mat4(a, b, c, d, false) == stored && Mat4(a, b, c, d, true) == other);
+    EXPECT_EQ(Mat4(a, b, c, d, false), stored);
+    EXPECT_EQ(Mat4(a, b, c, d, true), other);
     other.setRow(3, other.getRow(0));
     other.setColumn(2, other.getColumn(1));
     other.transpose(other);
@@ -186,7 +189,8 @@ TEST(Mat4, DecomposeUndoesCompose) {
         EXPECT_NEAR(plain.getMaxScaleOnAxis(), std::max({factors.x, factors.y, factors.z}), 1e-13);
         position = anchor;
         matrix.decompose(position, position, rotation, scale); // the anchor is an output too
-        EXPECT_TRUE(position == target && scale == factors);
+        EXPECT_EQ(position, target);
+        EXPECT_EQ(scale, factors);
         EXPECT_NEAR(std::abs(rotation.dot(turn)), 1.0, 1e-13);
         // A mirrored axis shows as a negative x factor; the matrix still comes back.
         plain.compose(target, turn, Vec3(factors.x, factors.y, -factors.z));
@@ -195,14 +199,16 @@ TEST(Mat4, DecomposeUndoesCompose) {
         EXPECT_EQ(changed(kSevens, [&](Mat4& m) { m.compose(position, rotation, scale); }), plain);
     });
     Mat4(false).decompose(position, rotation, scale);
-    EXPECT_TRUE(position.isZero() && scale.equal(Vec3(1e-06), 0.0));
+    EXPECT_TRUE(position.isZero());
+    EXPECT_TRUE(scale.equal(Vec3(1e-06), 0.0));
 }
 
 TEST(Quaternion, SettersAndDegenerateValues) {
     double array[] = {9, 1, 2, 2, 4, 9};
     Quaternion q(0, 0, 0, 9);
     q.set(1, 2, 3); // w stays, while the constructor sets it
-    EXPECT_TRUE(q == Quaternion(1, 2, 3, 9) && Quaternion(1, 2, 3) == Quaternion(1, 2, 3, 1));
+    EXPECT_EQ(q, Quaternion(1, 2, 3, 9));
+    EXPECT_EQ(Quaternion(1, 2, 3), Quaternion(1, 2, 3, 1));
     // The setter normalises the axis, while the constructor doesn't.
     EXPECT_EQ(Quaternion(Vec3(0, 0, 2), 1.0).z, 2 * std::sin(0.5));
     q.setWithArray(array, 1);
@@ -211,8 +217,10 @@ TEST(Quaternion, SettersAndDegenerateValues) {
     EXPECT_THAT(array, testing::Pointwise(testing::DoubleNear(1e-15), {9.0, -0.2, -0.4, -0.4, 0.8, 9.0}));
     q.set(0, 0, 0, 0);
     q.normalize();
-    EXPECT_TRUE(q == Quaternion(-0.0, 0, 0) && q.getRotationAxis() == Vec3(0, 0, 1));
-    EXPECT_TRUE(q != Quaternion(0, 0, 0, 1 + 1e-13) && Quaternion(NAN, 0, 0) != Quaternion(NAN, 0, 0));
+    EXPECT_EQ(q, Quaternion(-0.0, 0, 0));
+    EXPECT_EQ(q.getRotationAxis(), Vec3(0, 0, 1));
+    EXPECT_TRUE(q != Quaternion(0, 0, 0, 1 + 1e-13));
+    EXPECT_TRUE(Quaternion(NAN, 0, 0) != Quaternion(NAN, 0, 0));
     EXPECT_EQ(Quaternion(Vec3(0, 0, 1), Vec3(0, 0, -1)), Quaternion(0, -1, 0, 0));
 }
 
@@ -293,7 +301,8 @@ TEST(Euler, AnglesAndRotationComeBackInAllSixOrders) {
 TEST(Euler, OrderNoneKeepsTheStoredOrder) {
     Euler euler(1, 2, 3, Euler::ZXY);
     euler.setWithMat4(Mat4());
-    EXPECT_TRUE(euler == Euler(0, 0, 1e-13, Euler::ZXY) && euler != Euler(0, 0, 1e-11, Euler::ZXY));
+    EXPECT_EQ(euler, Euler(0, 0, 1e-13, Euler::ZXY));
+    EXPECT_TRUE(euler != Euler(0, 0, 1e-11, Euler::ZXY));
     euler.set(4, 5, 6);
     EXPECT_EQ(euler, Euler(4, 5, 6, Euler::ZXY));
     euler.setWithMat4(Mat4(), Euler::RotationOrder(9));

@@ -6,9 +6,15 @@
 #include "Tests/Math/Random.h"
 
 #include <cmath>
+#include <type_traits>
 
 namespace Tessaloom::BilateralBlur {
 namespace {
+
+// A pointer must not turn into the flag of a constructor.
+static_assert(!std::is_constructible_v<Mat4, const double*>);
+static_assert(!std::is_constructible_v<Affine, const double*>);
+static_assert(!std::is_constructible_v<Range, const int*>);
 
 bool isEmptyValue(const Box3& box) {
     return box.min.equal(Vec3(1.7976931348623157e308), 0) && box.max.equal(Vec3(2.2250738585072014e-308), 0);
@@ -17,13 +23,16 @@ bool isEmptyValue(const Box3& box) {
 TEST(Rect, EdgesMoveOrResizeAndScaleCountsTheGrowthTwice) {
     Rect rect(1, 2, 3, 4);
     rect.setLeft(10);
-    EXPECT_TRUE(rect.getBottomRight() == Vec2(13, 6) && rect.getCenter() == Vec2(11.5, 4));
+    EXPECT_EQ(rect.getBottomRight(), Vec2(13, 6));
+    EXPECT_EQ(rect.getCenter(), Vec2(11.5, 4));
     rect.setRight(20);
     rect.setBottom(10.1);
-    EXPECT_TRUE(rect == Rect(10, 2, 10, double(10.1f) - 2) && rect != Rect(10, 2, 10, 8.1));
+    EXPECT_EQ(rect, Rect(10, 2, 10, double(10.1f) - 2));
+    EXPECT_TRUE(rect != Rect(10, 2, 10, 8.1));
     rect = Rect(7, 7, 10, 10);
     rect.setCenter({5, 5});
-    EXPECT_TRUE(rect.scale(2, 1) == Rect(-10, 0, 30, 10) && rect.scale(1, 0.5) == Rect(0, 5, 10, 0));
+    EXPECT_EQ(rect.scale(2, 1), Rect(-10, 0, 30, 10));
+    EXPECT_EQ(rect.scale(1, 0.5), Rect(0, 5, 10, 0));
     EXPECT_EQ(rect.expand(0.1f).y, -double(0.1f));
 }
 
@@ -49,9 +58,11 @@ TEST(Box3, EmptyValueHasATinyMaximum) {
     Vec3 points[] = {Vec3(-5, -1, -2), Vec3(-3, -4, -2)};
     float values[] = {-1, 2, 3, -4, 5, 6};
     Box3 box;
-    EXPECT_TRUE(Box3(Vec3(), Vec3()).isEmpty() && !Box3(Vec3(1), Vec3(1)).isEmpty());
+    EXPECT_TRUE(Box3(Vec3(), Vec3()).isEmpty());
+    EXPECT_FALSE(Box3(Vec3(1), Vec3(1)).isEmpty());
     box.setFromArray(values, 6);
-    EXPECT_TRUE(box == Box3(Vec3(-4, 2, 3), Vec3(0, 5, 6)) && box.max.x > 0);
+    EXPECT_EQ(box, Box3(Vec3(-4, 2, 3), Vec3(0, 5, 6)));
+    EXPECT_GT(box.max.x, 0);
     box.setFromPoints(points, 2);
     EXPECT_TRUE(box == Box3(Vec3(-5, -4, -2), Vec3(-3, -1, -2)));
     box.setFromPoints(&box.max, -7); // the first point alone, and it is the box's own
@@ -76,9 +87,12 @@ TEST(Box3, SetOperationsAgreeWithTheirPoints) {
         EXPECT_TRUE((both.getParameter(point) * both.getSize() + both.min).equal(point, 1e-12));
     });
     Box3 unit(Vec3(), Vec3(1));
-    EXPECT_TRUE(unit.distanceToPoint(Vec3(4, 5, 1)) == 5 && unit.containsPoint(Vec3(NAN, 0, 1)));
+    EXPECT_EQ(unit.distanceToPoint(Vec3(4, 5, 1)), 5);
+    EXPECT_TRUE(unit.containsPoint(Vec3(NAN, 0, 1)));
     unit.expandByScalar(0.1f);
-    EXPECT_TRUE(unit.min.x == -double(0.1f) && Range(true).length == 2147483647 && Range(7).location == 7);
+    EXPECT_EQ(unit.min.x, -double(0.1f));
+    EXPECT_EQ(Range(true).length, 2147483647);
+    EXPECT_EQ(Range(7).location, 7);
 }
 
 TEST(Barycentric, WeightsGiveThePointBackInEveryType) {
@@ -98,13 +112,19 @@ TEST(Barycentric, WeightsGiveThePointBackInEveryType) {
         EXPECT_EQ(weights.isInside(), u >= 0 && v >= 0 && w >= 0);
         // A point off the plane has the weights of its projection, where every component counts.
         const Vec4 height = p - Barycentric(color(a), color(b), color(c), color(p)).interpolate(a, b, c);
-        EXPECT_TRUE(std::abs(height.dot(a - c)) < 1e-9 && std::abs(height.dot(b - c)) < 1e-9);
+        EXPECT_LT(std::abs(height.dot(a - c)), 1e-9);
+        EXPECT_LT(std::abs(height.dot(b - c)), 1e-9);
     });
     Barycentric flat(Vec2(), Vec2(), Vec2(0, 1), Vec2(1, 0));
-    EXPECT_TRUE(std::isnan(flat.u) && std::isnan(flat.v) && std::isnan(flat.w) && !flat.isInside());
+    EXPECT_TRUE(std::isnan(flat.u));
+    EXPECT_TRUE(std::isnan(flat.v));
+    EXPECT_TRUE(std::isnan(flat.w));
+    EXPECT_FALSE(flat.isInside());
     // The border is inside. Weights that a caller gives need no sum, and only w may pass 1.
-    EXPECT_TRUE(Barycentric(1, 0, 0).isInside() && Barycentric(0, 1, 2).isInside());
-    EXPECT_FALSE(Barycentric(1.5, 0, 0).isInside() || Barycentric(0, 1.5, 0).isInside());
+    EXPECT_TRUE(Barycentric(1, 0, 0).isInside());
+    EXPECT_TRUE(Barycentric(0, 1, 2).isInside());
+    EXPECT_FALSE(Barycentric(1.5, 0, 0).isInside());
+    EXPECT_FALSE(Barycentric(0, 1.5, 0).isInside());
 }
 
 TEST(Color, ReadsBytesAndTextsInSinglePrecision) {
@@ -122,9 +142,12 @@ TEST(Color, ReadsBytesAndTextsInSinglePrecision) {
 }
 
 TEST(Color, NilColoursAreEqualAndAlphaIsLikeTheRest) {
-    EXPECT_TRUE(Color(0.5, -0.1, 0.5, 1).isNil() && Color(-1, 0, 0, 1) == Color(0, -1, 0, 1));
-    EXPECT_TRUE(Color(-1, 0, 0, 1) != Color(1, 0, 0, 1) && !Color(-0.0, 0, 0, 0).isNil());
-    EXPECT_TRUE(Color(1e-12, 1, 1, 1) == Color(0, 1, 1, 1) && Color(1, 1, 1, 1 + 2e-12) != Color());
+    EXPECT_TRUE(Color(0.5, -0.1, 0.5, 1).isNil());
+    EXPECT_EQ(Color(-1, 0, 0, 1), Color(0, -1, 0, 1));
+    EXPECT_TRUE(Color(-1, 0, 0, 1) != Color(1, 0, 0, 1));
+    EXPECT_FALSE(Color(-0.0, 0, 0, 0).isNil());
+    EXPECT_EQ(Color(1e-12, 1, 1, 1), Color(0, 1, 1, 1));
+    EXPECT_TRUE(Color(1, 1, 1, 1 + 2e-12) != Color());
     EXPECT_EQ(Color(9, 8, 7, 6) - Color(4, 3, 2, 1) * Color(1, 0, 1, 2) * 2, Color(1, 8, 3, 2));
     // Only the weight of the first loses digits to single precision.
     EXPECT_EQ(Color::lerp(Color(1, 0, 0, 1), Color(0, 1, 0, 0), 0.1), Color(0.9f, 0.1, 0, 0.9f));

@@ -8,20 +8,35 @@ namespace Tessaloom::BilateralBlur {
 namespace {
 
 TEST(Vectors, ComparisonsAndScalarsAtTheirBounds) {
-    EXPECT_TRUE(std::signbit(absValue(-0.0)) && clampValue(NAN, 0, 1) == 1 && signOf(NAN) == 0);
-    EXPECT_TRUE(cyclicDifference(10, 350, 360) == 20 && cyclicDifference(191, 10, 360) == -179);
-    EXPECT_TRUE(cyclicDifference(190, 10, 360) == 180 && cyclicDifference(10, 190, 360) == -180);
+    EXPECT_TRUE(std::signbit(absValue(-0.0)));
+    EXPECT_EQ(clampValue(NAN, 0, 1), 1);
+    EXPECT_EQ(signOf(NAN), 0);
+    EXPECT_EQ(cyclicDifference(10, 350, 360), 20);
+    EXPECT_EQ(cyclicDifference(191, 10, 360), -179);
+    EXPECT_EQ(cyclicDifference(190, 10, 360), 180);
+    EXPECT_EQ(cyclicDifference(10, 190, 360), -180);
     EXPECT_EQ(std::bit_cast<std::uint64_t>(kDegToRad), 0x3F91DF46A2529CE4u);
-    EXPECT_TRUE(Vec2().equal({0.5, -0.5}, 0.5) && Vec3(1e-12) == Vec3() && Vec3() != Vec3(0, 0, 2e-12));
-    EXPECT_FALSE(Vec2::equalWithTolerance(0, 0, 0.5, 0, 0.5) || Vec2::equalWithTolerance({}, {}, 0));
-    EXPECT_FALSE(Vec2::negligible(1e-12) || Vec2::negligible(-1e-12) || Vec2(0, 9e-13).nonNegligible());
-    EXPECT_TRUE(Vec2::isDuplicate({1, 1}, {1.2499, 0.7501}) && !Vec2::isDuplicate({}, {0, -0.25}));
-    EXPECT_TRUE(Vec4(1e-12, 0, 0, 0) != Vec4() && !Vec4(0, 0, 0, 0.5).equal({}, 0.5));
+    EXPECT_TRUE(Vec2().equal({0.5, -0.5}, 0.5));
+    EXPECT_EQ(Vec3(1e-12), Vec3());
+    EXPECT_TRUE(Vec3() != Vec3(0, 0, 2e-12));
+    EXPECT_FALSE(Vec2::equalWithTolerance(0, 0, 0.5, 0, 0.5));
+    EXPECT_FALSE(Vec2::equalWithTolerance({}, {}, 0));
+    EXPECT_FALSE(Vec2::negligible(1e-12));
+    EXPECT_FALSE(Vec2::negligible(-1e-12));
+    EXPECT_FALSE(Vec2(0, 9e-13).nonNegligible());
+    EXPECT_TRUE(Vec2::isDuplicate({1, 1}, {1.2499, 0.7501}));
+    EXPECT_FALSE(Vec2::isDuplicate({}, {0, -0.25}));
+    EXPECT_TRUE(Vec4(1e-12, 0, 0, 0) != Vec4());
+    EXPECT_FALSE(Vec4(0, 0, 0, 0.5).equal({}, 0.5));
     // Relative: a right angle between short vectors is not taken for a straight one.
-    EXPECT_TRUE(Vec2(1e-9, 0).isOrthogonal({0, 1e-9}) && !Vec2(1e-9, 0).isCollinear({0, 1e-9}));
-    EXPECT_TRUE(Vec2(1e9, 3e9).isCollinear({-1e-9, -3e-9}) && Vec2().isCollinear({}));
+    EXPECT_TRUE(Vec2(1e-9, 0).isOrthogonal({0, 1e-9}));
+    EXPECT_FALSE(Vec2(1e-9, 0).isCollinear({0, 1e-9}));
+    EXPECT_TRUE(Vec2(1e9, 3e9).isCollinear({-1e-9, -3e-9}));
+    EXPECT_TRUE(Vec2().isCollinear({}));
     Vec2 undefined(NAN, 0);
-    EXPECT_TRUE(undefined != undefined && undefined.nonNegligible() && !undefined.isCollinear(undefined));
+    EXPECT_TRUE(undefined != undefined);
+    EXPECT_TRUE(undefined.nonNegligible());
+    EXPECT_FALSE(undefined.isCollinear(undefined));
 }
 
 // The named verbs and plain operators stand behind the compound ones.
@@ -36,11 +51,15 @@ auto chain(auto v, auto added, auto factor, auto taken, auto divisor) {
 TEST(Vectors, ArithmeticKeepsItsComponentsApart) {
     const Vec4 a(1, 2, 3, 4), b(1, 3, 5, 7), c(2, 3, 4, 5), d(3, 13, 29, 17);
     const Vec3 e = a.getVec3(), f = b.getVec3(), g = c.getVec3(), h = d.getVec3();
-    EXPECT_TRUE(chain(a, b, c, a, d) == Vec4(1, 1, 1, 3) && chain(a, 3.0, 2.0, 4.0, 4.0) == (a + 1) / 2);
-    EXPECT_TRUE(chain(e, f, g, e, h) == Vec3(1) && chain(e, 3.0, 2.0, 4.0, 4.0) == (e + 1) / 2);
+    EXPECT_EQ(chain(a, b, c, a, d), Vec4(1, 1, 1, 3));
+    EXPECT_EQ(chain(a, 3.0, 2.0, 4.0, 4.0), (a + 1) / 2);
+    EXPECT_EQ(chain(e, f, g, e, h), Vec3(1));
+    EXPECT_EQ(chain(e, 3.0, 2.0, 4.0, 4.0), (e + 1) / 2);
     EXPECT_TRUE(chain(e.getVec2(), f.getVec2(), g.getVec2(), e.getVec2(), h.getVec2()) == Vec2(1, 1));
-    EXPECT_TRUE(chain(e.getVec2(), 3.0, 2.0, 4.0, 4.0) == Vec2(1, 1.5) && (Vec2(5, 0) / 49).x == 5.0 / 49);
-    EXPECT_TRUE(Vec2(-7, 7) % Vec2(4, -4) == Vec2(-3, 3) && Vec4(1, -2, 3, -4).lengthManhattan() == 10);
+    EXPECT_EQ(chain(e.getVec2(), 3.0, 2.0, 4.0, 4.0), Vec2(1, 1.5));
+    EXPECT_EQ((Vec2(5, 0) / 49).x, 5.0 / 49);
+    EXPECT_EQ(Vec2(-7, 7) % Vec2(4, -4), Vec2(-3, 3));
+    EXPECT_EQ(Vec4(1, -2, 3, -4).lengthManhattan(), 10);
 }
 
 TEST(Vectors, OfTiesAndNanTheMinimumIsOnesOwnAndTheMaximumTheOthers) {
@@ -51,9 +70,16 @@ TEST(Vectors, OfTiesAndNanTheMinimumIsOnesOwnAndTheMaximumTheOthers) {
     least.getMin({1, 2});
     most.getMax({1, 2});
     held.clamp(Vec3(5, 5, 2), Vec3(2, 2, 4));
-    EXPECT_TRUE(std::isnan(low.x) && std::signbit(low.y) && low.z == 2);
-    EXPECT_TRUE(high.x == 1 && !std::signbit(high.y) && high.z == 4);
-    EXPECT_TRUE(std::isnan(least.x) && least.y == 2 && most == Vec2(1, 4) && held == Vec3(5, 2, 3));
+    EXPECT_TRUE(std::isnan(low.x));
+    EXPECT_TRUE(std::signbit(low.y));
+    EXPECT_EQ(low.z, 2);
+    EXPECT_EQ(high.x, 1);
+    EXPECT_FALSE(std::signbit(high.y));
+    EXPECT_EQ(high.z, 4);
+    EXPECT_TRUE(std::isnan(least.x));
+    EXPECT_EQ(least.y, 2);
+    EXPECT_EQ(most, Vec2(1, 4));
+    EXPECT_EQ(held, Vec3(5, 2, 3));
 }
 
 TEST(Vec2, TurnsAgreeWithEachOther) {
@@ -66,14 +92,19 @@ TEST(Vec2, TurnsAgreeWithEachOther) {
         aimed.setAngle(degrees + arm.getAngle());
         arm.rotate(degrees);
         pivot.rotateAround(degrees, pivot);
-        EXPECT_TRUE(aimed.equal(arm, 1e-11) && arm.equal(turned - center, 1e-14) && pivot == start);
+        EXPECT_TRUE(aimed.equal(arm, 1e-11));
+        EXPECT_TRUE(arm.equal(turned - center, 1e-14));
+        EXPECT_EQ(pivot, start);
     });
     Vec2 zero, tiny(3e-13, 4e-13), same = tiny;
     zero.setLength(5);
     tiny.normalize();
     Vec2::normalize(&same.x, &same.y);
-    EXPECT_TRUE(zero == Vec2(5, 0) && tiny.equal({0.6, 0.8}, 1e-15) && same.x == 3e-13);
-    EXPECT_TRUE(Vec2(1, 2).project({}).isZero() && Vec2(-0.0, 0).getAngle() == 0);
+    EXPECT_EQ(zero, Vec2(5, 0));
+    EXPECT_TRUE(tiny.equal({0.6, 0.8}, 1e-15));
+    EXPECT_EQ(same.x, 3e-13);
+    EXPECT_TRUE(Vec2(1, 2).project({}).isZero());
+    EXPECT_EQ(Vec2(-0.0, 0).getAngle(), 0);
 }
 
 TEST(Vec2, SignsDecideQuadrantsAndAnchors) {
@@ -91,7 +122,8 @@ TEST(Vec2, SignsDecideQuadrantsAndAnchors) {
         EXPECT_NE(Vec2::anchorOutward(anchored, {}, b, false), anchored.dot(b) < 0);
     }
     const Vec2 moved = Vec2::centerToTopLefetPoint({0, 10}, {100, 50});
-    EXPECT_TRUE(moved == Vec2(50, 15) && Vec2::topLeftToCenterPoint(moved, {100, 50}) == Vec2(0, 10));
+    EXPECT_EQ(moved, Vec2(50, 15));
+    EXPECT_EQ(Vec2::topLeftToCenterPoint(moved, {100, 50}), Vec2(0, 10));
 }
 
 TEST(Vec2, IntersectionAgreesWithSignedAreasAndTellsDegenerateLinesApart) {
@@ -113,26 +145,33 @@ TEST(Vec2, IntersectionAgreesWithSignedAreasAndTellsDegenerateLinesApart) {
     EXPECT_EQ(Vec2::intersect({}, {1, 1}, {2, 0}, {3, 1}, point, &kept, &kept), Parallel);
     EXPECT_EQ(point, Vec2());
     EXPECT_EQ(Vec2::intersect({}, {1, 1}, {2, 2}, {3, 3}, point, &kept, &kept), Coincident);
-    EXPECT_TRUE(point == Vec2(0.5, 0.5) && kept == 7);
+    EXPECT_EQ(point, Vec2(0.5, 0.5));
+    EXPECT_EQ(kept, 7);
     EXPECT_EQ(Vec2::intersect({}, {1, 1}, {2, 0}, {1, 1}, point, nullptr, nullptr), Within);
     EXPECT_EQ(Vec2::intersect(a, b, {0, 2}, {2, 0}, b, &a.x, &a.y), Within);
     EXPECT_TRUE(b == Vec2(1, 1) && a == Vec2(0.5, 0.5)) << "the outputs were inputs";
 }
 
 TEST(Vec3, OrthoIsSquareByTheLargestComponent) {
-    EXPECT_TRUE(Vec3(3, -3, 1).largestAbsComponent() == 1 && Vec3(2, 1, -2).largestAbsComponent() == 2);
-    EXPECT_TRUE(Vec3().largestAbsComponent() == 2 && Vec3(-5, 1, 2).largestAbsComponent() == 0);
+    EXPECT_EQ(Vec3(3, -3, 1).largestAbsComponent(), 1);
+    EXPECT_EQ(Vec3(2, 1, -2).largestAbsComponent(), 2);
+    EXPECT_EQ(Vec3().largestAbsComponent(), 2);
+    EXPECT_EQ(Vec3(-5, 1, 2).largestAbsComponent(), 0);
     Vec3 object(0, 5, 0), itself(1, 2, 3), v(1.5, -1.5, 2);
     object.ortho(Vec3(0, 0, 1));
     itself.ortho(itself);
-    EXPECT_TRUE(object == Vec3(0, 1, 0) && std::abs(itself.dot({1, 2, 3})) < 1e-15);
-    EXPECT_TRUE(v.floor() == Vec3(1, -2, 2) && v.rotationalDifference({1, 1, 1}) == v - 1);
-    EXPECT_TRUE(Vec3::lerp(v, {}, 0.25) == v * 0.75 && v.angleBetween(v * -1) * kRadToDeg == 180);
+    EXPECT_EQ(object, Vec3(0, 1, 0));
+    EXPECT_LT(std::abs(itself.dot({1, 2, 3})), 1e-15);
+    EXPECT_EQ(v.floor(), Vec3(1, -2, 2));
+    EXPECT_EQ(v.rotationalDifference({1, 1, 1}), v - 1);
+    EXPECT_EQ(Vec3::lerp(v, {}, 0.25), v * 0.75);
+    EXPECT_EQ(v.angleBetween(v * -1) * kRadToDeg, 180);
 }
 
 TEST(Vec4, LerpFollowsTheShorterArcInSinglePrecision) {
     const Vec4 a(5, 0, 0, 0);
-    EXPECT_TRUE(Vec4::lerp(a, a * 2, 1) == Vec4(10, 0, 0, 0) && std::isnan(Vec4::lerp(a, {}, 0.5).x));
+    EXPECT_EQ(Vec4::lerp(a, a * 2, 1), Vec4(10, 0, 0, 0));
+    EXPECT_TRUE(std::isnan(Vec4::lerp(a, {}, 0.5).x));
     double worst = 0;
     forEachSeed(500, [&](Random& random) {
         const double arc = random.between(0.2, 1.5), t = random.between(0, 1);

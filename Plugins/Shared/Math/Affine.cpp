@@ -8,7 +8,7 @@
 
 namespace Tessaloom::BilateralBlur {
 
-bool Affine::operator==(const Affine& other) {
+bool Affine::operator==(const Affine& other) const {
     return std::equal(std::begin(m), std::end(m), std::begin(other.m),
                       [](double a, double b) { return equalWithin(a, b, kEpsilon); });
 }
@@ -81,9 +81,8 @@ void Affine::premultiply(const Affine& other) {
 bool Affine::inverse(Affine& out) const {
     const auto& [a, c, tx, b, d, ty] = m;
     const double determinant = a * d - c * b;
-    if (-1e-06 < determinant && determinant < 1e-06) {
+    if (-1e-06 < determinant && determinant < 1e-06)
         return false;
-    }
     const double r = 1.0 / determinant;
     out.set(d * r, -b * r, -c * r, a * r, (c * ty - d * tx) * r, (b * tx - a * ty) * r);
     return true;

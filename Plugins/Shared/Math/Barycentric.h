@@ -1,11 +1,9 @@
 #pragma once
 
-namespace Tessaloom::BilateralBlur {
+#include "Plugins/Shared/Math/Color.h"
+#include "Plugins/Shared/Math/Vec4.h"
 
-class Color;
-class Vec2;
-class Vec3;
-class Vec4;
+namespace Tessaloom::BilateralBlur {
 
 /// The weights of a point with respect to the three vertices of a triangle.
 ///
@@ -34,12 +32,12 @@ public:
     bool isInside();
 
     /// (a u + b v) + c w.
-    Vec2 interpolate(const Vec2& a, const Vec2& b, const Vec2& c);
-    Vec3 interpolate(const Vec3& a, const Vec3& b, const Vec3& c);
-    Vec4 interpolate(const Vec4& a, const Vec4& b, const Vec4& c);
+    [[nodiscard]] Vec2 interpolate(const Vec2& a, const Vec2& b, const Vec2& c);
+    [[nodiscard]] Vec3 interpolate(const Vec3& a, const Vec3& b, const Vec3& c);
+    [[nodiscard]] Vec4 interpolate(const Vec4& a, const Vec4& b, const Vec4& c);
 
     /// The same over the four channels, alpha included and with no clamp.
-    Color interpolate(const Color& a, const Color& b, const Color& c);
+    [[nodiscard]] Color interpolate(const Color& a, const Color& b, const Color& c);
 };
 
 } // namespace Tessaloom::BilateralBlur

@@ -4,19 +4,17 @@ namespace Tessaloom::BilateralBlur {
 
 void Box3::setFromArray(float* values, int count) {
     makeEmpty();
-    for (int i = 0; i < count; i += 3) {
+    for (int i = 0; i < count; i += 3)
         expandByPoint(Vec3(values[i], values[i + 1], values[i + 2]));
-    }
 }
 
 void Box3::setFromPoints(Vec3* points, int count) {
     // Built aside, because the points may be this box's own corners.
     Box3 box;
-    if (points != nullptr && count != 0) {
+    if (points && count != 0) {
         box.set(points[0], points[0]);
-        for (int i = 1; i < count; ++i) {
+        for (int i = 1; i < count; ++i)
             box.expandByPoint(points[i]);
-        }
     }
     *this = box;
 }
@@ -54,9 +52,8 @@ void Box3::unionBox(Box3 other) {
 void Box3::intersects(Box3 other) {
     min.getMax(other.min);
     max.getMin(other.max);
-    if (isEmpty()) {
+    if (isEmpty())
         makeEmpty();
-    }
 }
 
 bool Box3::intersectsBox(const Box3& other) const {

@@ -9,7 +9,7 @@ namespace Tessaloom::BilateralBlur {
 /// An axis-aligned box in space, held as two corners. Nothing checks that they are in order; the operations
 /// follow their formulas on an inverted box.
 ///
-/// The empty value has the largest finite double in each component of `min` and, mind, the smallest positive
+/// The empty value has the largest finite double in each component of `min` and (note) the smallest positive
 /// normal one in each component of `max`: growing it by negative coordinates leaves that tiny `max`.
 class Box3 {
 public:
@@ -18,9 +18,7 @@ public:
     Box3(Vec3 min, Vec3 max) : min(min), max(max) {}
 
     /// Whether each component of both corners differs by at most kEpsilon.
-    bool operator==(const Box3& other) { return min == other.min && max == other.max; }
-    /// The same. It only keeps `a == b` of two changeable objects from being ambiguous with `b == a`.
-    bool operator==(Box3& other) { return *this == static_cast<const Box3&>(other); }
+    bool operator==(const Box3& other) const { return min == other.min && max == other.max; }
 
     void set(Vec3 newMin, Vec3 newMax) { *this = Box3(newMin, newMax); }
     /// Grows the empty value by `count` / 3 points that lie as x, y, z triples. `count` is the number of
@@ -56,7 +54,7 @@ public:
     void intersects(Box3 other);
 
     /// Whether both have a point in common; touching is enough. Neither box changes.
-    bool intersectsBox(const Box3& other) const;
+    [[nodiscard]] bool intersectsBox(const Box3& other) const;
     /// Whether the point lies inside or on the surface. A NaN coordinate excludes nothing.
     bool containsPoint(const Vec3& point) const;
     /// Whether the other lies inside, touching included: a box contains itself.
@@ -64,7 +62,7 @@ public:
     /// Where the point lies on each axis, 0 at `min` and 1 at `max`; a flat axis gives an infinity or NaN.
     Vec3 getParameter(const Vec3& point) const { return (point - min) / (max - min); }
     /// The point of the box nearest to `point`.
-    Vec3 clampPoint(Vec3 point) const;
+    [[nodiscard]] Vec3 clampPoint(Vec3 point) const;
     /// The distance from the point to the nearest one of the box; 0 inside.
     double distanceToPoint(Vec3 point);
 

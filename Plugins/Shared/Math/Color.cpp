@@ -21,9 +21,8 @@ double channelAt(std::uint64_t bits, unsigned shift, unsigned width) {
 std::uint32_t hexDigits(double channel) {
     using Limits = std::numeric_limits<std::int32_t>;
     const double scaled = channel * 255.0;
-    if (scaled != scaled) {
+    if (scaled != scaled)
         return 0;
-    }
     return static_cast<std::uint32_t>(
         static_cast<std::int32_t>(clampValue(scaled, Limits::min(), Limits::max())));
 }
@@ -37,29 +36,25 @@ Color::Color(unsigned int packed)
       alpha(channelAt(packed, 24, 8)) {}
 
 Color::Color(const std::string& text) {
-    if (text.empty() || text.front() != '#') {
+    if (text.empty() || text.front() != '#')
         return;
-    }
     const std::string digits = text.substr(1);
     // Before the length is looked at, so that a text of any length throws when it holds no number.
     const std::uint64_t bits = std::stoull(digits, nullptr, 16);
     const std::size_t count = digits.size();
-    if (count != 3 && count != 4 && count != 6 && count != 8) {
+    if (count != 3 && count != 4 && count != 6 && count != 8)
         return;
-    }
     const unsigned width = count <= 4 ? 4 : 8;
     red = channelAt(bits, 2 * width, width);
     green = channelAt(bits, width, width);
     blue = channelAt(bits, 0, width);
-    if (count % 4 == 0) {
+    if (count % 4 == 0)
         alpha = channelAt(bits, 3 * width, width);
-    }
 }
 
 bool Color::equal(const Color& other) const {
-    if (isNil() && other.isNil()) {
+    if (isNil() && other.isNil())
         return true;
-    }
     return equalWithin(red, other.red, kEpsilon) && equalWithin(green, other.green, kEpsilon) &&
            equalWithin(blue, other.blue, kEpsilon) && equalWithin(alpha, other.alpha, kEpsilon);
 }

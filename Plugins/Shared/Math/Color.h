@@ -16,8 +16,8 @@ public:
     /// From the bytes 0xAARRGGBB, each divided by 255 in single precision.
     explicit Color(unsigned int packed);
     /// From "#RGB", "#ARGB", "#RRGGBB" or "#AARRGGBB" in hexadecimal digits, a channel being its digits'
-    /// value divided by 15 or 255 in single precision. Alpha is 1 where the text has none. The layout goes by
-    /// the number of characters behind the "#"; the conversion stops at the first that is no digit. A text
+    /// value divided by 15 or 255 in single precision. Alpha is 1 where the text has none. The layout depends
+    /// on the number of characters after the "#"; the conversion stops at the first that is no digit. A text
     /// that doesn't begin with "#", or of another length, gives opaque white. Throws std::invalid_argument
     /// where no digit follows the "#", std::out_of_range beyond 64 bits.
     explicit Color(const std::string& text);
@@ -44,7 +44,7 @@ public:
     Color operator*(const double& factor) const;
     /// The colour at `t`, clamped to 0 to 1, of the way from `a` to `b`. The weight of `a` has single
     /// precision.
-    static Color lerp(const Color& a, const Color& b, double t);
+    [[nodiscard]] static Color lerp(const Color& a, const Color& b, double t);
 
     /// "#" and the channels red, green, blue, times 255 and cut off to integers, in upper-case hexadecimal
     /// without leading zeros; alpha comes first unless it is exactly 1. So the text need not read back as the

@@ -27,9 +27,8 @@ void Euler::set(double x, double y, double z, RotationOrder order) {
 }
 
 void Euler::setWithMat4(const Mat4& matrix, RotationOrder order) {
-    if (order != None) {
+    if (order != None)
         this->order = order;
-    }
     const double* const m = matrix.m;
     // NaN counts as a pole, so the test asks for what is away from one.
     const auto awayFromPole = [](double sine) { return absValue(sine) < kPoleSine; };

@@ -1,6 +1,5 @@
 #include "Plugins/Shared/Math/Mat4.h"
 
-#include "Plugins/Shared/Math/Affine.h"
 #include "Plugins/Shared/Math/Float.h"
 #include "Plugins/Shared/Math/Quaternion.h"
 #include "Plugins/Shared/Math/SineCosine.h"
@@ -49,32 +48,28 @@ struct RowPairMinors {
 // Construction and assignment
 
 Mat4::Mat4(bool isIdentity) : m{} {
-    if (isIdentity) {
+    if (isIdentity)
         m[0] = m[5] = m[10] = m[15] = 1.0;
-    }
 }
 
 Mat4::Mat4(double a0, double a1, double a2, double a3, double a4, double a5, double a6, double a7, double a8,
            double a9, double a10, double a11, double a12, double a13, double a14, double a15,
            bool storageOrder)
     : m{a0, a1, a2, a3, a4, a5, a6, a7, a8, a9, a10, a11, a12, a13, a14, a15} {
-    if (!storageOrder) {
+    if (!storageOrder)
         setTranspose();
-    }
 }
 
 Mat4::Mat4(double* elements, bool storageOrder) {
     std::copy_n(elements, 16, m);
-    if (!storageOrder) {
+    if (!storageOrder)
         setTranspose();
-    }
 }
 
 Mat4::Mat4(const Vec4& a, const Vec4& b, const Vec4& c, const Vec4& d, bool rows)
     : m{a.x, a.y, a.z, a.w, b.x, b.y, b.z, b.w, c.x, c.y, c.z, c.w, d.x, d.y, d.z, d.w} {
-    if (rows) {
+    if (rows)
         setTranspose();
-    }
 }
 
 void Mat4::set(double a0, double a1, double a2, double a3, double a4, double a5, double a6, double a7,
@@ -113,11 +108,9 @@ void Mat4::setColumn(int column, const Vec4& values) {
 }
 
 void Mat4::setTranspose() {
-    for (int column = 1; column < 4; ++column) {
-        for (int row = 0; row < column; ++row) {
+    for (int column = 1; column < 4; ++column)
+        for (int row = 0; row < column; ++row)
             std::swap(m[4 * column + row], m[4 * row + column]);
-        }
-    }
 }
 
 void Mat4::transpose(Mat4& out) {
@@ -149,9 +142,8 @@ Mat4 Mat4::operator-(const Mat4& other) {
 
 Mat4 Mat4::operator*(double factor) {
     Mat4 scaled(*this);
-    for (double& element : scaled.m) {
+    for (double& element : scaled.m)
         element *= factor;
-    }
     return scaled;
 }
 
@@ -297,9 +289,8 @@ void Mat4::setLookAt(double eyeX, double eyeY, double eyeZ, double targetX, doub
 // Composing in place
 
 void Mat4::translate(double x, double y, double z) {
-    for (int row = 0; row < 4; ++row) {
+    for (int row = 0; row < 4; ++row)
         m[12 + row] = m[row] * x + m[4 + row] * y + m[8 + row] * z + m[12 + row];
-    }
 }
 
 void Mat4::scale(double x, double y, double z) {
@@ -392,31 +383,25 @@ void Mat4::compose(const Vec3& anchor, const Vec3& position, const Quaternion& r
     translate(scaledAnchor.negate());
     const double factors[3] = {scale.x, scale.y, scale.z};
     for (int column = 0; column < 3; ++column) {
-        if (factors[column] != 1.0) {
-            for (int row = 0; row < 3; ++row) {
+        if (factors[column] != 1.0)
+            for (int row = 0; row < 3; ++row)
                 m[4 * column + row] *= factors[column];
-            }
-        }
     }
 }
 
 void Mat4::decompose(Vec3& position, Quaternion& rotation, Vec3& scale) {
     double lengths[3];
-    for (int column = 0; column < 3; ++column) {
+    for (int column = 0; column < 3; ++column)
         lengths[column] = getColumn(column).getVec3().length();
-    }
-    if (determinant() < 0.0) {
+    if (determinant() < 0.0)
         lengths[0] = -lengths[0];
-    }
     Mat4 unscaled(*this);
     for (int column = 0; column < 3; ++column) {
-        if (lengths[column] == 0.0) {
+        if (lengths[column] == 0.0)
             lengths[column] = kVanishedScale;
-        }
         const double reciprocal = 1.0 / lengths[column];
-        for (int row = 0; row < 3; ++row) {
+        for (int row = 0; row < 3; ++row)
             unscaled.m[4 * column + row] *= reciprocal;
-        }
     }
     position.set(m[12], m[13], m[14]);
     rotation.setWithMat4(unscaled);

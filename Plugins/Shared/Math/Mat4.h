@@ -1,11 +1,11 @@
 #pragma once
 
+#include "Plugins/Shared/Math/Affine.h"
 #include "Plugins/Shared/Math/Vec3.h"
 #include "Plugins/Shared/Math/Vec4.h"
 
 namespace Tessaloom::BilateralBlur {
 
-class Affine;
 class Quaternion;
 
 /// A 4 x 4 matrix of doubles that acts on column vectors from the left, v' = M v.
@@ -34,6 +34,9 @@ public:
     /// True: the identity. False: all 16 elements 0, m[15] included.
     explicit Mat4(bool isIdentity);
 
+    /// Refused: a pointer, or 0, would otherwise turn into the `bool` of the constructor above.
+    explicit Mat4(const void*) = delete;
+
     /// From sixteen numbers. False: they come row by row. True: in storage order, column by column.
     /// The flag has no default here or below, since its sense differs between doubles and vectors.
     Mat4(double a0, double a1, double a2, double a3, double a4, double a5, double a6, double a7, double a8,
@@ -42,9 +45,6 @@ public:
 
     /// From an array of sixteen numbers. False: they come row by row. True: in storage order.
     Mat4(double* elements, bool storageOrder);
-
-    /// Refused: a lone pointer would otherwise turn into the `bool` of the first constructor.
-    explicit Mat4(const double* elements) = delete;
 
     /// From four vectors. False: each is a column. True: each is a row.
     Mat4(const Vec4& a, const Vec4& b, const Vec4& c, const Vec4& d, bool rows);
@@ -62,7 +62,7 @@ public:
     /// A new identity matrix.
     static Mat4 identity() { return Mat4(true); }
 
-    // Comparison, rows and columns. Row and column numbers are 0 to 3; the caller answers for them.
+    // Comparison, rows and columns. Row and column numbers are 0 to 3 and not bounds-checked.
 
     /// Each element within `kEpsilon` of the other's. A NaN on either side gives false.
     bool operator==(const Mat4& other) const;
@@ -120,18 +120,18 @@ public:
     // Acting on vectors
 
     /// M v over all four components.
-    Vec4 mult(const Vec4& v);
+    [[nodiscard]] Vec4 mult(const Vec4& v);
     Vec4 operator*(const Vec4& v) { return mult(v); }
 
     /// The first three components of M (x, y, z, 1), with no division by the fourth.
-    Vec3 mult(const Vec3& v);
+    [[nodiscard]] Vec3 mult(const Vec3& v);
     Vec3 operator*(const Vec3& v) { return mult(v); }
 
     /// The first three components of M (x, y, z, 0): the translation has no effect.
-    Vec3 multWithoutTranslate(const Vec3& v);
+    [[nodiscard]] Vec3 multWithoutTranslate(const Vec3& v);
 
     /// The first three components of M (x, y, z, 1), each times the reciprocal of the fourth.
-    Vec3 multAndProject(const Vec3& v);
+    [[nodiscard]] Vec3 multAndProject(const Vec3& v);
 
     // Transform setters. All 16 elements are written, except by `setLookAt`.
 
@@ -207,9 +207,10 @@ public:
     /// The determinant of all 16 elements.
     double determinant();
 
-    /// Writes the inverse to `out`, which may be this matrix, and returns true. A determinant of exactly 0
-    /// (it may have underflowed) gives the identity and false; a tiny one gives an inverse with huge
-    /// elements.
+    /// Writes the inverse to `out`, which may be this matrix, and returns true. A determinant that comes out
+    /// as exactly 0 gives the identity and false. Rounding decides which it is: a singular matrix may come
+    /// out with a tiny determinant and so with an inverse of huge elements, and a regular one of tiny
+    /// elements may underflow to 0.
     bool getInverse(Mat4& out) const;
 
     // Composition from position, rotation and scale, and the way back

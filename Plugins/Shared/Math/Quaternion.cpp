@@ -4,7 +4,6 @@
 #include "Plugins/Shared/Math/Float.h"
 #include "Plugins/Shared/Math/Mat4.h"
 #include "Plugins/Shared/Math/SineCosine.h"
-#include "Plugins/Shared/Math/Vec3.h"
 
 #include <cmath>
 
@@ -37,12 +36,6 @@ FloatSineCosine narrow(SineCosine both) {
 
 } // namespace
 
-Quaternion::Quaternion() : x(0.0), y(0.0), z(0.0), w(1.0) {}
-
-Quaternion::Quaternion(double x, double y, double z) : x(x), y(y), z(z), w(1.0) {}
-
-Quaternion::Quaternion(double x, double y, double z, double w) : x(x), y(y), z(z), w(w) {}
-
 Quaternion::Quaternion(const Vec3& axis, double angle) {
     const auto [s, c] = sineCosine(angle / 2.0);
     set(axis.x * s, axis.y * s, axis.z * s, c);
@@ -50,14 +43,6 @@ Quaternion::Quaternion(const Vec3& axis, double angle) {
 
 Quaternion::Quaternion(const Vec3& from, const Vec3& to) {
     setWithDirection(from, to);
-}
-
-bool Quaternion::operator==(const Quaternion& other) const {
-    return x == other.x && y == other.y && z == other.z && w == other.w;
-}
-
-bool Quaternion::operator!=(const Quaternion& other) const {
-    return !(*this == other);
 }
 
 void Quaternion::set(double x, double y, double z) {
@@ -96,9 +81,8 @@ void Quaternion::setWithMat4(const Mat4& matrix) {
 }
 
 void Quaternion::setWithEuler(const Euler& euler) {
-    if (euler.order > Euler::ZYX) {
+    if (euler.order > Euler::ZYX)
         return;
-    }
     if (euler.order == Euler::None) {
         set(0.0, 0.0, 0.0, 0.0);
         return;
@@ -119,11 +103,10 @@ void Quaternion::setWithDirection(const Vec3& from, const Vec3& to) {
         // Opposite vectors have no cross product to turn about; of two perpendiculars the longer-legged one
         // is taken.
         r = 0.0;
-        if (absValue(from.x) > absValue(from.z)) {
+        if (absValue(from.x) > absValue(from.z))
             vectorPart.set(-from.y, from.x, 0.0);
-        } else {
+        else
             vectorPart.set(0.0, -from.z, from.y);
-        }
     } else {
         vectorPart = from.cross(to);
     }
@@ -161,27 +144,14 @@ void Quaternion::conjugate() {
     set(-x, -y, -z);
 }
 
-double Quaternion::dot(const Quaternion& other) {
-    return x * other.x + y * other.y + z * other.z + w * other.w;
-}
-
-double Quaternion::lengthSq() {
-    return x * x + y * y + z * z + w * w;
-}
-
-double Quaternion::length() {
-    return std::sqrt(lengthSq());
-}
-
 double Quaternion::getRotationAngle() {
     return 2.0 * std::acos(w) * kRadToDeg;
 }
 
 Vec3 Quaternion::getRotationAxis() {
     const double d = 1.0 - w * w;
-    if (d < kEpsilon) {
+    if (d < kEpsilon)
         return Vec3(0.0, 0.0, 1.0);
-    }
     return Vec3(x, y, z) * (1.0 / std::sqrt(d));
 }
 
@@ -210,18 +180,16 @@ void Quaternion::slerp(const Quaternion& target, double t) {
         *this = target;
         return;
     }
-    if (t == 0.0) {
+    if (t == 0.0)
         return;
-    }
     Quaternion b(target);
     double c = dot(b);
     if (c < 0.0) {
         b = Quaternion(-b.x, -b.y, -b.z, -b.w);
         c = -c;
     }
-    if (c >= 1.0) {
+    if (c >= 1.0)
         return;
-    }
     const double h = std::sqrt(1.0 - c * c);
     if (absValue(h) < kShortArc) {
         set((x + b.x) * 0.5, (y + b.y) * 0.5, (z + b.z) * 0.5, (w + b.w) * 0.5);
@@ -234,9 +202,8 @@ void Quaternion::slerp(const Quaternion& target, double t) {
 
 Quaternion Quaternion::lerp(const Quaternion& a, const Quaternion& b, double t) {
     Quaternion result(a);
-    if (a != b) {
+    if (a != b)
         result.slerp(b, t);
-    }
     return result;
 }
 

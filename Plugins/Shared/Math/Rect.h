@@ -15,8 +15,8 @@ class Rect : public Vec4 {
 public:
     /// (0, 0, 0, 0).
     Rect() = default;
-    Rect(Vec2 point, Vec2 size) : Rect(point.x, point.y, size.x, size.y) {}
-    Rect(double left, double top, double width, double height) : Vec4(left, top, width, height) {}
+    constexpr Rect(Vec2 point, Vec2 size) : Rect(point.x, point.y, size.x, size.y) {}
+    constexpr Rect(double left, double top, double width, double height) : Vec4(left, top, width, height) {}
 
     /// Whether each field differs by at most kEpsilon.
     bool operator==(const Rect& other) const;
@@ -31,19 +31,19 @@ public:
     Vec2 getSize() const { return {z, w}; }
     /// Sets width and height; left and top stay.
     void setSize(Vec2 size);
-    double getLeft() const { return x; }
-    double getTop() const { return y; }
+    constexpr double getLeft() const { return x; }
+    constexpr double getTop() const { return y; }
     /// Moves the rectangle; its size stays.
     void setLeft(double left) { x = left; }
     void setTop(double top) { y = top; }
-    double getRight() const { return x + z; }
-    double getBottom() const { return y + w; }
+    constexpr double getRight() const { return x + z; }
+    constexpr double getBottom() const { return y + w; }
     /// Sets the width; left stays.
     void setRight(double right) { z = right - x; }
     /// Sets the height; top stays.
     void setBottom(float bottom) { w = bottom - y; }
-    double getCenterX() const { return z * 0.5 + x; }
-    double getCenterY() const { return w * 0.5 + y; }
+    constexpr double getCenterX() const { return z * 0.5 + x; }
+    constexpr double getCenterY() const { return w * 0.5 + y; }
     /// Moves the rectangle; its size stays.
     void setCenterX(double value) { x = z * -0.5 + value; }
     void setCenterY(double value) { y = w * -0.5 + value; }
@@ -55,7 +55,7 @@ public:
     Vec2 getBottomRight() const { return {getRight(), getBottom()}; }
 
     /// Width times height, with its sign.
-    double getArea() const { return z * w; }
+    constexpr double getArea() const { return z * w; }
     /// Whether width and height are both exactly zero.
     bool isEmpty() const { return z == 0.0 && w == 0.0; }
     /// Whether the point lies inside or on any of the four edges.
@@ -67,19 +67,19 @@ public:
     /// Whether both overlap or share an edge or a corner.
     bool touches(Rect other) const;
     /// The common rectangle. Its width or height is negative where there is none.
-    Rect intersect(Rect other);
+    [[nodiscard]] Rect intersect(Rect other);
     /// The smallest rectangle around both, empty ones taking part like any other.
-    Rect unite(Rect other);
+    [[nodiscard]] Rect unite(Rect other);
     /// Grows this rectangle to cover the point.
     void include(Vec2 point) { *this = getInclude(point); }
     /// The copy of this rectangle that covers the point.
-    Rect getInclude(Vec2 point);
+    [[nodiscard]] Rect getInclude(Vec2 point);
     /// A copy with every edge moved outward by the amount, inward where it is negative.
-    Rect expand(Vec2 amount);
-    Rect expand(float amount) { return expand(Vec2(amount, amount)); }
+    [[nodiscard]] Rect expand(Vec2 amount);
+    [[nodiscard]] Rect expand(float amount) { return expand(Vec2(amount, amount)); }
     /// A copy with every edge moved outward by (factor - 1) times the size on its axis. So the width becomes
     /// (2 sx - 1) times itself, not sx times: a factor of 2 makes it three times as wide about one centre.
-    Rect scale(float sx, float sy);
+    [[nodiscard]] Rect scale(float sx, float sy);
 };
 
 } // namespace Tessaloom::BilateralBlur

@@ -22,13 +22,8 @@ Vec2 footOnLine(const Vec2& point, const Vec2& a, const Vec2& b) {
 } // namespace
 
 void Vec2::fromArray(double* array, int offset) {
-    if (array != nullptr) {
+    if (array)
         set(array[offset], array[offset + 1]);
-    }
-}
-
-bool Vec2::equal(const Vec2& other, double tolerance) const {
-    return equalWithin(x, other.x, tolerance) && equalWithin(y, other.y, tolerance);
 }
 
 bool Vec2::equalWithTolerance(double x1, double y1, double x2, double y2, double tolerance) {
@@ -55,41 +50,20 @@ Vec2 Vec2::modulo(const Vec2& other) const {
     return {std::fmod(x, other.x), std::fmod(y, other.y)};
 }
 
-double Vec2::length() const {
-    return std::sqrt(lengthSquare());
-}
-
 Vec2 Vec2::lerp(Vec2 a, Vec2 b, double t) {
     return b * t + a * (1.0 - t);
 }
 
-void Vec2::getMin(const Vec2& other) {
-    x = other.x < x ? other.x : x;
-    y = other.y < y ? other.y : y;
-}
-
-void Vec2::getMax(const Vec2& other) {
-    x = x > other.x ? x : other.x;
-    y = y > other.y ? y : other.y;
-}
-
-void Vec2::clamp(const Vec2& low, const Vec2& high) {
-    x = clampValue(x, low.x, high.x);
-    y = clampValue(y, low.y, high.y);
-}
-
 void Vec2::rotate(double degrees) {
-    if (degrees == 0.0) {
+    if (degrees == 0.0)
         return;
-    }
     const auto [sine, cosine] = sineCosine(degrees * kDegToRad);
     set(cosine * x - sine * y, cosine * y + sine * x);
 }
 
 Vec2 Vec2::rotateRound(double degrees, const Vec2& center) const {
-    if (degrees == 0.0) {
+    if (degrees == 0.0)
         return *this;
-    }
     const auto [sine, cosine] = sineCosine(degrees * kDegToRad);
     const Vec2 arm = *this - center;
     return {arm.x * cosine - arm.y * sine + center.x, arm.x * sine + arm.y * cosine + center.y};
@@ -115,11 +89,10 @@ double Vec2::angleBetween(const Vec2& other) const {
 }
 
 void Vec2::setLength(double newLength) {
-    if (isZero()) {
+    if (isZero())
         x = newLength;
-    } else {
+    else
         mult(newLength / length());
-    }
 }
 
 void Vec2::normalize() {
@@ -154,18 +127,16 @@ double Vec2::lineProjectionLength(const Vec2& a, const Vec2& b) {
 }
 
 std::int32_t Vec2::getQuadrant() const {
-    if (y >= 0.0) {
+    if (y >= 0.0)
         return x >= 0.0 ? 1 : 2;
-    }
     return x >= 0.0 ? 4 : 3;
 }
 
 bool Vec2::oppositeQuadrant(const Vec2& a, const Vec2& b) {
     const bool differInX = signOf(a.x) != signOf(b.x);
     const bool differInY = signOf(a.y) != signOf(b.y);
-    if (differInX) {
+    if (differInX)
         return differInY || signOf(a.y) == 0;
-    }
     return differInY && signOf(a.x) == 0;
 }
 
@@ -203,19 +174,16 @@ IntersectionKind Vec2::intersect(const Vec2& a, const Vec2& b, const Vec2& c, co
     const double t2 = secondNumerator / denominator;
     // Taken before the first store: an output may be a coordinate of one of the segments.
     const Vec2 crossing = a + first * t1;
-    if (firstParameter != nullptr) {
+    if (firstParameter)
         *firstParameter = t1;
-    }
-    if (secondParameter != nullptr) {
+    if (secondParameter)
         *secondParameter = t2;
-    }
     point = crossing;
 
     const bool outsideFirst = t1 < 0.0 || t1 > 1.0;
     const bool outsideSecond = t2 < 0.0 || t2 > 1.0;
-    if (outsideFirst) {
+    if (outsideFirst)
         return outsideSecond ? IntersectionKind::OutsideBoth : IntersectionKind::OutsideFirst;
-    }
     return outsideSecond ? IntersectionKind::OutsideSecond : IntersectionKind::Within;
 }
 
@@ -225,9 +193,8 @@ bool Vec2::anchorOutwardD(Vec2& direction, const Vec2& a, const Vec2& b) {
 
 bool Vec2::anchorOutward(Vec2& direction, const Vec2& a, const Vec2& b, bool reversed) {
     const bool negates = anchorOutwardD(direction, a, b) == reversed;
-    if (negates) {
+    if (negates)
         direction = direction.negate();
-    }
     return negates;
 }
 

@@ -2,6 +2,7 @@
 
 #include "Plugins/Shared/Math/Float.h"
 
+#include <cmath>
 #include <cstdint>
 
 namespace Tessaloom::BilateralBlur {
@@ -20,12 +21,12 @@ enum class IntersectionKind : std::uint8_t {
 ///
 /// Angles are degrees; with y pointing up a positive one turns counter-clockwise. Named verbs and compound
 /// operators change the object and return nothing, plain operators and negate() return a new vector.
-/// Nothing throws: a division by zero gives an infinity or NaN except where told.
+/// Nothing throws. A division by zero gives an infinity or NaN unless the operation says otherwise.
 class Vec2 {
 public:
     /// (0, 0).
     Vec2() = default;
-    Vec2(double x, double y) : x(x), y(y) {}
+    constexpr Vec2(double x, double y) : x(x), y(y) {}
 
     /// Sets both components.
     void set(double newX, double newY) { *this = Vec2(newX, newY); }
@@ -42,9 +43,11 @@ public:
     /// The negation of operator==, also for NaN.
     bool operator!=(const Vec2& other) { return !(*this == other); }
     /// Whether each component differs by at most `tolerance`.
-    bool equal(const Vec2& other, double tolerance) const;
+    bool equal(const Vec2& other, double tolerance) const {
+        return equalWithin(x, other.x, tolerance) && equalWithin(y, other.y, tolerance);
+    }
     /// Whether both components are exactly zero.
-    bool isZero() const { return x == 0.0 && y == 0.0; }
+    constexpr bool isZero() const { return x == 0.0 && y == 0.0; }
     /// Whether two points lie nearer than `tolerance`. The bound itself is outside, so 0 is never met.
     static bool equalWithTolerance(double x1, double y1, double x2, double y2, double tolerance);
     static bool equalWithTolerance(Vec2 a, Vec2 b, double tolerance);
@@ -62,14 +65,14 @@ public:
     static bool isDuplicate(const Vec2& a, const Vec2& b);
 
     /// Arithmetic per component; a scalar applies to both. The quotient is a true division, unguarded.
-    Vec2 operator+(const Vec2& other) const { return {x + other.x, y + other.y}; }
-    Vec2 operator+(double value) const { return {x + value, y + value}; }
-    Vec2 operator-(const Vec2& other) const { return {x - other.x, y - other.y}; }
-    Vec2 operator-(double value) const { return {x - value, y - value}; }
-    Vec2 operator*(const Vec2& other) const { return {x * other.x, y * other.y}; }
-    Vec2 operator*(double value) const { return {x * value, y * value}; }
-    Vec2 operator/(const Vec2& other) const { return {x / other.x, y / other.y}; }
-    Vec2 operator/(double value) const { return {x / value, y / value}; }
+    constexpr Vec2 operator+(const Vec2& other) const { return {x + other.x, y + other.y}; }
+    constexpr Vec2 operator+(double value) const { return {x + value, y + value}; }
+    constexpr Vec2 operator-(const Vec2& other) const { return {x - other.x, y - other.y}; }
+    constexpr Vec2 operator-(double value) const { return {x - value, y - value}; }
+    constexpr Vec2 operator*(const Vec2& other) const { return {x * other.x, y * other.y}; }
+    constexpr Vec2 operator*(double value) const { return {x * value, y * value}; }
+    constexpr Vec2 operator/(const Vec2& other) const { return {x / other.x, y / other.y}; }
+    constexpr Vec2 operator/(double value) const { return {x / value, y / value}; }
     void add(const Vec2& other) { *this = *this + other; }
     void add(double value) { *this = *this + value; }
     void sub(const Vec2& other) { *this = *this - other; }
@@ -88,51 +91,53 @@ public:
     void operator/=(double value) { divide(value); }
 
     /// The remainder per component with the sign of this object's; a zero divisor gives NaN.
-    Vec2 modulo(const Vec2& other) const;
+    [[nodiscard]] Vec2 modulo(const Vec2& other) const;
     Vec2 operator%(const Vec2& other) const { return modulo(other); }
     /// A new vector (-x, -y); the object does not change.
-    Vec2 negate() const { return {-x, -y}; }
+    [[nodiscard]] constexpr Vec2 negate() const { return {-x, -y}; }
     /// The scalar product.
-    double dot(const Vec2& other) const { return x * other.x + y * other.y; }
+    constexpr double dot(const Vec2& other) const { return x * other.x + y * other.y; }
     /// The product per component, a vector: the same as operator*.
-    Vec2 dotProduction(const Vec2& other) const { return *this * other; }
+    [[nodiscard]] Vec2 dotProduction(const Vec2& other) const { return *this * other; }
     /// The cross product of this vector with the other.
-    double cross(const Vec2& other) const { return x * other.y - y * other.x; }
+    constexpr double cross(const Vec2& other) const { return x * other.y - y * other.x; }
     /// The cross product of (a, b) with (c, d).
     static double cross(double a, double b, double c, double d) { return a * d - b * c; }
-    double length() const;
-    double lengthSquare() const { return x * x + y * y; }
+    double length() const { return std::sqrt(lengthSquare()); }
+    constexpr double lengthSquare() const { return x * x + y * y; }
     double distance(const Vec2& other) const { return (other - *this).length(); }
     static double distanceSquared(const Vec2& a, const Vec2& b) { return (b - a).lengthSquare(); }
     /// y / x, unguarded.
-    double slope() const { return y / x; }
+    constexpr double slope() const { return y / x; }
     /// The point at `t` of the way from `a` to `b`; `t` is not clamped.
-    static Vec2 lerp(Vec2 a, Vec2 b, double t);
-    /// Changes each component to the smaller of itself and the other's. Its own stays on a tie or NaN.
-    void getMin(const Vec2& other);
-    /// Changes each component to the larger of itself and the other's. The other's is taken on a tie or NaN.
-    void getMax(const Vec2& other);
-    /// Holds each component between those of `low` and `high`, as clampValue does.
-    void clamp(const Vec2& low, const Vec2& high);
+    [[nodiscard]] static Vec2 lerp(Vec2 a, Vec2 b, double t);
+    /// Changes each component to the `smaller`, or the `larger`, of itself and the other's.
+    void getMin(const Vec2& other) { *this = Vec2(smaller(x, other.x), smaller(y, other.y)); }
+    void getMax(const Vec2& other) { *this = Vec2(larger(x, other.x), larger(y, other.y)); }
+    /// Clamps each component to those of `low` and `high`, as clampValue does.
+    void clamp(const Vec2& low, const Vec2& high) {
+        *this = Vec2(clampValue(x, low.x, high.x), clampValue(y, low.y, high.y));
+    }
 
     /// Turns the vector about the origin. Exactly 0 degrees leaves its bits alone.
     void rotate(double degrees);
     /// The copy of this point turned about `center`; the object does not change.
-    Vec2 rotateRound(double degrees, const Vec2& center) const;
+    [[nodiscard]] Vec2 rotateRound(double degrees, const Vec2& center) const;
     /// Turns this point itself about `center`.
     void rotateAround(double degrees, const Vec2& center);
     /// The vector a quarter turn counter-clockwise, (-y, x), under two names.
-    Vec2 normal() const { return {-y, x}; }
-    Vec2 perpindicularLeft() const { return normal(); }
+    constexpr Vec2 normal() const { return {-y, x}; }
+    constexpr Vec2 perpindicularLeft() const { return normal(); }
     /// The vector a quarter turn clockwise, (y, -x).
-    Vec2 perpindicularRight() const { return {y, -x}; }
+    constexpr Vec2 perpindicularRight() const { return {y, -x}; }
     /// Turns the object itself to (-y, x).
     void prepen() { *this = normal(); }
-    /// The direction in degrees, in (-180, 180]; 0 for the zero vector.
+    /// The direction in degrees, -180 to 180; 0 for the zero vector. -180 only where y is -0.0.
     double getAngle() const;
     /// Sets the direction in degrees and keeps the length.
     void setAngle(double degrees);
-    /// The turn from this vector to the other in degrees, in (-180, 180], positive counter-clockwise.
+    /// The turn from this vector to the other in degrees, -180 to 180, positive counter-clockwise. -180 only
+    /// where the cross product is -0.0.
     double angleBetween(const Vec2& other) const;
     /// Keeps the direction and sets the length. An exactly zero vector becomes (length, 0).
     void setLength(double length);
@@ -141,7 +146,7 @@ public:
     /// Scales a pair to the length 1; one of a length up to kEpsilon stays as it is.
     static void normalize(double* x, double* y);
     /// The projection of this vector on the direction of `onto`; zero where `onto` is exactly zero.
-    Vec2 project(const Vec2& onto) const;
+    [[nodiscard]] Vec2 project(const Vec2& onto) const;
     /// Negates each component that is positive where the other's is not, or the reverse. Zero is not
     /// positive.
     void followSigns(const Vec2& other);
@@ -173,7 +178,7 @@ public:
     /// Whether `direction`, which does not change, points from `b` towards `a`: its dot product with a - b is
     /// positive.
     static bool anchorOutwardD(Vec2& direction, const Vec2& a, const Vec2& b);
-    /// Negates `direction` where anchorOutwardD equals `reversed`, and tells whether it did.
+    /// Negates `direction` where anchorOutwardD equals `reversed`, and returns whether it did.
     static bool anchorOutward(Vec2& direction, const Vec2& a, const Vec2& b, bool reversed);
     /// anchorOutward with `reversed` true.
     static bool anchorInward(Vec2& direction, const Vec2& a, const Vec2& b);

@@ -8,13 +8,12 @@
 namespace Tessaloom::BilateralBlur {
 
 void Vec3::set(int index, double value) {
-    if (index == 0) {
+    if (index == 0)
         x = value;
-    } else if (index == 1) {
+    else if (index == 1)
         y = value;
-    } else {
+    else
         z = value;
-    }
 }
 
 void Vec3::fromArray(const double* array, int offset) {
@@ -33,46 +32,24 @@ bool Vec3::equal(const Vec3& other, double tolerance) const {
 }
 
 std::int32_t Vec3::largestAbsComponent() const {
-    if (absValue(x) > absValue(y)) {
+    if (absValue(x) > absValue(y))
         return absValue(x) > absValue(z) ? 0 : 2;
-    }
     return absValue(y) > absValue(z) ? 1 : 2;
-}
-
-Vec3 Vec3::cross(const Vec3& other) const {
-    return {y * other.z - z * other.y, z * other.x - x * other.z, x * other.y - y * other.x};
 }
 
 double Vec3::angleBetween(const Vec3& other) const {
     return std::acos(dot(other) / (length() * other.length()));
 }
 
-double Vec3::length() const {
-    return std::sqrt(lengthSquare());
-}
-
 void Vec3::setLength(double newLength) {
-    if (isZero()) {
+    if (isZero())
         x = newLength;
-    } else {
+    else
         mult(newLength / length());
-    }
 }
 
 Vec3 Vec3::floor() {
     return {std::floor(x), std::floor(y), std::floor(z)};
-}
-
-void Vec3::getMin(Vec3 other) {
-    x = other.x < x ? other.x : x;
-    y = other.y < y ? other.y : y;
-    z = other.z < z ? other.z : z;
-}
-
-void Vec3::getMax(Vec3 other) {
-    x = x > other.x ? x : other.x;
-    y = y > other.y ? y : other.y;
-    z = z > other.z ? z : other.z;
 }
 
 void Vec3::clamp(Vec3 low, Vec3 high) {

@@ -2,6 +2,7 @@
 
 #include "Plugins/Shared/Math/Vec2.h"
 
+#include <cmath>
 #include <cstdint>
 
 namespace Tessaloom::BilateralBlur {
@@ -18,10 +19,10 @@ class Vec3 {
 public:
     /// (0, 0, 0).
     Vec3() = default;
-    Vec3(double x, double y, double z) : x(x), y(y), z(z) {}
+    constexpr Vec3(double x, double y, double z) : x(x), y(y), z(z) {}
     /// All three components `v`.
-    explicit Vec3(double v) : Vec3(v, v, v) {}
-    Vec3(Vec2 v, double z) : Vec3(v.x, v.y, z) {}
+    constexpr explicit Vec3(double v) : Vec3(v, v, v) {}
+    constexpr Vec3(Vec2 v, double z) : Vec3(v.x, v.y, z) {}
 
     void set(Vec2 v, double newZ) { *this = Vec3(v, newZ); }
     void set(double newX, double newY, double newZ) { *this = Vec3(newX, newY, newZ); }
@@ -34,7 +35,7 @@ public:
     /// Writes the three elements from array[offset] on, for which the caller provides the room.
     void toArray(double* array, int offset);
     /// (x, y).
-    Vec2 getVec2() const { return {x, y}; }
+    constexpr Vec2 getVec2() const { return {x, y}; }
 
     /// Whether each component differs by at most kEpsilon.
     bool operator==(const Vec3& other) const { return equal(other, kEpsilon); }
@@ -42,19 +43,19 @@ public:
     /// Whether each component differs by at most `tolerance`.
     bool equal(const Vec3& other, double tolerance) const;
     /// Whether all three components are exactly zero.
-    bool isZero() const { return x == 0.0 && y == 0.0 && z == 0.0; }
+    constexpr bool isZero() const { return x == 0.0 && y == 0.0 && z == 0.0; }
     /// The index, 0 to 2, of the component of the largest magnitude; the later one on a tie.
     std::int32_t largestAbsComponent() const;
 
     /// Arithmetic per component; a scalar applies to all three. The quotient is a true division, unguarded.
-    Vec3 operator+(const Vec3& other) const { return {x + other.x, y + other.y, z + other.z}; }
-    Vec3 operator+(double value) const { return {x + value, y + value, z + value}; }
-    Vec3 operator-(const Vec3& other) const { return {x - other.x, y - other.y, z - other.z}; }
-    Vec3 operator-(double value) const { return {x - value, y - value, z - value}; }
-    Vec3 operator*(const Vec3& other) const { return {x * other.x, y * other.y, z * other.z}; }
-    Vec3 operator*(double value) const { return {x * value, y * value, z * value}; }
-    Vec3 operator/(const Vec3& other) const { return {x / other.x, y / other.y, z / other.z}; }
-    Vec3 operator/(double value) const { return {x / value, y / value, z / value}; }
+    constexpr Vec3 operator+(const Vec3& other) const { return {x + other.x, y + other.y, z + other.z}; }
+    constexpr Vec3 operator+(double value) const { return {x + value, y + value, z + value}; }
+    constexpr Vec3 operator-(const Vec3& other) const { return {x - other.x, y - other.y, z - other.z}; }
+    constexpr Vec3 operator-(double value) const { return {x - value, y - value, z - value}; }
+    constexpr Vec3 operator*(const Vec3& other) const { return {x * other.x, y * other.y, z * other.z}; }
+    constexpr Vec3 operator*(double value) const { return {x * value, y * value, z * value}; }
+    constexpr Vec3 operator/(const Vec3& other) const { return {x / other.x, y / other.y, z / other.z}; }
+    constexpr Vec3 operator/(double value) const { return {x / value, y / value, z / value}; }
     void add(const Vec3& other) { *this = *this + other; }
     void add(double value) { *this = *this + value; }
     void sub(const Vec3& other) { *this = *this - other; }
@@ -72,14 +73,16 @@ public:
     void operator/=(const Vec3& other) { divide(other); }
     void operator/=(double value) { divide(value); }
 
-    double dot(const Vec3& other) const { return x * other.x + y * other.y + z * other.z; }
+    constexpr double dot(const Vec3& other) const { return x * other.x + y * other.y + z * other.z; }
     /// The cross product of this vector with the other, right-handed.
-    Vec3 cross(const Vec3& other) const;
+    [[nodiscard]] Vec3 cross(const Vec3& other) const {
+        return {y * other.z - z * other.y, z * other.x - x * other.z, x * other.y - y * other.x};
+    }
     /// The angle to the other in radians, 0 to pi. NaN where one is zero or rounding carries the cosine
     /// past 1.
     double angleBetween(const Vec3& other) const;
-    double length() const;
-    double lengthSquare() const { return x * x + y * y + z * z; }
+    double length() const { return std::sqrt(lengthSquare()); }
+    constexpr double lengthSquare() const { return x * x + y * y + z * z; }
     double distance(const Vec3& other) const { return (other - *this).length(); }
     double distanceSquare(const Vec3& other) const { return (other - *this).lengthSquare(); }
     /// Keeps the direction and sets the length. An exactly zero vector becomes (length, 0, 0).
@@ -89,21 +92,20 @@ public:
     /// Negates the object itself.
     void setNegate() { *this = negate(); }
     /// A new vector (-x, -y, -z); the object does not change.
-    Vec3 negate() const { return {-x, -y, -z}; }
+    [[nodiscard]] constexpr Vec3 negate() const { return {-x, -y, -z}; }
     /// Changes each component of the object itself to its reciprocal, unguarded.
     void setInvert() { *this = invert(); }
     /// A new vector of the reciprocals, unguarded; the object does not change.
-    Vec3 invert() const { return {1.0 / x, 1.0 / y, 1.0 / z}; }
+    [[nodiscard]] constexpr Vec3 invert() const { return {1.0 / x, 1.0 / y, 1.0 / z}; }
     /// A new vector of the components rounded down; the object does not change.
-    Vec3 floor();
-    /// Changes each component to the smaller of itself and the other's. Its own stays on a tie or NaN.
-    void getMin(Vec3 other);
-    /// Changes each component to the larger of itself and the other's. The other's is taken on a tie or NaN.
-    void getMax(Vec3 other);
-    /// Holds each component between those of `low` and `high`, as clampValue does.
+    [[nodiscard]] Vec3 floor();
+    /// Changes each component to the `smaller`, or the `larger`, of itself and the other's.
+    void getMin(Vec3 other) { *this = Vec3(smaller(x, other.x), smaller(y, other.y), smaller(z, other.z)); }
+    void getMax(Vec3 other) { *this = Vec3(larger(x, other.x), larger(y, other.y), larger(z, other.z)); }
+    /// Clamps each component to those of `low` and `high`, as clampValue does.
     void clamp(Vec3 low, Vec3 high);
     /// The point at `t` of the way from `a` to `b`; `t` is not clamped.
-    static Vec3 lerp(Vec3 a, Vec3 b, double t);
+    [[nodiscard]] static Vec3 lerp(Vec3 a, Vec3 b, double t);
     /// Makes this object a unit vector square to `other`: its cross product with the axis before the one of
     /// this object's largest component, normalised. (1, 0, 0) where `other` is zero or lies along that axis.
     void ortho(const Vec3& other);
@@ -121,7 +123,7 @@ public:
     void transformDirection(const Mat4& matrix);
     /// Takes the matrix's translation.
     void setFromMatrixPosition(const Mat4& matrix);
-    /// Takes the first three elements of a column, 0 to 3; the caller answers for the number.
+    /// Takes the first three elements of a column, 0 to 3, which is not tested.
     void setFromMatrixColumn(const Mat4& matrix, int column);
 
     double x = 0.0;

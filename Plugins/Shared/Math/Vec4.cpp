@@ -12,33 +12,25 @@ bool Vec4::equal(const Vec4& other, double tolerance) const {
     return (other - *this).lengthSquare() < tolerance * tolerance;
 }
 
-double Vec4::length() const {
-    return std::sqrt(lengthSquare());
-}
-
 double Vec4::lengthManhattan() const {
     return absValue(x) + absValue(y) + absValue(z) + absValue(w);
 }
 
 void Vec4::setLength(double newLength) {
-    if (isZero()) {
+    if (isZero())
         x = newLength;
-    } else {
+    else
         mult(newLength / length());
-    }
 }
 
 Vec4 Vec4::lerp(Vec4 a, Vec4 b, double t) {
-    if (t == 0.0) {
+    if (t == 0.0)
         return a;
-    }
-    if (t == 1.0) {
+    if (t == 1.0)
         return b;
-    }
     const double cosine = a.dot(b) / (a.length() * b.length());
-    if (cosine < 0.0) {
+    if (cosine < 0.0)
         return lerp(a, b.negate(), t);
-    }
 
     double weightA = 1.0 - t;
     double weightB = t;

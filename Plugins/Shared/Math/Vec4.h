@@ -2,6 +2,8 @@
 
 #include "Plugins/Shared/Math/Vec3.h"
 
+#include <cmath>
+
 namespace Tessaloom::BilateralBlur {
 
 /// Four components, with w treated like the others. Any four doubles are valid; NaN and infinity pass
@@ -13,14 +15,14 @@ class Vec4 {
 public:
     /// (0, 0, 0, 0).
     Vec4() = default;
-    Vec4(double x, double y, double z, double w) : x(x), y(y), z(z), w(w) {}
-    Vec4(const Vec3& v, double w) : Vec4(v.x, v.y, v.z, w) {}
+    constexpr Vec4(double x, double y, double z, double w) : x(x), y(y), z(z), w(w) {}
+    constexpr Vec4(const Vec3& v, double w) : Vec4(v.x, v.y, v.z, w) {}
 
     void set(double newX, double newY, double newZ, double newW) { *this = Vec4(newX, newY, newZ, newW); }
     /// Sets (0, 0, 0, 0).
     void setZero() { *this = Vec4(); }
     /// (x, y, z).
-    Vec3 getVec3() const { return {x, y, z}; }
+    constexpr Vec3 getVec3() const { return {x, y, z}; }
 
     /// Whether the distance between both lies below kEpsilon; unlike Vec2 and Vec3 not per component.
     bool operator==(const Vec4& other) const;
@@ -28,17 +30,17 @@ public:
     /// Whether the distance between both lies below `tolerance`; the bound itself is outside.
     bool equal(const Vec4& other, double tolerance) const;
     /// Whether all four components are exactly zero.
-    bool isZero() const { return x == 0.0 && y == 0.0 && z == 0.0 && w == 0.0; }
+    constexpr bool isZero() const { return x == 0.0 && y == 0.0 && z == 0.0 && w == 0.0; }
 
     /// Arithmetic per component; a scalar applies to all four. The quotient is a true division, unguarded.
-    Vec4 operator+(const Vec4& o) const { return {x + o.x, y + o.y, z + o.z, w + o.w}; }
-    Vec4 operator+(double value) const { return {x + value, y + value, z + value, w + value}; }
-    Vec4 operator-(const Vec4& o) const { return {x - o.x, y - o.y, z - o.z, w - o.w}; }
-    Vec4 operator-(double value) const { return {x - value, y - value, z - value, w - value}; }
-    Vec4 operator*(const Vec4& o) const { return {x * o.x, y * o.y, z * o.z, w * o.w}; }
-    Vec4 operator*(double value) const { return {x * value, y * value, z * value, w * value}; }
-    Vec4 operator/(const Vec4& o) const { return {x / o.x, y / o.y, z / o.z, w / o.w}; }
-    Vec4 operator/(double value) const { return {x / value, y / value, z / value, w / value}; }
+    constexpr Vec4 operator+(const Vec4& o) const { return {x + o.x, y + o.y, z + o.z, w + o.w}; }
+    constexpr Vec4 operator+(double value) const { return {x + value, y + value, z + value, w + value}; }
+    constexpr Vec4 operator-(const Vec4& o) const { return {x - o.x, y - o.y, z - o.z, w - o.w}; }
+    constexpr Vec4 operator-(double value) const { return {x - value, y - value, z - value, w - value}; }
+    constexpr Vec4 operator*(const Vec4& o) const { return {x * o.x, y * o.y, z * o.z, w * o.w}; }
+    constexpr Vec4 operator*(double value) const { return {x * value, y * value, z * value, w * value}; }
+    constexpr Vec4 operator/(const Vec4& o) const { return {x / o.x, y / o.y, z / o.z, w / o.w}; }
+    constexpr Vec4 operator/(double value) const { return {x / value, y / value, z / value, w / value}; }
     void add(const Vec4& other) { *this = *this + other; }
     void add(double value) { *this = *this + value; }
     void sub(const Vec4& other) { *this = *this - other; }
@@ -57,13 +59,13 @@ public:
     void operator/=(double value) { divide(value); }
 
     /// A new vector of the negated components; the object does not change.
-    Vec4 negate() const { return {-x, -y, -z, -w}; }
+    [[nodiscard]] constexpr Vec4 negate() const { return {-x, -y, -z, -w}; }
     /// A new vector of the reciprocals, unguarded; the object does not change.
-    Vec4 invert() const { return {1.0 / x, 1.0 / y, 1.0 / z, 1.0 / w}; }
-    double dot(const Vec4& o) const { return x * o.x + y * o.y + z * o.z + w * o.w; }
+    [[nodiscard]] constexpr Vec4 invert() const { return {1.0 / x, 1.0 / y, 1.0 / z, 1.0 / w}; }
+    constexpr double dot(const Vec4& o) const { return x * o.x + y * o.y + z * o.z + w * o.w; }
     /// The Euclidean length over all four components.
-    double length() const;
-    double lengthSquare() const { return dot(*this); }
+    double length() const { return std::sqrt(lengthSquare()); }
+    constexpr double lengthSquare() const { return dot(*this); }
     /// The sum of the components' magnitudes.
     double lengthManhattan() const;
     /// The Euclidean distance over all four components.
@@ -75,7 +77,7 @@ public:
     /// The unit vector at `t` of the shorter arc from `a` to `b`, to single-precision accuracy; the straight
     /// way, normalised, where they are nearly parallel. `t` of exactly 0 or 1 gives `a` or `b` as it is.
     /// NaN where one vector is zero.
-    static Vec4 lerp(Vec4 a, Vec4 b, double t);
+    [[nodiscard]] static Vec4 lerp(Vec4 a, Vec4 b, double t);
 
     double x = 0.0;
     double y = 0.0;
