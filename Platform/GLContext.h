@@ -6,7 +6,7 @@
 
 /// Off-screen OpenGL contexts: no window system, no surface. This is all that the GL layer needs of a system:
 /// create a context that shares with another, make a context current on this thread, read the current
-/// context, restore it. Each platform implements this header in a folder of its own.
+/// context, restore it. Each platform implements this header in a directory of its own.
 
 /// What a thread has bound: a context with its display and surfaces, or nothing. A plain value that owns
 /// nothing; two are equal when they name the same context. The pointers are the platform's own handles.
@@ -15,24 +15,23 @@ struct CGLContextObj {
     void* display = nullptr;
     void* draw = nullptr;
     void* read = nullptr;
-    std::uint64_t serial = 0; ///< of contexts made here, from 1 and never used again; 0 for all others
+    std::uint64_t serial = 0; ///< of contexts made here, from 1, never reused; 0 for all others
 
     explicit operator bool() const { return context != nullptr; }
     friend bool operator==(const CGLContextObj& a, const CGLContextObj& b) { return a.context == b.context; }
 };
 
-/// The calling thread's binding, whoever made it.
+/// The context current on the calling thread, whoever made it.
 CGLContextObj CGLGetCurrentContext();
 
-/// Makes `context` current on the calling thread, or nothing where it is null. False where the system
-/// refuses.
+/// Makes `context` current on the calling thread, or none if it is null. False if the system refuses.
 bool CGLSetCurrentContext(const CGLContextObj& context);
 
-/// True where a context is rendered by the CPU.
+/// True if the CPU renders the context.
 bool CGLIsSoftwareRenderer(const CGLContextObj& context);
 
-/// Reference counting in the manner of the classes below: a new object has one reference, which is its
-/// maker's, and goes with its last.
+/// Reference counting for the classes below. A new object has one reference, which belongs to its maker; the
+/// last `release` deletes the object.
 class NSObject {
 public:
     NSObject() = default;
@@ -50,7 +49,7 @@ private:
 };
 
 /// A scope around platform calls: inside it OpenGL is the thread's current client API. `drain`, or the
-/// destructor, restores the client API that the rest of the process had chosen.
+/// destructor, restores the client API that was current before.
 class NSAutoreleasePool {
 public:
     NSAutoreleasePool();
@@ -79,22 +78,22 @@ enum : std::uint32_t { NSOpenGLProfileVersion3_2Core = 12800 };
 
 class NSOpenGLPixelFormat : public NSObject {
 public:
-    /// From a zero-terminated list of attributes. Sizes of colour, depth and stencil concern a default frame
-    /// buffer, which a surfaceless context doesn't have, so the profile is what counts. Null where the list
-    /// asks for another profile than the core one.
+    /// From a zero-terminated list of attributes. The sizes of colour, depth and stencil are those of a
+    /// default framebuffer, which a surfaceless context doesn't have, so only the profile counts. Null if
+    /// that isn't the core profile.
     static NSOpenGLPixelFormat* initWithAttributes(const std::uint32_t* attributes);
 };
 
-/// A context. Its last release ends it at once where it is current on the calling thread or on none, and
+/// A context. Its last release destroys it at once if it is current on the calling thread or on none, and
 /// otherwise as soon as the thread that has it current ends or asks for its current context.
 class NSOpenGLContext : public NSObject {
 public:
-    /// A core context of at least version 3.3, in the share group of `share`, or in a new one where that is
-    /// null. Null where the format is, or where the system has no such context to give.
+    /// A core context of at least version 3.3, in the share group of `share`, or in a new one if that is
+    /// null. Null if `format` is null or the system can't create such a context.
     static NSOpenGLContext* initWithFormat(const NSOpenGLPixelFormat* format, const NSOpenGLContext* share);
 
-    /// The context that `makeCurrentContext` made current on the calling thread, not retained; null where
-    /// another one is, or none, or it was made current on the low level.
+    /// The context that `makeCurrentContext` made current on the calling thread, not retained; null if none
+    /// or another one is current, or if it was made current by `CGLSetCurrentContext`.
     static NSOpenGLContext* currentContext();
 
     void makeCurrentContext();

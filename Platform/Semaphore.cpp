@@ -7,7 +7,7 @@
 
 namespace {
 
-// One blocked thread; it lies on that thread's stack.
+// One blocked thread, on that thread's stack.
 struct Waiter {
     std::condition_variable wake;
     bool released = false;
@@ -16,8 +16,8 @@ struct Waiter {
 
 } // namespace
 
-// A signal is handed to one blocked thread by name instead of going through the count: a thread that arrives
-// after the signal can't take it, and waking all of them reaches exactly those that are blocked.
+// A signal is handed directly to one blocked thread and doesn't go through the count: a thread that arrives
+// after the signal can't take it, and waking all reaches exactly those that are blocked.
 struct PlatformSemaphore {
     std::mutex lock;
     std::uint64_t count = 0;
@@ -34,26 +34,23 @@ struct PlatformSemaphore {
 
 kern_return_t semaphore_create(task_t, semaphore_t* semaphore, int policy, unsigned value) {
     *semaphore = nullptr;
-    if (policy != SYNC_POLICY_LIFO) {
+    if (policy != SYNC_POLICY_LIFO)
         return KERN_INVALID_ARGUMENT;
-    }
     *semaphore = new (std::nothrow) PlatformSemaphore;
-    if (*semaphore == nullptr) {
+    if (!*semaphore)
         return KERN_RESOURCE_SHORTAGE;
-    }
     (*semaphore)->count = value;
     return KERN_SUCCESS;
 }
 
 kern_return_t semaphore_destroy(task_t, semaphore_t semaphore) {
     delete semaphore;
-    return semaphore == nullptr ? KERN_INVALID_ARGUMENT : KERN_SUCCESS;
+    return !semaphore ? KERN_INVALID_ARGUMENT : KERN_SUCCESS;
 }
 
 kern_return_t semaphore_wait(semaphore_t semaphore) {
-    if (semaphore == nullptr) {
+    if (!semaphore)
         return KERN_INVALID_ARGUMENT;
-    }
     std::unique_lock hold(semaphore->lock);
     if (semaphore->count > 0) {
         --semaphore->count;
@@ -67,25 +64,21 @@ kern_return_t semaphore_wait(semaphore_t semaphore) {
 }
 
 kern_return_t semaphore_signal(semaphore_t semaphore) {
-    if (semaphore == nullptr) {
+    if (!semaphore)
         return KERN_INVALID_ARGUMENT;
-    }
     const std::lock_guard hold(semaphore->lock);
-    if (semaphore->latest != nullptr) {
+    if (semaphore->latest)
         semaphore->releaseLatest();
-    } else {
+    else
         ++semaphore->count;
-    }
     return KERN_SUCCESS;
 }
 
 kern_return_t semaphore_signal_all(semaphore_t semaphore) {
-    if (semaphore == nullptr) {
+    if (!semaphore)
         return KERN_INVALID_ARGUMENT;
-    }
     const std::lock_guard hold(semaphore->lock);
-    while (semaphore->latest != nullptr) {
+    while (semaphore->latest)
         semaphore->releaseLatest();
-    }
     return KERN_SUCCESS;
 }

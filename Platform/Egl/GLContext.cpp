@@ -33,14 +33,14 @@ bool isSoftwareDevice(EGLDeviceEXT device) {
 }
 
 EGLContext createCoreContext(EGLDisplay display, EGLContext share) {
-    const EGLint attributes[] = {EGL_CONTEXT_MAJOR_VERSION,
-                                 3,
-                                 EGL_CONTEXT_MINOR_VERSION,
-                                 3,
-                                 EGL_CONTEXT_OPENGL_PROFILE_MASK,
-                                 EGL_CONTEXT_OPENGL_CORE_PROFILE_BIT,
-                                 EGL_NONE};
-    return eglCreateContext(display, EGL_NO_CONFIG_KHR, share, attributes);
+    // clang-format off
+    constexpr EGLint kAttributes[] = {
+        EGL_CONTEXT_MAJOR_VERSION, 3,
+        EGL_CONTEXT_MINOR_VERSION, 3,
+        EGL_CONTEXT_OPENGL_PROFILE_MASK, EGL_CONTEXT_OPENGL_CORE_PROFILE_BIT,
+        EGL_NONE};
+    // clang-format on
+    return eglCreateContext(display, EGL_NO_CONFIG_KHR, share, kAttributes);
 }
 
 // A device may initialise and still fail to create a context, so try one.
@@ -86,10 +86,10 @@ EGLDisplay chooseDisplay() {
     return givesCoreContext(surfaceless) ? surfaceless : EGL_NO_DISPLAY;
 }
 
-// One display serves the process: that of the first hardware device which gives a core context of at least
-// 3.3, otherwise Mesa's surfaceless platform. It is never terminated, since other code in the process may
-// hold the same one and terminating it breaks their contexts. Only success is remembered: a process that
-// found no display may find one later.
+// One display serves the process: that of the first hardware device that gives a core context of at least
+// 3.3, otherwise Mesa's surfaceless platform. It is never terminated: other code in the process may use the
+// same display, and its contexts would break. Only success is remembered: a process that found no display
+// may find one later.
 EGLDisplay processDisplay() {
     static std::mutex kMutex;
     static EGLDisplay kDisplay = EGL_NO_DISPLAY;
@@ -101,9 +101,9 @@ EGLDisplay processDisplay() {
 
 } // namespace
 
-// The EGL context behind an `NSOpenGLContext` and behind each thread that has that current; the last of them
-// destroys it. Were it destroyed while a thread still remembers it, EGL could give its address to a context
-// of somebody else, which the thread would then take for it.
+// The EGL context that an `NSOpenGLContext` shares with each thread that has it current; the last of them
+// destroys it. If it were destroyed while a thread still remembers it, EGL could reuse its address for
+// another context, which the thread would then mistake for this one.
 struct NSOpenGLContext::Native {
     ::CGLContextObj handle;
     std::atomic<bool> alive{true};
@@ -116,17 +116,17 @@ struct NSOpenGLContext::Native {
 
 namespace {
 
-// What this thread last bound through this file: the serial and the class, which EGL doesn't keep. EGL frees
-// a context only when no thread has it bound, so a thread lets go of a context of ours when it ends, and at
-// its next look when the context was released elsewhere.
+// What this thread last bound through this file: the serial and the object, which EGL doesn't keep. EGL frees
+// a context only when no thread has it bound, so a thread unbinds a context of ours when it ends, and when it
+// next asks for its current context after that was released on another thread.
 struct ThreadBinding {
     CGLContextObj handle;
     NSOpenGLContext* context = nullptr;
     std::shared_ptr<NSOpenGLContext::Native> native;
 
-    ~ThreadBinding() { letGo(); }
+    ~ThreadBinding() { unbind(); }
 
-    void letGo() {
+    void unbind() {
         if (handle && eglGetCurrentContext() == handle.context)
             eglMakeCurrent(handle.display, EGL_NO_SURFACE, EGL_NO_SURFACE, EGL_NO_CONTEXT);
         handle = {};
@@ -135,18 +135,18 @@ struct ThreadBinding {
     }
 };
 
-thread_local ThreadBinding tBinding;
+thread_local ThreadBinding mBinding;
 
 } // namespace
 
 CGLContextObj CGLGetCurrentContext() {
-    if (tBinding.native && !tBinding.native->alive)
-        tBinding.letGo();
+    if (mBinding.native && !mBinding.native->alive)
+        mBinding.unbind();
     const EGLContext context = eglGetCurrentContext();
     if (context == EGL_NO_CONTEXT)
         return {};
-    if (tBinding.handle.context == context)
-        return tBinding.handle;
+    if (mBinding.handle.context == context)
+        return mBinding.handle;
     return {context, eglGetCurrentDisplay(), eglGetCurrentSurface(EGL_DRAW), eglGetCurrentSurface(EGL_READ),
             0};
 }
@@ -158,9 +158,9 @@ bool CGLSetCurrentContext(const CGLContextObj& context) {
         return true;
     if (!eglMakeCurrent(display, context.draw, context.read, context.context))
         return false;
-    tBinding.handle = context.serial ? context : CGLContextObj{};
-    tBinding.context = nullptr;
-    tBinding.native.reset();
+    mBinding.handle = context.serial ? context : CGLContextObj{};
+    mBinding.context = nullptr;
+    mBinding.native.reset();
     return true;
 }
 
@@ -214,14 +214,14 @@ NSOpenGLContext* NSOpenGLContext::initWithFormat(const NSOpenGLPixelFormat* form
 
 NSOpenGLContext* NSOpenGLContext::currentContext() {
     const auto current = CGLGetCurrentContext();
-    return current && current == tBinding.handle ? tBinding.context : nullptr;
+    return current && current == mBinding.handle ? mBinding.context : nullptr;
 }
 
 void NSOpenGLContext::makeCurrentContext() {
     if (!CGLSetCurrentContext(mNative->handle))
         return;
-    tBinding.context = this;
-    tBinding.native = mNative;
+    mBinding.context = this;
+    mBinding.native = mNative;
 }
 
 ::CGLContextObj NSOpenGLContext::CGLContextObj() const {
@@ -232,6 +232,6 @@ NSOpenGLContext::NSOpenGLContext(const ::CGLContextObj& handle) : mNative(std::m
 
 NSOpenGLContext::~NSOpenGLContext() {
     mNative->alive = false;
-    if (tBinding.handle.serial == mNative->handle.serial)
-        tBinding.letGo();
+    if (mBinding.handle.serial == mNative->handle.serial)
+        mBinding.unbind();
 }

@@ -50,19 +50,17 @@ void AEOpenGLContext::makeNoneCurrent() {
 
 NSOpenGLContext* AEOpenGLContext::createNSContext(NSOpenGLContext* share, CGLContextObj& out) {
     const NSAutoreleasePool pool;
-    constexpr std::uint32_t kAttributes[] = {NSOpenGLPFAClosestPolicy,
-                                             NSOpenGLPFANoRecovery, //
-                                             NSOpenGLPFAAlphaSize,
-                                             0, //
-                                             NSOpenGLPFAColorSize,
-                                             24, //
-                                             NSOpenGLPFAStencilSize,
-                                             0, //
-                                             NSOpenGLPFADepthSize,
-                                             0, //
-                                             NSOpenGLPFAOpenGLProfile,
-                                             NSOpenGLProfileVersion3_2Core,
-                                             0};
+    // clang-format off
+    constexpr std::uint32_t kAttributes[] = {
+        NSOpenGLPFAClosestPolicy,
+        NSOpenGLPFANoRecovery,
+        NSOpenGLPFAAlphaSize, 0,
+        NSOpenGLPFAColorSize, 24,
+        NSOpenGLPFAStencilSize, 0,
+        NSOpenGLPFADepthSize, 0,
+        NSOpenGLPFAOpenGLProfile, NSOpenGLProfileVersion3_2Core,
+        0};
+    // clang-format on
     NSOpenGLPixelFormat* format = NSOpenGLPixelFormat::initWithAttributes(kAttributes);
     NSOpenGLContext* context = NSOpenGLContext::initWithFormat(format, share);
     if (context)
@@ -81,7 +79,7 @@ void AEOpenGLContext::makeCurrentFlush(const CGLContextObj& context) {
     CGLSetCurrentContext(context);
 }
 
-// On a thread that is new to glbinding the host's context is the first to be flushed.
+// The thread may be new to glbinding, when the host's context is the first to be flushed.
 void AEOpenGLContext::flushCompleteFrameBuffer() {
     glbinding::Binding::useCurrentContext();
     gl::GLint drawFrameBuffer = 0;
@@ -91,8 +89,8 @@ void AEOpenGLContext::flushCompleteFrameBuffer() {
         gl::glFlush();
 }
 
-// glbinding tells contexts apart by a handle that all contexts of EGL share, and passes over a handle that it
-// knows, so on a thread that is new to it the context has to be chosen as well.
+// glbinding identifies a context by a handle that is the same for all EGL contexts, and ignores a handle that
+// it already knows, so on a thread that is new to it the context must be selected as well.
 void AEOpenGLContext::InitializeOpenGLBindings() {
     glbinding::Binding::initialize(false);
     glbinding::Binding::useCurrentContext();

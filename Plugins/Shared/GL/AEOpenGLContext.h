@@ -8,20 +8,20 @@
 
 namespace Tessaloom::BilateralBlur {
 
-/// An OpenGL core profile context that draws only off screen, in frame buffers. It belongs to one thread at
-/// a time.
+/// An OpenGL core profile context that draws only off screen, in framebuffers. It belongs to one thread at a
+/// time.
 class AEOpenGLContext {
 public:
-    /// Creates the context in the share group of `share`, or in a new one where that is null, leaves it
-    /// current on the calling thread and prints its identity to standard output. Where the system has no
-    /// such context to give, the integer 516 is thrown and the current context stays as it was.
+    /// Creates the context in the share group of `share`, or in a new one if that is null, leaves it current
+    /// on the calling thread and prints its identity to standard output. If the system can't create it, the
+    /// integer 516 is thrown and the current context stays as it was.
     explicit AEOpenGLContext(const AEOpenGLContext* share);
     virtual ~AEOpenGLContext();
     AEOpenGLContext(const AEOpenGLContext&) = delete;
     AEOpenGLContext& operator=(const AEOpenGLContext&) = delete;
 
-    /// Makes the context current on the calling thread and points glbinding at it. Throws the integer 516
-    /// where the system refuses: GL calls would otherwise land in the context of somebody else.
+    /// Makes the context current on the calling thread and points glbinding at it. Throws the integer 516 if
+    /// the system refuses: GL calls would otherwise reach another context.
     void makeContextCurrent();
 
     /// Leaves the calling thread without a context, flushing the one that was current: GL calls do nothing.
@@ -31,11 +31,11 @@ public:
     const std::set<gl::GLextension>& extensions() const { return mExtensions; }
 
     /// Makes a platform context, with one reference for the caller, and puts its low-level handle into
-    /// `out`. Null where there is none to be had.
+    /// `out`. Null if the system can't create one.
     static NSOpenGLContext* createNSContext(NSOpenGLContext* share, CGLContextObj& out);
 
-    /// Switches to `context`, flushing the one that was current unless its draw frame buffer is incomplete.
-    /// Does nothing where `context` is current already.
+    /// Switches to `context`, flushing the one that was current unless its draw framebuffer is incomplete.
+    /// Does nothing if `context` is already current.
     static void makeCurrentFlush(const CGLContextObj& context);
 
     /// Flushes the current context, whoever made it, unless its draw framebuffer is bound and incomplete.

@@ -21,8 +21,8 @@ AEOpenGLContext* AEOpenGLContextManager::getSharedDataContext() {
     return mSharedDataContext;
 }
 
-// A thread can have a number and no context: its context went in a setdown that was followed by a setup, or
-// its creation failed. Either way it gets a new one under its old number.
+// A thread can have a number and no context: a setdown deleted it and a setup followed, or its creation
+// failed. Either way the thread gets a new context under its old number.
 AEOpenGLContext* AEOpenGLContextManager::getCurrentRenderContext() {
     const std::lock_guard lock(mMutex);
     if (mThread == -1)
@@ -30,7 +30,7 @@ AEOpenGLContext* AEOpenGLContextManager::getCurrentRenderContext() {
     if (const auto known = mRenderContexts.find(mThread); known != mRenderContexts.end())
         return known->second;
 
-    // A setup that found no context leaves the making of the data context to the first frame.
+    // If setup couldn't create the data context, the first frame does.
     if (!mSharedDataContext)
         setupContextManager();
     auto* context = new AEOpenGLContext(mSharedDataContext);

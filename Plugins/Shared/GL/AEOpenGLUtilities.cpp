@@ -24,7 +24,7 @@ struct StagingPicture {
     }
 };
 
-// Deletes the texture unless it was handed over.
+// Deletes the texture unless `handOver` was called.
 class TextureOwner {
 public:
     TextureOwner() { gl::glGenTextures(1, &mName); }

@@ -13,7 +13,7 @@ namespace Tessaloom::BilateralBlur {
 ///
 /// Failures are thrown integers: 516 for an unknown format, a world without a base address or worlds that
 /// don't fit each other, 13 for a missing suite, 4 for exhausted memory, or the code of the host's iteration.
-/// Nothing is left behind by a call that throws.
+/// A call that throws leaves no GL object and no host memory.
 class AEOpenGLUtilities {
 public:
     /// Makes a 32-bit float RGBA texture of `input`'s size and pixels; the caller owns it. `output` isn't
@@ -25,8 +25,8 @@ public:
                                     unsigned long& pixelSize, gl::GLenum& pixelType, float& multiplier16bit,
                                     bool mipmapped);
 
-    /// Reads `width` by `height` pixels from the bound frame buffer's first colour attachment and copies them
-    /// into `output`, which must be no larger; bytes behind its rows stay as they are. `input` is the world
+    /// Reads `width` by `height` pixels from the bound framebuffer's first colour attachment and copies them
+    /// into `output`, which must be no larger; the padding of its rows stays as it is. `input` is the world
     /// that the picture was uploaded from.
     static void DownloadTexture(unsigned width, unsigned height, PF_LayerDef* input, PF_LayerDef* output,
                                 PF_InData* in_data, int format, unsigned long pixelSize,
@@ -37,7 +37,7 @@ public:
     static PF_Err CopyPixelFloatIn(void* refcon, int x, int y, PF_PixelFloat* in, PF_PixelFloat* out);
     static PF_Err CopyPixelFloatOut(void* refcon, int x, int y, PF_PixelFloat* in, PF_PixelFloat* out);
 
-    /// The bound frame buffer's status in words, "OK" where it is complete.
+    /// The bound framebuffer's status in words, "OK" if it is complete.
     static std::string CheckFramebufferStatus();
 };
 

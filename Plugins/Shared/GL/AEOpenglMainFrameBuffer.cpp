@@ -16,8 +16,9 @@ namespace Tessaloom::BilateralBlur {
 
 namespace {
 
-// Implementations that offer fewer would leave the frame buffer incomplete and the picture black. A pass
-// over the full frame gives all samples of a pixel one value, so the count doesn't change the picture.
+// More samples than the implementation offers would leave the framebuffer incomplete and the picture black. A
+// pass over the full frame gives all samples of a pixel the same value, so the count doesn't change the
+// picture.
 gl::GLsizei sampleCount() {
     constexpr gl::GLint kSamples = 8;
     gl::GLint offered = 0;
@@ -47,7 +48,7 @@ gl::GLuint createTexture(gl::GLenum internalFormat, bool linear, bool mipmapped,
     if (!staging && bytes)
         throw int{PF_Err_OUT_OF_MEMORY};
 
-    // Magnification knows no mip levels.
+    // Magnification has no mipmap filters.
     const gl::GLenum magnification = linear ? gl::GL_LINEAR : gl::GL_NEAREST;
     const gl::GLenum mipmap = linear ? gl::GL_LINEAR_MIPMAP_LINEAR : gl::GL_LINEAR_MIPMAP_NEAREST;
     gl::GLuint texture = 0;
@@ -68,7 +69,7 @@ gl::GLuint createTexture(gl::GLenum internalFormat, bool linear, bool mipmapped,
                          static_cast<gl::GLsizei>(size.y), static_cast<std::uint64_t>(size.x * size.y * 4.0));
 }
 
-// Counted in 64 bits: a count that wraps would have GL read past the end of the first content.
+// Counted in 64 bits: if the count wrapped, GL would read past the end of the first content.
 std::uint64_t byteCount(std::uint32_t width, std::uint32_t height) {
     return std::uint64_t{4} * width * height;
 }
@@ -101,8 +102,8 @@ void AEOpenglMainFrameBuffer::prepare(long width, long height, bool multisample)
                               static_cast<gl::GLsizei>(mHeight));
 }
 
-// A context that comes back after a change of size elsewhere still has its old set, whose attachments would
-// keep deleted renderbuffers alive.
+// After a change of size in another context this one still has its old set, whose attachments would keep
+// deleted renderbuffers alive.
 void AEOpenglMainFrameBuffer::makeFrameBuffers() {
     deleteFrameBuffers();
     FrameBuffers& own = mFrameBuffers.current();

@@ -17,22 +17,22 @@ class Vec2;
 /// One instance serves the process; it takes no lock and makes no context current.
 ///
 /// A frame: `prepare`, `beginDrawing`, the passes' drawing, `endDrawing`; then the finished picture is read
-/// from the frame buffer that is left bound. GL errors aren't read and nothing is reported: a failed GL call
+/// from the framebuffer that is left bound. GL errors aren't read and nothing is reported: a failed GL call
 /// shows as a wrong picture. Exhausted memory for a texture's first content is the thrown integer 4.
 ///
-/// Renderbuffers and textures are common to the share group. Frame buffers aren't: each context that draws
+/// Renderbuffers and textures are common to the share group. Framebuffers aren't: each context that draws
 /// gets a set of its own, made by its first `prepare` for the size, so frames may come from any thread.
 class AEOpenglMainFrameBuffer {
 public:
-    /// The instance. Its first call makes it, without a GL call.
+    /// The instance, made by the first call, without a GL call.
     static AEOpenglMainFrameBuffer* mainFrameBuffer();
 
-    /// Makes the GL objects for a size in pixels. With the size of the last call it makes no more than what
-    /// the current context lacks, and the last call's `multisample` stays, whatever this one says.
+    /// Makes the GL objects for a size in pixels. If the size is that of the last call, only what the current
+    /// context lacks is made, and `multisample` is ignored: that of the last call stays.
     void prepare(long width, long height, bool multisample);
 
-    /// Deletes the current context's frame buffers, the final renderbuffer and the stack. The size stays
-    /// noted, so a `prepare` with the same one makes nothing.
+    /// Deletes the current context's framebuffers, the final renderbuffer and the stack. The size stays, so a
+    /// `prepare` with the same one makes nothing.
     void unprepare();
 
     /// The same, and the next `prepare` makes everything again, whatever its size. For after a frame that
@@ -48,11 +48,11 @@ public:
     void beginDrawing();
 
     /// Ends a frame: resolves the top level and draws it through `ScreenRender` into the final renderbuffer,
-    /// whose frame buffer stays bound. Does nothing on an empty stack.
+    /// whose framebuffer stays bound. Does nothing on an empty stack.
     void endDrawing(float multiplier16bit);
 
     /// Pushes a transparent level and makes it the target. In multisample mode it has 8 samples, or as many
-    /// as the implementation offers if these are fewer. The first flag has no effect.
+    /// as the implementation offers if that is less. The first flag has no effect.
     void pushRenderContext(bool, bool withStencil);
 
     /// Resolves the top level into a texture, removes it and makes the level below the target. The caller
@@ -62,8 +62,8 @@ public:
     /// Deletes all levels with their stencil buffers.
     void clearStack();
 
-    /// Renders into a caller's texture, outside the stack, through a frame buffer that
-    /// `popNormalRenderContext` takes away again. The texture is cleared to transparent black.
+    /// Makes a caller's texture the target, outside the stack, through a framebuffer that
+    /// `popNormalRenderContext` deletes. The texture is cleared to transparent black.
     void pushNormalRenderContext(unsigned texture);
     /// The same for mip level `level`, and sets the viewport to `size`, truncated to whole pixels.
     void pushNormalRenderContext(unsigned texture, const Vec2& size, int level);
@@ -71,9 +71,8 @@ public:
     /// Ends a `pushNormalRenderContext` and makes the top of the stack, if any, the target again.
     void popNormalRenderContext();
 
-    /// New 8-bit RGBA textures of transparent black, clamped at their edges, for the caller to own. With
-    /// `mipmapped` minification uses mip levels, of which none is made. A `size` is truncated to whole
-    /// pixels.
+    /// New 8-bit RGBA textures of transparent black, clamped at their edges, which the caller owns. With
+    /// `mipmapped` minification uses mip levels; only level 0 is made. A `size` is truncated to whole pixels.
     gl::GLuint createRenderTexture(bool mipmapped);
     gl::GLuint createRenderTexture(const Vec2& size, bool mipmapped);
     /// The same with 32-bit float channels. `linear` chooses linear filtering over nearest.
@@ -85,7 +84,7 @@ public:
     std::uint16_t height() const { return static_cast<std::uint16_t>(mHeight); }
 
 private:
-    // What the share group doesn't share. A set of an earlier generation belongs to an earlier `prepare`.
+    // What the share group doesn't share. A set of an earlier generation was made for an earlier `prepare`.
     struct FrameBuffers {
         gl::GLuint mResolveFrameBuffer = 0;
         gl::GLuint mFrameBuffer = 0;

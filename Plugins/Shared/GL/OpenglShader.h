@@ -15,31 +15,32 @@ class Vec2;
 class Vec3;
 class Vec4;
 
-/// A GL program: the texts of its stages, built on the first `useProgram` in the context that is current
+/// A GL program: the texts of its stages, built by the first `useProgram` in the context that is current
 /// then, and typed setters for its uniforms and vertex attributes.
 ///
-/// Nothing is reported to the caller. A stage that doesn't compile or a program that doesn't link prints its
-/// log to standard output and leaves the object without a program: each later `useProgram` tries again, all
-/// setters do nothing, and draws run with no program. Setters pass over names that the program doesn't have.
+/// Failures aren't reported to the caller. A stage that doesn't compile or a program that doesn't link prints
+/// its log to standard output and leaves the object without a program: each later `useProgram` tries again,
+/// all setters do nothing, and draws run without a program. Setters ignore names that the program doesn't
+/// have.
 class OpenglShader {
 public:
     /// Makes no GL call, so an object may be built before any context exists.
     OpenglShader(const std::string& vertex, const std::string& fragment);
     /// An empty `geometry` means no geometry stage.
     OpenglShader(const std::string& vertex, const std::string& fragment, const std::string& geometry);
-    /// A context of the program's share group must be current where a program was built.
+    /// If a program was built, a context of its share group must be current.
     virtual ~OpenglShader();
     OpenglShader(const OpenglShader&) = delete;
     OpenglShader& operator=(const OpenglShader&) = delete;
 
-    /// Binds an attribute to a location. Takes effect when called before the first `useProgram`; a second
-    /// call with the same name changes nothing.
+    /// Binds an attribute to a location. Has no effect after the program was built; a second call with the
+    /// same name changes nothing.
     void addAttributeBinding(const std::string& name, int location);
 
     /// Builds the program if there is none, and makes it the current one.
     void useProgram();
 
-    /// -1 where the program has no such uniform, or where there is no program.
+    /// -1 if the program has no such uniform, or if there is no program.
     int getUniformLocation(const std::string& name) const;
     int getAttributeLocation(const std::string& name) const;
 
@@ -62,7 +63,7 @@ public:
     void setUniform3fv(const std::string& name, const float* values, int count) const;
     void setUniform4fv(const std::string& name, const float* values, int count) const;
 
-    /// Values of the math toolkit, narrowed from double to float, components in their own order.
+    /// Values of the math toolkit, narrowed from double to float, components in field order.
     void setUniform2f(const std::string& name, const Vec2& value) const;
     void setUniform3f(const std::string& name, const Vec3& value) const;
     void setUniform4f(const std::string& name, const Vec4& value) const;

@@ -6,11 +6,11 @@
 
 namespace Tessaloom::BilateralBlur {
 
-/// One `T` for each GL context, for what a share group doesn't share: names of vertex arrays and frame
-/// buffers, and facts about the context.
+/// One `T` for each GL context, for what a share group doesn't share: names of vertex arrays and
+/// framebuffers, and properties of the context.
 ///
-/// An entry outlives its context until `clear`; as a context's serial never comes back, no other context
-/// finds it. Contexts made elsewhere than by `NSOpenGLContext` have one entry in common.
+/// An entry outlives its context until `clear`; serials are never reused, so no other context finds it. All
+/// contexts that weren't made by `NSOpenGLContext` use the same entry.
 template<typename T>
 class PerContext {
 public:

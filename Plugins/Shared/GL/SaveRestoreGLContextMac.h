@@ -4,18 +4,18 @@
 
 namespace Tessaloom::BilateralBlur {
 
-/// Notes the GL context that the host has current on the calling thread and puts it back on request. `init`,
-/// the switching and `restore` all belong on one thread. The end of the object restores nothing.
+/// Saves the GL context that the host has current on the calling thread and restores it on request. `init`,
+/// the switching and `restore` must run on one thread. The destructor restores nothing.
 ///
-/// A context is kept on both of the platform's levels, as one made by the rest of the process is known on
-/// the lower one alone.
+/// The context is saved on both of the platform's levels, because one that the host made is known only on the
+/// lower one.
 class SaveRestoreGLContextMac : public NSObject {
 public:
-    /// Notes the current context. Returns the object itself.
+    /// Saves the current context. Returns the object itself.
     SaveRestoreGLContextMac* init();
 
-    /// Makes the noted context current again, flushing the one that is. Does its work once. Where no context
-    /// had been current, the present one stays.
+    /// Makes the saved context current again, flushing the one that is current. Only the first call does
+    /// anything. If no context was current at `init`, nothing changes.
     void restore();
 
     NSOpenGLContext* mContext() const { return mSavedContext; } ///< retained; may be null

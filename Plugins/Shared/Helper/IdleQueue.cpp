@@ -8,7 +8,7 @@ namespace Tessaloom::BilateralBlur {
 
 namespace {
 
-// Gives the lock back on every way out, that of an exception included.
+// Releases the lock also when an exception passes.
 class Hold {
 public:
     explicit Hold(Semaphore& lock) : mLock(lock) { mLock.wait(); }
@@ -29,7 +29,7 @@ IdleQueue::~IdleQueue() {
 }
 
 void IdleQueue::async(const std::function<void()>& closure) {
-    // Copied ahead of the lock: what the closure holds may use the queue as it is copied.
+    // Copied before the lock is taken: the copying may itself use the queue.
     std::function<void()> copy = closure;
     const Hold hold(*mLock);
     mQueue.push_back(std::move(copy));
@@ -45,10 +45,9 @@ void IdleQueue::updateQueue() {
     {
         // The test and the pop under one hold, or a second consumer could empty the queue in between.
         const Hold hold(*mLock);
-        if (mQueue.empty()) {
+        if (mQueue.empty())
             return;
-        }
-        // Moved, so that nothing of the closure is destroyed under the lock.
+        // Moved, so that no part of the closure is destroyed under the lock.
         closure = std::move(mQueue.front());
         mQueue.pop_front();
     }

@@ -7,9 +7,8 @@ namespace Tessaloom::BilateralBlur {
 
 class Semaphore;
 
-/// A first-in, first-out queue of deferred closures. Any number of threads may post work and run it at once,
-/// several consumers included. clearAsyncQueue and the destructor take no lock: no other thread may be using
-/// the queue then.
+/// A first-in, first-out queue of deferred closures. Any number of threads may post and run work at the same
+/// time. clearAsyncQueue and the destructor take no lock: no other thread may be using the queue then.
 class IdleQueue {
 public:
     IdleQueue();
@@ -20,11 +19,10 @@ public:
 
     /// Appends a copy of the closure.
     void async(const std::function<void()>& closure);
-    /// Whether a closure is pending at this moment; one that is being run is not.
+    /// Whether a closure is pending; one that is running doesn't count.
     bool hasTask();
-    /// Runs the oldest closure, if any, without holding the lock, so that it may use the queue itself. What
-    /// it throws passes out, std::bad_function_call of an empty closure included; it has left the queue by
-    /// then.
+    /// Takes the oldest closure, if any, off the queue and runs it. No lock is held meanwhile, so it may use
+    /// the queue itself. Exceptions pass to the caller, std::bad_function_call of an empty closure included.
     void updateQueue();
     /// Destroys all pending closures without running them.
     void clearAsyncQueue();

@@ -6,7 +6,7 @@ namespace Tessaloom::BilateralBlur {
 
 namespace {
 
-// The host may leave a handle null, for a script without a result or without an error: such a handle is
+// The host may leave a handle null, for a script without a result or without an error. Such a handle is
 // neither locked nor freed.
 class ScriptText {
 public:

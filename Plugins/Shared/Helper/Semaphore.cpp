@@ -21,9 +21,8 @@ void Semaphore::signal() {
 }
 
 void Semaphore::signal(unsigned count) {
-    for (unsigned i = 0; i < count; ++i) {
+    for (unsigned i = 0; i < count; ++i)
         signal();
-    }
 }
 
 void Semaphore::signalAll() {

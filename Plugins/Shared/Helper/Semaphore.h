@@ -11,7 +11,7 @@ namespace Tessaloom::BilateralBlur {
 /// operation when it is destroyed. The platform's result codes are ignored.
 class Semaphore {
 public:
-    /// Starts with the given count: that many waits pass before one blocks.
+    /// Starts with the given count: that many waits return at once before one blocks.
     explicit Semaphore(unsigned count);
     virtual ~Semaphore();
     Semaphore(const Semaphore&) = delete;
@@ -19,11 +19,11 @@ public:
 
     /// Blocks until the count is above 0 or a signal arrives, and takes one.
     void wait();
-    /// Lets one waiting thread go on or, where none waits, adds one to the count.
+    /// Wakes one waiting thread or, if there is none, adds one to the count.
     void signal();
-    /// Does so `count` times.
+    /// The same `count` times.
     void signal(unsigned count);
-    /// Lets all threads go on that wait at this moment; the count stays as it is.
+    /// Wakes all threads that wait at this moment; the count stays as it is.
     void signalAll();
 
 private:

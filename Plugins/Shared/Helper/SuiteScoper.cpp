@@ -23,8 +23,8 @@ constexpr DrawbotSuite kDrawbotSuites[] = {
 
 } // namespace
 
-// The format bounds the text: a message of the caller's is neither read as a format nor written past the
-// end of `return_msg`.
+// The format limits the text: a caller's message is neither read as a format nor written past the end of
+// `return_msg`.
 void reportSuiteError(const PF_InData* in_data, PF_OutData* out_data, const char* message) {
     static_assert(sizeof(PF_OutData::return_msg) == 256);
     out_data->out_flags |= PF_OutFlag_DISPLAY_ERROR_MESSAGE;

@@ -11,12 +11,13 @@ void reportSuiteError(const PF_InData* in_data, PF_OutData* out_data, const char
 
 /// Holds a host suite for the length of a scope. `T` is the suite's function table.
 ///
-/// The name isn't copied and must outlive the scoper. A suite that can't be had is a thrown integer, 13.
+/// The name isn't copied and must outlive the scoper. If the host doesn't have the suite, the integer 13 is
+/// thrown.
 template<typename T>
 class SuiteScoper {
 public:
-    /// Acquires through `in_data->pica_basicP`. On failure, and where `out_data` is given, the user is shown
-    /// `error_string`, or "Not able to acquire AEFX Suite." where that is null.
+    /// Acquires through `in_data->pica_basicP`. On failure, if `out_data` isn't null, the user is shown
+    /// `error_string`, or "Not able to acquire AEFX Suite." if that is null.
     SuiteScoper(const PF_InData* in_data, const char* suite_name, int version, PF_OutData* out_data,
                 const char* error_string)
         : mBasicSuite(in_data->pica_basicP), mSuiteName(suite_name), mVersion(version) {
@@ -42,7 +43,7 @@ public:
     SuiteScoper(const SuiteScoper&) = delete;
     SuiteScoper& operator=(const SuiteScoper&) = delete;
 
-    /// The suite's functions, valid as long as the scoper lives.
+    /// The suite's functions, valid while the scoper exists.
     const T* operator->() const { return mSuite; }
 
 private:
@@ -60,20 +61,22 @@ private:
     std::int32_t mVersion;
 };
 
-/// Acquires a suite into `*suite`. Success is judged by the pointer, whatever code the host returned: 0, or
-/// 516 with `error_string`, or a text that names suite and version, shown to the user.
+/// Acquires a suite into `*suite`. Returns 0 if that isn't null afterwards, whatever code the host returned;
+/// otherwise 516, and the user is shown `error_string`, or a text that names suite and version if that is
+/// null.
 PF_Err AcquireSuite(PF_InData* in_data, PF_OutData* out_data, const char* name, int version,
                     const char* error_string, void** suite);
 
-/// Releases a suite: 0, or 516 with `error_string`, or a text of its own, where there is no basic suite.
+/// Releases a suite. Returns 0, or 516 if there is no basic suite; then the user is shown `error_string`, or
+/// "Not able to release AEFX Suite." if that is null.
 PF_Err ReleaseSuite(PF_InData* in_data, PF_OutData* out_data, const char* name, int version,
                     const char* error_string);
 
-/// Acquires the four drawing suites. Stops at the first that fails and returns its 516; those acquired
-/// before stay acquired. A null `suites` gives 514.
+/// Acquires the four drawing suites, in the order of the record. Stops at the first that fails and returns
+/// its 516; those acquired before stay acquired. Returns 514 if `suites` is null.
 PF_Err AcquireDrawbotSuites(PF_InData* in_data, PF_OutData* out_data, DRAWBOT_Suites* suites);
 
-/// Releases the four drawing suites, in the order of their acquisition. Always 0.
+/// Releases the four drawing suites, in the order of their acquisition. Always returns 0.
 PF_Err ReleaseDrawbotSuites(PF_InData* in_data, PF_OutData* out_data);
 
 } // namespace Tessaloom::BilateralBlur
