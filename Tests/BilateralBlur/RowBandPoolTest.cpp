@@ -3,7 +3,9 @@
 #include <gmock/gmock.h>
 
 #include <atomic>
+#include <csignal>
 #include <latch>
+#include <sched.h>
 #include <set>
 #include <thread>
 #include <utility>
@@ -53,6 +55,35 @@ TEST(RowBandPool, WorkersAreDistinctThreadsThatStayWithTheirScratch) {
     }
     EXPECT_TRUE(threads.size() == 3 && scratch.size() == 3);
     EXPECT_EQ(workers[0][0].first, std::this_thread::get_id());
+}
+
+TEST(RowBandPool, ThreadsBlockAllSignalsAndTheCallersMaskStays) {
+    sigset_t before;
+    pthread_sigmask(SIG_BLOCK, nullptr, &before);
+    RowBandPool pool(2);
+    sigset_t masks[2];
+    std::latch begun(2);
+    pool.run(2, [&](std::size_t, unsigned worker) {
+        pthread_sigmask(SIG_BLOCK, nullptr, &masks[worker]);
+        begun.arrive_and_wait();
+    });
+    for (int signal = 1; signal < 32; ++signal) {
+        EXPECT_EQ(sigismember(&masks[0], signal), sigismember(&before, signal)) << signal;
+        const bool blockable = signal != SIGKILL && signal != SIGSTOP;
+        EXPECT_EQ(sigismember(&masks[1], signal), blockable) << signal;
+    }
+}
+
+TEST(RowBandPool, FollowsTheAffinityOfTheThreadThatMakesIt) {
+    std::thread([] {
+        cpu_set_t all, one;
+        ASSERT_EQ(sched_getaffinity(0, sizeof(all), &all), 0);
+        EXPECT_LE(RowBandPool().threads(), static_cast<unsigned>(CPU_COUNT(&all)));
+        CPU_ZERO(&one);
+        CPU_SET(sched_getcpu(), &one);
+        ASSERT_EQ(sched_setaffinity(0, sizeof(one), &one), 0);
+        EXPECT_EQ(RowBandPool().threads(), 1u);
+    }).join();
 }
 
 TEST(RowBandPool, AJobsExceptionReachesTheCallerAndLeavesThePoolUsable) {

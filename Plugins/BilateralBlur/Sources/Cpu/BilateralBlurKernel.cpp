@@ -480,14 +480,14 @@ HWY_INLINE VI packBytes(VI first, VI second, VI third, VI fourth) {
 HWY_INLINE VI straightPixels(VF a, VF r, VF g, VF b) {
     const VF scale = hn::Mul(a, hn::Set(df, 1.0f / 255.0f));
     const VI alpha = nearestByte(a);
-    const VF divisor = hn::ConvertTo(df, alpha);
+    // Where alpha rounds to 0 so do the premultiplied colours.
+    const VF divisor = hn::Max(hn::ConvertTo(df, alpha), hn::Set(df, 1.0f));
     const auto straight = [&](VF colour) {
         const VF premultiplied = hn::ConvertTo(df, nearestByte(hn::Mul(colour, scale)));
         // Not by a reciprocal, whose rounding would decide halves.
         return nearestByte(hn::Div(hn::Mul(premultiplied, hn::Set(df, 255.0f)), divisor));
     };
-    const VI pixels = packBytes(alpha, straight(r), straight(g), straight(b));
-    return hn::IfThenZeroElse(hn::Eq(alpha, hn::Zero(di)), pixels);
+    return packBytes(alpha, straight(r), straight(g), straight(b));
 }
 
 /// The channel of pixels that lies `kShift` bits up.

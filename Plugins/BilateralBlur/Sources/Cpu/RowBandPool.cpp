@@ -1,6 +1,8 @@
 #include "Plugins/BilateralBlur/Sources/Cpu/RowBandPool.h"
 
-#include <algorithm>
+#include "Platform/UsableCpus.h"
+
+#include <csignal>
 #include <new>
 #include <system_error>
 #include <utility>
@@ -10,13 +12,31 @@ namespace {
 
 constexpr std::align_val_t kCacheLine{64};
 
+/// Blocks all signals in the calling thread. Threads that it starts meanwhile inherit that.
+class SignalsBlocked {
+public:
+    SignalsBlocked() {
+        sigset_t all;
+        sigfillset(&all);
+        pthread_sigmask(SIG_SETMASK, &all, &mFormer);
+    }
+    ~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &mFormer, nullptr); }
+    SignalsBlocked(const SignalsBlocked&) = delete;
+    SignalsBlocked& operator=(const SignalsBlocked&) = delete;
+
+private:
+    sigset_t mFormer;
+};
+
 } // namespace
 
 RowBandPool::RowBandPool(unsigned threads) {
     if (threads == 0)
-        threads = std::max(1u, std::thread::hardware_concurrency());
+        threads = usableCpus();
     mScratch.resize(threads);
     mThreads.reserve(threads - 1);
+    // The host's signal handlers expect the host's threads.
+    const SignalsBlocked blocked;
     try {
         for (unsigned worker = 1; worker < threads; ++worker)
             mThreads.emplace_back([this, worker] { serve(worker); });

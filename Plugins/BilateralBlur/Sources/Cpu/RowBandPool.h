@@ -13,17 +13,19 @@ namespace Tessaloom::BilateralBlur {
 
 /// Threads that share out the numbered jobs of one frame and sleep between frames.
 ///
-/// The threads are made by the constructor and joined by the destructor; no other is made in between. The
-/// calling thread works too, so a pool of one has no thread of its own. Where the system refuses a thread the
-/// pool goes on with those that it got.
+/// Its own code and not a library's, because a plug-in must leave no threads in its host: those of the
+/// parallel libraries live until the process ends, and would run code that the host may have unloaded.
+///
+/// The threads are made by the constructor and joined by the destructor; no other is made in between. They
+/// block all signals. The calling thread works too, so a pool of one has no thread of its own. If the system
+/// refuses a thread, the pool continues with those that it got.
 ///
 /// Any thread may call `run`; calls from several threads take their turns. `run` isn't for use from inside a
 /// job.
 class RowBandPool {
 public:
-    /// @param threads how many threads work on a frame, the caller included; 0 takes one for each core that
-    /// the
-    ///                process may use.
+    /// @param threads how many threads work on a frame, the caller included; 0 takes what the process may use
+    ///                at once, by the calling thread's CPU affinity and the cgroup's quota.
     explicit RowBandPool(unsigned threads = 0);
     ~RowBandPool();
     RowBandPool(const RowBandPool&) = delete;
