@@ -1,8 +1,9 @@
 #include "Program/Errors.h"
 #include "Program/Options.h"
 #include "Program/OutputFile.h"
+#include "Program/Pipeline.h"
+#include "Program/Plan.h"
 #include "Program/Report.h"
-#include "Program/Work.h"
 
 #include <vips/vips8>
 

@@ -1,8 +1,6 @@
 #pragma once
 
-#include "Host/Effect.h"
 #include "Program/Options.h"
-#include "Program/Report.h"
 
 #include <filesystem>
 #include <string>
@@ -29,10 +27,5 @@ struct Work {
 /// Throws WrongUse where input and output don't go together, Failure where there is nothing to do or the
 /// output's folder can't be written to.
 Work planWork(const Options& options);
-
-/// Reads, filters and writes all jobs; what fails is reported and the others go on. The three overlap, with
-/// one thread each and at most one picture waiting between two of them, so memory doesn't grow with the
-/// number of jobs. The effect is called on the calling thread alone.
-void doWork(const std::vector<Job>& jobs, Host::Effect& effect, int blurScale, Report& report);
 
 } // namespace Tessaloom::BilateralBlur::Program
