@@ -29,6 +29,15 @@ pugi::xml_node valueOf(const pugi::xml_node& dict, const char* key, const char* 
     return value;
 }
 
+std::string textOf(const pugi::xml_node& dict, const char* key, const std::filesystem::path& path) {
+    return valueOf(dict, key, "string", path).child_value();
+}
+
+/// A number of 32 bits, signed or not.
+std::int32_t numberOf(const pugi::xml_node& dict, const char* key, const std::filesystem::path& path) {
+    return static_cast<std::int32_t>(valueOf(dict, key, "integer", path).text().as_llong());
+}
+
 } // namespace
 
 Resource readResource(const std::filesystem::path& path) {
@@ -39,17 +48,19 @@ Resource readResource(const std::filesystem::path& path) {
     const pugi::xml_node dict = document.child("plist").child("dict");
     if (!parsed || !dict)
         refuse(path, "this isn't an XML property list");
-    const auto text = [&](const char* key) {
-        return std::string(valueOf(dict, key, "string", path).child_value());
-    };
-    const auto number = [&](const char* key) { return valueOf(dict, key, "integer", path).text().as_uint(); };
-    return {text("Name"),
-            text("MatchName"),
-            text("Category"),
-            text("EntryPoint"),
-            number("Version"),
-            static_cast<std::int32_t>(number("OutFlags")),
-            static_cast<std::int32_t>(number("OutFlags2"))};
+    const auto text = [&](const char* key) { return textOf(dict, key, path); };
+    const auto number = [&](const char* key) { return numberOf(dict, key, path); };
+    Resource resource{text("Name"),
+                      text("MatchName"),
+                      text("Category"),
+                      text("EntryPoint"),
+                      static_cast<std::uint32_t>(number("Version")),
+                      number("OutFlags"),
+                      number("OutFlags2")};
+    for (const pugi::xml_node& slider : valueOf(dict, "Sliders", "array", path))
+        resource.sliders.push_back({textOf(slider, "Name", path), numberOf(slider, "Minimum", path),
+                                    numberOf(slider, "Maximum", path), numberOf(slider, "Default", path)});
+    return resource;
 }
 
 Module::Module(const std::filesystem::path& path) : mPath(std::filesystem::absolute(path)) {

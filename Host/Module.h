@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace Tessaloom::BilateralBlur::Host {
 
@@ -13,6 +14,12 @@ namespace Tessaloom::BilateralBlur::Host {
 class ModuleError : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
+};
+
+/// A slider that an effect declares.
+struct Slider {
+    std::string name;
+    std::int32_t minimum = 0, maximum = 0, defaultValue = 0;
 };
 
 /// What the property list beside a module says of it.
@@ -23,6 +30,7 @@ struct Resource {
     std::string entry;
     std::uint32_t version = 0; ///< see `PF_VERSION`
     std::int32_t outFlags = 0, outFlags2 = 0;
+    std::vector<Slider> sliders{}; ///< in the order of their declaration
 };
 
 /// Reads an XML property list; throws ModuleError where it can't be read or lacks an entry.
