@@ -72,8 +72,6 @@ struct Effect::Callbacks {
 
     static PF_Err addParam(void* effectRef, std::int32_t index, PF_ParamDef* param) {
         Effect& effect = self(effectRef);
-        if (const PF_Err code = effect.faults().codeOf(Callback::AddParam))
-            return code;
         const auto count = static_cast<std::int32_t>(effect.mParameters.size());
         if (!param || index < -1 || index == 0 || index > count)
             return PF_Err_BAD_CALLBACK_PARAM;
@@ -86,10 +84,6 @@ struct Effect::Callbacks {
     static PF_Err checkoutParam(void* effectRef, std::int32_t index, std::int32_t, std::int32_t,
                                 std::uint32_t, PF_ParamDef* param) {
         Effect& effect = self(effectRef);
-        if (const PF_Err code = effect.faults().codeOf(Callback::CheckoutParam)) {
-            effect.mFailedCheckouts.insert(param);
-            return code;
-        }
         if (!param || index < 0 || index >= static_cast<std::int32_t>(effect.mParameters.size()))
             return PF_Err_BAD_CALLBACK_PARAM;
         *param = effect.mParameters[index];
@@ -99,22 +93,17 @@ struct Effect::Callbacks {
         return PF_Err_NONE;
     }
 
-    /// A failed checkout may be checked in or not; the effect's part is done too where the checkin fails.
     static PF_Err checkinParam(void* effectRef, PF_ParamDef* param) {
         Effect& effect = self(effectRef);
-        const bool known = effect.mFailedCheckouts.erase(param) != 0 ||
-                           effect.mServices.ledger().giveBack(recordText("parameter in record", param));
-        if (const PF_Err code = effect.faults().codeOf(Callback::CheckinParam))
-            return code;
-        return known ? PF_Err_NONE : PF_Err_BAD_CALLBACK_PARAM;
+        return effect.mServices.ledger().giveBack(recordText("parameter in record", param))
+                   ? PF_Err_NONE
+                   : PF_Err_BAD_CALLBACK_PARAM;
     }
 
     static PF_Err checkoutLayer(void* effectRef, std::int32_t index, std::int32_t checkoutId,
                                 const PF_RenderRequest* request, std::int32_t, std::int32_t, std::uint32_t,
                                 PF_CheckoutResult* result) {
         Effect& effect = self(effectRef);
-        if (const PF_Err code = effect.faults().codeOf(Callback::CheckoutLayer))
-            return code;
         if (!effect.mFrame || index != 0 || !request || !result)
             return PF_Err_BAD_CALLBACK_PARAM;
         effect.mFrame->layers.insert(checkoutId);
@@ -125,11 +114,9 @@ struct Effect::Callbacks {
 
     static PF_Err checkoutLayerPixels(void* effectRef, std::int32_t checkoutId, PF_LayerDef** world) {
         Effect& effect = self(effectRef);
-        if (const PF_Err code = effect.faults().codeOf(Callback::CheckoutLayerPixels))
-            return code;
         if (!effect.mFrame || !world || !effect.mFrame->layers.count(checkoutId))
             return PF_Err_BAD_CALLBACK_PARAM;
-        *world = effect.faults().nullInput ? nullptr : effect.mFrame->input;
+        *world = effect.mFrame->input;
         return PF_Err_NONE;
     }
 
@@ -142,17 +129,14 @@ struct Effect::Callbacks {
 
     static PF_Err checkoutOutput(void* effectRef, PF_LayerDef** world) {
         Effect& effect = self(effectRef);
-        if (const PF_Err code = effect.faults().codeOf(Callback::CheckoutOutput))
-            return code;
         if (!effect.mFrame || !world)
             return PF_Err_BAD_CALLBACK_PARAM;
-        *world = effect.faults().nullOutput ? nullptr : effect.mFrame->output;
+        *world = effect.mFrame->output;
         return PF_Err_NONE;
     }
 };
 
-Effect::Effect(const Module& module, Faults faults) : mModule(module) {
-    mServices.faults = std::move(faults);
+Effect::Effect(const Module& module) : mModule(module) {
     mInData.inter = {Callbacks::checkoutParam, Callbacks::checkinParam, Callbacks::addParam};
     mInData.utils = Services::utils();
     mInData.effect_ref = this;
@@ -165,13 +149,13 @@ Effect::Effect(const Module& module, Faults faults) : mModule(module) {
     try {
         setUp();
     } catch (...) {
-        setDown();
+        send(PF_Cmd_GLOBAL_SETDOWN);
         throw;
     }
 }
 
 Effect::~Effect() {
-    setDown();
+    send(PF_Cmd_GLOBAL_SETDOWN);
 }
 
 void Effect::setUp() {
@@ -179,11 +163,10 @@ void Effect::setUp() {
         if (!fulfilled)
             throw ModuleError(mModule.path().string() + ": " + complaint);
     };
-    mIsSetUp = true;
-    Result result = command(PF_Cmd_GLOBAL_SETUP);
+    Result result = send(PF_Cmd_GLOBAL_SETUP);
     require(result.ok(), "global setup failed: " + result.text());
     checkDeclaration();
-    result = command(PF_Cmd_PARAMS_SETUP);
+    result = send(PF_Cmd_PARAMS_SETUP);
     require(result.ok(), "parameters setup failed: " + result.text());
     require(mOutData.num_params == static_cast<std::int32_t>(mParameters.size()),
             "the effect tells of " + std::to_string(mOutData.num_params) + " parameters, and there are " +
@@ -210,18 +193,8 @@ const PF_ParamDef& Effect::slider() const {
 }
 
 std::string Effect::about() {
-    return command(PF_Cmd_ABOUT).code == PF_Err_NONE ? textOf(mOutData.return_msg) : "";
-}
-
-Result Effect::setDown() {
-    if (!std::exchange(mIsSetUp, false))
-        return {};
-    return command(PF_Cmd_GLOBAL_SETDOWN);
-}
-
-Result Effect::command(PF_Cmd cmd, void* extra) {
     const std::lock_guard lock(mMutex);
-    return send(cmd, extra);
+    return send(PF_Cmd_ABOUT).code == PF_Err_NONE ? textOf(mOutData.return_msg) : "";
 }
 
 Result Effect::send(PF_Cmd cmd, void* extra) {
@@ -244,7 +217,6 @@ Result Effect::send(PF_Cmd cmd, void* extra) {
     if (mOutData.out_flags & PF_OutFlag_DISPLAY_ERROR_MESSAGE)
         result.message = textOf(mOutData.return_msg);
     result.imbalances = mServices.settle();
-    mFailedCheckouts.clear();
     return result;
 }
 
@@ -266,7 +238,7 @@ Result Effect::render(World& input, World& output, std::int32_t value, Time time
     mFrame = nullptr;
     if (!result.ok())
         return result;
-    if (mSpare.sameShape(input) || faults().outputSize) {
+    if (mSpare.sameShape(input)) {
         output.swap(mSpare);
     } else {
         World whole(input.width, input.height);
@@ -292,12 +264,11 @@ Result Effect::preRender(Frame& frame, PF_LRect& promised) {
 Result Effect::smartRender(Frame& frame, PF_LRect promised) {
     if (isEmpty(promised))
         promised = {};
-    Faults::Size size{promised.right - promised.left, promised.bottom - promised.top};
-    size = faults().outputSize.value_or(size);
-    if (mSpare.width == size.width && mSpare.height == size.height)
+    const int width = promised.right - promised.left, height = promised.bottom - promised.top;
+    if (mSpare.width == width && mSpare.height == height)
         mSpare.clear();
     else
-        mSpare = World(size.width, size.height);
+        mSpare = World(width, height);
     frame.output = &mSpare;
 
     PF_SmartRenderInput input{{promised, kAllChannels}, kBitDepth};

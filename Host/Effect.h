@@ -43,15 +43,12 @@ public:
     /// Sends global setup and parameters setup. `module` must outlive the effect. Throws ModuleError where a
     /// command fails, or the effect declares something else than the property list of its module, or doesn't
     /// declare a slider.
-    explicit Effect(const Module& module, Faults faults = {});
+    explicit Effect(const Module& module);
 
-    /// Sends global setdown, unless `setDown` did.
+    /// Sends global setdown.
     ~Effect();
     Effect(const Effect&) = delete;
     Effect& operator=(const Effect&) = delete;
-
-    /// All parameters as declared; the one at index 0 is the input layer, the host's own.
-    const std::vector<PF_ParamDef>& parameters() const { return mParameters; }
 
     /// The first slider that the effect declared: its name, range and default.
     const PF_ParamDef& slider() const;
@@ -68,23 +65,6 @@ public:
     /// @param value the slider's value at all times; held to the declared range.
     Result render(World& input, World& output, std::int32_t value, Time time = {});
 
-    /// Sends one command as it is. `extra` is passed on.
-    Result command(PF_Cmd cmd, void* extra = nullptr);
-
-    /// Sends global setdown. No other command may follow.
-    Result setDown();
-
-    /// The record that the commands get; valid on a thread that visits `services()`.
-    PF_InData* inData() { return &mInData; }
-
-    /// What the effect wrote in the last command.
-    const PF_OutData& outData() const { return mOutData; }
-
-    Services& services() { return mServices; }
-
-    /// May be changed between commands.
-    Faults& faults() { return mServices.faults; }
-
 private:
     struct Callbacks;
 
@@ -99,7 +79,7 @@ private:
     void checkDeclaration() const;
     Result preRender(Frame& frame, PF_LRect& promised);
     Result smartRender(Frame& frame, PF_LRect promised);
-    Result send(PF_Cmd cmd, void* extra);
+    Result send(PF_Cmd cmd, void* extra = nullptr);
 
     const Module& mModule;
     Services mServices;
@@ -109,9 +89,7 @@ private:
     std::vector<PF_ParamDef> mParameters;
     std::int32_t mValue = 0;
     Frame* mFrame = nullptr;
-    std::set<const PF_ParamDef*> mFailedCheckouts;
     World mSpare{0, 0};
-    bool mIsSetUp = false;
 };
 
 } // namespace Tessaloom::BilateralBlur::Host

@@ -26,12 +26,6 @@ void Ledger::noteMistake(std::string text) {
     mMistakes.push_back(std::move(text));
 }
 
-int Ledger::out(const std::string& thing) const {
-    const std::lock_guard lock(mMutex);
-    const auto found = mOut.find(thing);
-    return found == mOut.end() ? 0 : found->second;
-}
-
 std::vector<std::string> Ledger::settle() {
     const std::lock_guard lock(mMutex);
     std::vector<std::string> texts = std::exchange(mMistakes, {});

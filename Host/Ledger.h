@@ -19,15 +19,12 @@ public:
 
     void noteMistake(std::string text);
 
-    /// How many of this thing are out.
-    int out(const std::string& thing) const;
-
     /// All mistakes, then everything that is still out, each in a few words; starts a new page. Empty when
     /// the book is balanced.
     std::vector<std::string> settle();
 
 private:
-    mutable std::mutex mMutex;
+    std::mutex mMutex;
     std::map<std::string, int> mOut;
     std::vector<std::string> mMistakes;
 };

@@ -50,13 +50,9 @@ Resource readResource(const std::filesystem::path& path) {
         refuse(path, "this isn't an XML property list");
     const auto text = [&](const char* key) { return textOf(dict, key, path); };
     const auto number = [&](const char* key) { return numberOf(dict, key, path); };
-    Resource resource{text("Name"),
-                      text("MatchName"),
-                      text("Category"),
-                      text("EntryPoint"),
-                      static_cast<std::uint32_t>(number("Version")),
-                      number("OutFlags"),
-                      number("OutFlags2")};
+    Resource resource{text("Name"),       text("Category"),
+                      text("EntryPoint"), static_cast<std::uint32_t>(number("Version")),
+                      number("OutFlags"), number("OutFlags2")};
     for (const pugi::xml_node& slider : valueOf(dict, "Sliders", "array", path))
         resource.sliders.push_back({textOf(slider, "Name", path), numberOf(slider, "Minimum", path),
                                     numberOf(slider, "Maximum", path), numberOf(slider, "Default", path)});

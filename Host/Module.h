@@ -25,7 +25,6 @@ struct Slider {
 /// What the property list beside a module says of it.
 struct Resource {
     std::string name;
-    std::string matchName;
     std::string category;
     std::string entry;
     std::uint32_t version = 0; ///< see `PF_VERSION`

@@ -18,7 +18,7 @@ std::string suiteText(const char* name, std::int32_t version) {
 
 PF_Err acquireSuite(const char* name, std::int32_t version, const void** suite) {
     Services* services = Services::current();
-    if (!services || !name || !suite || services->faults.missingSuite == name)
+    if (!services || !name || !suite)
         return kSPSuiteNotFound;
     const void* table = findSuite(name, version);
     if (!table)
@@ -48,23 +48,20 @@ char* copyText(char* destination, const char* source) {
 }
 
 template<class Pixel>
-PF_Err pixelData(Callback callback, std::int32_t format, PF_LayerDef* record, Pixel** base) {
-    Services* services = Services::current();
-    if (!services || !base)
+PF_Err pixelData(std::int32_t format, PF_LayerDef* record, Pixel** base) {
+    if (!base)
         return PF_Err_BAD_CALLBACK_PARAM;
-    if (const PF_Err code = services->faults.codeOf(callback))
-        return code;
     World* world = World::of(record);
     *base = world && world->format() == format ? world->row<Pixel>(0) : nullptr;
     return *base ? PF_Err_NONE : PF_Err_BAD_CALLBACK_PARAM;
 }
 
 PF_Err pixelData8(PF_LayerDef* world, void*, PF_Pixel8** base) {
-    return pixelData(Callback::GetPixelData8, PF_PixelFormat_ARGB32, world, base);
+    return pixelData(PF_PixelFormat_ARGB32, world, base);
 }
 
 PF_Err pixelData16(PF_LayerDef* world, void*, PF_Pixel16** base) {
-    return pixelData(Callback::GetPixelData16, PF_PixelFormat_ARGB64, world, base);
+    return pixelData(PF_PixelFormat_ARGB64, world, base);
 }
 
 } // namespace

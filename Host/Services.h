@@ -1,6 +1,5 @@
 #pragma once
 
-#include "Host/Faults.h"
 #include "Host/HandleStore.h"
 #include "Host/Ledger.h"
 #include "HostInterface/EffectHost.h"
@@ -55,8 +54,6 @@ public:
     Ledger& ledger() { return mLedger; }
     HandleStore& handles() { return mHandles; }
     HandleStore& memHandles() { return mMemHandles; }
-
-    Faults faults;
 
 private:
     Ledger mLedger;

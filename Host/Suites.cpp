@@ -18,7 +18,7 @@ namespace {
 
 void* newHandle(std::uint64_t size) {
     Services* services = Services::current();
-    return services && !services->faults.noHandles ? services->handles().make(size) : nullptr;
+    return services ? services->handles().make(size) : nullptr;
 }
 
 void* lockHandle(void* handle) {
@@ -88,8 +88,6 @@ PF_Err iterateFloat(PF_InData*, std::int32_t, std::int32_t, PF_LayerDef* source,
     if (!services || !function || !in || !out || in->format() != PF_PixelFormat_ARGB128 ||
         out->format() != PF_PixelFormat_ARGB128)
         return PF_Err_BAD_CALLBACK_PARAM;
-    if (const PF_Err code = services->faults.codeOf(Callback::Iterate))
-        return code;
     return iterateOnThreads(*services, *in, *out, commonArea(*in, *out, area), refcon, function);
 }
 
@@ -110,8 +108,6 @@ PF_Err executeScript(std::int32_t, const char* script, std::uint8_t, AEGP_MemHan
     Services* services = Services::current();
     if (!services || !script || !result || !error)
         return PF_Err_BAD_CALLBACK_PARAM;
-    if (const PF_Err code = services->faults.codeOf(Callback::ExecuteScript))
-        return code;
     const ScriptOutcome outcome = runScript(script);
     *result = textHandle(services->memHandles(), outcome.result);
     *error = textHandle(services->memHandles(), outcome.error);
@@ -122,19 +118,13 @@ PF_Err lockMemHandle(AEGP_MemHandle handle, void** address) {
     Services* services = Services::current();
     if (!services || !address)
         return PF_Err_BAD_CALLBACK_PARAM;
-    if (const PF_Err code = services->faults.codeOf(Callback::LockMemHandle))
-        return code;
     *address = services->memHandles().lock(handle);
     return *address ? PF_Err_NONE : PF_Err_BAD_CALLBACK_PARAM;
 }
 
 PF_Err freeMemHandle(AEGP_MemHandle handle) {
     Services* services = Services::current();
-    if (!services)
-        return PF_Err_BAD_CALLBACK_PARAM;
-    if (const PF_Err code = services->faults.codeOf(Callback::FreeMemHandle))
-        return code;
-    return services->memHandles().dispose(handle, true) ? PF_Err_NONE : PF_Err_BAD_CALLBACK_PARAM;
+    return services && services->memHandles().dispose(handle, true) ? PF_Err_NONE : PF_Err_BAD_CALLBACK_PARAM;
 }
 
 } // namespace

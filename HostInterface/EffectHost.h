@@ -25,10 +25,8 @@ enum : int { kSPSuiteNotFound = 13 };
 enum : PF_Cmd {
     PF_Cmd_ABOUT = 0,
     PF_Cmd_GLOBAL_SETUP = 1,
-    PF_Cmd_UNUSED_0 = 2,
     PF_Cmd_GLOBAL_SETDOWN = 3,
     PF_Cmd_PARAMS_SETUP = 4,
-    PF_Cmd_RENDER = 11,
     PF_Cmd_SMART_PRE_RENDER = 23,
     PF_Cmd_SMART_RENDER = 24,
 };
@@ -36,7 +34,6 @@ enum : PF_Cmd {
 /// Bits of `PF_OutData::out_flags`.
 enum : std::int32_t {
     PF_OutFlag_DISPLAY_ERROR_MESSAGE = 0x100, ///< the host shows `return_msg` to the user
-    PF_OutFlag_DEEP_COLOR_AWARE = 0x2000000,  ///< the effect takes 16 bits a channel
 };
 
 /// Bits of `PF_OutData::out_flags2`.

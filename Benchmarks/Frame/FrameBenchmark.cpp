@@ -6,6 +6,7 @@
 // A name tells the way that the pass is run ("processor" or "program"; "effect" is the way that the context
 // chooses), the picture, its size and the blur scale.
 #include "Host/Effect.h"
+#include "Host/Services.h"
 #include "Plugins/BilateralBlur/Sources/BilateralBlur.h"
 #include "Plugins/BilateralBlur/Sources/BilateralBlurRender.h"
 #include "Plugins/Shared/GL/AEOpenGLContext.h"
@@ -82,11 +83,8 @@ struct Stages {
 
 class Frames {
 public:
-    Frames(Host::Services& services, Host::Effect& effect, Size size, const Content& content)
-        : mVisit(services),
-          mInData(effect.inData()),
-          mInput(size.width, size.height),
-          mOutput(size.width, size.height) {
+    Frames(Size size, const Content& content)
+        : mInput(size.width, size.height), mOutput(size.width, size.height) {
         fill(mInput, content);
     }
 
@@ -97,7 +95,7 @@ public:
         float multiplier = 1;
         gl::GLuint texture = 0;
         timed(stages.upload, [&] {
-            texture = AEOpenGLUtilities::UploadTexture(PF_PixelFormat_ARGB32, &mInput, &mOutput, mInData,
+            texture = AEOpenGLUtilities::UploadTexture(PF_PixelFormat_ARGB32, &mInput, &mOutput, &mInData,
                                                        pixelSize, pixelType, multiplier, false);
         });
         timed(stages.pass, [&] {
@@ -111,13 +109,14 @@ public:
         timed(stages.download, [&] {
             AEOpenGLUtilities::DownloadTexture(static_cast<unsigned>(mInput.width),
                                                static_cast<unsigned>(mInput.height), &mInput, &mOutput,
-                                               mInData, PF_PixelFormat_ARGB32, pixelSize, pixelType);
+                                               &mInData, PF_PixelFormat_ARGB32, pixelSize, pixelType);
         });
     }
 
 private:
-    Host::Services::Visit mVisit;
-    PF_InData* mInData;
+    Host::Services mServices;
+    Host::Services::Visit mVisit{mServices};
+    PF_InData mInData{{}, Host::Services::utils(), nullptr, Host::Services::basicSuite(), 0, 1, 1};
     Host::World mInput, mOutput;
 };
 
@@ -129,13 +128,11 @@ void report(benchmark::State& state, Size size, int scale) {
 }
 
 // The stages with a wait after each, on a context and a pass of the benchmark's own.
-void stagedFrame(benchmark::State& state, const Host::Module& module, DrawPass draw, const Content& content,
-                 Size size, int scale) {
-    Host::Effect effect(module);
+void stagedFrame(benchmark::State& state, DrawPass draw, const Content& content, Size size, int scale) {
     AEOpenGLContext context(nullptr);
     {
         BilateralBlurRender render;
-        Frames frames(effect.services(), effect, size, content);
+        Frames frames(size, content);
         Stages stages, unused;
         for (int i = 0; i < kWarmUp; ++i)
             frames.run(render, draw, std::min(scale, 3), unused);
@@ -249,11 +246,11 @@ void addAll(const Host::Module& module) {
                 add("effect" + rest, [&module, content, size, scale](benchmark::State& state) {
                     effectFrame(state, module, *content, size, scale);
                 });
-                add("processor" + rest, [&module, content, size, scale](benchmark::State& state) {
-                    stagedFrame(state, module, &BilateralBlurRender::drawOnProcessor, *content, size, scale);
+                add("processor" + rest, [content, size, scale](benchmark::State& state) {
+                    stagedFrame(state, &BilateralBlurRender::drawOnProcessor, *content, size, scale);
                 });
-                add("program" + rest, [&module, content, size, scale](benchmark::State& state) {
-                    stagedFrame(state, module, &BilateralBlurRender::drawWithProgram, *content, size, scale);
+                add("program" + rest, [content, size, scale](benchmark::State& state) {
+                    stagedFrame(state, &BilateralBlurRender::drawWithProgram, *content, size, scale);
                 });
             }
     }

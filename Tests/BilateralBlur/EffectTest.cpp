@@ -1,5 +1,6 @@
 #include "Host/Effect.h"
 #include "Tests/Support/EglWatch.h"
+#include "Tests/Support/FaultyHost.h"
 #include "Tests/Support/GLCalls.h"
 #include "Tests/Support/Oracle.h"
 #include "Tests/Support/Pictures.h"
@@ -17,10 +18,10 @@
 namespace Tessaloom::BilateralBlur {
 namespace {
 
-using Host::Callback;
 using Host::World;
 using Pictures::noise;
 using Pictures::Picture;
+using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
@@ -62,7 +63,7 @@ class EffectTest : public testing::Test {
 protected:
     EffectTest() {
         mHostContext->makeCurrentContext();
-        mEffect.emplace(mModule);
+        mEffect.emplace(mHost.module());
     }
     ~EffectTest() override {
         mEffect.reset();
@@ -77,23 +78,8 @@ protected:
         return result.ok() ? difference(output, picture, scale) : result.text();
     }
 
-    // Smart render alone, with worlds of the test's; the slider is at its default or what was last rendered.
-    PF_Err smartRender(World* input, World* output) {
-        static World *kInput, *kOutput;
-        kInput = input;
-        kOutput = output;
-        PF_SmartRenderCallbacks callbacks{};
-        callbacks.checkout_layer_pixels = [](void*, std::int32_t, PF_LayerDef** world) -> PF_Err {
-            return *world = kInput, 0;
-        };
-        callbacks.checkout_output = [](void*, PF_LayerDef** world) -> PF_Err { return *world = kOutput, 0; };
-        PF_SmartRenderExtra extra{nullptr, &callbacks};
-        const Host::Result result = mEffect->command(PF_Cmd_SMART_RENDER, &extra);
-        EXPECT_THAT(result.imbalances, IsEmpty());
-        return result.code;
-    }
-
     const Host::Module mModule{MODULE};
+    FaultyHost mHost{mModule.entry(), mModule.resource()};
     NSOpenGLContext* const mHostContext = EglWatch::makeContext();
     std::optional<Host::Effect> mEffect;
     const Picture mPicture = Pictures::photograph(12, 8, 5);
@@ -109,10 +95,11 @@ TEST(Module, ExportsItsEntryAloneAndTouchesNoGLWhenLoaded) {
 }
 
 TEST_F(EffectTest, DeclaresItself) {
+    EXPECT_THAT(mHost.calls, ElementsAre("add_param -1 Blur Scale"));
     EXPECT_EQ(mEffect->about(), "Bilateral Blur v1.0\rBilateral Blur");
-    mEffect->command(PF_Cmd_GLOBAL_SETUP);
-    const PF_OutData& out = mEffect->outData();
-    EXPECT_TRUE(out.my_version == 0x80001u && out.out_flags == 0 && out.out_flags2 == 0x400);
+    EXPECT_EQ(mModule.resource().version, 0x80001u);
+    EXPECT_EQ(mModule.resource().outFlags, 0);
+    EXPECT_EQ(mModule.resource().outFlags2, 0x400);
     PF_ParamDef expected;
     std::memset(&expected, 0, sizeof expected);
     expected.uu.id = 1;
@@ -120,11 +107,9 @@ TEST_F(EffectTest, DeclaresItself) {
     std::strcpy(expected.name, "Blur Scale");
     expected.u.sd.valid_max = expected.u.sd.slider_max = 60;
     EXPECT_EQ(std::memcmp(&mEffect->slider(), &expected, sizeof expected), 0);
-    mEffect->faults() = {.missingSuite = "PF ANSI Suite", .failing = {{Callback::AddParam, 77}}};
-    EXPECT_EQ(mEffect->command(PF_Cmd_ABOUT).code, 516);
-    EXPECT_STREQ(out.return_msg, "");
-    EXPECT_EQ(mEffect->command(PF_Cmd_PARAMS_SETUP).code, 77);
-    EXPECT_EQ(out.num_params, 2);
+    mHost.faults.failing = {{"PF ANSI Suite", 13}};
+    EXPECT_EQ(mEffect->about(), "");
+    EXPECT_EQ(mHost.code, 516);
 }
 
 TEST_F(EffectTest, LeavesOtherCommandsAlone) {
@@ -153,12 +138,13 @@ TEST_F(EffectTest, PassesTheRequestOnAndGrowsTheRectangles) {
         *result = {kCheckedOut, {kCheckedOut.left, kCheckedOut.top, kCheckedOut.right, 1000}};
         return kCode;
     }};
-    mEffect->inData()->current_time = 5;
-    mEffect->inData()->time_step = 2;
-    mEffect->inData()->time_scale = 25;
+    PF_InData inData{{}, nullptr, nullptr, nullptr, 5, 2, 25};
     PF_PreRenderInput input{{{-3, 4, 50, 60}, 0xB}};
     PF_PreRenderOutput output;
     PF_PreRenderExtra extra{&input, &output, &callbacks};
+    const auto preRender = [&] {
+        return mModule.entry()(PF_Cmd_SMART_PRE_RENDER, &inData, nullptr, nullptr, nullptr, &extra);
+    };
     struct {
         PF_LRect before, checkedOut, after;
     } const cases[] = {
@@ -170,12 +156,12 @@ TEST_F(EffectTest, PassesTheRequestOnAndGrowsTheRectangles) {
     for (const auto& [before, checkedOut, after] : cases) {
         output = {before, {}};
         kCheckedOut = checkedOut;
-        EXPECT_TRUE(mEffect->command(PF_Cmd_SMART_PRE_RENDER, &extra).ok());
+        EXPECT_EQ(preRender(), 0);
         EXPECT_TRUE(output.result_rect == after && output.max_result_rect.bottom == 1000);
     }
     output = {};
     kCode = 77;
-    EXPECT_EQ(mEffect->command(PF_Cmd_SMART_PRE_RENDER, &extra).code, 77);
+    EXPECT_EQ(preRender(), 77);
     EXPECT_TRUE(output.result_rect == PF_LRect{} && output.max_result_rect == PF_LRect{});
 }
 
@@ -202,39 +188,40 @@ TEST_F(EffectTest, KeepsTransparentPixelsBlackAtAnyWidth) {
 }
 
 TEST_F(EffectTest, GivesTheCodeOfEachFaultAndARightFrameAfterIt) {
-    const auto suite = [](const char* name) { return Host::Faults{.missingSuite = name}; };
-    const auto failing = [](Callback callback) { return Host::Faults{.failing = {{callback, 77}}}; };
+    const auto failing = [](const char* name) { return Faults{.failing = {{name, 77}}}; };
+    World tall(12, 9), wide(13, 8), small(3, 5), noWidth(0, 8), noHeight(12, 0);
     struct {
-        Host::Faults faults;
+        Faults faults;
         PF_Err code;
         const char* message = "";
     } const cases[] = {
-        {suite("AEGP PF Interface Suite"), 516},
-        {suite("AEGP Layer Suite"), 516},
-        {suite("AEGP Item Suite"), 516},
-        {suite("PF Handle Suite"), 516},
-        {suite("PF iterateFloat Suite"), 0}, // no frame needs it
-        {failing(Callback::CheckoutLayer), 77},
-        {failing(Callback::CheckoutLayerPixels), 77},
-        {failing(Callback::CheckoutOutput), 77},
-        {failing(Callback::CheckoutParam), 77},
-        {failing(Callback::CheckinParam), 77},
-        {{.failing = {{Callback::CheckoutParam, 71}, {Callback::CheckinParam, 72}}}, 71},
-        {failing(Callback::GetPixelData8), 516},
-        {{.noHandles = true}, 516},
-        {{.nullInput = true}, 516, "The host gave no input world."},
-        {{.nullOutput = true}, 516, "The host gave no output world."},
-        {{.outputSize = Host::Faults::Size{13, 8}}, 516, "larger"},
-        {{.outputSize = Host::Faults::Size{12, 9}}, 516, "larger"},
-        {{.outputSize = Host::Faults::Size{3, 5}}, 0},
-        {{.outputSize = Host::Faults::Size{0, 8}}, 0},
-        {{.outputSize = Host::Faults::Size{12, 0}}, 0},
+        {failing("AEGP PF Interface Suite"), 516},
+        {failing("AEGP Layer Suite"), 516},
+        {failing("AEGP Item Suite"), 516},
+        {failing("PF Handle Suite"), 516},
+        {failing("PF iterateFloat Suite"), 0}, // no frame needs it
+        {failing("checkout_layer"), 77},
+        {failing("checkout_layer_pixels"), 77},
+        {failing("checkout_output"), 77},
+        {failing("checkout_param"), 77},
+        {failing("checkin_param"), 77},
+        {{.failing = {{"checkout_param", 71}, {"checkin_param", 72}}}, 71},
+        {failing("get_pixel_data8"), 516},
+        {failing("host_new_handle"), 516},
+        {failing("host_lock_handle"), 516},
+        {{.input = nullptr}, 516, "The host gave no input world."},
+        {{.output = nullptr}, 516, "The host gave no output world."},
+        {{.output = &wide}, 516, "larger"},
+        {{.output = &tall}, 516, "larger"},
+        {{.output = &small}, 0},
+        {{.output = &noWidth}, 0},
+        {{.output = &noHeight}, 0},
     };
     EXPECT_EQ(frame(mPicture, 7), "");
     for (const auto& fault : cases) {
         SCOPED_TRACE(&fault - cases);
         World input = worldOf(mPicture), output(0, 0);
-        mEffect->faults() = fault.faults;
+        mHost.faults = fault.faults;
         GLCalls calls;
         const Host::Result result = mEffect->render(input, output, 7);
         EXPECT_TRUE(calls.kept("Renderbuffers") == 0 && calls.kept("Textures") == 0);
@@ -242,19 +229,19 @@ TEST_F(EffectTest, GivesTheCodeOfEachFaultAndARightFrameAfterIt) {
         EXPECT_THAT(result.message, HasSubstr(fault.message));
         EXPECT_EQ(result.message.empty(), *fault.message == '\0') << result.message;
         EXPECT_THAT(result.imbalances, IsEmpty());
-        mEffect->faults() = {};
+        mHost.faults = {};
         EXPECT_EQ(frame(mPicture, 7), "");
     }
 }
 
 TEST_F(EffectTest, DrawsTheFrameOfAFailedParameterWithTheSliderAtZero) {
     EXPECT_EQ(frame(mPicture, 30), "");
-    World input = worldOf(mPicture), output = worldOf(mPicture);
-    mEffect->faults().failing = {{Callback::CheckoutParam, 77}};
-    EXPECT_EQ(smartRender(&input, &output), 77);
+    World input = worldOf(mPicture), output(12, 8), untouched(0, 0);
+    mHost.faults = {.failing = {{"checkout_param", 77}}, .output = &output};
+    EXPECT_EQ(mEffect->render(input, untouched, 30).code, 77);
     EXPECT_EQ(difference(output, mPicture, 0), "");
-    mEffect->faults().failing = {{Callback::CheckinParam, 78}};
-    EXPECT_EQ(smartRender(&input, &output), 78);
+    mHost.faults.failing = {{"checkin_param", 78}};
+    EXPECT_EQ(mEffect->render(input, untouched, 30).code, 78);
     EXPECT_EQ(difference(output, mPicture, 30), "");
 }
 
@@ -268,11 +255,13 @@ TEST_F(EffectTest, TakesEmptyWorldsAndRefusesWhatGLCannotHold) {
     }
     // A record that lies about its rows, or has no size to speak of.
     World input(4, 4);
+    mHost.faults.output = &target;
     for (const auto& [width, height, rowbytes] :
          {std::tuple{4, 4, 15}, {-4, 4, 64}, {4, -4, 64}, {4, 4, -64}}) {
         static_cast<PF_LayerDef&>(target) = {width, height, rowbytes};
-        EXPECT_EQ(smartRender(&input, &target), width > 0 && height > 0 ? 516 : 0);
+        EXPECT_EQ(mEffect->render(input, output, 5).code, width > 0 && height > 0 ? 516 : 0);
     }
+    mHost.faults = {};
     static_cast<PF_LayerDef&>(target) = {4, 4, 64};
     EXPECT_EQ(frame(mPicture, 5), "");
 }
@@ -300,7 +289,7 @@ TEST_F(EffectTest, TellsThatNoContextIsToBeHadUntilOneIs) {
     const auto expectNoneAndThenOne = [&](bool atSetup) {
         EglWatch::failing = true;
         for (int setups = 0; atSetup && setups < 2; ++setups)
-            mEffect.emplace(mModule);
+            mEffect.emplace(mHost.module());
         EXPECT_THAT(frame(mPicture, 5), HasSubstr("No OpenGL 3.3 core context"));
         EglWatch::failing = false;
         EXPECT_EQ(frame(mPicture, 5), "");
@@ -335,10 +324,12 @@ TEST_F(EffectTest, DrawsOnThreadsThatTakeTurns) {
 TEST_F(EffectTest, StartsAndEndsOnAnyThreadAnyNumberOfTimes) {
     // Without a context of the host's, a thread has the effect's last one current until it looks again.
     const auto restart = [&](int waitingThreads) {
-        EXPECT_TRUE(mEffect->setDown().ok());
+        mEffect.reset();
+        EXPECT_EQ(mHost.code, 0);
         EXPECT_EQ(EglWatch::liveContexts, 1 + waitingThreads);
-        mEffect.emplace(mModule);
-        EXPECT_EQ(mEffect->command(PF_Cmd_GLOBAL_SETUP).code, 0) << "a setup on top of a setup";
+        mEffect.emplace(mHost.module());
+        PF_OutData out{};
+        EXPECT_EQ(mModule.entry()(PF_Cmd_GLOBAL_SETUP, nullptr, &out, nullptr, nullptr, nullptr), 0);
         EXPECT_EQ(frame(mPicture, 5), "");
     };
     for (int round = 0; round < 3; ++round) {
@@ -351,15 +342,15 @@ TEST_F(EffectTest, StartsAndEndsOnAnyThreadAnyNumberOfTimes) {
         EXPECT_EQ(frame(mPicture, 5), "");
     }
     // So the setdown may come from a thread that finds the data context in use.
-    EXPECT_TRUE(mEffect->setDown().ok());
+    mEffect.reset();
     onThread([&] {
-        mEffect.emplace(mModule);
-        onThread([&] { EXPECT_TRUE(mEffect->setDown().ok()); });
+        mEffect.emplace(mHost.module());
+        onThread([&] { mEffect.reset(); });
     });
     EXPECT_EQ(EglWatch::liveContexts, 1);
-    EXPECT_TRUE(mEffect->command(PF_Cmd_GLOBAL_SETDOWN).ok());
-    World input(2, 2), output(2, 2);
-    EXPECT_EQ(smartRender(&input, &output), 516) << "after the end";
+    mEffect.emplace(mHost.module());
+    EXPECT_EQ(mModule.entry()(PF_Cmd_GLOBAL_SETDOWN, nullptr, nullptr, nullptr, nullptr, nullptr), 0);
+    EXPECT_THAT(frame(mPicture, 5), HasSubstr("after its global setdown"));
 }
 
 TEST_F(EffectTest, UsesNoMoreMemoryAfterAThousandFrames) {

@@ -2,6 +2,7 @@
 #include "Host/World.h"
 #include "Plugins/Shared/GL/AEOpenGLUtilities.h"
 #include "Tests/GL/GLTest.h"
+#include "Tests/Support/FaultyHost.h"
 
 #include <cstring>
 #include <random>
@@ -11,7 +12,6 @@ namespace Tessaloom::BilateralBlur {
 namespace {
 
 using namespace gl;
-using Host::Callback;
 using Host::World;
 
 struct Format {
@@ -30,20 +30,22 @@ constexpr Format kFormats[] = {
 class TransferTest : public GLTest {
 protected:
     GLuint upload(std::int32_t tag, World& world) {
-        return AEOpenGLUtilities::UploadTexture(tag, &world, nullptr, &mInData, mPixelSize, mType,
-                                                mMultiplier, false);
+        return AEOpenGLUtilities::UploadTexture(tag, &world, nullptr, mInData, mPixelSize, mType, mMultiplier,
+                                                false);
     }
 
     // Of a frame buffer as large as `input`.
     void download(World& input, World& output, const Format& format, std::int32_t tag) {
         AEOpenGLUtilities::DownloadTexture(static_cast<unsigned>(input.width),
-                                           static_cast<unsigned>(input.height), &input, &output, &mInData,
-                                           tag, format.pixelSize, format.type);
+                                           static_cast<unsigned>(input.height), &input, &output, mInData, tag,
+                                           format.pixelSize, format.type);
     }
 
     Host::Services mServices;
     const Host::Services::Visit mVisit{mServices};
-    PF_InData mInData{{}, Host::Services::utils(), nullptr, Host::Services::basicSuite(), 0, 1, 1};
+    FaultyHost mHost;
+    PF_InData* mInData =
+        FaultyHost::wrap({{}, Host::Services::utils(), nullptr, Host::Services::basicSuite(), 0, 1, 1});
     unsigned long mPixelSize = 0;
     GLenum mType{};
     float mMultiplier = 0;
@@ -79,19 +81,14 @@ TEST_F(TransferTest, BringsPixelsOfEveryFormatUpAndDownUnchanged) {
 }
 
 TEST_F(TransferTest, ThrowsTheCodeOfEachFaultAndLeavesNothingBehind) {
-    const auto suite = [](const char* name) { return Host::Faults{.missingSuite = name}; };
-    const auto failing = [](Callback callback) { return Host::Faults{.failing = {{callback, 77}}}; };
     struct {
         int format;
-        Host::Faults faults;
+        const char* fault;
         int up, down; // codes, 0 for none
     } const cases[] = {
-        {0, failing(Callback::GetPixelData8), 516, 516},
-        {0, suite("PF Handle Suite"), 0, 13},
-        {0, {.noHandles = true}, 0, 4},
-        {1, failing(Callback::GetPixelData16), 516, 516},
-        {2, failing(Callback::Iterate), 77, 77},
-        {2, suite("PF iterateFloat Suite"), 13, 13},
+        {0, "get_pixel_data8", 516, 516}, {0, "PF Handle Suite", 0, 13},
+        {0, "host_new_handle", 0, 4},     {1, "get_pixel_data16", 516, 516},
+        {2, "iterate", 77, 77},           {2, "PF iterateFloat Suite", 13, 13},
     };
     drawInto(makeTexture(3, 2), 3, 2);
     const auto expectCode = [&](int code, auto transfer) {
@@ -106,14 +103,14 @@ TEST_F(TransferTest, ThrowsTheCodeOfEachFaultAndLeavesNothingBehind) {
         EXPECT_THAT(mServices.settle(), testing::IsEmpty());
         EXPECT_EQ(integer(GL_UNPACK_ROW_LENGTH), 0);
     };
-    for (const auto& [format, faults, up, down] : cases) {
+    for (const auto& [format, fault, up, down] : cases) {
         const Format& own = kFormats[format];
         World input(3, 2, own.tag), output(3, 2, own.tag);
-        mServices.faults = faults;
+        mHost.faults.failing = {{fault, 77}};
         expectCode(up, [&] { upload(own.tag, input); });
         expectCode(down, [&] { download(input, output, own, own.tag); });
     }
-    mServices.faults = {};
+    mHost.faults = {};
     World world(3, 2);
     for (const std::int32_t tag : {std::int32_t{PF_PixelFormat_ARGB64}, 0x12345678}) {
         expectCode(516, [&] { upload(tag, world); });

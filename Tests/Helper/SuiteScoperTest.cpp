@@ -2,6 +2,7 @@
 
 #include "Host/Services.h"
 #include "Plugins/Shared/Helper/ScriptHelper.h"
+#include "Tests/Support/FaultyHost.h"
 
 #include <gmock/gmock.h>
 
@@ -28,7 +29,8 @@ protected:
 
     Services mServices;
     Services::Visit mVisit{mServices};
-    PF_InData mInData{{}, Services::utils(), nullptr, Services::basicSuite(), 0, 1, 1};
+    FaultyHost mHost;
+    PF_InData& mInData = *FaultyHost::wrap({{}, Services::utils(), nullptr, Services::basicSuite(), 0, 1, 1});
     PF_OutData mOutData{};
 };
 
@@ -45,7 +47,7 @@ TEST_F(SuiteScoperTest, HoldsSuitesForAScopeAndThrowsThirteenWhereTheyAreMissing
         });
     };
     EXPECT_EQ(scope(0, &mOutData, "text"), "");
-    mServices.faults.missingSuite = "PF Handle Suite";
+    mHost.faults.failing = {{"PF Handle Suite", 1}};
     EXPECT_EQ(scope(13, nullptr, "text"), "");
     EXPECT_EQ(scope(13, &mOutData, nullptr), "Not able to acquire AEFX Suite.");
     EXPECT_EQ(scope(13, &mOutData, ("%s" + std::string(1000, 'x')).c_str()), "%s" + std::string(253, 'x'));
@@ -78,7 +80,7 @@ TEST_F(SuiteScoperTest, TakesTheFourDrawingSuitesAsFarAsTheyGo) {
     EXPECT_TRUE(suites.drawbot_suiteP && suites.supplier_suiteP && suites.surface_suiteP &&
                 suites.path_suiteP);
     EXPECT_EQ(shown(0, [&] { return ReleaseDrawbotSuites(&mInData, &mOutData); }), "");
-    mServices.faults.missingSuite = "DRAWBOT Surface Suite";
+    mHost.faults.failing = {{"DRAWBOT Surface Suite", 1}};
     EXPECT_EQ(shown(516, acquire), "Not able to acquire AEFX Suite-DRAWBOT Surface Suite-2");
     EXPECT_EQ(mServices.settle().size(), 2u) << "the path suite isn't asked for";
 }
@@ -88,11 +90,11 @@ TEST_F(SuiteScoperTest, ScriptsRunAndTextsAreTrimmed) {
         return ScriptHelper::RunSriptAndGetStringResult(mInData.pica_basicP, script);
     };
     EXPECT_EQ(run("'a' + 6 * 7"), "a42");
-    for (const Host::Callback callback : {Host::Callback::ExecuteScript, Host::Callback::LockMemHandle}) {
-        mServices.faults = {.failing = {{callback, 77}}};
+    for (const char* callback : {"AEGP_ExecuteScript", "AEGP_LockMemHandle"}) {
+        mHost.faults.failing = {{callback, 77}};
         EXPECT_EQ(run("1"), "");
     }
-    mServices.faults = {.missingSuite = "AEGP Memory Suite"};
+    mHost.faults.failing = {{"AEGP Memory Suite", 1}};
     EXPECT_THROW(run("1"), int);
     EXPECT_EQ(ScriptHelper::TrimStringWhiteSpaces(" \t\n\v\f\r"), "");
     EXPECT_EQ(ScriptHelper::TrimStringWhiteSpaces("\n\xA0 x\v\f\r"), "\xA0 x");

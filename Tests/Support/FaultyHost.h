@@ -1,0 +1,56 @@
+#pragma once
+
+#include "Host/Module.h"
+#include "HostInterface/EffectHost.h"
+
+#include <limits>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace Tessaloom::BilateralBlur {
+
+/// A code to inject that isn't returned: the function throws std::bad_alloc.
+constexpr PF_Err kThrowBadAlloc = std::numeric_limits<PF_Err>::min();
+
+/// Faults to inject. Left empty, everything works.
+struct Faults {
+    /// Callbacks, suite functions and suites by name, with the code that each returns instead of doing
+    /// anything. Functions that return an address return null. A failed checkin is done all the same.
+    std::map<std::string, PF_Err> failing{};
+    /// Tables by suite name, given out instead of the host's own; may be null.
+    std::map<std::string, const void*> suites{};
+    /// Worlds that the effect gets instead of the host's own; may be null.
+    std::optional<PF_LayerDef*> input{}, output{};
+};
+
+/// Between a host and an effect: passes each call of the effect on to the host, records it, and injects
+/// faults. Only one object at a time, and one command at a time.
+class FaultyHost {
+public:
+    /// For an effect that is set up through `module()`: its entry, and what its property list says.
+    explicit FaultyHost(PF_EntryPointFunc entry = nullptr, Host::Resource resource = {});
+    ~FaultyHost();
+    FaultyHost(const FaultyHost&) = delete;
+    FaultyHost& operator=(const FaultyHost&) = delete;
+
+    const Host::Module& module() const { return mModule; }
+
+    /// The host's record with this object's callbacks; valid until the next call or command.
+    static PF_InData* wrap(const PF_InData& host);
+
+    Faults faults{};
+
+    /// The calls of the last command in their order, each with the arguments that matter. Formatting and
+    /// copying of text aren't among them.
+    std::vector<std::string> calls{};
+
+    /// What the last command returned.
+    PF_Err code = PF_Err_NONE;
+
+private:
+    Host::Module mModule;
+};
+
+} // namespace Tessaloom::BilateralBlur
