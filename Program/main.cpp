@@ -44,6 +44,8 @@ void restartWithLargePages(char** argv) {
 void startVips(const char* program) {
     if (VIPS_INIT(program) != 0)
         throw Failure("the picture library doesn't start: " + std::string(vips_error_buffer()));
+    // Beside the list of accepted formats, which every file must pass.
+    vips_block_untrusted_set(TRUE);
     // The cache would keep whole pictures of a sequence alive, and each of the program's own threads has its
     // share of the work already.
     vips_cache_set_max(0);
