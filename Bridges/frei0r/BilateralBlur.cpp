@@ -1,4 +1,4 @@
-#include "Bridges/frei0r/Renderer.h"
+#include "Bridges/RenderThread.h"
 #include "Plugins/BilateralBlur/Sources/BilateralBlurDeclaration.h"
 
 // The filter's functions are all that the shared object exports. Their header is one for C.

@@ -1,4 +1,4 @@
-#include "Bridges/frei0r/Renderer.h"
+#include "Bridges/RenderThread.h"
 
 #include "Host/Effect.h"
 #include "Host/Module.h"
