@@ -5,18 +5,15 @@
 #include "Host/Pixels.h"
 #include "Host/World.h"
 #include "Plugins/BilateralBlur/Sources/BilateralBlur.h"
-#include "Plugins/BilateralBlur/Sources/BilateralBlurDeclaration.h"
 
-#include <algorithm>
 #include <csignal>
-#include <cstdio>
 #include <cstring>
-#include <exception>
 #include <malloc.h>
 #include <optional>
+#include <stdexcept>
 #include <utility>
 
-namespace Tessaloom::BilateralBlur::Frei0r {
+namespace Tessaloom::BilateralBlur::Bridges {
 
 namespace {
 
@@ -29,21 +26,28 @@ Host::Resource declaredResource() {
     return resource;
 }
 
-/// The effect and its worlds, which stay from frame to frame. All of it belongs to one thread.
+std::size_t rowBytes(const Frame& frame) {
+    return std::size_t{4} * frame.width;
+}
+
+template<class Byte>
+Byte* rowOf(Byte* pixels, const Frame& frame, int y) {
+    return pixels + rowBytes(frame) * static_cast<std::size_t>(y);
+}
+
+/// The effect and its worlds, which are kept from frame to frame. All of it belongs to one thread.
 class Studio {
 public:
-    /// Sets the effect up with the first frame. Returns what went wrong, empty for nothing.
-    std::string render(const Frame& frame) try {
+    /// Sets the effect up with the first frame. Throws std::exception with what went wrong.
+    void render(const Frame& frame) {
         if (!mEffect)
             mEffect.emplace(mModule);
         read(frame);
-        const Host::Result result = mEffect->render(mInput, mOutput, frame.blurScale);
+        const Host::Result result = mEffect->render(mInput, mOutput, frame.values.front());
         if (!result.ok())
-            return result.text();
-        write(frame);
-        return {};
-    } catch (const std::exception& failure) {
-        return failure.what();
+            throw std::runtime_error(result.text());
+        for (int y = 0; y < mOutput.height; ++y)
+            Host::packRow(mOutput.row(y), mOutput.width, 4, rowOf(frame.output, frame, y));
     }
 
 private:
@@ -55,21 +59,8 @@ private:
             mOutput = Host::World(width, height);
         }
         for (int y = 0; y < height; ++y)
-            Host::unpackRow(bytes(frame.input) + rowStart(frame, y), 4, width, mInput.row(y));
+            Host::unpackRow(rowOf(frame.input, frame, y), 4, width, mInput.row(y));
     }
-
-    void write(const Frame& frame) const {
-        for (int y = 0; y < mOutput.height; ++y)
-            Host::packRow(mOutput.row(y), mOutput.width, 4, bytes(frame.output) + rowStart(frame, y));
-    }
-
-    static std::size_t rowStart(const Frame& frame, int y) {
-        return std::size_t{4} * frame.width * static_cast<std::size_t>(y);
-    }
-    static const std::uint8_t* bytes(const std::uint32_t* pixels) {
-        return reinterpret_cast<const std::uint8_t*>(pixels);
-    }
-    static std::uint8_t* bytes(std::uint32_t* pixels) { return reinterpret_cast<std::uint8_t*>(pixels); }
 
     const Host::Module mModule{EntryPointFunc, declaredResource()};
     std::optional<Host::Effect> mEffect;
@@ -77,7 +68,7 @@ private:
     Host::World mOutput{0, 0};
 };
 
-/// Threads that begin within this scope get none of the program's signals.
+/// Threads that start within this scope receive none of the host's signals.
 class SignalsBlocked {
 public:
     SignalsBlocked() {
@@ -95,24 +86,24 @@ private:
 
 } // namespace
 
-struct Renderer::AtExit {
+struct RenderThread::AtExit {
     ~AtExit() { shared().close(); }
 };
 
-Renderer& Renderer::shared() {
-    static Renderer& kRenderer = *new Renderer;
-    return kRenderer;
+RenderThread& RenderThread::shared() {
+    static RenderThread& kShared = *new RenderThread;
+    return kShared;
 }
 
-void Renderer::enter() {
+void RenderThread::enter() {
     ++mInstances;
 }
 
-void Renderer::leave() {
+void RenderThread::leave() {
     if (--mInstances > 0)
         return;
     {
-        // At the exit of the process the GL driver may be gone already.
+        // When the process exits, the GL driver may be gone already.
         const std::lock_guard lock(mMutex);
         if (mClosed)
             return;
@@ -123,56 +114,52 @@ void Renderer::leave() {
         stop();
 }
 
-void Renderer::filter(const Frame& frame) noexcept {
+void RenderThread::filter(const Frame& frame, void (*report)(const char* reason)) noexcept {
     if (frame.width == 0 || frame.height == 0)
         return;
     const std::lock_guard turn(mTurn);
-    std::string failure;
     try {
-        failure = failureOf(frame);
-    } catch (const std::exception& exception) {
-        failure = exception.what();
+        render(frame);
+    } catch (const std::exception& failure) {
+        std::memmove(frame.output, frame.input, rowBytes(frame) * frame.height);
+        if (!std::exchange(mHasReported, true))
+            report(failure.what());
     }
-    if (failure.empty())
-        return;
-    std::memmove(frame.output, frame.input, std::size_t{4} * frame.width * frame.height);
-    if (!std::exchange(mHasComplained, true))
-        std::fprintf(stderr, "%s: frames that can't be filtered stay as they are: %s\n", Declaration::kName,
-                     failure.c_str());
 }
 
-std::string Renderer::failureOf(const Frame& frame) {
+void RenderThread::render(const Frame& frame) {
     if (!mThread.joinable())
         start();
     std::unique_lock lock(mMutex);
     if (mClosed) {
-        mHasComplained = true; // no news for anybody
-        return "the process exits";
+        mHasReported = true; // not worth a message
+        throw std::runtime_error("the process exits");
     }
     mFrame = &frame;
     mChanged.notify_all();
     mChanged.wait(lock, [this] { return !mFrame; });
-    return std::exchange(mFailure, {});
+    if (const std::exception_ptr failure = std::exchange(mFailure, nullptr))
+        std::rethrow_exception(failure);
 }
 
-void Renderer::start() {
+void RenderThread::start() {
     const SignalsBlocked blocked;
     mStopping = false;
     mThread = std::thread([this] { serve(); });
 }
 
-void Renderer::stop() {
+void RenderThread::stop() {
     {
         const std::lock_guard lock(mMutex);
         mStopping = true;
     }
     mChanged.notify_all();
     mThread.join();
-    // The thread's arena keeps what the driver freed, and the program's next thread would start with it.
+    // The thread's arena keeps what the driver freed, and the host's next thread would start with it.
     malloc_trim(0);
 }
 
-void Renderer::serve() {
+void RenderThread::serve() {
     Studio studio;
     std::unique_lock lock(mMutex);
     while (true) {
@@ -180,8 +167,13 @@ void Renderer::serve() {
         if (!mFrame)
             return;
         lock.unlock();
-        std::string failure = studio.render(*mFrame);
-        // Made only after the driver was loaded, and so destroyed before the driver's own things are.
+        std::exception_ptr failure;
+        try {
+            studio.render(*mFrame);
+        } catch (...) {
+            failure = std::current_exception();
+        }
+        // Constructed only after the driver was loaded, and so destroyed before the driver's own statics are.
         static const AtExit kAtExit;
         lock.lock();
         mFailure = std::move(failure);
@@ -190,12 +182,12 @@ void Renderer::serve() {
     }
 }
 
-// A program may exit from a signal's handler on a thread that waits for a frame. So this doesn't wait for its
-// turn, but only for the frame that is under way.
-void Renderer::close() {
+// A host may exit from a signal handler on a thread that waits for a frame. So this doesn't wait for its
+// turn, but only for the frame that is being rendered.
+void RenderThread::close() {
     std::unique_lock lock(mMutex);
     mClosed = true;
     mChanged.wait(lock, [this] { return !mFrame; });
 }
 
-} // namespace Tessaloom::BilateralBlur::Frei0r
+} // namespace Tessaloom::BilateralBlur::Bridges

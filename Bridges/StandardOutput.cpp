@@ -2,9 +2,9 @@
 #include <ext/stdio_sync_filebuf.h>
 #include <ostream>
 
-// Programs send pictures through standard output, where the effect prints a few lines about each GL context.
-// The linker resolves every mention of std::cout in this shared object to the stream below, which is one on
-// standard error, and so nothing has to be switched in the process that the filter is a guest of.
+// Hosts send images through standard output, where the effect prints a few lines about each GL context. The
+// linker resolves every mention of std::cout in a bridge to the stream below, which writes to standard error,
+// and so nothing has to be switched in the process that the bridge is a guest of.
 
 namespace {
 

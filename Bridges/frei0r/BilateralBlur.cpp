@@ -1,4 +1,5 @@
 #include "Bridges/RenderThread.h"
+#include "Bridges/Sliders.h"
 #include "Plugins/BilateralBlur/Sources/BilateralBlurDeclaration.h"
 
 // The filter's functions are all that the shared object exports. Their header is one for C.
@@ -9,52 +10,100 @@ extern "C" {
 #pragma GCC visibility pop
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <cmath>
+#include <cstdio>
+#include <string>
+#include <vector>
 
-// The filter as frei0r programs see it. They are not all careful: an instance can be null (some go on without
+// The filter as frei0r hosts see it. They are not all careful: an instance can be null (some go on without
 // one), several threads can be in one instance at once, and some never call f0r_deinit.
 
 namespace Tessaloom::BilateralBlur::Frei0r {
 
 namespace {
 
+using Bridges::kSliders;
+using Bridges::Slider;
+
+constexpr int kCount = static_cast<int>(kSliders.size());
+
+/// frei0r parameters go from 0, the slider's minimum, to 1, its maximum.
+std::int32_t valueAt(const Slider& slider, double position) {
+    return slider.minimum +
+           static_cast<std::int32_t>(std::lround(position * (slider.maximum - slider.minimum)));
+}
+
+double positionOf(const Slider& slider, std::int32_t value) {
+    return static_cast<double>(value - slider.minimum) / (slider.maximum - slider.minimum);
+}
+
+/// Explanations of the parameters, in their order.
+const std::vector<std::string>& explanations() {
+    static const std::vector<std::string> kExplanations = [] {
+        std::vector<std::string> texts;
+        for (const Slider& slider : kSliders)
+            texts.push_back("0 to 1 means " + std::to_string(slider.minimum) + " to " +
+                            std::to_string(slider.maximum));
+        return texts;
+    }();
+    return kExplanations;
+}
+
+void reportOutOfRange(const Slider& slider, double given, double used) {
+    static std::atomic_flag kHasReported;
+    if (!kHasReported.test_and_set())
+        std::fprintf(stderr, "%s: %s %g is out of range, 0 to 1 (which means %d to %d); using %g\n",
+                     Declaration::kName, slider.name, given, slider.minimum, slider.maximum, used);
+}
+
+void reportFailure(const char* reason) {
+    std::fprintf(stderr, "%s: passing frames through unfiltered: %s\n", Declaration::kName, reason);
+}
+
 class Instance {
 public:
-    Instance(unsigned width, unsigned height) : mWidth(width), mHeight(height) { Renderer::shared().enter(); }
-    ~Instance() { Renderer::shared().leave(); }
+    Instance(unsigned width, unsigned height) : mWidth(width), mHeight(height) {
+        for (int i = 0; i < kCount; ++i)
+            mPositions[i] = positionOf(kSliders[i], kSliders[i].defaultValue);
+        Bridges::RenderThread::shared().enter();
+    }
+    ~Instance() { Bridges::RenderThread::shared().leave(); }
     Instance(const Instance&) = delete;
     Instance& operator=(const Instance&) = delete;
 
-    // Kept as given, so that a program reads what it wrote. Programs pass on what their users type.
-    void setPosition(double position) {
-        if (!std::isnan(position))
-            mPosition = std::clamp(position, 0.0, 1.0);
+    /// Kept as given, so that a host reads what it wrote, but within 0 to 1. Not a number changes nothing.
+    void setPosition(int index, double given) {
+        const double used = std::isnan(given) ? position(index) : std::clamp(given, 0.0, 1.0);
+        if (used != given)
+            reportOutOfRange(kSliders[index], given, used);
+        mPositions[index] = used;
     }
-    double position() const { return mPosition; }
+    double position(int index) const { return mPositions[index]; }
 
     void update(const std::uint32_t* input, std::uint32_t* output) const {
-        Renderer::shared().filter({mWidth, mHeight, input, output, blurScale()});
+        Bridges::Frame frame{mWidth, mHeight, reinterpret_cast<const std::uint8_t*>(input),
+                             reinterpret_cast<std::uint8_t*>(output)};
+        for (int i = 0; i < kCount; ++i)
+            frame.values[i] = valueAt(kSliders[i], mPositions[i]);
+        Bridges::RenderThread::shared().filter(frame, reportFailure);
     }
 
 private:
-    static constexpr int kRange = Declaration::kBlurScaleMaximum - Declaration::kBlurScaleMinimum;
-
-    std::int32_t blurScale() const {
-        return Declaration::kBlurScaleMinimum + static_cast<std::int32_t>(std::lround(mPosition * kRange));
-    }
-
     const unsigned mWidth, mHeight;
-    /// Where the slider stands, from 0 at its minimum to 1 at its maximum.
-    std::atomic<double> mPosition{double{Declaration::kBlurScaleDefault - Declaration::kBlurScaleMinimum} /
-                                  kRange};
+    std::array<std::atomic<double>, kCount> mPositions;
 };
+
+bool isParameter(int index) {
+    return 0 <= index && index < kCount;
+}
 
 } // namespace
 
 } // namespace Tessaloom::BilateralBlur::Frei0r
 
-using Tessaloom::BilateralBlur::Frei0r::Instance;
+using namespace Tessaloom::BilateralBlur::Frei0r;
 namespace Declaration = Tessaloom::BilateralBlur::Declaration;
 
 int f0r_init() {
@@ -71,16 +120,16 @@ void f0r_get_plugin_info(f0r_plugin_info_t* info) {
     info->frei0r_version = FREI0R_MAJOR_VERSION;
     info->major_version = Declaration::kVersion;
     info->minor_version = Declaration::kSubversion;
-    info->num_params = 1;
+    info->num_params = kCount;
     info->explanation = "Smooths surfaces and keeps edges";
 }
 
 void f0r_get_param_info(f0r_param_info_t* info, int param_index) {
-    if (param_index != 0)
+    if (!isParameter(param_index))
         return;
-    info->name = Declaration::kBlurScaleName;
+    info->name = kSliders[param_index].name;
     info->type = F0R_PARAM_DOUBLE;
-    info->explanation = "How far the blur reaches: the slider's value of 0 to 60, divided by 60";
+    info->explanation = explanations()[param_index].c_str();
 }
 
 f0r_instance_t f0r_construct(unsigned int width, unsigned int height) {
@@ -92,13 +141,15 @@ void f0r_destruct(f0r_instance_t instance) {
 }
 
 void f0r_set_param_value(f0r_instance_t instance, f0r_param_t param, int param_index) {
-    if (instance && param && param_index == 0)
-        static_cast<Instance*>(instance)->setPosition(*static_cast<const f0r_param_double*>(param));
+    if (instance && param && isParameter(param_index))
+        static_cast<Instance*>(instance)->setPosition(param_index,
+                                                      *static_cast<const f0r_param_double*>(param));
 }
 
 void f0r_get_param_value(f0r_instance_t instance, f0r_param_t param, int param_index) {
-    if (instance && param && param_index == 0)
-        *static_cast<f0r_param_double*>(param) = static_cast<const Instance*>(instance)->position();
+    if (instance && param && isParameter(param_index))
+        *static_cast<f0r_param_double*>(param) =
+            static_cast<const Instance*>(instance)->position(param_index);
 }
 
 void f0r_update(f0r_instance_t instance, double, const uint32_t* inframe, uint32_t* outframe) {

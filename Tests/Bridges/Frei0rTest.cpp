@@ -82,7 +82,7 @@ TEST(Frei0r, ExportsTheFunctionsOfAFilterAlone) {
                                   "f0r_set_param_value\nf0r_update\n");
 }
 
-TEST(Frei0r, TellsOfItselfBeforeInitAndStandsNullInstances) {
+TEST(Frei0r, DescribesItselfAndIgnoresNullInstances) {
     f0r_plugin_info_t info{};
     FILTER(f0r_get_plugin_info)(&info);
     EXPECT_STREQ(info.name, "Bilateral Blur");
@@ -105,18 +105,21 @@ TEST(Frei0r, TellsOfItselfBeforeInitAndStandsNullInstances) {
 
 TEST(Frei0r, KeepsTheParameterWithoutDriftAndWithinItsRange) {
     Instance instance(kSize);
+    testing::internal::CaptureStderr();
     for (int scale = 0; scale <= 60; ++scale) {
         instance.set(scale / 60.0);
         for (int again = 0; again < 3; ++again)
             instance.set(instance.get());
         EXPECT_EQ(instance.get(), scale / 60.0);
     }
-    const std::pair<double, double> kCases[] = {{0.25, 0.25}, {30, 1},       {std::nan(""), 1},
+    const std::pair<double, double> kCases[] = {{0.25, 0.25}, {20, 1},       {std::nan(""), 1},
                                                 {-1, 0},      {HUGE_VAL, 1}, {-HUGE_VAL, 0}};
     for (const auto& [given, kept] : kCases) {
         instance.set(given);
         EXPECT_EQ(instance.get(), kept) << given;
     }
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "Bilateral Blur: Blur Scale 20 is out of range, 0 to 1 (which means 0 to 60); using 1\n");
 }
 
 TEST(Frei0r, FiltersLikeTheEffect) {
