@@ -1,0 +1,26 @@
+#pragma once
+
+#include "Plugins/BilateralBlur/Sources/BilateralBlurDeclaration.h"
+
+#include <array>
+#include <cstdint>
+
+namespace Tessaloom::BilateralBlur::Bridges {
+
+/// A slider of the effect.
+struct Slider {
+    const char* name;
+    std::int32_t minimum, maximum, defaultValue;
+};
+
+/// The sliders that the effect declares, in that order. A bridge has a parameter for each.
+inline constexpr std::array kSliders{Slider{Declaration::kBlurScaleName, Declaration::kBlurScaleMinimum,
+                                            Declaration::kBlurScaleMaximum, Declaration::kBlurScaleDefault}};
+
+/// A value for each slider.
+using SliderValues = std::array<std::int32_t, kSliders.size()>;
+
+/// How many pixels away, in either direction, a pixel can still count for the result of another.
+inline constexpr int kReach = (Declaration::kBlurScaleMaximum - 1) / 2;
+
+} // namespace Tessaloom::BilateralBlur::Bridges
