@@ -23,6 +23,8 @@ Host::Resource declaredResource() {
     resource.version = Declaration::kPackedVersion;
     resource.outFlags = Declaration::kOutFlags;
     resource.outFlags2 = Declaration::kOutFlags2;
+    for (const Slider& slider : kSliders)
+        resource.sliders.push_back({slider.name, slider.minimum, slider.maximum, slider.defaultValue});
     return resource;
 }
 
@@ -43,7 +45,7 @@ public:
         if (!mEffect)
             mEffect.emplace(mModule);
         read(frame);
-        const Host::Result result = mEffect->render(mInput, mOutput, frame.values.front());
+        const Host::Result result = mEffect->render(mInput, mOutput, frame.values);
         if (!result.ok())
             throw std::runtime_error(result.text());
         for (int y = 0; y < mOutput.height; ++y)

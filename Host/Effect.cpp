@@ -52,6 +52,39 @@ void place(const World& part, World& whole, int left, int top) {
         std::copy_n(part.row(y), part.width, whole.row(top + y) + left);
 }
 
+void requireSame(const Module& module, const std::string& what, const std::string& listed,
+                 const std::string& declared) {
+    if (listed != declared)
+        throw ModuleError(module.path().string() + ": " + what + " is " + listed +
+                          " in the property list, but the effect declares " + declared);
+}
+
+void requireSame(const Module& module, const std::string& what, std::int64_t listed, std::int64_t declared) {
+    requireSame(module, what, std::to_string(listed), std::to_string(declared));
+}
+
+void checkGlobals(const Module& module, const PF_OutData& declared) {
+    const Resource& resource = module.resource();
+    requireSame(module, "Version", resource.version, declared.my_version);
+    requireSame(module, "OutFlags", resource.outFlags, declared.out_flags);
+    requireSame(module, "OutFlags2", resource.outFlags2, declared.out_flags2);
+}
+
+/// `parameters` are the input layer and the sliders.
+void checkSliders(const Module& module, const std::vector<PF_ParamDef>& parameters) {
+    const std::vector<Slider>& sliders = module.resource().sliders;
+    requireSame(module, "the number of sliders", std::ssize(sliders), std::ssize(parameters) - 1);
+    for (std::size_t i = 0; i < sliders.size(); ++i) {
+        const std::string& name = sliders[i].name;
+        const PF_SliderDef& declared = parameters[i + 1].u.sd;
+        requireSame(module, "the name of slider " + std::to_string(i + 1), name,
+                    textOf(parameters[i + 1].name));
+        requireSame(module, name + ": Minimum", sliders[i].minimum, declared.valid_min);
+        requireSame(module, name + ": Maximum", sliders[i].maximum, declared.valid_max);
+        requireSame(module, name + ": Default", sliders[i].defaultValue, declared.dephault);
+    }
+}
+
 } // namespace
 
 std::string Result::text() const {
@@ -87,8 +120,6 @@ struct Effect::Callbacks {
         if (!param || index < 0 || index >= static_cast<std::int32_t>(effect.mParameters.size()))
             return PF_Err_BAD_CALLBACK_PARAM;
         *param = effect.mParameters[index];
-        if (param->param_type == PF_Param_SLIDER)
-            param->u.sd.value = std::clamp(effect.mValue, param->u.sd.valid_min, param->u.sd.valid_max);
         effect.mServices.ledger().take(recordText("parameter in record", param));
         return PF_Err_NONE;
     }
@@ -165,27 +196,13 @@ void Effect::setUp() {
     };
     Result result = send(PF_Cmd_GLOBAL_SETUP);
     require(result.ok(), "global setup failed: " + result.text());
-    checkDeclaration();
+    checkGlobals(mModule, mOutData);
     result = send(PF_Cmd_PARAMS_SETUP);
     require(result.ok(), "parameters setup failed: " + result.text());
     require(mOutData.num_params == static_cast<std::int32_t>(mParameters.size()),
-            "the effect tells of " + std::to_string(mOutData.num_params) + " parameters, and there are " +
+            "the effect reports " + std::to_string(mOutData.num_params) + " parameters but added " +
                 std::to_string(mParameters.size()));
-    require(mParameters.size() > 1, "the effect declares no slider");
-    mValue = slider().u.sd.dephault;
-}
-
-void Effect::checkDeclaration() const {
-    const Resource& resource = mModule.resource();
-    const auto check = [this](const char* what, std::uint32_t listed, std::uint32_t declared) {
-        if (listed != declared)
-            throw ModuleError(mModule.path().string() + ": the property list has " + what + " " +
-                              std::to_string(listed) + ", but global setup declares " +
-                              std::to_string(declared));
-    };
-    check("Version", resource.version, mOutData.my_version);
-    check("OutFlags", resource.outFlags, mOutData.out_flags);
-    check("OutFlags2", resource.outFlags2, mOutData.out_flags2);
+    checkSliders(mModule, mParameters);
 }
 
 const PF_ParamDef& Effect::slider() const {
@@ -220,11 +237,17 @@ Result Effect::send(PF_Cmd cmd, void* extra) {
     return result;
 }
 
-Result Effect::render(World& input, World& output, std::int32_t value, Time time) {
+Result Effect::render(World& input, World& output, std::span<const std::int32_t> values, Time time) {
     const std::lock_guard lock(mMutex);
     if (input.format() != PF_PixelFormat_ARGB32)
         return {PF_Err_BAD_CALLBACK_PARAM, "the effect takes worlds of 8 bits a channel", {}};
-    mValue = value;
+    if (values.size() + 1 != mParameters.size())
+        return {PF_Err_BAD_CALLBACK_PARAM,
+                std::to_string(values.size()) + " values were given for " +
+                    std::to_string(mParameters.size() - 1) + " sliders",
+                {}};
+    for (std::size_t i = 0; i < values.size(); ++i)
+        mParameters[i + 1].u.sd.value = values[i];
     mInData.current_time = time.current;
     mInData.time_step = time.step;
     mInData.time_scale = time.scale;

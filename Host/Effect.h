@@ -7,6 +7,7 @@
 
 #include <mutex>
 #include <set>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -41,8 +42,7 @@ struct Time {
 class Effect {
 public:
     /// Sends global setup and parameters setup. `module` must outlive the effect. Throws ModuleError where a
-    /// command fails, or the effect declares something else than the property list of its module, or doesn't
-    /// declare a slider.
+    /// command fails or the effect declares something else than its property list.
     explicit Effect(const Module& module);
 
     /// Sends global setdown.
@@ -62,8 +62,11 @@ public:
     /// of `output` is 0. The effect has no business writing into `input`. The two may be one world: it then
     /// changes as a whole or not at all, and no memory is taken for a further frame of the same size.
     ///
-    /// @param value the slider's value at all times; held to the declared range.
-    Result render(World& input, World& output, std::int32_t value, Time time = {});
+    /// @param values one for each slider of the property list, in its order; each within the slider's range.
+    Result render(World& input, World& output, std::span<const std::int32_t> values, Time time = {});
+    Result render(World& input, World& output, std::int32_t value, Time time = {}) {
+        return render(input, output, std::span(&value, 1), time);
+    }
 
 private:
     struct Callbacks;
@@ -76,7 +79,6 @@ private:
     };
 
     void setUp();
-    void checkDeclaration() const;
     Result preRender(Frame& frame, PF_LRect& promised);
     Result smartRender(Frame& frame, PF_LRect promised);
     Result send(PF_Cmd cmd, void* extra = nullptr);
@@ -86,8 +88,7 @@ private:
     std::mutex mMutex;
     PF_InData mInData{};
     PF_OutData mOutData{};
-    std::vector<PF_ParamDef> mParameters;
-    std::int32_t mValue = 0;
+    std::vector<PF_ParamDef> mParameters; ///< the input layer, then the sliders with their present values
     Frame* mFrame = nullptr;
     World mSpare{0, 0};
 };

@@ -106,7 +106,14 @@ TEST_F(EffectTest, DeclaresItself) {
     expected.param_type = PF_Param_SLIDER;
     std::strcpy(expected.name, "Blur Scale");
     expected.u.sd.valid_max = expected.u.sd.slider_max = 60;
-    EXPECT_EQ(std::memcmp(&mEffect->slider(), &expected, sizeof expected), 0);
+    PF_ParamDef declared;
+    PF_InData inData{{}, Host::Services::utils(), &declared, nullptr, 0, 1, 1};
+    inData.inter.add_param = [](void* ref, std::int32_t, PF_ParamDef* param) -> PF_Err {
+        return std::memcpy(ref, param, sizeof *param), 0;
+    };
+    PF_OutData out{};
+    EXPECT_EQ(mModule.entry()(PF_Cmd_PARAMS_SETUP, &inData, &out, nullptr, nullptr, nullptr), 0);
+    EXPECT_EQ(std::memcmp(&declared, &expected, sizeof expected), 0);
     mHost.faults.failing = {{"PF ANSI Suite", 13}};
     EXPECT_EQ(mEffect->about(), "");
     EXPECT_EQ(mHost.code, 516);

@@ -3,6 +3,8 @@
 
 #include <gmock/gmock.h>
 
+#include <array>
+
 namespace Tessaloom::BilateralBlur::Host::Test {
 
 namespace {
@@ -40,6 +42,17 @@ TEST_F(EffectTest, CountsWhatACommandDoesNotGiveBackAsItsFailure) {
                                    "Item Suite\".* wasn't given back; .*Layer Suite\".* wasn't given back"));
     mHost.faults = {};
     EXPECT_TRUE(mEffect.render(world, world, 0).ok());
+}
+
+TEST(TwoSliders, GetAValueEach) {
+    const Module module(TWO_SLIDERS);
+    Effect effect(module);
+    World world(3, 2);
+    EXPECT_EQ(effect.render(world, world, std::array{11, 22}, {.current = 33}).text(), "");
+    EXPECT_EQ(world.row(1)[2].red, 11);
+    EXPECT_EQ(world.row(1)[2].green, 22);
+    EXPECT_EQ(world.row(1)[2].blue, 33);
+    EXPECT_EQ(effect.render(world, world, std::array{11}).text(), "1 values were given for 2 sliders");
 }
 
 } // namespace

@@ -22,12 +22,13 @@ std::string complaint(const std::string& module, const std::string& propertyList
     }
 }
 
-TEST(Module, IsRefusedInWordsThatNameTheFile) {
+TEST(Module, ReportsWhyItIsRefused) {
     const std::string good = contents(std::filesystem::path(MODULE).replace_extension(".plist"));
     const auto changed = [&](const std::string& from, const std::string& to) {
         return std::string(good).replace(good.find(from), from.size(), to);
     };
     const std::string version = std::to_string(Module(MODULE).resource().version);
+    const std::string noSliders = "<key>Sliders</key><array/>";
     const struct {
         const char* module;
         std::string propertyList, words;
@@ -38,9 +39,17 @@ TEST(Module, IsRefusedInWordsThatNameTheFile) {
         {MODULE, "Version = 1", "Effect.plist: this isn't an XML property list"},
         {MODULE, changed("<key>OutFlags2</key>", "<key>OutFlags2</key><true/>"), "no integer \"OutFlags2\""},
         {MODULE, changed("EntryPointFunc", "main"), "names another entry, \"main\""},
-        {MODULE, changed(version, "7"), "has Version 7, but global setup declares " + version},
-        {MODULE, changed(">0<", ">256<"), "has OutFlags 256, but global setup declares 0"},
-        {MODULE, changed(">1024<", ">1025<"), "has OutFlags2 1025, but global setup declares 1024"},
+        {MODULE, changed(version, "7"),
+         "Effect.so: Version is 7 in the property list, but the effect declares 5"},
+        {MODULE, changed(">0<", ">256<"), "OutFlags is 256"},
+        {MODULE, changed(">1024<", ">1025<"), "OutFlags2 is 1025"},
+        {MODULE, changed("Blur Scale", "Scale"), "the name of slider 1 is Scale in the property list"},
+        {MODULE, changed("Minimum</key>", "Minimum</key><integer>1</integer>"),
+         "Blur Scale: Minimum is 1 in"},
+        {MODULE, changed(">60<", ">61<"), "Blur Scale: Maximum is 61 in"},
+        {MODULE, changed("Default</key>", "Default</key><integer>5</integer>"),
+         "Blur Scale: Default is 5 in"},
+        {MODULE, changed("<key>Sliders</key>", noSliders), "the number of sliders is 0 in"},
     };
     for (const auto& [module, propertyList, words] : kCases)
         EXPECT_THAT(complaint(module, propertyList), testing::HasSubstr(words));
