@@ -1,12 +1,31 @@
 #include "Tests/Support/EglWatch.h"
 
 #include <EGL/egl.h>
+#include <EGL/eglext.h>
+#include <cstring>
 #include <dlfcn.h>
 
 namespace Tessaloom::BilateralBlur::EglWatch {
 
 std::atomic<int> liveContexts{0};
 std::atomic<bool> failing{false};
+std::atomic<bool> hardware{false};
+
+namespace {
+
+template<typename Function>
+Function* next(const char* name) {
+    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
+
+// A device of software names itself in its extensions.
+const char* queryDeviceString(EGLDeviceEXT device, EGLint name) {
+    static const auto kNext = reinterpret_cast<PFNEGLQUERYDEVICESTRINGEXTPROC>(
+        next<decltype(eglGetProcAddress)>("eglGetProcAddress")("eglQueryDeviceStringEXT"));
+    return hardware && name == EGL_EXTENSIONS ? "" : kNext(device, name);
+}
+
+} // namespace
 
 NSOpenGLContext* makeContext() {
     constexpr std::uint32_t kCore[] = {NSOpenGLPFAColorSize, 24, NSOpenGLPFAOpenGLProfile,
@@ -22,18 +41,24 @@ extern "C" {
 
 __attribute__((visibility("default"))) EGLContext
 eglCreateContext(EGLDisplay display, EGLConfig config, EGLContext share, const EGLint* attributes) {
-    static const auto kNext =
-        reinterpret_cast<decltype(&eglCreateContext)>(dlsym(RTLD_NEXT, "eglCreateContext"));
+    static const auto kNext = next<decltype(eglCreateContext)>("eglCreateContext");
     const EGLContext context = failing ? EGL_NO_CONTEXT : kNext(display, config, share, attributes);
     liveContexts += context != EGL_NO_CONTEXT;
     return context;
 }
 
 __attribute__((visibility("default"))) EGLBoolean eglDestroyContext(EGLDisplay display, EGLContext context) {
-    static const auto kNext =
-        reinterpret_cast<decltype(&eglDestroyContext)>(dlsym(RTLD_NEXT, "eglDestroyContext"));
+    static const auto kNext = next<decltype(eglDestroyContext)>("eglDestroyContext");
     --liveContexts;
     return kNext(display, context);
+}
+
+__attribute__((visibility("default"))) __eglMustCastToProperFunctionPointerType
+eglGetProcAddress(const char* name) {
+    static const auto kNext = next<decltype(eglGetProcAddress)>("eglGetProcAddress");
+    if (std::strcmp(name, "eglQueryDeviceStringEXT") == 0)
+        return reinterpret_cast<__eglMustCastToProperFunctionPointerType>(queryDeviceString);
+    return kNext(name);
 }
 }
 

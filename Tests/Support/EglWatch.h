@@ -11,6 +11,9 @@ extern std::atomic<int> liveContexts;
 /// While it is set, no further context can be created.
 extern std::atomic<bool> failing;
 
+/// While it is set, devices that render by software look like GPUs.
+extern std::atomic<bool> hardware;
+
 /// A core context that shares with no other, for the caller to release.
 NSOpenGLContext* makeContext();
 

@@ -7,6 +7,7 @@
 namespace Tessaloom::BilateralBlur::Oracle {
 namespace {
 
+// The oracle's own, so that it notices a change of the effect's.
 constexpr double kSpatialVariance = 10.0 * 10.0;
 constexpr double kRangeVariance = 0.1 * 0.1;
 
