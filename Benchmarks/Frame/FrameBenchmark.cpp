@@ -1,10 +1,11 @@
-// Times whole frames of the effect, the way a smart render command runs them, with the time of each stage as
-// a counter in milliseconds: upload, pass, resolve (with the screen pass), download (with the host's handle
-// and the copy of the rows). Items are taps of the square neighbourhood. "peak_MB" is the process's so far,
-// so it speaks of one benchmark only when that ran alone.
+// Times whole frames of the effect. "effect" is the smart render command, on the GPU or on the CPU, whichever
+// the context chooses. "shader" is a frame with the shader on any context, software GL as well, with the time
+// of each stage as a counter in milliseconds: upload, pass, resolve (with the screen pass), download (with
+// the host's handle and the copy of the rows). The rest of a name is the picture, its size and the blur
+// scale.
 //
-// A name tells the way that the pass is run ("processor" or "program"; "effect" is the way that the context
-// chooses), the picture, its size and the blur scale.
+// Items are taps of the square neighbourhood. "peak_MB" is the process's so far, so it is that of one
+// benchmark only when that ran alone.
 #include "Host/Effect.h"
 #include "Host/Services.h"
 #include "Plugins/BilateralBlur/Sources/BilateralBlur.h"
@@ -27,7 +28,6 @@ namespace Tessaloom::BilateralBlur {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-using DrawPass = void (BilateralBlurRender::*)(unsigned, float);
 
 struct Size {
     int width, height;
@@ -88,7 +88,7 @@ public:
         fill(mInput, content);
     }
 
-    void run(BilateralBlurRender& render, DrawPass draw, int scale, Stages& stages) {
+    void run(BilateralBlurRender& render, int scale, Stages& stages) {
         AEOpenglMainFrameBuffer& frameBuffer = *AEOpenglMainFrameBuffer::mainFrameBuffer();
         unsigned long pixelSize = 4;
         gl::GLenum pixelType{};
@@ -102,7 +102,7 @@ public:
             frameBuffer.prepare(mInput.width, mInput.height, true);
             frameBuffer.beginDrawing();
             render.setBlurScale(scale);
-            (render.*draw)(texture, multiplier);
+            render.draw(texture, multiplier);
             gl::glDeleteTextures(1, &texture);
         });
         timed(stages.resolve, [&] { frameBuffer.endDrawing(multiplier); });
@@ -128,16 +128,16 @@ void report(benchmark::State& state, Size size, int scale) {
 }
 
 // The stages with a wait after each, on a context and a pass of the benchmark's own.
-void stagedFrame(benchmark::State& state, DrawPass draw, const Content& content, Size size, int scale) {
+void stagedFrame(benchmark::State& state, const Content& content, Size size, int scale) {
     AEOpenGLContext context(nullptr);
     {
         BilateralBlurRender render;
         Frames frames(size, content);
         Stages stages, unused;
         for (int i = 0; i < kWarmUp; ++i)
-            frames.run(render, draw, std::min(scale, 3), unused);
+            frames.run(render, std::min(scale, 3), unused);
         for (auto _ : state)
-            frames.run(render, draw, scale, stages);
+            frames.run(render, scale, stages);
         const auto mean = [](double total) {
             return benchmark::Counter(total, benchmark::Counter::kAvgIterations);
         };
@@ -246,11 +246,8 @@ void addAll(const Host::Module& module) {
                 add("effect" + rest, [&module, content, size, scale](benchmark::State& state) {
                     effectFrame(state, module, *content, size, scale);
                 });
-                add("processor" + rest, [content, size, scale](benchmark::State& state) {
-                    stagedFrame(state, &BilateralBlurRender::drawOnProcessor, *content, size, scale);
-                });
-                add("program" + rest, [content, size, scale](benchmark::State& state) {
-                    stagedFrame(state, &BilateralBlurRender::drawWithProgram, *content, size, scale);
+                add("shader" + rest, [content, size, scale](benchmark::State& state) {
+                    stagedFrame(state, *content, size, scale);
                 });
             }
     }

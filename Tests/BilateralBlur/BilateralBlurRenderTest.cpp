@@ -1,5 +1,6 @@
 #include "Plugins/BilateralBlur/Sources/BilateralBlurRender.h"
 
+#include "Plugins/BilateralBlur/Sources/FilterConstants.h"
 #include "Plugins/Shared/GL/AEOpenglMainFrameBuffer.h"
 #include "Tests/GL/GLTest.h"
 #include "Tests/Support/Oracle.h"
@@ -16,7 +17,7 @@ struct Frame {
 
 class BilateralBlurRenderTest : public GLTest, public testing::WithParamInterface<Frame> {};
 
-TEST_P(BilateralBlurRenderTest, DrawsWhatTheFormulasSayInBothWaysAtEveryScale) {
+TEST_P(BilateralBlurRenderTest, DrawsWhatTheFormulasSayAtEveryScale) {
     const auto [width, height, multisample, multiplier] = GetParam();
     std::vector<float> values = Pictures::noise(width, height, 5, false, 60).normalised<float>();
     for (float& value : values)
@@ -30,17 +31,15 @@ TEST_P(BilateralBlurRenderTest, DrawsWhatTheFormulasSayInBothWaysAtEveryScale) {
         render.setBlurScale(scale);
         const auto expected =
             Oracle::pass({values.begin(), values.end()}, width, height, std::clamp(scale, 0, 60), multiplier);
-        for (const bool program : {true, false}) {
-            target.beginDrawing();
-            program ? render.drawWithProgram(input, multiplier) : render.drawOnProcessor(input, multiplier);
-            const gl::GLuint result = target.popRenderContext();
-            std::vector<std::uint8_t> drawn(values.size());
-            gl::glBindTexture(gl::GL_TEXTURE_2D, result);
-            gl::glGetTexImage(gl::GL_TEXTURE_2D, 0, gl::GL_RGBA, gl::GL_UNSIGNED_BYTE, drawn.data());
-            gl::glDeleteTextures(1, &result);
-            SCOPED_TRACE(testing::Message() << scale << (program ? ", program" : ", processor"));
-            Oracle::expectClose(drawn, expected, 0.002, 0.0003);
-        }
+        target.beginDrawing();
+        render.draw(input, multiplier);
+        const gl::GLuint result = target.popRenderContext();
+        std::vector<std::uint8_t> drawn(values.size());
+        gl::glBindTexture(gl::GL_TEXTURE_2D, result);
+        gl::glGetTexImage(gl::GL_TEXTURE_2D, 0, gl::GL_RGBA, gl::GL_UNSIGNED_BYTE, drawn.data());
+        gl::glDeleteTextures(1, &result);
+        SCOPED_TRACE(scale);
+        Oracle::expectClose(drawn, expected, 0.002, 0.0003);
     }
     target.destory();
 }
@@ -50,6 +49,32 @@ INSTANTIATE_TEST_SUITE_P(Frames, BilateralBlurRenderTest,
                          testing::Values(Frame{1, 1, true, 1}, Frame{2, 7, true, kDeep},
                                          Frame{1, 9, false, kDeep}, Frame{21, 13, true, 1},
                                          Frame{21, 13, false, 1}, Frame{21, 13, true, kDeep}));
+
+using ShaderTest = GLTest;
+
+TEST_F(ShaderTest, HasTheNumbersOfTheFilterInItsText) {
+    const gl::GLuint input = makeTexture(1, 1);
+    drawInto(input, 1, 1);
+    std::string text; // as GL gets it
+    const GLCalls calls;
+    glbinding::setAfterCallback([&](const glbinding::FunctionCall& call) {
+        if (call.function->name() != std::string("glCompileShader"))
+            return;
+        char source[4096] = "";
+        for (gl::GLuint shader = 1; shader < 9; ++shader)
+            if (gl::glIsShader(shader))
+                gl::glGetShaderSource(shader, sizeof source, nullptr, source);
+        text += source;
+    });
+    BilateralBlurRender().draw(input, 1);
+    const auto number = [&](const std::string& before) {
+        const std::size_t at = text.find(before);
+        return at == text.npos ? -1 : std::stod(text.substr(at + before.size()));
+    };
+    EXPECT_EQ(number(" SIGMA "), kSpatialSigma);
+    EXPECT_EQ(number(" BSIGMA "), kRangeSigma);
+    EXPECT_EQ(number("float kernel["), 2 * kLargestReach + 1);
+}
 
 } // namespace
 } // namespace Tessaloom::BilateralBlur

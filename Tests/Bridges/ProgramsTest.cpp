@@ -123,15 +123,13 @@ TEST_F(Frei0rPrograms, NeedNoMoreMemoryForMoreFrames) {
     }
 }
 
-TEST_F(Frei0rPrograms, WithoutGLPassFramesOnWithOneLine) {
+TEST_F(Frei0rPrograms, NeedNoGL) {
+    const Bytes expected = reference(mFrames, kSize, {30});
     for (const std::string& command : {"ffmpeg -v error -i clip.mkv -vf frei0r=bilateral_blur:0.5" + kRaw,
                                        kMelt + "0=0.5" + kMeltRaw + "-2",
                                        kGst + "frei0r-filter-bilateral-blur blur-scale=0.5" + kGstRaw}) {
-        const Outcome outcome = run("export __EGL_VENDOR_LIBRARY_FILENAMES=/dev/null; " + command);
-        EXPECT_EQ(outcome.out, std::string(mFrames.begin(), mFrames.end())) << command;
-        const std::size_t complaint = outcome.err.find("Bilateral Blur: ");
-        EXPECT_NE(complaint, outcome.err.npos) << command;
-        EXPECT_EQ(outcome.err.rfind("Bilateral Blur: "), complaint) << command << "\n" << outcome.err;
+        const Bytes made = outputOf("export __EGL_VENDOR_LIBRARY_FILENAMES=/nonexistent; " + command);
+        EXPECT_LE(largestDifference(made, expected), 1) << command;
     }
 }
 

@@ -2,76 +2,29 @@
 
 #include "Plugins/BilateralBlur/Sources/BilateralBlurDeclaration.h"
 #include "Plugins/BilateralBlur/Sources/BilateralBlurRender.h"
+#include "Plugins/BilateralBlur/Sources/Cpu/CpuFilter.h"
+#include "Plugins/BilateralBlur/Sources/Frame.h"
+#include "Plugins/BilateralBlur/Sources/FrameChecks.h"
+#include "Plugins/BilateralBlur/Sources/HostGLContext.h"
 #include "Plugins/Shared/GL/AEOpenGLContextManager.h"
-#include "Plugins/Shared/GL/AEOpenGLUtilities.h"
 #include "Plugins/Shared/GL/AEOpenglMainFrameBuffer.h"
-#include "Plugins/Shared/GL/SaveRestoreGLContextMac.h"
 #include "Plugins/Shared/Helper/SuiteScoper.h"
 
-#include <glbinding/gl/enum.h>
-#include <glbinding/gl/functions.h>
-
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 #include <new>
+#include <utility>
 
 namespace Tessaloom::BilateralBlur {
 
 namespace {
 
+// Either is made again by the first frame after a setdown. At the end of a process that sends no setdown they
+// stay: a frame may be under way on another thread.
 BilateralBlurRender* mRender = new BilateralBlurRender;
+CpuFilter* mCpuFilter = nullptr;
 
-// The host's GL context comes back with `restore`, at the latest when a thrown integer leaves the scope.
-class HostGLContext {
-public:
-    HostGLContext() : mSaved((new SaveRestoreGLContextMac)->init()) {}
-    ~HostGLContext() {
-        restore();
-        mSaved->release();
-    }
-    HostGLContext(const HostGLContext&) = delete;
-    HostGLContext& operator=(const HostGLContext&) = delete;
-
-    void restore() { mSaved->restore(); }
-
-private:
-    SaveRestoreGLContextMac* mSaved;
-};
-
-// A frame between `beginDrawing` and `endDrawing`. One that isn't ended takes its level off the stack.
-class Drawing {
-public:
-    explicit Drawing(AEOpenglMainFrameBuffer& frameBuffer) : mFrameBuffer(frameBuffer) {
-        mFrameBuffer.beginDrawing();
-    }
-    ~Drawing() { mFrameBuffer.clearStack(); }
-    Drawing(const Drawing&) = delete;
-    Drawing& operator=(const Drawing&) = delete;
-
-private:
-    AEOpenglMainFrameBuffer& mFrameBuffer;
-};
-
-class InputTexture {
-public:
-    explicit InputTexture(gl::GLuint name) : mName(name) {}
-    ~InputTexture() { gl::glDeleteTextures(1, &mName); }
-    InputTexture(const InputTexture&) = delete;
-    InputTexture& operator=(const InputTexture&) = delete;
-
-private:
-    gl::GLuint mName;
-};
-
-template<typename... Arguments>
-[[noreturn]] void failFrame(PF_OutData* out_data, const char* format, Arguments... arguments) {
-    if (out_data) {
-        out_data->out_flags |= PF_OutFlag_DISPLAY_ERROR_MESSAGE;
-        std::snprintf(out_data->return_msg, sizeof out_data->return_msg, format, arguments...);
-    }
-    throw int{PF_Err_BAD_CALLBACK_PARAM};
-}
+bool mIsSetDown = false;
 
 PF_Err about(const PF_InData* in_data, PF_OutData* out_data) {
     const SuiteScoper<PF_ANSICallbacksSuite1> ansi(in_data, "PF ANSI Suite", 1, nullptr, nullptr);
@@ -105,15 +58,16 @@ PF_Err globalSetdown() {
     HostGLContext host;
     makeSharedContextCurrent();
     AEOpenglMainFrameBuffer::mainFrameBuffer()->destory();
-    delete mRender;
-    mRender = nullptr;
+    delete std::exchange(mRender, nullptr);
+    delete std::exchange(mCpuFilter, nullptr);
     AEOpenGLContextManager::releaseContextManager();
+    mIsSetDown = true;
     host.restore();
     return PF_Err_NONE;
 }
 
-// A setup that finds the effect set up starts it anew. Without a GL context to be had it still declares the
-// effect: each frame looks for one again, and is the one to fail.
+// A repeated setup restarts the effect. Without a data context, whatever the reason, frames are filtered on
+// the CPU until the next setup.
 PF_Err globalSetup(PF_OutData* out_data) {
     out_data->my_version = Declaration::kPackedVersion;
     out_data->out_flags = Declaration::kOutFlags;
@@ -121,14 +75,12 @@ PF_Err globalSetup(PF_OutData* out_data) {
 
     if (AEOpenGLContextManager::getSharedDataContext())
         globalSetdown();
-    if (!mRender)
-        mRender = new BilateralBlurRender;
-    HostGLContext host;
+    mIsSetDown = false;
     try {
+        const HostGLContext host;
         AEOpenGLContextManager::setupContextManager();
-    } catch (int) {
+    } catch (...) {
     }
-    host.restore();
     return PF_Err_NONE;
 }
 
@@ -169,125 +121,6 @@ PF_Err smartPreRender(const PF_InData* in_data, PF_PreRenderExtra* extra) {
     return PF_Err_NONE;
 }
 
-bool isEmptyWorld(const PF_LayerDef& world) {
-    return world.width <= 0 || world.height <= 0;
-}
-
-void checkRows(PF_OutData* out_data, const char* which, const PF_LayerDef& world) {
-    if (!isEmptyWorld(world) && world.rowbytes < std::int64_t{4} * world.width)
-        failFrame(out_data, "The rows of the %s, %d bytes apart, don't hold %d pixels.", which,
-                  world.rowbytes, world.width);
-}
-
-// The output is written from a picture of the input's size.
-void checkWorlds(PF_OutData* out_data, const PF_LayerDef* input, const PF_LayerDef* output) {
-    if (!input || !output)
-        failFrame(out_data, "The host gave no %s world.", input ? "output" : "input");
-    checkRows(out_data, "input", *input);
-    checkRows(out_data, "output", *output);
-    if (!isEmptyWorld(*output) && (output->width > input->width || output->height > input->height))
-        failFrame(out_data, "The output of %d x %d pixels is larger than the input of %d x %d.",
-                  output->width, output->height, input->width, input->height);
-}
-
-void makeRenderContextCurrent(PF_OutData* out_data) {
-    try {
-        AEOpenGLContextManager::getCurrentRenderContext()->makeContextCurrent();
-    } catch (int) {
-        failFrame(out_data, "%s",
-                  "No OpenGL 3.3 core context can be had: install a driver for the graphics "
-                  "device, or Mesa's software renderer.");
-    }
-}
-
-void checkLimits(PF_OutData* out_data, const PF_LayerDef& input) {
-    gl::GLint texture = 0, renderBuffer = 0;
-    gl::glGetIntegerv(gl::GL_MAX_TEXTURE_SIZE, &texture);
-    gl::glGetIntegerv(gl::GL_MAX_RENDERBUFFER_SIZE, &renderBuffer);
-    const gl::GLint limit = std::min(texture, renderBuffer);
-    if (input.width > limit || input.height > limit)
-        failFrame(out_data, "A frame of %d x %d pixels is beyond the %d x %d that OpenGL takes here.",
-                  input.width, input.height, limit, limit);
-}
-
-// The errors that GL has noted since it was last asked; true where memory was among them. A lost context
-// notes its loss over and over, so there is an end to the asking.
-bool ranOutOfMemory() {
-    constexpr int kMostErrors = 16;
-    bool memory = false;
-    for (int i = 0; i < kMostErrors; ++i) {
-        const gl::GLenum error = gl::glGetError();
-        if (error == gl::GL_NO_ERROR)
-            break;
-        memory |= error == gl::GL_OUT_OF_MEMORY;
-    }
-    return memory;
-}
-
-// Storage that can't be had shows as an incomplete frame buffer, and would give a black picture.
-void checkTarget(PF_OutData* out_data, const PF_LayerDef& input) {
-    const std::string status = AEOpenGLUtilities::CheckFramebufferStatus();
-    if (status != "OK")
-        failFrame(out_data, "OpenGL has no storage for a frame of %d x %d pixels: %s", input.width,
-                  input.height, status.c_str());
-    // What came before is of no interest, and would hide what comes after.
-    ranOutOfMemory();
-}
-
-// So would a texture without storage.
-void checkMemory(PF_OutData* out_data, const PF_LayerDef& input) {
-    if (ranOutOfMemory())
-        failFrame(out_data, "OpenGL ran out of memory for a frame of %d x %d pixels.", input.width,
-                  input.height);
-}
-
-// Hands the slider's value to the pass. The code of the checkout goes before that of the checkin.
-PF_Err readBlurScale(PF_InData* in_data) {
-    PF_ParamDef paramDef;
-    std::memset(&paramDef, 0, sizeof paramDef);
-    const PF_Err checkout = in_data->inter.checkout_param(in_data->effect_ref, 1, in_data->current_time,
-                                                          in_data->time_step, in_data->time_scale, &paramDef);
-    mRender->setBlurScale(paramDef.u.sd.value);
-    const PF_Err checkin = in_data->inter.checkin_param(in_data->effect_ref, &paramDef);
-    return checkout != PF_Err_NONE ? checkout : checkin;
-}
-
-PF_Err renderWorlds(PF_InData* in_data, PF_OutData* out_data, PF_LayerDef* input, PF_LayerDef* output) {
-    HostGLContext host;
-    makeRenderContextCurrent(out_data);
-    checkLimits(out_data, *input);
-    AEOpenglMainFrameBuffer& frameBuffer = *AEOpenglMainFrameBuffer::mainFrameBuffer();
-    frameBuffer.prepare(input->width, input->height, true);
-    const Drawing drawing(frameBuffer);
-    checkTarget(out_data, *input);
-
-    // Held to the end of the frame, though nothing of them is called: a host without them isn't one that the
-    // effect was made for.
-    const SuiteScoper<AEGP_PFInterfaceSuite1> interfaceSuite(in_data, "AEGP PF Interface Suite", 1, nullptr,
-                                                             nullptr);
-    const SuiteScoper<AEGP_LayerSuite5> layerSuite(in_data, "AEGP Layer Suite", 11, nullptr, nullptr);
-    const SuiteScoper<AEGP_ItemSuite6> itemSuite(in_data, "AEGP Item Suite", 10, nullptr, nullptr);
-
-    const PF_Err result = readBlurScale(in_data);
-
-    float multiplier16bit = 1.0f;
-    unsigned long pixelSize = 4;
-    gl::GLenum pixelType = gl::GL_UNSIGNED_BYTE;
-    {
-        const gl::GLuint texture = AEOpenGLUtilities::UploadTexture(
-            PF_PixelFormat_ARGB32, input, output, in_data, pixelSize, pixelType, multiplier16bit, false);
-        const InputTexture owner(texture);
-        mRender->draw(texture, multiplier16bit);
-    }
-    frameBuffer.endDrawing(multiplier16bit);
-    checkMemory(out_data, *input);
-    AEOpenGLUtilities::DownloadTexture(static_cast<unsigned>(input->width),
-                                       static_cast<unsigned>(input->height), input, output, in_data,
-                                       PF_PixelFormat_ARGB32, pixelSize, pixelType);
-    host.restore();
-    return result;
-}
-
 PF_Err smartRender(PF_InData* in_data, PF_OutData* out_data, PF_SmartRenderExtra* extra) {
     PF_LayerDef* input = nullptr;
     PF_LayerDef* output = nullptr;
@@ -296,12 +129,15 @@ PF_Err smartRender(PF_InData* in_data, PF_OutData* out_data, PF_SmartRenderExtra
     if (const PF_Err error = extra->cb->checkout_output(in_data->effect_ref, &output))
         return error;
     checkWorlds(out_data, input, output);
-    if (isEmptyWorld(*input))
-        return PF_Err_NONE;
-    // Setdown took the pass, and no setup has followed.
+    if (mIsSetDown) {
+        showMessage(out_data, "The effect was asked for a frame after its global setdown.");
+        return PF_Err_BAD_CALLBACK_PARAM;
+    }
     if (!mRender)
-        failFrame(out_data, "%s", "The effect was asked for a frame after its global setdown.");
-    return renderWorlds(in_data, out_data, input, output);
+        mRender = new BilateralBlurRender;
+    if (!mCpuFilter)
+        mCpuFilter = new CpuFilter;
+    return renderFrame(in_data, out_data, input, output, *mRender, *mCpuFilter);
 }
 
 PF_Err dispatch(PF_Cmd cmd, PF_InData* in_data, PF_OutData* out_data, void* extra) {

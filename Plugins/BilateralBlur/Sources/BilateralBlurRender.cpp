@@ -1,5 +1,6 @@
 #include "Plugins/BilateralBlur/Sources/BilateralBlurRender.h"
 
+#include "Plugins/BilateralBlur/Sources/FilterConstants.h"
 #include "Plugins/Shared/GL/AEOpenglMainFrameBuffer.h"
 
 #include <algorithm>
@@ -12,10 +13,7 @@ constexpr const char* kVertexStage = R"(#version 330
 in vec2 position; in vec2 input_uv; out vec2 uv; void main() {uv = input_uv; gl_Position = vec4(position, 0.0, 1.0); }
 )";
 
-// `kernel` has the 2 * 29 + 1 entries that this size needs. A host that sends a value beyond the slider's
-// range gets the nearest inside it.
-constexpr int kMaximumBlurSize = 60;
-
+// `kernel` has the 2 * kLargestReach + 1 entries that the largest scale needs.
 constexpr const char* kFragmentStage = R"(#version 330
 #define SIGMA 10.0
 #define BSIGMA 0.1
@@ -71,33 +69,11 @@ BilateralBlurRender::~BilateralBlurRender() {
 }
 
 void BilateralBlurRender::draw(unsigned texture, float multiplier16bit) {
-    if (isSoftwareContext())
-        drawOnProcessor(texture, multiplier16bit);
-    else
-        drawWithProgram(texture, multiplier16bit);
-}
-
-bool BilateralBlurRender::isSoftwareContext() {
-    std::optional<bool>& known = mSoftwareContexts.current();
-    if (!known)
-        known = CGLIsSoftwareRenderer(CGLGetCurrentContext());
-    return *known;
-}
-
-void BilateralBlurRender::drawWithProgram(unsigned texture, float multiplier16bit) {
     const AEOpenglMainFrameBuffer& frameBuffer = *AEOpenglMainFrameBuffer::mainFrameBuffer();
     mVertices.begin(*mShader, texture, multiplier16bit);
-    mShader->setUniform1i("blurSize", std::clamp(mBlurSize, 0, kMaximumBlurSize));
+    mShader->setUniform1i("blurSize", std::clamp(mBlurSize, 0, kLargestBlurScale));
     mShader->setUniform2f("viewSize", frameBuffer.width(), frameBuffer.height());
     mVertices.end(*mShader);
-}
-
-void BilateralBlurRender::drawOnProcessor(unsigned texture, float multiplier16bit) {
-    const AEOpenglMainFrameBuffer& frameBuffer = *AEOpenglMainFrameBuffer::mainFrameBuffer();
-    if (!mProcessor)
-        mProcessor = std::make_unique<BilateralBlurProcessor>();
-    mProcessor->draw(texture, frameBuffer.width(), frameBuffer.height(),
-                     std::clamp(mBlurSize, 0, kMaximumBlurSize), multiplier16bit);
 }
 
 } // namespace Tessaloom::BilateralBlur

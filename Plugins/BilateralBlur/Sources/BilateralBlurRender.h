@@ -1,12 +1,7 @@
 #pragma once
 
-#include "Plugins/BilateralBlur/Sources/BilateralBlurProcessor.h"
 #include "Plugins/Shared/GL/FullFrameVertices.h"
 #include "Plugins/Shared/GL/OpenglShader.h"
-#include "Plugins/Shared/GL/PerContext.h"
-
-#include <memory>
-#include <optional>
 
 namespace Tessaloom::BilateralBlur {
 
@@ -28,29 +23,18 @@ public:
     BilateralBlurRender(const BilateralBlurRender&) = delete;
     BilateralBlurRender& operator=(const BilateralBlurRender&) = delete;
 
-    /// The neighbourhood of the next draws is 2 * ((scale - 1) / 2) + 1 pixels square, the division
-    /// truncating towards zero. At most 60; the pass has weights for no more.
+    /// The neighbourhood of the next draws is 2 * reachOf(scale) + 1 pixels square. Scales beyond 0 to 60
+    /// work as the nearest of the two.
     void setBlurScale(int scale) { mBlurSize = scale; }
 
     /// Draws the pass with `texture` as its input into the frame buffer that is bound. Texture, viewport and
     /// main frame buffer must have one size. `multiplier16bit` is that of the texture's upload.
-    ///
-    /// On a graphics device the fragment program runs. In a context that is rendered by software the same
-    /// picture is computed without it: a rasteriser running the program is some twenty times slower.
     void draw(unsigned texture, float multiplier16bit);
 
-    /// The two ways of `draw`, whatever the context.
-    void drawWithProgram(unsigned texture, float multiplier16bit);
-    void drawOnProcessor(unsigned texture, float multiplier16bit);
-
 private:
-    bool isSoftwareContext();
-
     OpenglShader* mShader;
     FullFrameVertices mVertices;
     int mBlurSize = 10;
-    PerContext<std::optional<bool>> mSoftwareContexts;
-    std::unique_ptr<BilateralBlurProcessor> mProcessor; // made by the first draw that needs it
 };
 
 } // namespace Tessaloom::BilateralBlur

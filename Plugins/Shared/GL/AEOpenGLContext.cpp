@@ -23,6 +23,7 @@ AEOpenGLContext::AEOpenGLContext(const AEOpenGLContext* share) {
             throw int{PF_Err_BAD_CALLBACK_PARAM};
         InitializeOpenGLBindings();
         mExtensions = glbinding::ContextInfo::extensions();
+        mIsSoftware = CGLIsSoftwareRenderer(mCGLContext);
     } catch (...) {
         mNSContext->release();
         throw;

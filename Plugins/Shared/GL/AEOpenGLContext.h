@@ -30,6 +30,9 @@ public:
     /// The GL extensions of the context, read once at its creation.
     const std::set<gl::GLextension>& extensions() const { return mExtensions; }
 
+    /// True where the context is rendered by software, as found at its creation.
+    bool isSoftware() const { return mIsSoftware; }
+
     /// Makes a platform context, with one reference for the caller, and puts its low-level handle into
     /// `out`. Null if the system can't create one.
     static NSOpenGLContext* createNSContext(NSOpenGLContext* share, CGLContextObj& out);
@@ -48,6 +51,7 @@ private:
     CGLContextObj mCGLContext;
     NSOpenGLContext* mNSContext = nullptr;
     std::set<gl::GLextension> mExtensions;
+    bool mIsSoftware = false;
 };
 
 } // namespace Tessaloom::BilateralBlur

@@ -1,0 +1,78 @@
+#include "Plugins/BilateralBlur/Sources/Frame.h"
+
+#include "Plugins/BilateralBlur/Sources/BilateralBlurRender.h"
+#include "Plugins/BilateralBlur/Sources/Cpu/CpuFilter.h"
+#include "Plugins/BilateralBlur/Sources/FrameChecks.h"
+#include "Plugins/BilateralBlur/Sources/GpuFrame.h"
+#include "Plugins/BilateralBlur/Sources/HostGLContext.h"
+#include "Plugins/Shared/GL/AEOpenGLContextManager.h"
+#include "Plugins/Shared/Helper/SuiteScoper.h"
+
+#include <cstring>
+#include <optional>
+
+namespace Tessaloom::BilateralBlur {
+
+namespace {
+
+// All contexts of a share group are on one device, so the data context decides for those of all threads. On
+// software GL no render context is made, and no context is switched.
+bool makeGpuContextCurrent() {
+    const AEOpenGLContext* data = AEOpenGLContextManager::getSharedDataContext();
+    if (!data || data->isSoftware())
+        return false;
+    try {
+        AEOpenGLContextManager::getCurrentRenderContext()->makeContextCurrent();
+        return true;
+    } catch (int) {
+        return false;
+    }
+}
+
+struct BlurScale {
+    int value;
+    PF_Err code; // of the checkout, or else of the checkin
+};
+
+BlurScale readBlurScale(PF_InData* in_data) {
+    PF_ParamDef paramDef;
+    std::memset(&paramDef, 0, sizeof paramDef);
+    const PF_Err checkout = in_data->inter.checkout_param(in_data->effect_ref, 1, in_data->current_time,
+                                                          in_data->time_step, in_data->time_scale, &paramDef);
+    const int value = paramDef.u.sd.value;
+    const PF_Err checkin = in_data->inter.checkin_param(in_data->effect_ref, &paramDef);
+    return {value, checkout != PF_Err_NONE ? checkout : checkin};
+}
+
+} // namespace
+
+PF_Err renderFrame(PF_InData* in_data, PF_OutData* out_data, PF_LayerDef* input, PF_LayerDef* output,
+                   BilateralBlurRender& render, CpuFilter& cpuFilter) {
+    HostGLContext host;
+    std::optional<GpuFrame> gpuFrame;
+    const bool isEmpty = isEmptyWorld(*input);
+    if (makeGpuContextCurrent() && !isEmpty) {
+        gpuFrame.emplace(out_data, *input);
+        gpuFrame->begin();
+    }
+
+    // Held to the end of the frame, though no function of them is called: a host without them isn't one that
+    // the effect was made for.
+    const SuiteScoper<AEGP_PFInterfaceSuite1> interfaceSuite(in_data, "AEGP PF Interface Suite", 1, nullptr,
+                                                             nullptr);
+    const SuiteScoper<AEGP_LayerSuite5> layerSuite(in_data, "AEGP Layer Suite", 11, nullptr, nullptr);
+    const SuiteScoper<AEGP_ItemSuite6> itemSuite(in_data, "AEGP Item Suite", 10, nullptr, nullptr);
+    const BlurScale scale = readBlurScale(in_data);
+
+    // A world without pixels has no address to ask the host for, and no texture can have its size.
+    if (gpuFrame) {
+        render.setBlurScale(scale.value);
+        gpuFrame->render(in_data, render, input, output);
+    } else if (!isEmpty) {
+        cpuFilter.render(in_data, input, output, scale.value);
+    }
+    host.restore();
+    return scale.code;
+}
+
+} // namespace Tessaloom::BilateralBlur
