@@ -15,7 +15,7 @@
 
 // The filter as a program sees it: loaded with dlopen and called through its functions.
 
-namespace Tessaloom::BilateralBlur::Frei0r::Test {
+namespace Tessaloom::BilateralBlur::Bridges::Test {
 
 namespace {
 
@@ -246,4 +246,4 @@ TEST(Frei0rDeathTest, ExitsWithoutBeingToldTo) {
 
 } // namespace
 
-} // namespace Tessaloom::BilateralBlur::Frei0r::Test
+} // namespace Tessaloom::BilateralBlur::Bridges::Test

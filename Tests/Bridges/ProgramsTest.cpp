@@ -5,7 +5,7 @@
 
 // The filter in the programs that people use it in. Frames go in and come out without loss.
 
-namespace Tessaloom::BilateralBlur::Frei0r::Test {
+namespace Tessaloom::BilateralBlur::Bridges::Test {
 
 namespace {
 
@@ -135,4 +135,4 @@ TEST_F(Frei0rPrograms, NeedNoGL) {
 
 } // namespace
 
-} // namespace Tessaloom::BilateralBlur::Frei0r::Test
+} // namespace Tessaloom::BilateralBlur::Bridges::Test

@@ -9,7 +9,7 @@
 #include <random>
 #include <vector>
 
-namespace Tessaloom::BilateralBlur::Frei0r::Test {
+namespace Tessaloom::BilateralBlur::Bridges::Test {
 
 /// Pixels of four bytes, red, green, blue, straight alpha, rows without gaps; frames follow each other.
 using Bytes = std::vector<std::uint8_t>;
@@ -65,4 +65,4 @@ inline int largestDifference(const Bytes& a, const Bytes& b) {
     return largest;
 }
 
-} // namespace Tessaloom::BilateralBlur::Frei0r::Test
+} // namespace Tessaloom::BilateralBlur::Bridges::Test

@@ -1,0 +1,188 @@
+#include "Bridges/RenderThread.h"
+#include "Bridges/Sliders.h"
+
+#include <gegl-plugin.h>
+
+#include <algorithm>
+#include <new>
+#include <string>
+#include <vector>
+
+// The effect as an operation of GEGL. A pixel's result needs the pixels up to kReach away, so any part of an
+// image gets the bytes that it has in the whole, as long as it is filtered with that margin. At the edges of
+// the image there is none: the effect repeats the last pixels there.
+
+namespace Tessaloom::BilateralBlur::Gegl {
+
+namespace {
+
+using Bridges::kSliders;
+using Bridges::Slider;
+
+constexpr int kBytesPerPixel = 4;
+
+/// Bounds the memory that a region takes, however large it is: about 60 MB.
+constexpr int kLargestBlock = 2048;
+
+/// An instance, which GObject allocates and clears. No constructor or destructor runs.
+struct Operation {
+    GeglOperationAreaFilter parent;
+    Bridges::SliderValues values;
+};
+
+Operation& self(gpointer instance) {
+    return *static_cast<Operation*>(instance);
+}
+
+void reportFailure(const char* reason) {
+    g_log("GEGL", G_LOG_LEVEL_WARNING, "%s: passing pixels through unfiltered: %s", Declaration::kName,
+          reason);
+}
+
+GeglRectangle scaled(const GeglRectangle& rectangle, int level) {
+    const int left = rectangle.x >> level, top = rectangle.y >> level;
+    return {left, top, ((rectangle.x + rectangle.width) >> level) - left,
+            ((rectangle.y + rectangle.height) >> level) - top};
+}
+
+GeglRectangle grown(const GeglRectangle& rectangle, int margin) {
+    return {rectangle.x - margin, rectangle.y - margin, rectangle.width + 2 * margin,
+            rectangle.height + 2 * margin};
+}
+
+/// A part of the work: filters `block` with its margin and writes it.
+void filterBlock(const Operation& operation, GeglBuffer* input, GeglBuffer* output, const Babl* format,
+                 const GeglRectangle& image, const GeglRectangle& block, int level) {
+    GeglRectangle source = grown(block, Bridges::kReach >> level);
+    gegl_rectangle_intersect(&source, &source, &image);
+    const int rowBytes = kBytesPerPixel * source.width;
+    std::vector<std::uint8_t> pixels(static_cast<std::size_t>(rowBytes) * source.height);
+    gegl_buffer_get(input, &source, 1.0 / (1 << level), format, pixels.data(), rowBytes, GEGL_ABYSS_CLAMP);
+    Bridges::Frame frame{static_cast<unsigned>(source.width), static_cast<unsigned>(source.height),
+                         pixels.data(), pixels.data()};
+    // In an image of half the size, pixels are blurred half as far.
+    for (std::size_t i = 0; i < kSliders.size(); ++i)
+        frame.values[i] = operation.values[i] >> level;
+    Bridges::RenderThread::shared().filter(frame, reportFailure);
+    const std::ptrdiff_t first =
+        static_cast<std::ptrdiff_t>(rowBytes) * (block.y - source.y) + kBytesPerPixel * (block.x - source.x);
+    gegl_buffer_set(output, &block, level, format, pixels.data() + first, rowBytes);
+}
+
+GeglRectangle boundsOfInput(GeglOperation* operation) {
+    const GeglRectangle* const bounds = gegl_operation_source_get_bounding_box(operation, "input");
+    return bounds ? *bounds : GeglRectangle{0, 0, 0, 0};
+}
+
+gboolean process(GeglOperation* operation, GeglBuffer* input, GeglBuffer* output, const GeglRectangle* region,
+                 gint level) try {
+    if (gegl_rectangle_is_infinite_plane(region)) {
+        reportFailure("the region has no bounds; crop it");
+        return FALSE;
+    }
+    const Babl* const format = gegl_operation_get_format(operation, "output");
+    const GeglRectangle image = scaled(boundsOfInput(operation), level), whole = scaled(*region, level);
+    for (int y = 0; y < whole.height; y += kLargestBlock)
+        for (int x = 0; x < whole.width; x += kLargestBlock)
+            filterBlock(self(operation), input, output, format, image,
+                        {whole.x + x, whole.y + y, std::min(kLargestBlock, whole.width - x),
+                         std::min(kLargestBlock, whole.height - y)},
+                        level);
+    return TRUE;
+} catch (const std::bad_alloc&) {
+    reportFailure("out of memory");
+    return FALSE;
+}
+
+void prepare(GeglOperation* operation) {
+    GeglOperationAreaFilter& area = self(operation).parent;
+    area.left = area.right = area.top = area.bottom = Bridges::kReach;
+    const Babl* const format =
+        babl_format_with_space("R'G'B'A u8", gegl_operation_get_source_space(operation, "input"));
+    gegl_operation_set_format(operation, "input", format);
+    gegl_operation_set_format(operation, "output", format);
+}
+
+GeglAbyssPolicy abyssPolicy(GeglOperation*, const gchar*) {
+    return GEGL_ABYSS_CLAMP;
+}
+
+void setProperty(GObject* object, guint id, const GValue* value, GParamSpec*) {
+    self(object).values[id - 1] = g_value_get_int(value);
+}
+
+void getProperty(GObject* object, guint id, GValue* value, GParamSpec*) {
+    g_value_set_int(value, self(object).values[id - 1]);
+}
+
+gpointer parentClass = nullptr;
+
+void finalize(GObject* object) {
+    G_OBJECT_CLASS(parentClass)->finalize(object);
+    Bridges::RenderThread::shared().leave();
+}
+
+void initInstance(GTypeInstance*, gpointer) {
+    Bridges::RenderThread::shared().enter();
+}
+
+/// "Blur Scale" is the property "blur-scale".
+GParamSpec* propertyOf(const Slider& slider) {
+    const std::string name = [&] {
+        std::string text = slider.name;
+        for (char& c : text)
+            c = c == ' ' ? '-' : g_ascii_tolower(c);
+        return text;
+    }();
+    constexpr double kLinear = 1;
+    return gegl_param_spec_int(
+        name.c_str(), slider.name, "How far the blur reaches", slider.minimum, slider.maximum,
+        slider.defaultValue, slider.minimum, slider.maximum, kLinear,
+        static_cast<GParamFlags>(G_PARAM_READWRITE | G_PARAM_CONSTRUCT | GEGL_PARAM_PAD_INPUT));
+}
+
+void initClass(gpointer klass, gpointer) {
+    parentClass = g_type_class_peek_parent(klass);
+    GObjectClass* const object = G_OBJECT_CLASS(klass);
+    object->set_property = setProperty;
+    object->get_property = getProperty;
+    object->finalize = finalize;
+    for (std::size_t i = 0; i < kSliders.size(); ++i)
+        g_object_class_install_property(object, static_cast<guint>(i + 1), propertyOf(kSliders[i]));
+
+    GeglOperationClass* const operation = GEGL_OPERATION_CLASS(klass);
+    operation->prepare = prepare;
+    operation->get_bounding_box = boundsOfInput;
+    // The effect has threads of its own; split regions would only have more margin to filter.
+    operation->threaded = FALSE;
+    GEGL_OPERATION_FILTER_CLASS(klass)->process = process;
+    GEGL_OPERATION_AREA_FILTER_CLASS(klass)->get_abyss_policy = abyssPolicy;
+    gegl_operation_class_set_keys(operation, "name", "bilateral-blur:bilateral-blur", "title",
+                                  Declaration::kName, "categories", "blur", "description",
+                                  "Smooths surfaces and keeps edges", nullptr);
+}
+
+} // namespace
+
+} // namespace Tessaloom::BilateralBlur::Gegl
+
+using namespace Tessaloom::BilateralBlur::Gegl;
+
+extern "C" {
+
+G_MODULE_EXPORT const GeglModuleInfo* gegl_module_query(GTypeModule*) {
+    static const GeglModuleInfo kInfo{GEGL_MODULE_ABI_VERSION};
+    return &kInfo;
+}
+
+G_MODULE_EXPORT gboolean gegl_module_register(GTypeModule* module) {
+    GTypeInfo info{};
+    info.class_size = sizeof(GeglOperationAreaFilterClass);
+    info.class_init = initClass;
+    info.instance_size = sizeof(Operation);
+    info.instance_init = initInstance;
+    gegl_module_register_type(module, GEGL_TYPE_OPERATION_AREA_FILTER, "BilateralBlurOperation", &info,
+                              static_cast<GTypeFlags>(0));
+    return TRUE;
+}
+}
