@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <utility>
+#include <new>
 
 namespace Tessaloom::BilateralBlur::Host {
 
@@ -135,34 +135,33 @@ struct Effect::Callbacks {
                                 const PF_RenderRequest* request, std::int32_t, std::int32_t, std::uint32_t,
                                 PF_CheckoutResult* result) {
         Effect& effect = self(effectRef);
-        if (!effect.mFrame || index != 0 || !request || !result)
+        if (!effect.mFrame.input || index != 0 || !request || !result)
             return PF_Err_BAD_CALLBACK_PARAM;
-        effect.mFrame->layers.insert(checkoutId);
-        result->max_result_rect = boundsOf(*effect.mFrame->input);
+        effect.mFrame.layers.insert(checkoutId);
+        result->max_result_rect = boundsOf(*effect.mFrame.input);
         result->result_rect = intersection(request->rect, result->max_result_rect);
         return PF_Err_NONE;
     }
 
     static PF_Err checkoutLayerPixels(void* effectRef, std::int32_t checkoutId, PF_LayerDef** world) {
         Effect& effect = self(effectRef);
-        if (!effect.mFrame || !world || !effect.mFrame->layers.count(checkoutId))
+        if (!world || !effect.mFrame.layers.count(checkoutId))
             return PF_Err_BAD_CALLBACK_PARAM;
-        *world = effect.mFrame->input;
+        *world = effect.mFrame.input;
         return PF_Err_NONE;
     }
 
     /// Layers go back to the host by themselves when the command ends; an effect may be earlier.
     static PF_Err checkinLayerPixels(void* effectRef, std::int32_t checkoutId) {
         Effect& effect = self(effectRef);
-        return effect.mFrame && effect.mFrame->layers.erase(checkoutId) ? PF_Err_NONE
-                                                                        : PF_Err_BAD_CALLBACK_PARAM;
+        return effect.mFrame.layers.erase(checkoutId) ? PF_Err_NONE : PF_Err_BAD_CALLBACK_PARAM;
     }
 
     static PF_Err checkoutOutput(void* effectRef, PF_LayerDef** world) {
         Effect& effect = self(effectRef);
-        if (!effect.mFrame || !world)
+        if (!effect.mFrame.input || !world)
             return PF_Err_BAD_CALLBACK_PARAM;
-        *world = effect.mFrame->output;
+        *world = &effect.mSpare;
         return PF_Err_NONE;
     }
 };
@@ -252,15 +251,25 @@ Result Effect::render(World& input, World& output, std::span<const std::int32_t>
     mInData.time_step = time.step;
     mInData.time_scale = time.scale;
 
-    Frame frame{&input};
-    mFrame = &frame;
+    Result result;
+    mFrame = {&input};
+    try {
+        result = renderInto(output);
+    } catch (const std::bad_alloc&) {
+        result.code = PF_Err_OUT_OF_MEMORY;
+    }
+    mFrame = {};
+    return result;
+}
+
+Result Effect::renderInto(World& output) {
     PF_LRect promised{};
-    Result result = preRender(frame, promised);
+    Result result = preRender(promised);
     if (result.ok())
-        result = smartRender(frame, promised);
-    mFrame = nullptr;
+        result = smartRender(promised);
     if (!result.ok())
         return result;
+    const World& input = *mFrame.input;
     if (mSpare.sameShape(input)) {
         output.swap(mSpare);
     } else {
@@ -271,29 +280,28 @@ Result Effect::render(World& input, World& output, std::span<const std::int32_t>
     return result;
 }
 
-Result Effect::preRender(Frame& frame, PF_LRect& promised) {
-    PF_PreRenderInput input{{boundsOf(*frame.input), kAllChannels}};
+Result Effect::preRender(PF_LRect& promised) {
+    PF_PreRenderInput input{{boundsOf(*mFrame.input), kAllChannels}};
     PF_PreRenderOutput output{};
     PF_PreRenderCallbacks callbacks{Callbacks::checkoutLayer};
     PF_PreRenderExtra extra{&input, &output, &callbacks};
     Result result = send(PF_Cmd_SMART_PRE_RENDER, &extra);
     promised = output.result_rect;
-    if (result.ok() && !isEmpty(promised) && !equal(promised, intersection(promised, boundsOf(*frame.input))))
+    if (result.ok() && !isEmpty(promised) &&
+        !equal(promised, intersection(promised, boundsOf(*mFrame.input))))
         result = {
             PF_Err_BAD_CALLBACK_PARAM, "the effect promises more than was asked, " + textOf(promised), {}};
     return result;
 }
 
-Result Effect::smartRender(Frame& frame, PF_LRect promised) {
+Result Effect::smartRender(PF_LRect promised) {
     if (isEmpty(promised))
         promised = {};
     const int width = promised.right - promised.left, height = promised.bottom - promised.top;
-    if (mSpare.width == width && mSpare.height == height)
+    if (mSpare.width == width && mSpare.height == height && mSpare.format() == PF_PixelFormat_ARGB32)
         mSpare.clear();
     else
         mSpare = World(width, height);
-    frame.output = &mSpare;
-
     PF_SmartRenderInput input{{promised, kAllChannels}, kBitDepth};
     PF_SmartRenderCallbacks callbacks{Callbacks::checkoutLayerPixels, Callbacks::checkinLayerPixels,
                                       Callbacks::checkoutOutput};

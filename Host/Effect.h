@@ -56,11 +56,12 @@ public:
     /// The about text of the effect, empty if it fails. Lines are separated by carriage returns.
     std::string about();
 
-    /// Filters a frame: smart pre-render, then smart render into a world of the host's own, which changes
-    /// places with `output` when all went well. `output` then has the size of `input` and other pixels, else
-    /// it is untouched. An effect that promises a smaller rectangle gets a world of that size, and the rest
-    /// of `output` is 0. The effect has no business writing into `input`. The two may be one world: it then
-    /// changes as a whole or not at all, and no memory is taken for a further frame of the same size.
+    /// Filters a frame: smart pre-render, then smart render into a world of the host's own, which is swapped
+    /// with `output` if all went well. `output` then has the size of `input` and other pixels, else it is
+    /// untouched. An effect that promises a smaller rectangle gets a world of that size, and the rest of
+    /// `output` is 0. The effect must not write to `input`. The two may be one world. A further frame takes
+    /// no memory where `output` has the size of `input` already. Exhausted memory is a result with the code
+    /// `PF_Err_OUT_OF_MEMORY`.
     ///
     /// @param values one for each slider of the property list, in its order; each within the slider's range.
     Result render(World& input, World& output, std::span<const std::int32_t> values, Time time = {});
@@ -71,16 +72,16 @@ public:
 private:
     struct Callbacks;
 
-    /// The frame that is being rendered.
+    /// The frame being rendered, if any.
     struct Frame {
-        World* input;
-        World* output = nullptr;
+        World* input = nullptr;
         std::set<std::int32_t> layers{}; ///< checkout ids of pre-render
     };
 
     void setUp();
-    Result preRender(Frame& frame, PF_LRect& promised);
-    Result smartRender(Frame& frame, PF_LRect promised);
+    Result renderInto(World& output);
+    Result preRender(PF_LRect& promised);
+    Result smartRender(PF_LRect promised);
     Result send(PF_Cmd cmd, void* extra = nullptr);
 
     const Module& mModule;
@@ -89,7 +90,7 @@ private:
     PF_InData mInData{};
     PF_OutData mOutData{};
     std::vector<PF_ParamDef> mParameters; ///< the input layer, then the sliders with their present values
-    Frame* mFrame = nullptr;
+    Frame mFrame;
     World mSpare{0, 0};
 };
 

@@ -19,12 +19,20 @@ HandleStore::Block* HandleStore::find(void* handle) {
     return nullptr;
 }
 
+HandleStore::Block HandleStore::blockOf(std::size_t size) {
+    Block spare = std::exchange(mSpare, {});
+    if (spare.bytes && spare.size == size)
+        return spare;
+    // Before the new memory is taken, so that the two don't add up.
+    spare.bytes.reset();
+    return {std::unique_ptr<std::byte[]>(new std::byte[size]), size};
+}
+
 void* HandleStore::make(std::size_t size) {
     const std::lock_guard lock(mMutex);
     try {
-        Block block{std::unique_ptr<std::byte[]>(new std::byte[size])};
         void* handle = reinterpret_cast<void*>(mHandles + 1);
-        mBlocks.emplace(handle, std::move(block));
+        mBlocks.emplace(handle, blockOf(size));
         mLedger.take(nameOf(handle));
         ++mHandles;
         return handle;
@@ -60,6 +68,7 @@ bool HandleStore::dispose(void* handle, bool locksEndToo) {
         return false;
     if (block->locks > 0 && !locksEndToo)
         mLedger.noteMistake(nameOf(handle) + " was still locked when it was disposed of");
+    mSpare = {std::move(block->bytes), block->size};
     mBlocks.erase(handle);
     mLedger.giveBack(nameOf(handle));
     return true;

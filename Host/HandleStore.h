@@ -11,42 +11,48 @@
 
 namespace Tessaloom::BilateralBlur::Host {
 
-/// Host memory behind handles. A handle is a number and never comes twice: an effect that takes it for an
-/// address, or goes on using it after its end, is found out at once. A handle that this store didn't give
-/// out, or a lock too few, is noted in the ledger as a mistake and changes nothing. Any thread may use it.
+/// Host memory, given out by handles. A handle is a number and is never reused, so dereferencing it, or using
+/// it after its end, fails at once. An unknown handle, or an unlock too many, is noted in the ledger as a
+/// mistake and changes nothing. Any thread may use it.
+///
+/// The memory of the last handle that was disposed of is kept for the next handle of the same size: a frame
+/// then takes no fresh pages after the first. Any other size frees it.
 class HandleStore {
 public:
     /// `kind` names the handles in the ledger's texts.
     HandleStore(Ledger& ledger, std::string kind);
 
-    /// A handle on `size` bytes, not initialised; null when memory is exhausted.
+    /// A handle for `size` bytes, not initialised; null when memory is exhausted.
     void* make(std::size_t size);
 
     /// The address of the bytes, null for an unknown handle. Locks are counted.
     void* lock(void* handle);
     void unlock(void* handle);
 
-    /// Frees the memory. To dispose of a locked handle is a mistake, unless `locksEndToo`.
+    /// Ends the handle. If it is locked that is a mistake, unless `locksEndToo`.
     /// Returns false for an unknown handle.
     bool dispose(void* handle, bool locksEndToo = false);
 
-    /// Frees all memory, whoever still has handles on it.
+    /// Ends all handles.
     void clear();
 
 private:
     struct Block {
-        std::unique_ptr<std::byte[]> bytes;
+        std::unique_ptr<std::byte[]> bytes{};
+        std::size_t size = 0;
         int locks = 0;
     };
 
+    Block blockOf(std::size_t size);
     std::string nameOf(const void* handle) const;
     Block* find(void* handle);
 
     Ledger& mLedger;
     const std::string mKind;
-    std::uintptr_t mHandles = 0; ///< how many were given out
+    std::uintptr_t mHandles = 0; ///< number of handles given out
     std::mutex mMutex;
     std::unordered_map<void*, Block> mBlocks;
+    Block mSpare;
 };
 
 } // namespace Tessaloom::BilateralBlur::Host

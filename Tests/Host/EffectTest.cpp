@@ -1,9 +1,11 @@
 #include "Host/Effect.h"
+#include "Tests/Host/PageFaults.h"
 #include "Tests/Support/FaultyHost.h"
 
 #include <gmock/gmock.h>
 
 #include <array>
+#include <climits>
 
 namespace Tessaloom::BilateralBlur::Host::Test {
 
@@ -44,15 +46,40 @@ TEST_F(EffectTest, CountsWhatACommandDoesNotGiveBackAsItsFailure) {
     EXPECT_TRUE(mEffect.render(world, world, 0).ok());
 }
 
-TEST(TwoSliders, GetAValueEach) {
-    const Module module(TWO_SLIDERS);
-    Effect effect(module);
+class TwoSliders : public testing::Test {
+protected:
+    const Module mModule{TWO_SLIDERS};
+    Effect mEffect{mModule};
+};
+
+TEST_F(TwoSliders, GetAValueEach) {
     World world(3, 2);
-    EXPECT_EQ(effect.render(world, world, std::array{11, 22}, {.current = 33}).text(), "");
+    EXPECT_EQ(mEffect.render(world, world, std::array{11, 22}, {.current = 33}).text(), "");
     EXPECT_EQ(world.row(1)[2].red, 11);
     EXPECT_EQ(world.row(1)[2].green, 22);
     EXPECT_EQ(world.row(1)[2].blue, 33);
-    EXPECT_EQ(effect.render(world, world, std::array{11}).text(), "1 values were given for 2 sliders");
+    EXPECT_EQ(mEffect.render(world, world, std::array{11}).text(), "1 values were given for 2 sliders");
+}
+
+TEST_F(TwoSliders, TakeNoFreshPagesForASecondFrame) {
+    World input(1000, 1000), output(1000, 1000);
+    const auto render = [&] { EXPECT_TRUE(mEffect.render(input, output, std::array{1, 2}).ok()); };
+    render();
+    EXPECT_LT(pageFaults(render), 100);
+}
+
+TEST_F(TwoSliders, ReportMemoryThatRunsOut) {
+    World world(2, 2), endless(2, 2);
+    static_cast<PF_LayerDef&>(endless) = {1 << 28, INT_MAX, 1 << 30};
+    EXPECT_EQ(mEffect.render(endless, world, std::array{1, 2}).text(), "out of memory");
+    EXPECT_EQ(mEffect.render(world, world, std::array{1, 2}).text(), "");
+}
+
+TEST_F(TwoSliders, RenderAfterAnOutputOfAnotherDepth) {
+    World input(3, 2), deep(3, 2, PF_PixelFormat_ARGB64), output(3, 2);
+    EXPECT_EQ(mEffect.render(input, deep, std::array{1, 2}).text(), "");
+    EXPECT_EQ(mEffect.render(input, output, std::array{1, 2}).text(), "");
+    EXPECT_EQ(output.row(1)[2].red, 1);
 }
 
 } // namespace

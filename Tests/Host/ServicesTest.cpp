@@ -1,9 +1,12 @@
 #include "Host/Services.h"
 #include "Host/World.h"
+#include "Tests/Host/PageFaults.h"
 
 #include <gmock/gmock.h>
 
 #include <atomic>
+#include <cstdint>
+#include <cstring>
 #include <mutex>
 #include <set>
 #include <thread>
@@ -55,6 +58,19 @@ TEST_F(ServicesTest, HandlesHoldMemoryUntilTheyAreDisposedOf) {
     EXPECT_THAT(mServices.settle(),
                 ElementsAre(HasSubstr("was still locked"), HasSubstr("isn't one of the host's"),
                             HasSubstr("was unlocked more often than locked"), HasSubstr("PF Handle Suite")));
+}
+
+TEST_F(ServicesTest, KeepsTheMemoryOfAHandleForTheNextOfItsSize) {
+    const auto& suite = acquire<PF_HandleSuite1>("PF Handle Suite", 2);
+    const auto use = [&](std::size_t size) {
+        void* handle = suite.host_new_handle(size);
+        std::memset(suite.host_lock_handle(handle), 1, size);
+        suite.host_unlock_handle(handle);
+        suite.host_dispose_handle(handle);
+    };
+    use(16 << 20);
+    EXPECT_LT(pageFaults([&] { use(16 << 20); }), 100);
+    EXPECT_EQ(suite.host_new_handle(SIZE_MAX), nullptr);
 }
 
 struct Walk {

@@ -39,7 +39,8 @@ PF_Err render(const PF_InData* in_data, const PF_SmartRenderExtra* extra) {
     PF_LayerDef* output = nullptr;
     PF_Pixel8* base = nullptr;
     extra->cb->checkout_output(in_data->effect_ref, &output);
-    in_data->utils->get_pixel_data8(output, nullptr, &base);
+    if (const PF_Err code = in_data->utils->get_pixel_data8(output, nullptr, &base))
+        return code;
     const PF_Pixel8 pixel{255, valueOf(in_data, 1), valueOf(in_data, 2),
                           static_cast<std::uint8_t>(in_data->current_time)};
     for (int y = 0; y < output->height; ++y)
