@@ -34,9 +34,9 @@ PF_Err about(const PF_InData* in_data, PF_OutData* out_data) {
 }
 
 // Without a data context no GL object was ever made. It can be current on another thread, where a setup on
-// that thread left it because the host had none current; this thread's render context does as well then, as
-// objects are common to the share group. With no context at all GL calls do nothing, which is what is wanted
-// before they reach the host's objects: ours end with their contexts.
+// that thread left it because the host had none current; this thread's render context serves as well then, as
+// objects are common to the share group. With no context at all GL calls do nothing, as they should rather
+// than reach the host's objects: ours end with their contexts.
 void makeSharedContextCurrent() {
     AEOpenGLContext* data = AEOpenGLContextManager::getSharedDataContext();
     if (!data)
@@ -47,22 +47,33 @@ void makeSharedContextCurrent() {
         try {
             AEOpenGLContextManager::getCurrentRenderContext()->makeContextCurrent();
         } catch (int) {
-            CGLSetCurrentContext({});
+            AEOpenGLContext::makeNoneCurrent();
         }
     }
 }
 
-// Objects go while the contexts live: everything but the vertex arrays and frame buffers of the render
+// Setup and setdown have no code for a failure.
+template<typename Step>
+void tryTo(Step step) {
+    try {
+        step();
+    } catch (...) {
+    }
+}
+
+// Objects go while the contexts live: everything but the vertex arrays and framebuffers of the render
 // contexts, which end with these.
 PF_Err globalSetdown() {
-    HostGLContext host;
-    makeSharedContextCurrent();
-    AEOpenglMainFrameBuffer::mainFrameBuffer()->destory();
-    delete std::exchange(mRender, nullptr);
-    delete std::exchange(mCpuFilter, nullptr);
-    AEOpenGLContextManager::releaseContextManager();
     mIsSetDown = true;
-    host.restore();
+    tryTo([] {
+        HostGLContext host;
+        makeSharedContextCurrent();
+        AEOpenglMainFrameBuffer::mainFrameBuffer()->destory();
+        delete std::exchange(mRender, nullptr);
+        delete std::exchange(mCpuFilter, nullptr);
+        AEOpenGLContextManager::releaseContextManager();
+        host.restore();
+    });
     return PF_Err_NONE;
 }
 
@@ -76,11 +87,11 @@ PF_Err globalSetup(PF_OutData* out_data) {
     if (AEOpenGLContextManager::getSharedDataContext())
         globalSetdown();
     mIsSetDown = false;
-    try {
-        const HostGLContext host;
+    tryTo([] {
+        HostGLContext host;
         AEOpenGLContextManager::setupContextManager();
-    } catch (...) {
-    }
+        host.restore();
+    });
     return PF_Err_NONE;
 }
 

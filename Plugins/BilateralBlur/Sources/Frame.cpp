@@ -9,6 +9,7 @@
 #include "Plugins/Shared/Helper/SuiteScoper.h"
 
 #include <cstring>
+#include <new>
 #include <optional>
 
 namespace Tessaloom::BilateralBlur {
@@ -44,10 +45,8 @@ BlurScale readBlurScale(PF_InData* in_data) {
     return {value, checkout != PF_Err_NONE ? checkout : checkin};
 }
 
-} // namespace
-
-PF_Err renderFrame(PF_InData* in_data, PF_OutData* out_data, PF_LayerDef* input, PF_LayerDef* output,
-                   BilateralBlurRender& render, CpuFilter& cpuFilter) {
+PF_Err renderWorlds(PF_InData* in_data, PF_OutData* out_data, PF_LayerDef* input, PF_LayerDef* output,
+                    BilateralBlurRender& render, CpuFilter& cpuFilter) {
     HostGLContext host;
     std::optional<GpuFrame> gpuFrame;
     const bool isEmpty = isEmptyWorld(*input);
@@ -73,6 +72,26 @@ PF_Err renderFrame(PF_InData* in_data, PF_OutData* out_data, PF_LayerDef* input,
     }
     host.restore();
     return scale.code;
+}
+
+void showMemoryMessage(PF_OutData* out_data, const PF_LayerDef& input) {
+    showMessage(out_data, "There is no memory for a frame of %d x %d pixels.", input.width, input.height);
+}
+
+} // namespace
+
+PF_Err renderFrame(PF_InData* in_data, PF_OutData* out_data, PF_LayerDef* input, PF_LayerDef* output,
+                   BilateralBlurRender& render, CpuFilter& cpuFilter) {
+    try {
+        return renderWorlds(in_data, out_data, input, output, render, cpuFilter);
+    } catch (int code) {
+        if (code == PF_Err_OUT_OF_MEMORY)
+            showMemoryMessage(out_data, *input);
+        throw;
+    } catch (const std::bad_alloc&) {
+        showMemoryMessage(out_data, *input);
+        throw;
+    }
 }
 
 } // namespace Tessaloom::BilateralBlur

@@ -27,39 +27,44 @@ private:
     gl::GLuint mName;
 };
 
-// The errors that GL has noted since it was last asked; true where memory was among them. A lost context
-// notes its loss over and over, so the loop is bounded.
-bool ranOutOfMemory() {
+// The errors that GL has noted since it was last asked: GL_OUT_OF_MEMORY where that is among them, otherwise
+// the last. A lost context notes its loss over and over, so the loop is bounded.
+gl::GLenum takeErrors() {
     constexpr int kMostErrors = 16;
-    bool memory = false;
+    gl::GLenum worst = gl::GL_NO_ERROR;
     for (int i = 0; i < kMostErrors; ++i) {
         const gl::GLenum error = gl::glGetError();
         if (error == gl::GL_NO_ERROR)
             break;
-        memory |= error == gl::GL_OUT_OF_MEMORY;
+        if (worst != gl::GL_OUT_OF_MEMORY)
+            worst = error;
     }
-    return memory;
+    return worst;
 }
 
 } // namespace
 
-// Takes the level off the stack where the frame wasn't rendered to its end.
+// Objects whose storage is missing would fail the next frames of the size as well.
 GpuFrame::~GpuFrame() {
-    mFrameBuffer.clearStack();
+    if (!mIsRendered)
+        mFrameBuffer.discard();
+}
+
+void GpuFrame::fail(const std::string& reason) const {
+    showMessage(mOutData, "%s for a frame of %d x %d pixels.", reason.c_str(), mInput.width, mInput.height);
+    throw int{PF_Err_BAD_CALLBACK_PARAM};
 }
 
 void GpuFrame::begin() {
+    takeErrors(); // the host's, or of a frame that failed
     checkLimits();
     mFrameBuffer.prepare(mInput.width, mInput.height, true);
     mFrameBuffer.beginDrawing();
     checkTarget();
-    // What came before is of no interest, and would hide what comes after.
-    ranOutOfMemory();
-}
-
-void GpuFrame::fail(const char* reason) const {
-    showMessage(mOutData, "%s for a frame of %d x %d pixels.", reason, mInput.width, mInput.height);
-    throw int{PF_Err_BAD_CALLBACK_PARAM};
+    // Another error is no failure: the draw buffer is set while a context's first frame has none to set it
+    // on.
+    if (takeErrors() == gl::GL_OUT_OF_MEMORY)
+        fail("OpenGL ran out of memory");
 }
 
 void GpuFrame::checkLimits() const {
@@ -78,7 +83,16 @@ void GpuFrame::checkLimits() const {
 void GpuFrame::checkTarget() const {
     const std::string status = AEOpenGLUtilities::CheckFramebufferStatus();
     if (status != "OK")
-        fail(("OpenGL has no storage (" + status + ")").c_str());
+        fail("OpenGL has no storage (" + status + ")");
+}
+
+// A texture without storage would give a black picture too.
+void GpuFrame::checkErrors() const {
+    const gl::GLenum error = takeErrors();
+    if (error == gl::GL_OUT_OF_MEMORY)
+        fail("OpenGL ran out of memory");
+    if (error != gl::GL_NO_ERROR)
+        fail("OpenGL noted the error " + std::to_string(static_cast<unsigned>(error)));
 }
 
 void GpuFrame::render(PF_InData* in_data, BilateralBlurRender& pass, PF_LayerDef* input,
@@ -92,11 +106,12 @@ void GpuFrame::render(PF_InData* in_data, BilateralBlurRender& pass, PF_LayerDef
         pass.draw(texture.name(), multiplier16bit);
     }
     mFrameBuffer.endDrawing(multiplier16bit);
-    if (ranOutOfMemory())
-        fail("OpenGL ran out of memory");
+    checkTarget();
+    checkErrors();
     AEOpenGLUtilities::DownloadTexture(static_cast<unsigned>(input->width),
                                        static_cast<unsigned>(input->height), input, output, in_data,
                                        PF_PixelFormat_ARGB32, pixelSize, pixelType);
+    mIsRendered = true;
 }
 
 } // namespace Tessaloom::BilateralBlur

@@ -3,6 +3,8 @@
 #include "HostInterface/EffectHost.h"
 #include "Plugins/Shared/GL/AEOpenglMainFrameBuffer.h"
 
+#include <string>
+
 namespace Tessaloom::BilateralBlur {
 
 class BilateralBlurRender;
@@ -10,7 +12,8 @@ class BilateralBlurRender;
 /// A frame on the GPU, in the context that is current on the calling thread.
 ///
 /// A size beyond the limits of OpenGL, a GL error and exhausted GL memory are the thrown integer 516, with a
-/// message in `out_data`. What they leave in GL isn't used by a later frame.
+/// message in `out_data`. A frame that isn't rendered to its end takes the framebuffer's objects with it, so
+/// that the next one starts from nothing.
 class GpuFrame {
 public:
     /// A frame of `input`'s size, which must not be empty. Both records must outlive the object. Makes no GL
@@ -28,13 +31,15 @@ public:
     void render(PF_InData* in_data, BilateralBlurRender& pass, PF_LayerDef* input, PF_LayerDef* output);
 
 private:
-    [[noreturn]] void fail(const char* reason) const;
+    [[noreturn]] void fail(const std::string& reason) const;
     void checkLimits() const;
     void checkTarget() const;
+    void checkErrors() const;
 
     PF_OutData* mOutData;
     const PF_LayerDef& mInput;
     AEOpenglMainFrameBuffer& mFrameBuffer = *AEOpenglMainFrameBuffer::mainFrameBuffer();
+    bool mIsRendered = false;
 };
 
 } // namespace Tessaloom::BilateralBlur

@@ -121,8 +121,11 @@ void AEOpenGLUtilities::DownloadTexture(unsigned width, unsigned height, PF_Laye
     const SuiteScoper<PF_HandleSuite1> suite(in_data, "PF Handle Suite", 2, nullptr, nullptr);
     const LockedHandle picture(suite, static_cast<std::uint64_t>(width * height) * pixelSize);
     gl::glReadBuffer(gl::GL_COLOR_ATTACHMENT0);
+    gl::glGetError(); // of an earlier call
     gl::glReadPixels(0, 0, static_cast<gl::GLsizei>(width), static_cast<gl::GLsizei>(height), gl::GL_RGBA,
                      pixelType, picture.data());
+    if (gl::glGetError() != gl::GL_NO_ERROR)
+        throw int{PF_Err_OUT_OF_MEMORY};
 
     // The rows of a larger output would be read from beyond the picture.
     if (output->width > static_cast<std::int64_t>(width) ||

@@ -27,7 +27,8 @@ public:
 
     /// Reads `width` by `height` pixels from the bound framebuffer's first colour attachment and copies them
     /// into `output`, which must be no larger; the padding of its rows stays as it is. `input` is the world
-    /// that the picture was uploaded from.
+    /// that the picture was uploaded from. Pixels that GL can't read are exhausted memory, and nothing is
+    /// copied.
     static void DownloadTexture(unsigned width, unsigned height, PF_LayerDef* input, PF_LayerDef* output,
                                 PF_InData* in_data, int format, unsigned long pixelSize,
                                 gl::GLenum pixelType);
