@@ -14,14 +14,14 @@
 
 namespace Tessaloom::BilateralBlur {
 
-template<class Integer = gl::GLint>
+template<typename Integer = gl::GLint>
 Integer integer(gl::GLenum what) {
     gl::GLint value = 0;
     gl::glGetIntegerv(what, &value);
     return static_cast<Integer>(value);
 }
 
-/// A test with a GL context current, which it may not leave in an error state.
+/// A test with a GL context current, which must have no error noted at the end.
 class GLTest : public testing::Test {
 protected:
     ~GLTest() override { EXPECT_TRUE(gl::glGetError() == gl::GL_NO_ERROR); }
@@ -29,7 +29,7 @@ protected:
     AEOpenGLContext context{nullptr};
 };
 
-/// A texture of 32-bit floats, clamped and unfiltered, that lives as long as its context.
+/// A texture of 32-bit floats, clamped and unfiltered, which the context deletes at its end.
 inline gl::GLuint makeTexture(int width, int height, const float* pixels = nullptr) {
     gl::GLuint texture = 0;
     gl::glGenTextures(1, &texture);
@@ -43,7 +43,7 @@ inline gl::GLuint makeTexture(int width, int height, const float* pixels = nullp
     return texture;
 }
 
-/// Binds a new frame buffer of `texture`, with a viewport of its size.
+/// Binds a new framebuffer of `texture`, with a viewport of its size.
 inline void drawInto(gl::GLuint texture, int width, int height) {
     gl::GLuint frameBuffer = 0;
     gl::glGenFramebuffers(1, &frameBuffer);

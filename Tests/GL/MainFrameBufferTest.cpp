@@ -31,17 +31,29 @@ protected:
         return count;
     }
 
-    AEOpenglMainFrameBuffer& target = *AEOpenglMainFrameBuffer::mainFrameBuffer();
-    const std::vector<float> white = std::vector<float>(4 * 8 * 8, 1.0f);
-};
-
-TEST_F(MainFrameBufferTest, StacksLevelsWithAnyNumberOfSamplesAndStencilBuffers) {
-    for (const bool multisample : {true, false}) {
+    // Starts a frame of 8 by 2 pixels with a white first level.
+    void beginFrame(bool multisample) {
         const GLuint picture = makeTexture(1, 1, white.data());
         drawInto(picture, 1, 1);
         target.prepare(8, 2, multisample);
         target.beginDrawing();
         BackgroundRender().draw(picture, 1);
+    }
+
+    // The channels of the bound framebuffer's 8 by 2 pixels.
+    static std::vector<float> drawn() {
+        std::vector<float> channels(4 * 8 * 2);
+        glReadPixels(0, 0, 8, 2, GL_RGBA, GL_FLOAT, channels.data());
+        return channels;
+    }
+
+    AEOpenglMainFrameBuffer& target = *AEOpenglMainFrameBuffer::mainFrameBuffer();
+    const std::vector<float> white = std::vector<float>(4 * 8 * 8, 1.0f);
+};
+
+TEST_F(MainFrameBufferTest, StacksLevelsWithStencilBuffers) {
+    for (const bool multisample : {true, false}) {
+        beginFrame(multisample);
         target.pushRenderContext(false, true);
         EXPECT_EQ(AEOpenGLUtilities::CheckFramebufferStatus(), "OK");
         EXPECT_EQ(integer(GL_SAMPLES), multisample ? std::min(8, integer(GL_MAX_SAMPLES)) : 0);
@@ -50,48 +62,38 @@ TEST_F(MainFrameBufferTest, StacksLevelsWithAnyNumberOfSamplesAndStencilBuffers)
         glClear(GL_STENCIL_BUFFER_BIT);
         glEnable(GL_STENCIL_TEST);
         glStencilFunc(GL_EQUAL, 0, 1);
-        BackgroundRender().draw(picture, 1);
+        BackgroundRender().draw(makeTexture(1, 1, white.data()), 1);
         glDisable(GL_STENCIL_TEST);
-        const GLuint levels[] = {target.popRenderContext(), target.popRenderContext()};
-        EXPECT_THAT(texels(levels[0]), Each(0.0f));
-        EXPECT_THAT(texels(levels[1]), Each(1.0f));
-        glDeleteTextures(2, levels);
+        EXPECT_THAT(texels(target.popRenderContext()), Each(0.0f));
+        EXPECT_THAT(texels(target.popRenderContext()), Each(1.0f));
+        target.pushRenderContext(false, true);
+        target.clearStack();
+        EXPECT_EQ(renderbuffers(), 1) << "a level is deleted with its stencil buffer";
         target.destory();
     }
 }
 
-TEST_F(MainFrameBufferTest, KeepsWhatItHasAndDoesNothingWithoutALevel) {
-    const GLuint picture = makeTexture(1, 1, white.data());
-    drawInto(picture, 1, 1);
-    target.prepare(8, 2, false);
-    target.beginDrawing();
-    BackgroundRender().draw(picture, 1);
+TEST_F(MainFrameBufferTest, KeepsItsObjectsWhileTheSizeStays) {
+    beginFrame(false);
     target.endDrawing(1);
-    std::vector<float> drawn(4 * 8 * 2);
-    glReadPixels(0, 0, 8, 2, GL_RGBA, GL_FLOAT, drawn.data());
-    EXPECT_THAT(drawn, Each(1.0f));
+    EXPECT_THAT(drawn(), Each(1.0f));
     {
         const GLCalls calls;
         target.endDrawing(1);
         target.prepare(8, 2, true);
-        EXPECT_THAT(calls.counts, testing::IsEmpty()) << "the mode stays with the size";
+        EXPECT_THAT(calls.names, testing::IsEmpty()) << "the mode stays with the size";
     }
-    target.pushRenderContext(false, true);
-    target.clearStack();
-    EXPECT_EQ(renderbuffers(), 1) << "a level takes its stencil buffer along";
     target.unprepare();
     target.prepare(8, 2, true);
-    EXPECT_TRUE(renderbuffers() == 0 && target.width() == 8 && target.height() == 2);
+    EXPECT_EQ(renderbuffers(), 0);
+    EXPECT_EQ(target.width(), 8);
+    EXPECT_EQ(target.height(), 2);
 }
 
-// Storage that GL had no memory for looks the same as storage of 0 by 0 pixels.
+// Storage of 0 by 0 pixels is like storage that GL had no memory for.
 TEST_F(MainFrameBufferTest, StartsFromNothingAfterAFailedFrame) {
-    const GLuint picture = makeTexture(1, 1, white.data());
     const auto frame = [&] {
-        drawInto(picture, 1, 1);
-        target.prepare(8, 2, true);
-        target.beginDrawing();
-        BackgroundRender().draw(picture, 1);
+        beginFrame(true);
         target.endDrawing(1);
         return AEOpenGLUtilities::CheckFramebufferStatus();
     };
@@ -105,12 +107,10 @@ TEST_F(MainFrameBufferTest, StartsFromNothingAfterAFailedFrame) {
     EXPECT_EQ(glGetError(), GL_INVALID_FRAMEBUFFER_OPERATION);
     target.discard();
     EXPECT_EQ(frame(), "OK");
-    std::vector<float> drawn(4 * 8 * 2);
-    glReadPixels(0, 0, 8, 2, GL_RGBA, GL_FLOAT, drawn.data());
-    EXPECT_THAT(drawn, Each(1.0f));
+    EXPECT_THAT(drawn(), Each(1.0f));
 }
 
-TEST_F(MainFrameBufferTest, RendersIntoMipLevelsOfACallersTexture) {
+TEST_F(MainFrameBufferTest, RendersIntoMipLevelsOfATexture) {
     const GLuint picture = makeTexture(8, 8, white.data());
     for (int level = 1; level < 4; ++level)
         glTexImage2D(GL_TEXTURE_2D, level, static_cast<GLint>(GL_RGBA32F), 8 >> level, 8 >> level, 0, GL_RGBA,
@@ -120,9 +120,7 @@ TEST_F(MainFrameBufferTest, RendersIntoMipLevelsOfACallersTexture) {
         glGetIntegerv(GL_VIEWPORT, rectangle.data());
         return rectangle;
     };
-    drawInto(picture, 8, 8);
-    target.prepare(6, 5, true);
-    target.beginDrawing();
+    beginFrame(true);
     const auto below = integer<GLuint>(GL_DRAW_FRAMEBUFFER_BINDING);
     target.pushNormalRenderContext(picture, Vec2(4.9, 4.2), 1);
     const auto temporary = integer<GLuint>(GL_DRAW_FRAMEBUFFER_BINDING);
@@ -130,28 +128,18 @@ TEST_F(MainFrameBufferTest, RendersIntoMipLevelsOfACallersTexture) {
     EXPECT_THAT(texels(picture, 1), Each(0.0f));
     EXPECT_EQ(texels(picture), white);
     target.popNormalRenderContext();
-    EXPECT_TRUE(!glIsFramebuffer(temporary) && integer<GLuint>(GL_DRAW_FRAMEBUFFER_BINDING) == below);
-    EXPECT_THAT(viewport(), ElementsAre(0, 0, 6, 5));
+    EXPECT_EQ(glIsFramebuffer(temporary), GL_FALSE);
+    EXPECT_EQ(integer<GLuint>(GL_DRAW_FRAMEBUFFER_BINDING), below);
+    EXPECT_THAT(viewport(), ElementsAre(0, 0, 8, 2));
     target.pushNormalRenderContext(picture);
-    EXPECT_THAT(texels(picture), Each(0.0f)) << "level 0";
+    EXPECT_THAT(texels(picture), Each(0.0f));
     target.popNormalRenderContext();
 }
 
 TEST_F(MainFrameBufferTest, CreatesTransparentTexturesOfAllKinds) {
     target.prepare(5, 3, false);
     const Vec2 small(3.9, 2.9);
-    struct {
-        GLuint texture;
-        std::size_t pixels;
-        GLenum format, magnification, minification;
-    } const cases[] = {
-        {target.createRenderTexture(false), 15, GL_RGBA, GL_LINEAR, GL_LINEAR},
-        {target.createRenderTexture(small, true), 6, GL_RGBA, GL_LINEAR, GL_LINEAR_MIPMAP_LINEAR},
-        {target.createFloatRenderTexture(true, false), 15, GL_RGBA32F, GL_LINEAR, GL_LINEAR},
-        {target.createFloatRenderTexture(small, false, true), 6, GL_RGBA32F, GL_NEAREST,
-         GL_LINEAR_MIPMAP_NEAREST},
-    };
-    for (const auto& [texture, pixels, format, magnification, minification] : cases) {
+    const auto expect = [](GLuint texture, std::size_t pixels, GLenum format, GLenum magnify, GLenum minify) {
         EXPECT_EQ(texels(texture), std::vector<float>(4 * pixels, 0));
         glBindTexture(GL_TEXTURE_2D, texture);
         std::array<GLint, 5> found{};
@@ -160,11 +148,15 @@ TEST_F(MainFrameBufferTest, CreatesTransparentTexturesOfAllKinds) {
         glGetTexParameteriv(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, &found[2]);
         glGetTexParameteriv(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, &found[3]);
         glGetTexParameteriv(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, &found[4]);
-        const GLenum expected[] = {format, magnification, minification, GL_CLAMP_TO_EDGE, GL_CLAMP_TO_EDGE};
-        EXPECT_TRUE(std::equal(found.begin(), found.end(), expected,
-                               [](GLint a, GLenum b) { return static_cast<GLenum>(a) == b; }));
-        glDeleteTextures(1, &texture);
-    }
+        const auto value = [](GLenum name) { return static_cast<GLint>(name); };
+        const GLint clamped = value(GL_CLAMP_TO_EDGE);
+        EXPECT_THAT(found, ElementsAre(value(format), value(magnify), value(minify), clamped, clamped));
+    };
+    expect(target.createRenderTexture(false), 15, GL_RGBA, GL_LINEAR, GL_LINEAR);
+    expect(target.createRenderTexture(small, true), 6, GL_RGBA, GL_LINEAR, GL_LINEAR_MIPMAP_LINEAR);
+    expect(target.createFloatRenderTexture(true, false), 15, GL_RGBA32F, GL_LINEAR, GL_LINEAR);
+    expect(target.createFloatRenderTexture(small, false, true), 6, GL_RGBA32F, GL_NEAREST,
+           GL_LINEAR_MIPMAP_NEAREST);
 }
 
 TEST_F(MainFrameBufferTest, TurnsHostPixelsIntoPremultipliedOnesAndBack) {

@@ -17,21 +17,7 @@ using namespace gl;
 
 constexpr const char* kVertex = R"(#version 330
 in vec4 position; in vec2 other; in float single;
-out vec2 pair;
-void main() { pair = other * single; gl_Position = position; }
-)";
-
-// Every uniform counts, so that the linker keeps them all.
-constexpr const char* kFragment = R"(#version 330
-uniform ivec4 i4; uniform float f1; uniform vec2 f2; uniform vec3 f3; uniform vec4 f4; uniform vec4 c4;
-uniform int ia1[2]; uniform ivec2 ia2[2]; uniform ivec3 ia3[2]; uniform ivec4 ia4[2];
-uniform float fa1[2]; uniform vec2 fa2[2]; uniform vec3 fa3[2]; uniform vec4 fa4[2];
-uniform mat3 m3[2]; uniform mat4 m4; uniform sampler2D picture;
-in vec2 pair; out vec4 colour;
-void main() {
-    colour = i4 + f1 + f2.xyxy + f3.xyzx + f4 + c4 + m4 * vec4(m3[1] * m3[0] * f3, 1) + texture(picture, pair)
-        + vec4(ia1[1], ia2[1].y, ia3[1].z, ia4[1].w) + vec4(fa1[1], fa2[1].y, fa3[1].z, fa4[1].w);
-}
+void main() { gl_Position = position + vec4(other * single, 0, 0); }
 )";
 
 constexpr const char* kPlain = "#version 330\nout vec4 colour; void main() { colour = vec4(1); }\n";
@@ -51,10 +37,19 @@ protected:
         return count;
     }
 
-    // The components of a uniform with blanks between them.
-    static std::string uniform(const OpenglShader& shader, const std::string& name) {
+    // The second of two uniforms `u` of a type, after `set` was called on their program; its components with
+    // blanks between them. Before the program is built the setter must do nothing.
+    template<typename Setter>
+    static std::string uniform(const std::string& type, Setter set) {
+        OpenglShader shader(kVertex, "#version 330\nuniform " + type +
+                                         " u[2]; out vec4 c; void main() { c = vec4(u[0] == u[1]); }\n");
+        GLCalls calls;
+        set(shader);
+        EXPECT_THAT(calls.names, testing::IsEmpty());
+        shader.useProgram();
+        set(shader);
         std::vector<float> values(16, 99);
-        glGetUniformfv(integer<GLuint>(GL_CURRENT_PROGRAM), shader.getUniformLocation(name), values.data());
+        glGetUniformfv(integer<GLuint>(GL_CURRENT_PROGRAM), shader.getUniformLocation("u[1]"), values.data());
         std::ostringstream text;
         for (std::size_t i = 0; i < values.size() && values[i] != 99; ++i)
             text << (i ? " " : "") << values[i];
@@ -62,7 +57,7 @@ protected:
     }
 };
 
-TEST_F(OpenglShaderTest, PrintsTheLogOfABuildThatFailsAndTriesAgain) {
+TEST_F(OpenglShaderTest, PrintsTheLogOfEachFailedBuild) {
     const std::string broken = "#version 330\nvoid main() { nonsense; }\n";
     const std::string chatty = "#version 330\n#error " + std::string(2000, 'x') + "\nvoid main() {}\n";
     const std::string idle = "#version 330\nvoid helper() {}\n";
@@ -86,68 +81,74 @@ TEST_F(OpenglShaderTest, PrintsTheLogOfABuildThatFailsAndTriesAgain) {
         }
 }
 
-TEST_F(OpenglShaderTest, BuildsAllThreeStagesAndKeepsTheProgramAlone) {
+TEST_F(OpenglShaderTest, KeepsOnlyTheProgramOfThreeStages) {
     OpenglShader shader(kVertex, kPlain, kGeometry);
     shader.useProgram();
     EXPECT_NE(shader.getUniformLocation("shift"), -1);
     EXPECT_EQ(objects(), 1);
 }
 
-// Before the program is built nothing reaches GL. A setter that then called another function of GL than its
-// name says would leave an error.
-TEST_F(OpenglShaderTest, HandsUniformsToGLOnceItIsInUse) {
-    OpenglShader shader(kVertex, kFragment);
-    const GLuint texture = makeTexture(1, 1);
+TEST_F(OpenglShaderTest, SetsUniformsOfEveryType) {
     const int i[] = {1, -2, 3, -4, 5, -6, 7, -8};
     const float f[] = {1, -2, 3, -4, 5, -6, 7, -8};
+    EXPECT_EQ(uniform("int", [](auto& s) { s.setUniform1i("u[1]", 2); }), "2");
+    EXPECT_EQ(uniform("ivec2", [](auto& s) { s.setUniform2i("u[1]", 2, 3); }), "2 3");
+    EXPECT_EQ(uniform("ivec3", [](auto& s) { s.setUniform3i("u[1]", 2, 3, 4); }), "2 3 4");
+    EXPECT_EQ(uniform("ivec4", [](auto& s) { s.setUniform4i("u[1]", 2, 3, 4, 5); }), "2 3 4 5");
+    EXPECT_EQ(uniform("float", [](auto& s) { s.setUniform1f("u[1]", 0.1f); }), "0.1");
+    EXPECT_EQ(uniform("vec2", [](auto& s) { s.setUniform2f("u[1]", Vec2(0.1, 0.2)); }), "0.1 0.2");
+    EXPECT_EQ(uniform("vec3", [](auto& s) { s.setUniform3f("u[1]", Vec3(2, 3, 4)); }), "2 3 4");
+    EXPECT_EQ(uniform("vec4", [](auto& s) { s.setUniform4f("u[1]", Vec4(2, 3, 4, 5)); }), "2 3 4 5");
+    EXPECT_EQ(uniform("vec4", [](auto& s) { s.setUniform4f("u[1]", Color(0.25, 0.5, 0.75, 1)); }),
+              "0.25 0.5 0.75 1");
+    EXPECT_EQ(uniform("int", [&](auto& s) { s.setUniform1iv("u", i, 2); }), "-2");
+    EXPECT_EQ(uniform("ivec2", [&](auto& s) { s.setUniform2iv("u", i, 2); }), "3 -4");
+    EXPECT_EQ(uniform("ivec3", [&](auto& s) { s.setUniform3iv("u", i, 2); }), "-4 5 -6");
+    EXPECT_EQ(uniform("ivec4", [&](auto& s) { s.setUniform4iv("u", i, 2); }), "5 -6 7 -8");
+    EXPECT_EQ(uniform("float", [&](auto& s) { s.setUniform1fv("u", f, 2); }), "-2");
+    EXPECT_EQ(uniform("vec2", [&](auto& s) { s.setUniform2fv("u", f, 2); }), "3 -4");
+    EXPECT_EQ(uniform("vec3", [&](auto& s) { s.setUniform3fv("u", f, 2); }), "-4 5 -6");
+    EXPECT_EQ(uniform("vec4", [&](auto& s) { s.setUniform4fv("u", f, 2); }), "5 -6 7 -8");
     Affine affines[] = {Affine(true), Affine(1.5, 2, 3, 4.25, 5, 6)};
+    EXPECT_EQ(uniform("mat3", [&](auto& s) { s.setUniformMatrix3f("u", affines, 2); }),
+              "1.5 2 0 3 4.25 0 5 6 1");
     Mat4 matrix;
     std::iota(std::begin(matrix.m), std::end(matrix.m), 1);
-    for (const bool inUse : {false, true}) {
-        const GLCalls calls;
-        if (inUse)
-            shader.useProgram();
-        shader.setUniform4i("i4", 1, 2, 3, 4);
-        shader.setUniform1f("f1", 0.1f);
-        shader.setUniform2f("f2", Vec2(0.1, 0.2));
-        shader.setUniform3f("f3", Vec3(4, 5, 6));
-        shader.setUniform4f("f4", Vec4(5, 6, 7, 8));
-        shader.setUniform4f("c4", Color(0.25, 0.5, 0.75, 1));
-        shader.setUniform1iv("ia1", i, 2);
-        shader.setUniform2iv("ia2", i, 2);
-        shader.setUniform3iv("ia3", i, 2);
-        shader.setUniform4iv("ia4", i, 2);
-        shader.setUniform1fv("fa1", f, 2);
-        shader.setUniform2fv("fa2", f, 2);
-        shader.setUniform3fv("fa3", f, 2);
-        shader.setUniform4fv("fa4", f, 2);
-        shader.setUniformMatrix3f("m3", affines, 2);
-        shader.setUniformMatrix4f("m4", matrix, 1);
-        shader.setUniformTexture("picture", static_cast<int>(GL_TEXTURE_2D), 0, 2);
-        shader.setUniformTexture("absent", static_cast<int>(GL_TEXTURE_2D), static_cast<int>(texture), 3);
-        EXPECT_EQ(calls.counts.empty(), !inUse);
-    }
-    EXPECT_EQ(integer<GLuint>(GL_TEXTURE_BINDING_2D), texture) << "even without its sampler";
-    EXPECT_EQ(integer<GLenum>(GL_ACTIVE_TEXTURE), GL_TEXTURE3);
-    std::vector<std::string> found;
-    for (const char* name : {"i4", "f1", "f2", "f3", "f4", "c4", "m3[0]", "m3[1]", "m4", "picture", "ia1[1]",
-                             "ia2[1]", "ia3[1]", "ia4[1]", "fa1[1]", "fa2[1]", "fa3[1]", "fa4[1]"})
-        found.push_back(uniform(shader, name));
-    EXPECT_THAT(found, testing::ElementsAre("1 2 3 4", "0.1", "0.1 0.2", "4 5 6", "5 6 7 8",
-                                            "0.25 0.5 0.75 1", "1 0 0 0 1 0 0 0 1", "1.5 2 0 3 4.25 0 5 6 1",
-                                            "1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16", "2", "-2", "3 -4",
-                                            "-4 5 -6", "5 -6 7 -8", "-2", "3 -4", "-4 5 -6", "5 -6 7 -8"));
+    EXPECT_EQ(uniform("mat4", [&](auto& s) { s.setUniformMatrix4f("u[1]", matrix, 1); }),
+              "1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16");
 }
 
-TEST_F(OpenglShaderTest, SetsAttributesAndKnowsWhichTakeNoLocation) {
-    OpenglShader shader(kVertex, kFragment);
+TEST_F(OpenglShaderTest, BindsTexturesEvenWithoutTheirSampler) {
+    OpenglShader shader(kVertex, "#version 330\nuniform sampler2D present; out vec4 colour;"
+                                 "void main() { colour = texture(present, vec2(0)); }\n");
+    const GLuint texture = makeTexture(1, 1);
+    const auto set = [&](const char* name, int unit) {
+        shader.setUniformTexture(name, static_cast<int>(GL_TEXTURE_2D), static_cast<int>(texture), unit);
+        return integer<GLenum>(GL_ACTIVE_TEXTURE);
+    };
+    EXPECT_EQ(set("present", 2), GL_TEXTURE0) << "not yet in use";
+    shader.useProgram();
+    EXPECT_EQ(set("present", 2), GL_TEXTURE2);
+    GLint unit = 0;
+    glGetUniformiv(integer<GLuint>(GL_CURRENT_PROGRAM), shader.getUniformLocation("present"), &unit);
+    EXPECT_EQ(unit, 2);
+    EXPECT_EQ(set("absent", 3), GL_TEXTURE3);
+    EXPECT_EQ(integer<GLuint>(GL_TEXTURE_BINDING_2D), texture);
+}
+
+TEST_F(OpenglShaderTest, SetsAttributesByNameAndLocation) {
+    OpenglShader shader(kVertex, kPlain);
     shader.addAttributeBinding("other", 5);
     shader.addAttributeBinding("other", 7);
     const auto set = [&](int size, const auto& attribute) {
-        size == 1   ? shader.setAttribute1fv(attribute, nullptr, 20)
-        : size == 2 ? shader.setAttribute2fv(attribute, nullptr, 20)
-        : size == 3 ? shader.setAttribute3fv(attribute, nullptr, 20)
-                    : shader.setAttribute4fv(attribute, nullptr, 20);
+        if (size == 1)
+            shader.setAttribute1fv(attribute, nullptr, 20);
+        if (size == 2)
+            shader.setAttribute2fv(attribute, nullptr, 20);
+        if (size == 3)
+            shader.setAttribute3fv(attribute, nullptr, 20);
+        if (size == 4)
+            shader.setAttribute4fv(attribute, nullptr, 20);
     };
     const auto components = [] {
         GLint enabled = 0, size = 0;
@@ -155,31 +156,25 @@ TEST_F(OpenglShaderTest, SetsAttributesAndKnowsWhichTakeNoLocation) {
         glGetVertexAttribiv(5, GL_VERTEX_ATTRIB_ARRAY_SIZE, &size);
         return enabled ? size : 0;
     };
-    {
-        const GLCalls calls;
-        for (int size = 1; size <= 4; ++size) {
-            set(size, 5);
-            set(size, "other");
-        }
-        shader.disableVertexAttributeArray(5);
-        EXPECT_THAT(calls.counts, testing::IsEmpty()) << "not yet in use";
-    }
-    shader.useProgram();
     GLuint vertexArray = 0;
     glGenVertexArrays(1, &vertexArray);
     glBindVertexArray(vertexArray);
-    for (int size = 1; size <= 4; ++size) {
-        set(size, 5);
-        EXPECT_EQ(components(), size) << "the first binding holds";
-        shader.disableVertexAttributeArray("other");
-        EXPECT_EQ(components(), 0);
-        set(size, "other");
-        EXPECT_EQ(components(), size);
-        set(size, "absent");
-        EXPECT_EQ(glGetError(), GL_NO_ERROR);
-        set(size, -1);
-        EXPECT_EQ(glGetError() != GL_NO_ERROR, size == 2 || size == 3) << "these hand -1 on to GL";
-        shader.disableVertexAttributeArray(5);
+    for (const bool inUse : {false, true}) {
+        if (inUse)
+            shader.useProgram();
+        for (int size = 1; size <= 4; ++size) {
+            set(size, 5);
+            EXPECT_EQ(components(), inUse ? size : 0) << "the first binding counts";
+            shader.disableVertexAttributeArray("other");
+            EXPECT_EQ(components(), 0);
+            set(size, "other");
+            EXPECT_EQ(components(), inUse ? size : 0);
+            set(size, "absent");
+            EXPECT_EQ(glGetError(), GL_NO_ERROR);
+            set(size, -1);
+            EXPECT_EQ(glGetError() != GL_NO_ERROR, inUse && (size == 2 || size == 3)) << "-1 reaches GL";
+            shader.disableVertexAttributeArray(5);
+        }
     }
 }
 

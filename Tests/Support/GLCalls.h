@@ -7,14 +7,18 @@
 
 #include <map>
 #include <string>
+#include <vector>
 
 namespace Tessaloom::BilateralBlur {
 
-/// Counts the GL calls of all contexts while it lives.
+/// Records the GL calls of all contexts while it exists.
 class GLCalls {
 public:
     GLCalls() {
-        glbinding::setAfterCallback([this](const auto& call) { ++counts[call.function->name()]; });
+        glbinding::setAfterCallback([this](const auto& call) {
+            names.emplace_back(call.function->name());
+            ++counts[names.back()];
+        });
         glbinding::setCallbackMask(glbinding::CallbackMask::After);
     }
     ~GLCalls() {
@@ -25,6 +29,7 @@ public:
     /// Objects of a kind, "Textures" say, that were made and not deleted, where each call does one.
     int kept(const std::string& kind) { return counts["glGen" + kind] - counts["glDelete" + kind]; }
 
+    std::vector<std::string> names; ///< of the functions, in the order of the calls
     std::map<std::string, int> counts;
 };
 
