@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Plugins/Shared/GL/FullFrameVertices.h"
+#include "Plugins/Shared/GL/FullFramePass.h"
 #include "Plugins/Shared/GL/OpenglShader.h"
 
 namespace Tessaloom::BilateralBlur {
@@ -33,7 +33,7 @@ public:
 
 private:
     OpenglShader* mShader;
-    FullFrameVertices mVertices;
+    FullFramePass mVertices;
     int mBlurSize = 10;
 };
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Plugins/Shared/GL/FullFrameVertices.h"
+#include "Plugins/Shared/GL/FullFramePass.h"
 #include "Plugins/Shared/GL/OpenglShader.h"
 
 namespace Tessaloom::BilateralBlur {
@@ -17,7 +17,7 @@ public:
     void draw(unsigned texture, float multiplier16bit);
 
 private:
-    FullFrameVertices mVertices;
+    FullFramePass mVertices;
     OpenglShader mShader;
 };
 

@@ -11,16 +11,16 @@ namespace Tessaloom::BilateralBlur {
 ///
 /// The vertex buffer is common to a share group, while a vertex array exists only in the context that made
 /// it: each context that draws gets one of its own.
-class FullFrameVertices {
+class FullFramePass {
 public:
     /// Positions have 2 or 3 components, the third always 0. Makes no GL call.
-    explicit FullFrameVertices(int positionComponents) : mPositionComponents(positionComponents) {}
+    explicit FullFramePass(int positionComponents) : mPositionComponents(positionComponents) {}
 
     /// Deletes the buffer, and the vertex array of the context that is current; those of other contexts end
     /// with these. Makes no GL call where nothing was drawn.
-    ~FullFrameVertices();
-    FullFrameVertices(const FullFrameVertices&) = delete;
-    FullFrameVertices& operator=(const FullFrameVertices&) = delete;
+    ~FullFramePass();
+    FullFramePass(const FullFramePass&) = delete;
+    FullFramePass& operator=(const FullFramePass&) = delete;
 
     /// Puts `shader` in use with the vertices, with `texture` as its sampler "videoTexture" on texture unit 0
     /// and with its uniform "multiplier16bit". Makes what the current context still lacks of GL objects.

@@ -1,4 +1,4 @@
-#include "Plugins/Shared/GL/FullFrameVertices.h"
+#include "Plugins/Shared/GL/FullFramePass.h"
 
 #include <glbinding/gl/enum.h>
 #include <glbinding/gl/functions.h>
@@ -46,7 +46,7 @@ void fillWithPositions(int components) {
 
 } // namespace
 
-FullFrameVertices::~FullFrameVertices() {
+FullFramePass::~FullFramePass() {
     if (!mVertexBuffer)
         return;
     if (const gl::GLuint vertexArray = mVertexArrays.current())
@@ -54,7 +54,7 @@ FullFrameVertices::~FullFrameVertices() {
     gl::glDeleteBuffers(1, &mVertexBuffer);
 }
 
-void FullFrameVertices::makeObjects() {
+void FullFramePass::makeObjects() {
     gl::GLuint& vertexArray = mVertexArrays.current();
     if (!vertexArray) {
         gl::glGenVertexArrays(1, &vertexArray);
@@ -67,7 +67,7 @@ void FullFrameVertices::makeObjects() {
     }
 }
 
-void FullFrameVertices::begin(OpenglShader& shader, unsigned texture, float multiplier16bit) {
+void FullFramePass::begin(OpenglShader& shader, unsigned texture, float multiplier16bit) {
     makeObjects();
     shader.useProgram();
     gl::glBindVertexArray(mVertexArrays.current());
@@ -85,7 +85,7 @@ void FullFrameVertices::begin(OpenglShader& shader, unsigned texture, float mult
     shader.setUniform1f("multiplier16bit", multiplier16bit);
 }
 
-void FullFrameVertices::end(const OpenglShader& shader) {
+void FullFramePass::end(const OpenglShader& shader) {
     gl::glDrawArrays(gl::GL_TRIANGLES, 0, kVertices);
     shader.disableVertexAttributeArray(kPosition);
     shader.disableVertexAttributeArray(kInputUv);
