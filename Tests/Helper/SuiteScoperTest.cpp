@@ -7,18 +7,20 @@
 #include <gmock/gmock.h>
 
 #include <string>
+#include <utility>
 
 namespace Tessaloom::BilateralBlur {
 namespace {
 
 using Host::Services;
+using testing::ElementsAre;
 
 class SuiteScoperTest : public testing::Test {
 protected:
     ~SuiteScoperTest() override { EXPECT_THAT(mServices.settle(), testing::IsEmpty()); }
 
-    // What the user is told by an operation that must give this code; the other flags stay.
-    template<class Operation>
+    // The message that the user is shown by an operation that must return this code; the other flags stay.
+    template<typename Operation>
     std::string shown(PF_Err expected, Operation operation) {
         mOutData = {};
         mOutData.out_flags = 0x401;
@@ -27,6 +29,9 @@ protected:
         return mOutData.return_msg;
     }
 
+    // What the host was asked for since the last call of this.
+    std::vector<std::string> calls() { return std::exchange(mHost.calls, {}); }
+
     Services mServices;
     Services::Visit mVisit{mServices};
     FaultyHost mHost;
@@ -34,7 +39,7 @@ protected:
     PF_OutData mOutData{};
 };
 
-TEST_F(SuiteScoperTest, HoldsSuitesForAScopeAndThrowsThirteenWhereTheyAreMissing) {
+TEST_F(SuiteScoperTest, HoldsSuitesForAScope) {
     const auto scope = [&](PF_Err expected, PF_OutData* out, const char* text) {
         return shown(expected, [&]() -> PF_Err {
             try {
@@ -47,57 +52,83 @@ TEST_F(SuiteScoperTest, HoldsSuitesForAScopeAndThrowsThirteenWhereTheyAreMissing
         });
     };
     EXPECT_EQ(scope(0, &mOutData, "text"), "");
+    EXPECT_THAT(calls(), ElementsAre("AcquireSuite AEGP Memory Suite 1", "AcquireSuite PF Handle Suite 2",
+                                     "ReleaseSuite PF Handle Suite 2", "ReleaseSuite AEGP Memory Suite 1"));
     mHost.faults.failing = {{"PF Handle Suite", 1}};
     EXPECT_EQ(scope(13, nullptr, "text"), "");
+    EXPECT_EQ(calls().back(), "ReleaseSuite AEGP Memory Suite 1");
     EXPECT_EQ(scope(13, &mOutData, nullptr), "Not able to acquire AEFX Suite.");
     EXPECT_EQ(scope(13, &mOutData, ("%s" + std::string(1000, 'x')).c_str()), "%s" + std::string(253, 'x'));
 }
 
-TEST_F(SuiteScoperTest, TheFreeFunctionsGoByThePointerAndTheClassByTheCode) {
+TEST_F(SuiteScoperTest, FreeFunctionsJudgeByThePointerAndTheClassByTheCode) {
     void* suite = nullptr;
     const auto acquire = [&] { return AcquireSuite(&mInData, &mOutData, "A", 7, nullptr, &suite); };
     const auto release = [&] { return ReleaseSuite(&mInData, &mOutData, "A", 7, nullptr); };
+    mHost.faults.suites = {{"A", nullptr}};
     EXPECT_EQ(shown(516, acquire), "Not able to acquire AEFX Suite-A-7");
     EXPECT_EQ(shown(516, [&] { return AcquireSuite(&mInData, &mOutData, "A", 7, "own", &suite); }), "own");
-    // A host that gives a table and an error code at once.
-    const auto giveBoth = [](const char*, std::int32_t, const void** table) {
-        return *table = "", PF_Err{1};
-    };
-    SPBasicSuite both{giveBoth, nullptr};
+    SPBasicSuite both{[](const char*, std::int32_t, const void** table) -> PF_Err {
+                          *table = "table";
+                          return 1;
+                      },
+                      nullptr};
     mInData.pica_basicP = &both;
     EXPECT_EQ(shown(0, acquire), "");
     EXPECT_THROW(SuiteScoper<PF_HandleSuite1>(&both, "A", 7), int);
     mInData.pica_basicP = nullptr;
+    suite = nullptr;
+    EXPECT_EQ(shown(516, acquire), "Not able to acquire AEFX Suite-A-7");
     EXPECT_EQ(shown(516, release), "Not able to release AEFX Suite.");
 }
 
-TEST_F(SuiteScoperTest, TakesTheFourDrawingSuitesAsFarAsTheyGo) {
+TEST_F(SuiteScoperTest, AcquiresAndReleasesDrawingSuitesInOrder) {
+    constexpr const char* kNames[] = {"DRAWBOT Draw Suite", "DRAWBOT Supplier Suite", "DRAWBOT Surface Suite",
+                                      "DRAWBOT Path Suite"};
+    for (const char* name : kNames)
+        mHost.faults.suites[name] = name;
     DRAWBOT_Suites suites{}, *record = nullptr;
     const auto acquire = [&] { return AcquireDrawbotSuites(&mInData, &mOutData, record); };
     EXPECT_EQ(shown(514, acquire), "NULL suite pointer passed to AEFX_AcquireDrawbotSuites");
     record = &suites;
     EXPECT_EQ(shown(0, acquire), "");
-    EXPECT_TRUE(suites.drawbot_suiteP && suites.supplier_suiteP && suites.surface_suiteP &&
-                suites.path_suiteP);
+    const void* const found[] = {suites.drawbot_suiteP, suites.supplier_suiteP, suites.surface_suiteP,
+                                 suites.path_suiteP};
+    EXPECT_THAT(found, testing::ElementsAreArray(kNames));
+    mHost.faults.failing = {{"ReleaseSuite", 1}};
     EXPECT_EQ(shown(0, [&] { return ReleaseDrawbotSuites(&mInData, &mOutData); }), "");
-    mHost.faults.failing = {{"DRAWBOT Surface Suite", 1}};
+    EXPECT_THAT(calls(),
+                ElementsAre("AcquireSuite DRAWBOT Draw Suite 1", "AcquireSuite DRAWBOT Supplier Suite 1",
+                            "AcquireSuite DRAWBOT Surface Suite 2", "AcquireSuite DRAWBOT Path Suite 1",
+                            "ReleaseSuite DRAWBOT Draw Suite 1", "ReleaseSuite DRAWBOT Supplier Suite 1",
+                            "ReleaseSuite DRAWBOT Surface Suite 2", "ReleaseSuite DRAWBOT Path Suite 1"));
+    mHost.faults.suites["DRAWBOT Surface Suite"] = nullptr;
     EXPECT_EQ(shown(516, acquire), "Not able to acquire AEFX Suite-DRAWBOT Surface Suite-2");
-    EXPECT_EQ(mServices.settle().size(), 2u) << "the path suite isn't asked for";
+    EXPECT_EQ(calls().back(), "AcquireSuite DRAWBOT Surface Suite 2") << "the path suite isn't asked for";
 }
 
-TEST_F(SuiteScoperTest, ScriptsRunAndTextsAreTrimmed) {
+TEST_F(SuiteScoperTest, RunsScripts) {
     const auto run = [&](const char* script) {
         return ScriptHelper::RunSriptAndGetStringResult(mInData.pica_basicP, script);
     };
-    EXPECT_EQ(run("'a' + 6 * 7"), "a42");
+    EXPECT_EQ(run("'a'+6*7"), "a42");
+    // The host numbers its handles: the result is the first, the error the second.
+    EXPECT_THAT(calls(),
+                ElementsAre("AcquireSuite AEGP Utility Suite 11", "AcquireSuite AEGP Memory Suite 1",
+                            "AEGP_ExecuteScript 0 'a'+6*7 0", "AEGP_LockMemHandle 0x1",
+                            "AEGP_LockMemHandle 0x2", "AEGP_FreeMemHandle 0x1", "AEGP_FreeMemHandle 0x2",
+                            "ReleaseSuite AEGP Memory Suite 1", "ReleaseSuite AEGP Utility Suite 11"));
     for (const char* callback : {"AEGP_ExecuteScript", "AEGP_LockMemHandle"}) {
         mHost.faults.failing = {{callback, 77}};
         EXPECT_EQ(run("1"), "");
     }
     mHost.faults.failing = {{"AEGP Memory Suite", 1}};
     EXPECT_THROW(run("1"), int);
+}
+
+TEST(ScriptHelper, TrimsWhiteSpaceAtBothEnds) {
     EXPECT_EQ(ScriptHelper::TrimStringWhiteSpaces(" \t\n\v\f\r"), "");
-    EXPECT_EQ(ScriptHelper::TrimStringWhiteSpaces("\n\xA0 x\v\f\r"), "\xA0 x");
+    EXPECT_EQ(ScriptHelper::TrimStringWhiteSpaces("\n\xA0 x y\v\f\r"), "\xA0 x y");
 }
 
 } // namespace
