@@ -76,5 +76,17 @@ TEST_F(ShaderTest, HasTheNumbersOfTheFilterInItsText) {
     EXPECT_EQ(number("float kernel["), 2 * kLargestReach + 1);
 }
 
+TEST_F(ShaderTest, IsDeletedBeforeTheVertices) {
+    const gl::GLuint input = makeTexture(1, 1);
+    drawInto(input, 1, 1);
+    const GLCalls calls;
+    BilateralBlurRender().draw(input, 1);
+    using Names = std::vector<std::string>;
+    EXPECT_EQ(Names(calls.names.begin(), calls.names.begin() + 4),
+              Names({"glGenVertexArrays", "glGenBuffers", "glBindBuffer", "glBufferData"}));
+    EXPECT_EQ(Names(calls.names.end() - 3, calls.names.end()),
+              Names({"glDeleteProgram", "glDeleteVertexArrays", "glDeleteBuffers"}));
+}
+
 } // namespace
 } // namespace Tessaloom::BilateralBlur

@@ -159,6 +159,39 @@ TEST_F(MainFrameBufferTest, CreatesTransparentTexturesOfAllKinds) {
            GL_LINEAR_MIPMAP_NEAREST);
 }
 
+// From the first draw to the end of the pass; the second draw makes nothing.
+template<typename Pass>
+std::string callsOf(GLuint picture) {
+    const GLCalls calls;
+    {
+        Pass pass;
+        pass.draw(picture, 1);
+        pass.draw(picture, 1);
+    }
+    std::string names;
+    for (const std::string& name : calls.names)
+        names += name.substr(2) + " ";
+    return names;
+}
+
+TEST_F(MainFrameBufferTest, ItsPassesMakeUseAndDeleteInOrder) {
+    const GLuint picture = makeTexture(1, 1, white.data());
+    drawInto(makeTexture(1, 1), 1, 1);
+    const std::string build =
+        "CreateShader CreateShader ShaderSource CompileShader GetShaderiv ShaderSource CompileShader "
+        "GetShaderiv CreateProgram AttachShader AttachShader BindAttribLocation BindAttribLocation "
+        "LinkProgram GetProgramiv DetachShader DetachShader DeleteShader DeleteShader ";
+    const std::string draw =
+        "UseProgram BindVertexArray BindBuffer EnableVertexAttribArray VertexAttribPointer "
+        "EnableVertexAttribArray VertexAttribPointer ActiveTexture BindTexture GetUniformLocation Uniform1i "
+        "GetUniformLocation Uniform1f DrawArrays DisableVertexAttribArray DisableVertexAttribArray "
+        "BindVertexArray BindBuffer ";
+    const std::string all = "GenVertexArrays BindVertexArray GenBuffers BindBuffer BufferData " + build +
+                            draw + draw + "DeleteVertexArrays DeleteBuffers DeleteProgram ";
+    EXPECT_EQ(callsOf<ScreenRender>(picture), all);
+    EXPECT_EQ(callsOf<BackgroundRender>(picture), all);
+}
+
 TEST_F(MainFrameBufferTest, TurnsHostPixelsIntoPremultipliedOnesAndBack) {
     std::mt19937 random(11);
     std::vector<float> source(4 * 13 * 5);

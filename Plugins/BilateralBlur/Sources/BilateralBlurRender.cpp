@@ -58,22 +58,18 @@ void main() {
 
 } // namespace
 
-BilateralBlurRender::BilateralBlurRender()
-    : mShader(new OpenglShader(kVertexStage, kFragmentStage)), mVertices(2) {
-    mShader->addAttributeBinding("position", 0);
-    mShader->addAttributeBinding("input_uv", 1);
-}
+BilateralBlurRender::BilateralBlurRender() : mPass(kVertexStage, kFragmentStage, 2) {}
 
 BilateralBlurRender::~BilateralBlurRender() {
-    delete mShader;
+    mPass.deleteShader();
 }
 
 void BilateralBlurRender::draw(unsigned texture, float multiplier16bit) {
     const AEOpenglMainFrameBuffer& frameBuffer = *AEOpenglMainFrameBuffer::mainFrameBuffer();
-    mVertices.begin(*mShader, texture, multiplier16bit);
-    mShader->setUniform1i("blurSize", std::clamp(mBlurSize, 0, kLargestBlurScale));
-    mShader->setUniform2f("viewSize", frameBuffer.width(), frameBuffer.height());
-    mVertices.end(*mShader);
+    const OpenglShader& shader = mPass.begin(texture, multiplier16bit);
+    shader.setUniform1i("blurSize", std::clamp(mBlurSize, 0, kLargestBlurScale));
+    shader.setUniform2f("viewSize", frameBuffer.width(), frameBuffer.height());
+    mPass.end();
 }
 
 } // namespace Tessaloom::BilateralBlur

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "Plugins/Shared/GL/FullFramePass.h"
-#include "Plugins/Shared/GL/OpenglShader.h"
 
 namespace Tessaloom::BilateralBlur {
 
@@ -18,22 +17,22 @@ public:
     /// Makes no GL call and needs no context.
     BilateralBlurRender();
 
-    /// A context of the share group must be current where something was drawn.
+    /// If something was drawn, a context of the share group must be current. Deletes the program before
+    /// vertex array and buffer.
     ~BilateralBlurRender();
     BilateralBlurRender(const BilateralBlurRender&) = delete;
     BilateralBlurRender& operator=(const BilateralBlurRender&) = delete;
 
     /// The neighbourhood of the next draws is 2 * reachOf(scale) + 1 pixels square. Scales beyond 0 to 60
-    /// work as the nearest of the two.
+    /// are clamped.
     void setBlurScale(int scale) { mBlurSize = scale; }
 
-    /// Draws the pass with `texture` as its input into the frame buffer that is bound. Texture, viewport and
-    /// main frame buffer must have one size. `multiplier16bit` is that of the texture's upload.
+    /// Draws the pass with `texture` as its input into the framebuffer that is bound. Texture, viewport and
+    /// main framebuffer must have the same size. `multiplier16bit` is that of the texture's upload.
     void draw(unsigned texture, float multiplier16bit);
 
 private:
-    OpenglShader* mShader;
-    FullFramePass mVertices;
+    FullFramePass mPass;
     int mBlurSize = 10;
 };
 

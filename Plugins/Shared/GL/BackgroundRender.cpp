@@ -19,14 +19,10 @@ void main() {
 
 } // namespace
 
-BackgroundRender::BackgroundRender() : mVertices(3), mShader(kVertexStage, kFragmentStage) {
-    mShader.addAttributeBinding("position", 0);
-    mShader.addAttributeBinding("input_uv", 1);
-}
+BackgroundRender::BackgroundRender() : mPass(kVertexStage, kFragmentStage, 3) {}
 
 void BackgroundRender::draw(unsigned texture, float multiplier16bit) {
-    mVertices.begin(mShader, texture, multiplier16bit);
-    mVertices.end(mShader);
+    mPass.draw(texture, multiplier16bit);
 }
 
 } // namespace Tessaloom::BilateralBlur

@@ -46,51 +46,64 @@ void fillWithPositions(int components) {
 
 } // namespace
 
-FullFramePass::~FullFramePass() {
-    if (!mVertexBuffer)
-        return;
-    if (const gl::GLuint vertexArray = mVertexArrays.current())
-        gl::glDeleteVertexArrays(1, &vertexArray);
-    gl::glDeleteBuffers(1, &mVertexBuffer);
+FullFramePass::FullFramePass(const char* vertexStage, const char* fragmentStage, int positionComponents)
+    : mShader(std::in_place, vertexStage, fragmentStage), mPositionComponents(positionComponents) {
+    mShader->addAttributeBinding("position", kPosition);
+    mShader->addAttributeBinding("input_uv", kInputUv);
 }
 
+FullFramePass::~FullFramePass() {
+    if (const gl::GLuint vertexArray = mVertexArray.current())
+        gl::glDeleteVertexArrays(1, &vertexArray);
+    if (mVertexBuffer)
+        gl::glDeleteBuffers(1, &mVertexBuffer);
+}
+
+void FullFramePass::draw(unsigned texture, float multiplier16bit) {
+    begin(texture, multiplier16bit);
+    end();
+}
+
+const OpenglShader& FullFramePass::begin(unsigned texture, float multiplier16bit) {
+    makeObjects();
+    mShader->useProgram();
+    gl::glBindVertexArray(mVertexArray.current());
+    gl::glBindBuffer(gl::GL_ARRAY_BUFFER, mVertexBuffer);
+
+    const int stride = (mPositionComponents + kUvComponents) * static_cast<int>(sizeof(float));
+    if (mPositionComponents == 3)
+        mShader->setAttribute3fv(kPosition, byteOffset(0), stride);
+    else
+        mShader->setAttribute2fv(kPosition, byteOffset(0), stride);
+    mShader->setAttribute2fv(kInputUv, byteOffset(mPositionComponents), stride);
+
+    mShader->setUniformTexture("videoTexture", static_cast<int>(gl::GL_TEXTURE_2D), static_cast<int>(texture),
+                               0);
+    mShader->setUniform1f("multiplier16bit", multiplier16bit);
+    return *mShader;
+}
+
+void FullFramePass::end() const {
+    gl::glDrawArrays(gl::GL_TRIANGLES, 0, kVertices);
+    mShader->disableVertexAttributeArray(kPosition);
+    mShader->disableVertexAttributeArray(kInputUv);
+    gl::glBindVertexArray(0);
+    gl::glBindBuffer(gl::GL_ARRAY_BUFFER, 0);
+}
+
+// A pass with two components leaves the binding of the vertex array to the drawing.
 void FullFramePass::makeObjects() {
-    gl::GLuint& vertexArray = mVertexArrays.current();
+    gl::GLuint& vertexArray = mVertexArray.current();
     if (!vertexArray) {
         gl::glGenVertexArrays(1, &vertexArray);
-        gl::glBindVertexArray(vertexArray);
+        if (mPositionComponents == 3)
+            gl::glBindVertexArray(vertexArray);
     }
     if (!mVertexBuffer) {
         gl::glGenBuffers(1, &mVertexBuffer);
         gl::glBindBuffer(gl::GL_ARRAY_BUFFER, mVertexBuffer);
         fillWithPositions(mPositionComponents);
     }
-}
-
-void FullFramePass::begin(OpenglShader& shader, unsigned texture, float multiplier16bit) {
-    makeObjects();
-    shader.useProgram();
-    gl::glBindVertexArray(mVertexArrays.current());
-    gl::glBindBuffer(gl::GL_ARRAY_BUFFER, mVertexBuffer);
-
-    const int stride = (mPositionComponents + kUvComponents) * static_cast<int>(sizeof(float));
-    if (mPositionComponents == 3)
-        shader.setAttribute3fv(kPosition, byteOffset(0), stride);
-    else
-        shader.setAttribute2fv(kPosition, byteOffset(0), stride);
-    shader.setAttribute2fv(kInputUv, byteOffset(mPositionComponents), stride);
-
-    shader.setUniformTexture("videoTexture", static_cast<int>(gl::GL_TEXTURE_2D), static_cast<int>(texture),
-                             0);
-    shader.setUniform1f("multiplier16bit", multiplier16bit);
-}
-
-void FullFramePass::end(const OpenglShader& shader) {
-    gl::glDrawArrays(gl::GL_TRIANGLES, 0, kVertices);
-    shader.disableVertexAttributeArray(kPosition);
-    shader.disableVertexAttributeArray(kInputUv);
-    gl::glBindVertexArray(0);
-    gl::glBindBuffer(gl::GL_ARRAY_BUFFER, 0);
 }
 
 } // namespace Tessaloom::BilateralBlur

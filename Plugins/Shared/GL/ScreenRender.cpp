@@ -32,14 +32,10 @@ void main() {
 
 } // namespace
 
-ScreenRender::ScreenRender() : mVertices(3), mShader(kVertexStage, kFragmentStage) {
-    mShader.addAttributeBinding("position", 0);
-    mShader.addAttributeBinding("input_uv", 1);
-}
+ScreenRender::ScreenRender() : mPass(kVertexStage, kFragmentStage, 3) {}
 
 void ScreenRender::draw(unsigned texture, float multiplier16bit) {
-    mVertices.begin(mShader, texture, multiplier16bit);
-    mVertices.end(mShader);
+    mPass.draw(texture, multiplier16bit);
 }
 
 } // namespace Tessaloom::BilateralBlur

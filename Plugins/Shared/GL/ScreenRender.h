@@ -1,24 +1,22 @@
 #pragma once
 
 #include "Plugins/Shared/GL/FullFramePass.h"
-#include "Plugins/Shared/GL/OpenglShader.h"
 
 namespace Tessaloom::BilateralBlur {
 
-/// The last pass of a frame: brings a texture of premultiplied R, G, B, A into straight A, R, G, B, the order
+/// The last pass of a frame: converts a texture of premultiplied R, G, B, A to straight A, R, G, B, the order
 /// of the host, and divides it by the multiplier. An alpha of 0 gives 0 in all four channels.
 class ScreenRender {
 public:
     /// Makes no GL call and needs no context.
     ScreenRender();
 
-    /// Draws `texture` over the whole viewport into the frame buffer that is bound; it stays the caller's.
+    /// Draws `texture` over the whole viewport into the framebuffer that is bound; the caller keeps it.
     /// `multiplier16bit` is 1 for 8-bit and float pixels and 65535 / 32768 for 16-bit pixels.
     void draw(unsigned texture, float multiplier16bit);
 
 private:
-    FullFramePass mVertices;
-    OpenglShader mShader;
+    FullFramePass mPass;
 };
 
 } // namespace Tessaloom::BilateralBlur
