@@ -1,32 +1,41 @@
 #pragma once
 
-#include "HostInterface/EffectHost.h"
+#include "Host/Module.h"
 
+#include <cstdint>
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace Tessaloom::BilateralBlur::Program {
+
+/// What has to be known of the command line before the rest can be read.
+struct Preliminaries {
+    std::filesystem::path module{}; ///< empty where the program is to find it
+    bool version = false;
+};
 
 /// The command line.
 struct Options {
     std::string input, output;
-    std::string blurScale;          ///< as typed; empty where it wasn't
-    std::string frames;             ///< as typed; empty where it wasn't
-    std::filesystem::path module{}; ///< empty where the program is to find it
-    bool skipExisting = false, quiet = false;
-    bool help = false, about = false, version = false;
+    std::vector<std::int32_t> values{};  ///< of the effect's sliders, in the order of their declaration
+    std::optional<std::string> frames{}; ///< as typed
+    unsigned threads = 0;                ///< 0 where it isn't given
+    bool skipExisting = false, quiet = false, verbose = false;
+    bool help = false, about = false;
 };
 
-/// Reads the command line. Throws WrongUse for an unknown option, a missing value or an argument too many.
-/// That input, output and scale are there is tested only where none of `help`, `about` and `version` is set.
-Options parseOptions(int argc, const char* const* argv);
+/// Looks for the options of `Preliminaries` alone.
+Preliminaries parsePreliminaries(int argc, const char* const* argv);
 
-/// The text of --help. `effectName` and `slider` are as the module declares them.
-std::string helpText(const std::string& effectName, const PF_ParamDef& slider);
+/// Reads the command line. `effect` is what the module's property list says. Throws WrongUse for an unknown
+/// option, a missing or wrong value, or an argument too many. That input, output and all values are given is
+/// checked only where neither `help` nor `about` is set.
+Options parseOptions(int argc, const char* const* argv, const Host::Resource& effect);
 
-/// The value of --blur-scale. Throws WrongUse where it isn't a whole number of the slider's range.
-int parseBlurScale(const std::string& text, const PF_ParamDef& slider);
+/// The text of --help.
+std::string helpText(const Host::Resource& effect);
 
 /// The module to load where --module isn't given: beside the program, where an installation puts it, or
 /// where the build makes it. Throws Failure where it is in none of these places.

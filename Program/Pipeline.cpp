@@ -1,13 +1,18 @@
 #include "Program/Pipeline.h"
 
+#include "Host/Effect.h"
+#include "Program/Cores.h"
 #include "Program/Errors.h"
 #include "Program/Files/Picture.h"
 #include "Program/OutputFile.h"
 #include "Program/Queue.h"
 
+#include <algorithm>
+#include <atomic>
 #include <functional>
 #include <new>
 #include <optional>
+#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -19,97 +24,172 @@ using std::filesystem::path;
 
 /// A picture on its way.
 struct Frame {
-    const Job* job;
+    int job;
     Picture picture;
 };
 
-/// Runs one step for one job; its failure is reported and gives false.
-bool attempt(const path& file, Report& report, const std::function<void()>& step) {
+/// Starts a thread, unless the system refuses one.
+bool tryStart(std::vector<std::jthread>& threads, const std::function<void()>& work) {
+    try {
+        threads.emplace_back([work] {
+            work();
+            vips_thread_shutdown();
+        });
+        return true;
+    } catch (const std::system_error&) {
+        return false;
+    }
+}
+
+class Pipeline {
+public:
+    Pipeline(const std::vector<Job>& jobs, const std::vector<int>& todo, const Settings& settings,
+             EventWriter& events)
+        : mJobs(jobs),
+          mTodo(todo),
+          mSettings(settings),
+          mEvents(events),
+          mEncoders(std::min<std::size_t>(allowedCores(), todo.size())),
+          mSpares(mEncoders + 5) {}
+
+    void run();
+
+private:
+    const Job& job(const Frame& frame) const { return mJobs[frame.job]; }
+
+    bool attempt(int job, const path& file, const std::function<void()>& step);
+    void stop(const std::string& why);
+    std::optional<Frame> readNext();
+    void readAll();
+    void noteLosses(const Frame& frame);
+    void filter(Frame& frame, Host::Effect& effect);
+    void write(Frame& frame);
+    void writeAll();
+
+    const std::vector<Job>& mJobs;
+    const std::vector<int>& mTodo;
+    const Settings& mSettings;
+    EventWriter& mEvents;
+    const std::size_t mEncoders;
+    std::size_t mNext = 0; ///< in `mTodo`; the reader's
+    std::atomic<bool> mIsStopped{false};
+    Queue<Frame> mToFilter{1}, mToWrite{1};
+    /// Worlds of pictures that are written, for those to come: new pages cost as much as decoding. More than
+    /// there are worlds on the way, so giving back never waits.
+    Queue<Host::World> mSpares;
+};
+
+/// Runs one step for one job. A failure is reported and gives false.
+bool Pipeline::attempt(int job, const path& file, const std::function<void()>& step) {
+    const auto failed = [&](const std::string& why) { mEvents.send({Event::Kind::Failed, job, why}); };
     try {
         step();
         return true;
     } catch (const std::bad_alloc&) {
-        report.frameFailed(file.string() + ": out of memory");
+        failed(file.string() + ": out of memory");
+    } catch (const CommonFailure& failure) {
+        stop(failure.what());
     } catch (const Failure& failure) {
-        report.frameFailed(failure.what());
+        failed(failure.what());
     } catch (const std::exception& error) {
-        report.frameFailed(file.string() + ": " + error.what());
+        failed(file.string() + ": " + error.what());
     }
     return false;
 }
 
-/// Notes what of the pictures gets lost, once for each kind of loss.
-class LossNotes {
-public:
-    explicit LossNotes(Report& report) : mReport(report) {}
+void Pipeline::stop(const std::string& why) {
+    if (!mIsStopped.exchange(true))
+        mEvents.send({Event::Kind::Stopped, 0, why});
+}
 
-    void look(const Frame& frame) {
-        const std::string file = frame.job->input.string();
-        if (frame.picture.is16Bit && !std::exchange(mToldDepth, true))
-            mReport.note(file + ": the effect works with 8 bits a channel, 16 are rounded to that");
-        if (frame.picture.pages > 1 && !std::exchange(mToldPages, true))
-            mReport.note(file + ": of " + std::to_string(frame.picture.pages) +
-                         " pages the first alone is filtered and written");
-    }
-
-private:
-    Report& mReport;
-    bool mToldDepth = false, mToldPages = false;
-};
-
-/// The way of the pictures between the threads, and of their worlds back for the pictures to come.
-struct Line {
-    Queue<Frame> toFilter{1}, toWrite{1};
-    Queue<Host::World> spares{8}; ///< more than there are worlds on the way, so giving back never waits
-};
-
-void readAll(const std::vector<Job>& jobs, Line& line, Report& report) {
-    LossNotes losses(report);
-    for (const Job& job : jobs)
-        attempt(job.input, report, [&] {
-            // One picture read ahead is enough, and none is held while another waits.
-            line.toFilter.waitForRoom();
-            Frame frame{&job, readPicture(job.input, line.spares.tryPop().value_or(Host::World(0, 0)))};
-            losses.look(frame);
-            line.toFilter.push(std::move(frame));
+/// The next picture that can be read.
+std::optional<Frame> Pipeline::readNext() {
+    std::optional<Frame> frame;
+    while (!frame && !mIsStopped && mNext < mTodo.size()) {
+        const int index = mTodo[mNext++];
+        const path& input = mJobs[index].input;
+        mEvents.send({Event::Kind::Started, index});
+        attempt(index, input, [&] {
+            checkFolderExists(input);
+            frame = Frame{index, readPicture(input, mSpares.tryPop().value_or(Host::World(0, 0)))};
+            noteLosses(*frame);
         });
-    line.toFilter.close();
-    vips_thread_shutdown();
-}
-
-void filter(Frame& frame, Host::Effect& effect, int blurScale) {
-    Host::World& world = frame.picture.world;
-    const Host::Result result = effect.render(world, world, blurScale, {.current = frame.job->frame});
-    if (!result.ok())
-        throw Failure(frame.job->input.string() + ": " + result.text());
-}
-
-void filterAll(Line& line, Host::Effect& effect, int blurScale, Report& report) {
-    while (std::optional<Frame> frame = line.toFilter.pop())
-        if (attempt(frame->job->input, report, [&] { filter(*frame, effect, blurScale); }))
-            line.toWrite.push(std::move(*frame));
-    line.toWrite.close();
-}
-
-void writeAll(Line& line, Report& report) {
-    while (std::optional<Frame> frame = line.toWrite.pop()) {
-        const path& output = frame->job->output;
-        if (attempt(output, report, [&] { replaceFile(output, encodePicture(frame->picture, output)); }))
-            report.frameDone();
-        line.spares.push(std::move(frame->picture.world));
     }
-    vips_thread_shutdown();
+    return frame;
+}
+
+void Pipeline::readAll() {
+    // One picture read ahead is enough, and none is held while another waits.
+    for (mToFilter.waitForRoom(); std::optional<Frame> frame = readNext(); mToFilter.waitForRoom())
+        mToFilter.push(std::move(*frame));
+    mToFilter.close();
+}
+
+void Pipeline::noteLosses(const Frame& frame) {
+    const auto note = [&](const std::string& text) { mEvents.send({Event::Kind::Note, frame.job, text}); };
+    if (frame.picture.is16Bit)
+        note("16-bit input is reduced to 8 bits per channel");
+    if (frame.picture.pages > 1)
+        note("only the first of " + std::to_string(frame.picture.pages) + " pages is processed");
+}
+
+void Pipeline::filter(Frame& frame, Host::Effect& effect) {
+    Host::World& world = frame.picture.world;
+    const Host::Result result = effect.render(world, world, mSettings.values, {.current = job(frame).frame});
+    if (!result.ok())
+        throw Failure(job(frame).input.string() + ": " + result.text());
+}
+
+void Pipeline::write(Frame& frame) {
+    const path& output = job(frame).output;
+    if (!mIsStopped &&
+        attempt(frame.job, output, [&] { replaceFile(output, encodePicture(frame.picture, output)); }))
+        mEvents.send({Event::Kind::Done, frame.job});
+    mSpares.push(std::move(frame.picture.world));
+}
+
+void Pipeline::writeAll() {
+    while (std::optional<Frame> frame = mToWrite.pop())
+        write(*frame);
+}
+
+void Pipeline::run() {
+    std::vector<std::jthread> readers, writers;
+    // Goes before the threads, also where an exception unwinds this: nobody waits for what doesn't come.
+    const struct Closer {
+        Pipeline& pipeline;
+        ~Closer() {
+            pipeline.mToFilter.close();
+            pipeline.mToWrite.close();
+        }
+    } closer{*this};
+
+    const bool readsAhead = tryStart(readers, [this] { readAll(); });
+    const Host::Module module(mSettings.module);
+    Host::Effect effect(module);
+    while (writers.size() < mEncoders && tryStart(writers, [this] { writeAll(); }))
+        continue;
+    while (std::optional<Frame> frame = readsAhead ? mToFilter.pop() : readNext()) {
+        if (mIsStopped || !attempt(frame->job, job(*frame).input, [&] { filter(*frame, effect); }))
+            continue;
+        if (writers.empty())
+            write(*frame);
+        else
+            mToWrite.push(std::move(*frame));
+    }
 }
 
 } // namespace
 
-void doWork(const std::vector<Job>& jobs, Host::Effect& effect, int blurScale, Report& report) {
-    Line line;
-    std::jthread reader([&] { readAll(jobs, line, report); });
-    // Compressing a picture is the slowest step of most sequences, and takes one core.
-    std::jthread writer([&] { writeAll(line, report); });
-    std::jthread otherWriter([&] { writeAll(line, report); });
-    filterAll(line, effect, blurScale, report);
+void runPipeline(const std::vector<Job>& jobs, const std::vector<int>& todo, const Settings& settings,
+                 EventWriter& events) {
+    try {
+        Pipeline(jobs, todo, settings, events).run();
+    } catch (const std::bad_alloc&) {
+        events.send({Event::Kind::Stopped, 0, "out of memory"});
+    } catch (const std::exception& error) {
+        events.send({Event::Kind::Stopped, 0, error.what()});
+    }
 }
 
 } // namespace Tessaloom::BilateralBlur::Program

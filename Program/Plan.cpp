@@ -20,13 +20,11 @@ bool isThere(const path& file) {
     return std::filesystem::exists(file, ignored);
 }
 
-Work planPicture(const Options& options) {
-    if (!options.frames.empty())
+Plan planPicture(const Options& options) {
+    if (options.frames)
         throw WrongUse("--frames needs a sequence as INPUT, a name with #### or %04d: " + options.input);
-    if (FramePattern::parse(options.output))
-        throw WrongUse(options.output + ": a sequence as OUTPUT needs one as INPUT, with #### or %04d");
     checkReadable(options.input);
-    return {.jobs = {{options.input, options.output, 0}}, .notes = {}, .failures = {}};
+    return {.jobs = {{options.input, options.output, 0}}};
 }
 
 /// The frames of a rising range that aren't in `present`, which is rising too.
@@ -53,52 +51,50 @@ void checkApart(const FramePattern& input, const FramePattern& output, const std
     for (const int frame : frames)
         if (input.frameOf(output.file(frame).filename().string()))
             throw WrongUse(output.file(frame).string() +
-                           ": the output's frames would replace the input's; name another folder or file");
+                           ": the output's frames would replace the input's; name another directory or file");
 }
 
-Work planSequence(const Options& options, const FramePattern& input) {
+Plan planSequence(const Options& options, const FramePattern& input) {
     const std::optional<FramePattern> output = FramePattern::parse(options.output);
     if (!output)
         throw WrongUse(options.output + ": a sequence as INPUT needs one as OUTPUT, with #### or %04d");
     const std::vector<int> existing = input.existingFrames();
-    const std::vector<int> wanted = options.frames.empty() ? existing : parseFrames(options.frames);
+    const std::vector<int> wanted = options.frames ? parseFrames(*options.frames) : existing;
     const std::vector<int> missing = missingFrom(existing, wanted);
     const std::vector<int> frames = missingFrom(missing, wanted);
     if (frames.empty())
-        throw Failure(options.input + ": no file of this name with a number" +
-                      (options.frames.empty() ? "" : " of --frames " + options.frames));
+        throw Failure(options.input + ": no frames found" +
+                      (options.frames ? " with a number of --frames " + *options.frames : ""));
     checkApart(input, *output, frames);
 
-    Work work;
+    Plan plan;
     for (const int frame : frames)
-        work.jobs.push_back({input.file(frame), output->file(frame), frame});
-    if (options.frames.empty() && !gapsOf(frames).empty())
-        work.notes.push_back(options.input + ": there are gaps, without frames " +
-                             framesText(gapsOf(frames)));
-    for (const int frame : missing)
-        work.failures.push_back(input.file(frame).string() + ": no such file");
-    return work;
+        plan.jobs.push_back({input.file(frame), output->file(frame), frame});
+    if (!options.frames && !gapsOf(frames).empty())
+        plan.notes.push_back("missing frames " + framesText(gapsOf(frames)));
+    plan.missing = missing;
+    return plan;
 }
 
-void skipExisting(Work& work) {
-    const std::size_t before = work.jobs.size();
-    std::erase_if(work.jobs, [](const Job& job) { return isThere(job.output); });
-    if (const std::size_t skipped = before - work.jobs.size())
-        work.notes.push_back(std::to_string(skipped) + (skipped == 1 ? " output exists" : " outputs exist") +
+void skipExisting(Plan& plan) {
+    const std::size_t before = plan.jobs.size();
+    std::erase_if(plan.jobs, [](const Job& job) { return isThere(job.output); });
+    if (const std::size_t skipped = before - plan.jobs.size())
+        plan.notes.push_back(std::to_string(skipped) + (skipped == 1 ? " output exists" : " outputs exist") +
                              " already");
 }
 
 } // namespace
 
-Work planWork(const Options& options) {
+Plan makePlan(const Options& options) {
     checkWritableType(options.output);
     const std::optional<FramePattern> input =
         isThere(options.input) ? std::nullopt : FramePattern::parse(options.input);
-    Work work = input ? planSequence(options, *input) : planPicture(options);
-    checkReplaceable(work.jobs.front().output);
+    Plan plan = input ? planSequence(options, *input) : planPicture(options);
+    checkReplaceable(plan.jobs.front().output);
     if (options.skipExisting)
-        skipExisting(work);
-    return work;
+        skipExisting(plan);
+    return plan;
 }
 
 } // namespace Tessaloom::BilateralBlur::Program

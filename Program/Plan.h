@@ -15,17 +15,17 @@ struct Job {
 };
 
 /// What the command line asks for.
-struct Work {
+struct Plan {
     std::vector<Job> jobs;
-    std::vector<std::string> notes;    ///< worth knowing before the work starts
-    std::vector<std::string> failures; ///< frames that were asked for and can't be done
+    std::vector<std::string> notes{}; ///< worth knowing before the work starts
+    std::vector<int> missing{};       ///< frames of --frames that don't exist, rising
 };
 
-/// Finds the frames. A name that holds a number, but is the name of a file, is taken for that file.
+/// Finds the frames. A pattern that is also an existing file means that file.
 ///
-/// A gap between the frames that exist is a note. A frame of --frames that doesn't exist is a failure.
+/// OUTPUT of a single picture is taken as it is. A gap between the frames that exist is a note.
 /// Throws WrongUse where input and output don't go together, Failure where there is nothing to do or the
-/// output's folder can't be written to.
-Work planWork(const Options& options);
+/// output's directory can't be written to.
+Plan makePlan(const Options& options);
 
 } // namespace Tessaloom::BilateralBlur::Program

@@ -9,22 +9,26 @@
 
 namespace Tessaloom::BilateralBlur::Program {
 
-/// A line of at most `capacity` values between threads.
+/// A bounded queue between threads. Own code, since the standard library has none and what Debian offers
+/// brings a scheduler of its own.
 template<class Value>
 class Queue {
 public:
     explicit Queue(std::size_t capacity) : mCapacity(capacity) {}
 
-    /// Waits until there is room. It stays where one thread alone pushes.
+    /// Waits until there is room or the queue is closed. Still true afterwards if this thread is the only
+    /// producer.
     void waitForRoom() {
         std::unique_lock lock(mMutex);
-        mChanged.wait(lock, [this] { return mValues.size() < mCapacity; });
+        mChanged.wait(lock, [this] { return hasRoom(); });
     }
 
-    /// Waits until there is room.
+    /// Waits until there is room. On a closed queue the value is dropped.
     void push(Value value) {
         std::unique_lock lock(mMutex);
-        mChanged.wait(lock, [this] { return mValues.size() < mCapacity; });
+        mChanged.wait(lock, [this] { return hasRoom(); });
+        if (mIsClosed)
+            return;
         mValues.push_back(std::move(value));
         mChanged.notify_all();
     }
@@ -42,7 +46,7 @@ public:
         return takeFirst();
     }
 
-    /// No value follows.
+    /// Ends the queue, from either side: consumers get what is in it, producers don't wait any more.
     void close() {
         const std::lock_guard lock(mMutex);
         mIsClosed = true;
@@ -50,6 +54,8 @@ public:
     }
 
 private:
+    bool hasRoom() const { return mValues.size() < mCapacity || mIsClosed; }
+
     std::optional<Value> takeFirst() {
         if (mValues.empty())
             return std::nullopt;

@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <cstdio>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 namespace Tessaloom::BilateralBlur::Program {
@@ -21,6 +22,17 @@ std::string durationText(double seconds) {
     return text;
 }
 
+std::string counted(int number, const std::string& noun) {
+    return std::to_string(number) + " " + noun + (number == 1 ? "" : "s");
+}
+
+/// The columns that a line may take on the terminal of standard error now.
+std::size_t terminalColumns() {
+    winsize size{};
+    // The last column is left free: some terminals start a new line after it.
+    return ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 1 ? size.ws_col - 1 : 79;
+}
+
 } // namespace
 
 Report::Report(bool quiet, int frames)
@@ -32,20 +44,17 @@ void Report::line(const std::string& text) {
     mOnProgressLine = false;
 }
 
-void Report::note(const std::string& text) {
-    const std::lock_guard lock(mMutex);
-    if (!mQuiet)
-        line(text);
+void Report::note(const std::string& subject, const std::string& text) {
+    if (!mQuiet && mNotes.insert(text).second)
+        line(subject + ": " + text);
 }
 
-void Report::frameFailed(const std::string& text) {
-    const std::lock_guard lock(mMutex);
-    ++mFailed;
+void Report::framesFailed(const std::string& text, int frames) {
+    mFailed += frames;
     line(text);
 }
 
 void Report::frameDone() {
-    const std::lock_guard lock(mMutex);
     ++mDone;
     if (!mQuiet && mFrames > 1)
         showProgress();
@@ -59,7 +68,7 @@ void Report::showProgress() {
     const std::string text = progressText(std::chrono::duration<double>(now - mStart).count());
     if (!mIsTerminal)
         return line(text);
-    std::fprintf(stderr, "\r\033[K%s", text.c_str());
+    std::fprintf(stderr, "\r\033[K%s", text.substr(0, terminalColumns()).c_str());
     mOnProgressLine = true;
 }
 
@@ -72,21 +81,20 @@ std::string Report::progressText(double seconds) const {
 }
 
 void Report::finish() {
-    const std::lock_guard lock(mMutex);
     if (mFrames > 1 && (!mQuiet || mFailed > 0))
-        line(std::to_string(mDone) + (mDone == 1 ? " frame" : " frames") + " filtered, " +
-             std::to_string(mFailed) + " failed");
+        line(counted(mDone, "frame") + " filtered, " + std::to_string(mFailed) + " failed");
+}
+
+void Report::stopped(const std::string& text, const std::string& remaining) {
+    line(text);
+    if (mFrames > 1)
+        line(counted(mDone, "frame") + " filtered, " + std::to_string(mFailed) + " failed" +
+             (remaining.empty() ? "" : ", not done: " + remaining));
 }
 
 void Report::interrupted() {
-    const std::lock_guard lock(mMutex);
     if (mFrames > 1)
         line("interrupted: " + std::to_string(mDone) + " of " + std::to_string(mFrames) + " frames filtered");
-}
-
-int Report::failed() const {
-    const std::lock_guard lock(mMutex);
-    return mFailed;
 }
 
 } // namespace Tessaloom::BilateralBlur::Program

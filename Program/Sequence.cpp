@@ -43,7 +43,7 @@ void addFrames(const std::string& part, const std::string& text, std::set<int>& 
     const auto number = [&](const std::string& digits) {
         if (const std::optional<int> value = parseFrame(digits))
             return *value;
-        refuseFrames(text, "\"" + part + "\" is no range of frames");
+        refuseFrames(text, "\"" + part + "\" is not a frame range");
     };
     const auto [firstText, rest] = split(part, '-');
     const int first = number(firstText);
@@ -65,7 +65,7 @@ struct NumberPlace {
     int digits;
 };
 
-/// The first number at `from` or behind it.
+/// The first number at `from` or after it.
 std::optional<NumberPlace> findNumber(const std::string& name, std::size_t from) {
     for (std::size_t at = from; at < name.size(); ++at) {
         if (name[at] == '#') {

@@ -1,20 +1,18 @@
+#include "Host/Effect.h"
+#include "Program/Cores.h"
 #include "Program/Errors.h"
 #include "Program/Options.h"
-#include "Program/OutputFile.h"
-#include "Program/Pipeline.h"
 #include "Program/Plan.h"
 #include "Program/Report.h"
-
-#include <vips/vips8>
+#include "Program/Sequence.h"
+#include "Program/Supervisor.h"
 
 #include <algorithm>
-#include <atomic>
+#include <cerrno>
+#include <csignal>
 #include <cstdio>
-#include <cstdlib>
-#include <filesystem>
+#include <cstring>
 #include <iostream>
-#include <malloc.h>
-#include <unistd.h>
 
 using namespace Tessaloom::BilateralBlur;
 using namespace Tessaloom::BilateralBlur::Program;
@@ -23,114 +21,73 @@ namespace {
 
 constexpr int kExitFailure = 1, kExitWrongUse = 2;
 
-// A frame of the size of high-definition video takes and frees blocks of some 30 MB, just under the size from
-// which the C library hands memory back. It reuses them badly: a sequence would take 200 MB more than a
-// frame.
-void handLargeBlocksBack() {
-    mallopt(M_MMAP_THRESHOLD, 16 << 20);
-    mallopt(M_TRIM_THRESHOLD, 64 << 20);
+/// Prints on standard output. Throws Failure where that fails, on a full disk for instance.
+void print(const std::string& text) {
+    if (std::fputs(text.c_str(), stdout) < 0 || std::fflush(stdout) != 0)
+        throw Failure(std::string("standard output: ") + std::strerror(errno));
 }
 
-// The next frame takes them as fresh pages, one fault each; in large pages that is some hundred times fewer.
-// The C library has to be asked for these when a program starts.
-void restartWithLargePages(char** argv) {
-    constexpr const char* kTunables = "GLIBC_TUNABLES";
-    std::error_code error;
-    const auto program = std::filesystem::read_symlink("/proc/self/exe", error);
-    if (!error && !std::getenv(kTunables) && setenv(kTunables, "glibc.malloc.hugetlb=1", 1) == 0)
-        execv(program.c_str(), argv);
-}
-
-void startVips(const char* program) {
-    if (VIPS_INIT(program) != 0)
-        throw Failure("the picture library doesn't start: " + std::string(vips_error_buffer()));
-    // Beside the list of accepted formats, which every file must pass.
-    vips_block_untrusted_set(TRUE);
-    // The cache would keep whole pictures of a sequence alive, and each of the program's own threads has its
-    // share of the work already.
-    vips_cache_set_max(0);
-    vips_concurrency_set(1);
-    // Its warnings come in many lines; what matters of them makes a picture fail, in our words.
-    g_log_set_handler(
-        "VIPS", G_LOG_LEVEL_WARNING, [](auto, auto, auto, auto) {}, nullptr);
-}
-
-std::string lines(std::string text) {
+std::string aboutText(const std::filesystem::path& module) {
+    // The module prints what it runs on.
+    std::cout.rdbuf(nullptr);
+    const Host::Module loaded(module);
+    std::string text = Host::Effect(loaded).about() + "\n";
     std::replace(text.begin(), text.end(), '\r', '\n');
     return text;
 }
 
-/// What the module prints goes to standard output with the program's own; where that must hold one thing
-/// alone, or nothing, the module is silenced.
-class Silence {
-public:
-    explicit Silence(bool wanted) {
-        if (wanted)
-            std::cout.rdbuf(nullptr);
-    }
-    ~Silence() { std::cout.rdbuf(mBuffer); }
-
-private:
-    std::streambuf* mBuffer = std::cout.rdbuf();
-};
-
-// The thread that ends the process on a signal asks it for the last words, at any moment; never destroyed.
-std::atomic<Report*> mReport{nullptr};
-
-int blur(const Options& options, const Work& work, Host::Effect& effect) {
-    const int blurScale = parseBlurScale(options.blurScale, effect.slider());
-    Report& report = *new Report(options.quiet, static_cast<int>(work.jobs.size() + work.failures.size()));
-    mReport = &report;
-    for (const std::string& note : work.notes)
-        report.note(note);
-    for (const std::string& failure : work.failures)
-        report.frameFailed(failure);
-    doWork(work.jobs, effect, blurScale, report);
-    report.finish();
-    return report.failed() > 0 ? kExitFailure : 0;
+int blur(const Options& options, const std::filesystem::path& module) {
+    const Plan plan = makePlan(options);
+    if (options.threads > 0)
+        restrictToCores(options.threads);
+    Report report(options.quiet, static_cast<int>(plan.jobs.size() + plan.missing.size()));
+    for (const std::string& note : plan.notes)
+        report.note(options.input, note);
+    if (!plan.missing.empty())
+        report.framesFailed(options.input + ": no such frames: " + framesText(plan.missing),
+                            static_cast<int>(plan.missing.size()));
+    superviseJobs(plan.jobs, {module, options.values, options.verbose}, report);
+    return report.isComplete() ? 0 : kExitFailure;
 }
 
 int run(int argc, char** argv) {
-    const Options options = parseOptions(argc, argv);
-    if (options.version) {
-        std::puts("bilateral-blur " BILATERAL_BLUR_VERSION);
+    const Preliminaries preliminaries = parsePreliminaries(argc, argv);
+    if (preliminaries.version) {
+        print("bilateral-blur " BILATERAL_BLUR_VERSION "\n");
         return 0;
     }
-    const bool talksOnly = options.help || options.about;
-    const Work work = talksOnly ? Work{} : planWork(options);
-    if (work.jobs.size() > 1)
-        restartWithLargePages(argv);
-    const Host::Module module(options.module.empty() ? findModule() : options.module);
-    const Silence silence(options.quiet || talksOnly);
-    Host::Effect effect(module);
+    const std::filesystem::path module = preliminaries.module.empty() ? findModule() : preliminaries.module;
+    if (std::error_code ignored; !std::filesystem::exists(module, ignored))
+        throw Failure(module.string() + ": there is no such module");
+    // Names, ranges and wrong use are known without loading the module, which takes a GPU driver.
+    const Host::Resource effect =
+        Host::readResource(std::filesystem::path(module).replace_extension(".plist"));
+    const Options options = parseOptions(argc, argv, effect);
     if (options.help)
-        std::fputs(helpText(module.resource().name, effect.slider()).c_str(), stdout);
+        print(helpText(effect));
     else if (options.about)
-        std::puts(lines(effect.about()).c_str());
+        print(aboutText(module));
     else
-        return blur(options, work, effect);
+        return blur(options, module);
     return 0;
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
-    const auto tell = [](const std::exception& error) {
+    const auto report = [](const std::exception& error) {
         std::fprintf(stderr, "bilateral-blur: %s\n", error.what());
     };
-    handLargeBlocksBack();
-    endCleanlyOnSignals([] {
-        if (Report* report = mReport)
-            report->interrupted();
-    });
+    // These two end a process in the middle of a write. Ignored, the write fails and the failure is reported.
+    std::signal(SIGXFSZ, SIG_IGN);
+    std::signal(SIGPIPE, SIG_IGN);
     try {
-        startVips(argv[0]);
         return run(argc, argv);
     } catch (const WrongUse& error) {
-        tell(error);
+        report(error);
         return kExitWrongUse;
     } catch (const std::exception& error) {
-        tell(error);
+        report(error);
         return kExitFailure;
     }
 }

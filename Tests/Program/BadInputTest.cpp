@@ -28,6 +28,8 @@ protected:
         save(small.cast(VIPS_FORMAT_FLOAT), mFolder / "float.tif");
         std::ofstream(mFolder / "text.png") << "this is no picture\n";
         std::filesystem::copy_file(ENTRY_LESS, mFolder / "other.so");
+        std::filesystem::copy_file(std::filesystem::path(MODULE).replace_extension(".plist"),
+                                   mFolder / "other.plist");
         std::ofstream(mFolder / "old.png") << "old";
         const std::string good = contents(mFolder / "good.png");
         std::ofstream(mFolder / "cut.png") << good.substr(0, good.size() / 2);
@@ -43,7 +45,7 @@ protected:
         std::vector<std::string> command{PROGRAM};
         std::istringstream stream(arguments);
         for (std::string argument; stream >> argument;)
-            command.push_back(argument);
+            command.push_back(argument == "''" ? "" : argument);
         const Outcome outcome = ProcessRun(command, [&] {
                                     std::filesystem::current_path(mFolder / "");
                                     inChild();
@@ -59,7 +61,7 @@ protected:
     std::vector<std::string> mBefore;
 };
 
-TEST_F(BadInput, IsToldInALineThatNamesTheFileOrTheOption) {
+TEST_F(BadInput, ReportsErrorsInOneLine) {
     const struct {
         std::string arguments;
         int exitCode;
@@ -67,13 +69,14 @@ TEST_F(BadInput, IsToldInALineThatNamesTheFileOrTheOption) {
     } kCases[] = {
         {"", 2, "INPUT is missing"},
         {"good.png", 2, "OUTPUT is missing"},
-        {"good.png out.png third.png --blur-scale 1", 2, "not expected: third.png"},
-        {"good.png out.png", 2, "--blur-scale is missing: a whole number, 0 to 60"},
+        {"good.png out.png third.png --blur-scale 1", 2, "unexpected argument third.png (see --help)"},
+        {"good.png out.png 3 4 5 --blur-scale 1", 2, "unexpected argument 3 and 2 more"},
+        {"good.png out.png", 2, "--blur-scale is missing: an integer from 0 to 60"},
         {"good.png out.png --blur-scale", 2, "--blur-scale"},
-        {"good.png out.png --blur-scale 61", 2, "61: needed is a whole number, 0 to 60"},
-        {"good.png out.png --blur-scale -1", 2, "--blur-scale -1: needed"},
-        {"good.png out.png --blur-scale 2.5", 2, "--blur-scale 2.5: needed"},
-        {"good.png out.png --blur-scale 1 --fast", 2, "--fast"},
+        {"good.png out.png --blur-scale 61", 2, "--blur-scale 61: must be an integer from 0 to 60"},
+        {"good.png out.png --blur-scale -1", 2, "--blur-scale -1: must be"},
+        {"good.png out.png --blur-scale 2.5", 2, "--blur-scale 2.5: must be"},
+        {"good.png out.png --blur-scale 1 --fast", 2, "unknown option --fast"},
         {"none.png old.png --blur-scale 1", 1, "none.png: no such file"},
         {". old.png --blur-scale 1", 1, "this is a folder; a picture is needed (JPEG, PNG, TIFF or WebP)"},
         {"text.png old.png --blur-scale 1", 1, "text.png: this isn't a picture in JPEG, PNG, TIFF or WebP"},
@@ -82,21 +85,24 @@ TEST_F(BadInput, IsToldInALineThatNamesTheFileOrTheOption) {
         {"cmyk.tif old.png --blur-scale 1", 1, "its colours are cmyk; grey and RGB pictures"},
         {"float.tif old.png --blur-scale 1", 1, "its samples are of type float; grey and RGB pictures"},
         {"alpha.png out.jpg --blur-scale 1", 1, "out.jpg: JPEG can't hold the picture's alpha"},
-        {"good.png none/out.png --blur-scale 1", 1, "none/out.png: there is no folder"},
-        {"good.png /dev/null/out.png --blur-scale 1", 1, "out.png: there is no folder"},
+        {"good.png none/out.png --blur-scale 1", 1, "none/out.png: there is no directory"},
+        {"good.png /dev/null/out.png --blur-scale 1", 1, "out.png: there is no directory"},
         {"good.png out.xcf --blur-scale 1", 2, "use .jpg, .jpeg, .png, .tif, .tiff or .webp"},
         {"good.png out.png --blur-scale 1 --module /none.so", 1, "/none.so: there is no such module"},
-        {"good.png out.png --blur-scale 1 --module good.png", 1, "isn't a module that can be loaded"},
+        {"good.png out.png --blur-scale 1 --module good.png", 1,
+         "good.plist: the module's property list is missing"},
         {"good.png out.png --blur-scale 1 --module other.so", 1, "lacks the entry \"EntryPointFunc\""},
         {"good.png out.png --blur-scale 1 --frames 1", 2, "--frames needs a sequence"},
-        {"good.png out.##.png --blur-scale 1", 2, "a sequence as OUTPUT needs one as INPUT"},
+        {"good.png out.png --blur-scale 1 --threads 0", 2, "--threads 0: must be an integer from 1"},
         {"in.#.png out.png --blur-scale 1", 2, "out.png: a sequence as INPUT needs one as OUTPUT"},
         {"in.##.%d.png out.#.png --blur-scale 1", 2, "the name holds two frame numbers"},
         {"in.#.png ./in.%d.png --blur-scale 1", 2, "the output's frames would replace the input's"},
-        {"in.####.png out.#.png --blur-scale 1", 1, "in.####.png: no file of this name with a number"},
-        {"in.#.png out.#.png --blur-scale 1 --frames 10-20", 1, "with a number of --frames 10-20"},
+        {"in.####.png out.#.png --blur-scale 1", 1, "in.####.png: no frames found"},
+        {"in.#.png out.#.png --blur-scale 1 --frames 10-20", 1,
+         "no frames found with a number of --frames 10-20"},
         {"in.#.png out.#.png --blur-scale 1 --frames 3-1", 2, "3-1: the range 3-1 is reversed"},
-        {"in.#.png out.#.png --blur-scale 1 --frames one", 2, "\"one\" is no range of frames"},
+        {"in.#.png out.#.png --blur-scale 1 --frames one", 2, "\"one\" is not a frame range"},
+        {"in.#.png out.#.png --blur-scale 1 --frames ''", 2, "\"\" is not a frame range"},
         {"none/in.#.png out.#.png --blur-scale 1", 1, "none: No such file or directory"},
     };
     for (const auto& [arguments, exitCode, words] : kCases)
@@ -104,7 +110,7 @@ TEST_F(BadInput, IsToldInALineThatNamesTheFileOrTheOption) {
 }
 
 // Root passes over permissions by two capabilities, which it does without here.
-TEST_F(BadInput, WhatTheSystemRefusesIsTold) {
+TEST_F(BadInput, ReportsSystemErrors) {
     using std::filesystem::perms;
     const auto limited = [] {
         prctl(PR_CAPBSET_DROP, CAP_DAC_OVERRIDE);
@@ -112,15 +118,41 @@ TEST_F(BadInput, WhatTheSystemRefusesIsTold) {
         const rlimit limit{5000, 5000};
         setrlimit(RLIMIT_FSIZE, &limit);
     };
-    const auto expectTold = [&](const std::string& words) {
+    const auto expectReported = [&](const std::string& words) {
         expectRefused("good.png old.png --blur-scale 1", 1, words, limited);
     };
-    expectTold("old.png: can't be written: File too large");
+    expectReported("old.png: can't be written: File too large");
+    std::filesystem::permissions(mFolder / "old.png", perms(0444));
+    expectReported("old.png: can't be replaced: Permission denied");
+    std::filesystem::permissions(mFolder / "old.png", perms(0644));
     std::filesystem::permissions(mFolder / "", perms(0555));
-    expectTold("old.png: the folder can't be written to: Permission denied");
+    expectReported("old.png: the directory can't be written to: Permission denied");
     std::filesystem::permissions(mFolder / "", perms(0755));
     std::filesystem::permissions(mFolder / "good.png", perms::none);
-    expectTold("good.png: Permission denied");
+    expectReported("good.png: Permission denied");
+}
+
+TEST_F(BadInput, OfStandardOutputEndsTheRun) {
+    expectRefused("--help", 1, "standard output: No space left on device",
+                  [] { dup2(open("/dev/full", O_WRONLY), STDOUT_FILENO); });
+}
+
+// A stack larger than the address space keeps every thread from being started. Software GL waits for
+// its threads without end then, unless it is told to use none.
+TEST_F(BadInput, OfThreadsIsReported) {
+    expectRefused("good.png out.png --blur-scale 1", 1, "thread: Resource temporarily unavailable", [] {
+        const rlimit limit{rlim_t{1} << 47, RLIM_INFINITY};
+        setrlimit(RLIMIT_STACK, &limit);
+        setenv("LP_NUM_THREADS", "0", 1);
+    });
+}
+
+TEST(Program, PrintsWhatTheModuleDeclares) {
+    const auto printed = [](const char* option) { return ProcessRun({PROGRAM, option}).wait().out; };
+    EXPECT_EQ(printed("--about"), "Bilateral Blur v1.0\nBilateral Blur\n");
+    EXPECT_THAT(printed("--help"),
+                HasSubstr("--blur-scale=N      Blur Scale, an integer from 0 to 60; required\n"));
+    EXPECT_EQ(printed("--version"), "bilateral-blur " BILATERAL_BLUR_VERSION "\n");
 }
 
 } // namespace

@@ -53,7 +53,7 @@ void sendThrough(const std::string& ending, const std::vector<int>& kinds, bool 
              ending == ".webp" ? VImage::option()->set("lossless", true) : nullptr);
     const Outcome outcome = blur(folder / ("#" + ending), folder / ("out%d" + ending), 0);
     ASSERT_EQ(outcome.exitCode, 0) << outcome.err;
-    EXPECT_EQ(outcome.err.find("16 are rounded") != std::string::npos, deep) << outcome.err;
+    EXPECT_EQ(outcome.err.find("16-bit input") != std::string::npos, deep) << outcome.err;
     for (const int channels : kinds) {
         const std::string name = std::to_string(channels) + ending;
         expectUnfiltered(load(folder / name), load(folder / ("out" + name)), lossy ? 3 : 0);
@@ -158,17 +158,10 @@ TEST(PictureFiles, WithSeveralPagesGiveTheFirstAndSayNothingWithQuiet) {
     const std::string in = folder / "in.tif", out = folder / "out.tif";
     const VImage first = shading(16, 12, 3);
     save(first.join(noise(16, 12, 3), VIPS_DIRECTION_VERTICAL), in, VImage::option()->set("page_height", 12));
-    EXPECT_THAT(blur(in, out, 0).err, HasSubstr("of 2 pages the first alone"));
+    EXPECT_THAT(blur(in, out, 0).err, HasSubstr("only the first of 2 pages"));
     expectUnfiltered(first, load(out));
     const Outcome quiet = blur(in, out, 0, {"--quiet"});
     EXPECT_EQ(quiet.out + quiet.err, "");
-}
-
-TEST(Program, TellsWhatTheModuleDeclares) {
-    const auto told = [](const char* option) { return ProcessRun({PROGRAM, option}).wait().out; };
-    EXPECT_EQ(told("--about"), "Bilateral Blur v1.0\nBilateral Blur\n");
-    EXPECT_THAT(told("--help"), HasSubstr("Blur Scale, a whole number, 0 to 60"));
-    EXPECT_EQ(told("--version"), "bilateral-blur " BILATERAL_BLUR_VERSION "\n");
 }
 
 } // namespace

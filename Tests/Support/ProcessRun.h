@@ -79,6 +79,12 @@ public:
         }
     }
 
+    /// A child of the process; 0 where it has none.
+    pid_t child() const {
+        const std::string process = std::to_string(mProcess);
+        return std::atoi(contents("/proc/" + process + "/task/" + process + "/children").c_str());
+    }
+
     void send(int signal) const { kill(mProcess, signal); }
 
     Outcome wait() {
