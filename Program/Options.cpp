@@ -7,7 +7,7 @@
 #include <algorithm>
 #include <cctype>
 #include <charconv>
-#include <limits>
+#include <sstream>
 
 namespace Tessaloom::BilateralBlur::Program {
 
@@ -105,6 +105,31 @@ void requireArguments(const CommandLine& line, const Host::Resource& effect) {
                            " is missing: " + rangeText(effect.sliders[i].minimum, effect.sliders[i].maximum));
 }
 
+/// "-h, --help", "--threads=N".
+std::string namesOf(const CLI::Option& option) {
+    std::string names;
+    for (const std::string& name : option.get_snames())
+        names += "-" + name + ", ";
+    names += "--" + option.get_lnames().front();
+    return option.get_items_expected() > 0 ? names + "=" + option.get_type_name() : names;
+}
+
+/// A name and its description side by side, in lines of at most 79 characters.
+std::string helpEntry(const std::string& name, const std::string& description) {
+    constexpr std::size_t kColumn = 22, kWidth = 79;
+    std::string text, line = "  " + name + " ";
+    std::istringstream words(description);
+    for (std::string word; words >> word;) {
+        if (line.size() + word.size() > kWidth) {
+            text += line.substr(0, line.size() - 1) + "\n";
+            line.clear();
+        }
+        line.resize(std::max(line.size(), kColumn), ' ');
+        line += word + " ";
+    }
+    return text + line.substr(0, line.size() - 1) + "\n";
+}
+
 } // namespace
 
 Preliminaries parsePreliminaries(int argc, const char* const* argv) {
@@ -141,7 +166,17 @@ Options parseOptions(int argc, const char* const* argv, const Host::Resource& ef
 }
 
 std::string helpText(const Host::Resource& effect) {
-    return CommandLine(effect).app.help();
+    const CommandLine line(effect);
+    std::string text =
+        "Usage: bilateral-blur [OPTION]... INPUT OUTPUT\n" + line.app.get_description() + "\n\n";
+    for (const CLI::Option* option : line.app.get_options())
+        if (option->get_positional())
+            text += helpEntry(option->get_name(true), option->get_description());
+    text += "\n";
+    for (const CLI::Option* option : line.app.get_options())
+        if (!option->get_positional())
+            text += helpEntry(namesOf(*option), option->get_description());
+    return text;
 }
 
 std::filesystem::path findModule() {
