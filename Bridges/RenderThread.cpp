@@ -8,7 +8,6 @@
 
 #include <csignal>
 #include <cstring>
-#include <malloc.h>
 #include <optional>
 #include <stdexcept>
 #include <utility>
@@ -157,8 +156,6 @@ void RenderThread::stop() {
     }
     mChanged.notify_all();
     mThread.join();
-    // The thread's arena keeps what the driver freed, and the host's next thread would start with it.
-    malloc_trim(0);
 }
 
 void RenderThread::serve() {
