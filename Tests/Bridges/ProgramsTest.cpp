@@ -2,6 +2,9 @@
 #include "Tests/Support/ProcessRun.h"
 
 #include <gtest/gtest.h>
+#include <pugixml.hpp>
+
+#include <regex>
 
 // The filter in the programs that people use it in. Frames go in and come out without loss.
 
@@ -13,6 +16,7 @@ constexpr Size kSize{64, 48};
 constexpr Size kWideSize{854, 480};
 
 const std::string kRaw = " -f rawvideo -pix_fmt rgba -";
+const std::string kNoGL = "export __EGL_VENDOR_LIBRARY_FILENAMES=/nonexistent; ";
 const std::string kMelt = "melt -silent clip.mkv -filter frei0r.bilateral_blur ";
 const std::string kMeltRaw = " -consumer avformat:pipe:1 f=rawvideo vcodec=rawvideo an=1 "
                              "mlt_image_format=rgba pix_fmt=rgba real_time=";
@@ -31,25 +35,40 @@ protected:
         write(mFrames, kSize, "frame-%04d.png");
     }
 
-    /// Runs a command of the shell in the folder.
-    Outcome run(const std::string& command) const {
-        ProcessRun shell({"/bin/sh", "-c", command}, [&] { std::filesystem::current_path(mFolder / ""); });
-        const Outcome outcome = shell.wait();
+    /// Runs a command of the shell in the folder and returns what it writes to standard output. melt 7.12 can
+    /// end at once with nothing written, or hang, whatever the filter: Docs/hosts.md says to start it again
+    /// then.
+    Bytes outputOf(const std::string& command) const {
+        int attempts = command.find("melt ") == command.npos ? 1 : 4;
+        Outcome outcome;
+        do {
+            ProcessRun shell({"/usr/bin/timeout", "60", "/bin/sh", "-c", command},
+                             [&] { std::filesystem::current_path(mFolder / ""); });
+            outcome = shell.wait();
+        } while (outcome.out.empty() && --attempts > 0);
         EXPECT_EQ(outcome.exitCode, 0) << command << "\n" << outcome.err;
-        return outcome;
+        return {outcome.out.begin(), outcome.out.end()};
     }
 
-    Bytes outputOf(const std::string& command) const {
-        const std::string out = run(command).out;
-        return {out.begin(), out.end()};
+    /// Writes what an editor saves for the filter: a clip with keyframes of one property, 0 in the first
+    /// frame and 20 divided by `factor` in the fifth.
+    void writeProject(const std::string& name, const std::string& service, const std::string& property,
+                      double factor) const {
+        std::ofstream(mFolder / name)
+            << "<mlt LC_NUMERIC='C'><profile width='64' height='48' progressive='1' sample_aspect_num='1' "
+               "sample_aspect_den='1' frame_rate_num='25' frame_rate_den='1'/><producer in='0' "
+               "out='5'><property "
+               "name='resource'>clip.mkv</property><filter><property name='mlt_service'>"
+            << service << "</property><property name='" << property
+            << "'>00:00:00.000=0;00:00:00.160=" << 20 / factor << "</property></filter></producer></mlt>";
     }
 
     /// Writes frames without loss into a file or numbered files.
     void write(const Bytes& frames, Size size, const std::string& name) const {
         std::ofstream(mFolder / "in.rgba") << std::string(frames.begin(), frames.end());
         const std::string codec = name.ends_with(".mkv") ? " -c:v ffv1 -pix_fmt bgra " : " ";
-        run("ffmpeg -v error -y -f rawvideo -pix_fmt rgba -r 25 -s " + std::to_string(size.width) + "x" +
-            std::to_string(size.height) + " -i in.rgba" + codec + name);
+        outputOf("ffmpeg -v error -y -f rawvideo -pix_fmt rgba -r 25 -s " + std::to_string(size.width) + "x" +
+                 std::to_string(size.height) + " -i in.rgba" + codec + name);
     }
 
     const Folder mFolder;
@@ -66,17 +85,16 @@ TEST_F(Frei0rPrograms, TheExamplesOfThePageGiveThePicturesOfTheEffect) {
         {"blurred-854.mkv", reference(wide, kWideSize, {20})},
         {"changing.mkv", reference(mFrames, kSize, {0, 0, 0, 0, 20, 20})},
         {"blurred.mkv", blurred},
-        {"blurred.mkv", blurred},
         {"changing.mkv", reference(mFrames, kSize, {0, 5, 10, 15, 20, 20})},
         {"blurred-%04d.png", blurred},
     };
-    std::istringstream examples(run("sed -n '/^```sh/,/^```$/ { /^```/! p }' '" HOSTS_PAGE "'").out);
+    const Bytes page = outputOf("sed -n '/^```sh/,/^```$/ { /^```/! p }' '" HOSTS_PAGE "'");
+    std::istringstream examples({page.begin(), page.end()});
     std::string example;
     for (const auto& [output, expected] : kExamples) {
         std::getline(examples, example);
-        run(example);
-        const Bytes made = outputOf("ffmpeg -v error -i " + output + kRaw);
-        EXPECT_LE(largestDifference(made, expected), 1) << example;
+        const Bytes made = outputOf("{ " + example + "; } >&2 && ffmpeg -v error -i " + output + kRaw);
+        EXPECT_EQ(made, expected) << example;
         std::filesystem::remove(mFolder / output);
     }
     EXPECT_FALSE(std::getline(examples, example)) << "not tested: " << example;
@@ -105,32 +123,43 @@ TEST_F(Frei0rPrograms, GiveThePicturesOfTheEffectThroughAPipe) {
         // An instance for each of four threads, and bands of one frame on two.
         {kMelt + "0=0.1" + kMeltRaw + "-4", at6},
         {kMelt + "0=0.1 threads=2" + kMeltRaw + "-4", reference(mFrames, {64, 24}, {6})},
+        // Without OpenGL.
+        {kNoGL + "ffmpeg -v error -i clip.mkv -vf frei0r=bilateral_blur:0.1" + kRaw, at6},
+        {kNoGL + kMelt + "0=0.1" + kMeltRaw + "-2", at6},
+        {kNoGL + kGst + kGstFilter + "0.1" + kGstRaw, at6},
     };
     for (const auto& [command, expected] : kRuns)
-        EXPECT_LE(largestDifference(outputOf(command), expected), 1) << command;
+        EXPECT_EQ(outputOf(command), expected) << command;
 }
 
-TEST_F(Frei0rPrograms, NeedNoMoreMemoryForMoreFrames) {
-    const Size size{256, 192};
-    write(makeFrames(size, 200), size, "clip.mkv");
-    for (const std::string command :
-         {"ffmpeg -v error -threads 1 -i clip.mkv -frames:v $COUNT -vf frei0r=bilateral_blur:0.04 -f null -",
-          "melt -silent clip.mkv out=$COUNT -filter frei0r.bilateral_blur 0=0.04 "
-          "-consumer avformat:/dev/null f=rawvideo vcodec=rawvideo an=1 real_time=-1"}) {
-        const long few = run("COUNT=40; " + command).peakMiB, many = run("COUNT=199; " + command).peakMiB;
-        // A frame has 192 kB, so one kept of each would show as 30 MB.
-        EXPECT_LT(many - few, 10) << command;
-    }
-}
+// What the editors' files say of the filter, with keys and types as in the files that Kdenlive 22.12 and
+// Shotcut 22.12 have for theirs, and the projects that the editors then write.
+TEST_F(Frei0rPrograms, TheEditorsFilesFitTheFilter) {
+    const Host::Slider slider = Host::Module(EFFECT_MODULE).resource().sliders.front();
+    pugi::xml_document description;
+    ASSERT_TRUE(description.load_file(KDENLIVE_EFFECT));
+    const pugi::xml_node effect = description.child("effect"), parameter = effect.child("parameter");
+    const double factor = parameter.attribute("factor").as_double();
+    EXPECT_STREQ(effect.attribute("id").value(), effect.attribute("tag").value());
+    EXPECT_STREQ(parameter.attribute("type").value(), "animated");
+    EXPECT_EQ(parameter.attribute("name").value(), slider.name);
+    EXPECT_EQ(parameter.attribute("default").as_double() * factor, slider.defaultValue);
+    EXPECT_EQ(parameter.attribute("min").as_int(-1), slider.minimum);
+    EXPECT_EQ(parameter.attribute("max").as_int(), slider.maximum);
+    for (const char* text : {"name", "description", "author"})
+        EXPECT_STRNE(effect.child(text).child_value(), "") << text;
+    writeProject("kdenlive.mlt", effect.attribute("tag").value(), slider.name, factor);
 
-TEST_F(Frei0rPrograms, NeedNoGL) {
-    const Bytes expected = reference(mFrames, kSize, {30});
-    for (const std::string& command : {"ffmpeg -v error -i clip.mkv -vf frei0r=bilateral_blur:0.5" + kRaw,
-                                       kMelt + "0=0.5" + kMeltRaw + "-2",
-                                       kGst + "frei0r-filter-bilateral-blur blur-scale=0.5" + kGstRaw}) {
-        const Bytes made = outputOf("export __EGL_VENDOR_LIBRARY_FILENAMES=/nonexistent; " + command);
-        EXPECT_LE(largestDifference(made, expected), 1) << command;
-    }
+    const std::string meta = contents(SHOTCUT_PANEL "/meta.qml");
+    std::smatch service, property;
+    ASSERT_TRUE(std::regex_search(meta, service, std::regex("mlt_service: '([^']*)'")));
+    ASSERT_TRUE(std::regex_search(meta, property, std::regex("property: '([^']*)'")));
+    writeProject("shotcut.mlt", service[1], property[1], slider.maximum);
+
+    const Bytes expected = reference(mFrames, kSize, {0, 5, 10, 15, 20, 20});
+    for (const std::string project : {"kdenlive.mlt", "shotcut.mlt"})
+        EXPECT_EQ(outputOf("melt -silent " + project + kMeltRaw + "-1"), expected) << project;
+    outputOf(QMLLINT " " SHOTCUT_PANEL "/*.qml");
 }
 
 } // namespace

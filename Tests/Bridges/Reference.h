@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 #include <random>
 #include <vector>
 
@@ -53,16 +52,6 @@ inline Bytes reference(const Bytes& frames, Size size, const std::vector<int>& s
             Host::packRow(output.row(y), size.width, 4, &result[start + y * row]);
     }
     return result;
-}
-
-/// 256 where the lengths differ.
-inline int largestDifference(const Bytes& a, const Bytes& b) {
-    if (a.size() != b.size())
-        return 256;
-    int largest = 0;
-    for (std::size_t i = 0; i < a.size(); ++i)
-        largest = std::max(largest, std::abs(a[i] - b[i]));
-    return largest;
 }
 
 } // namespace Tessaloom::BilateralBlur::Bridges::Test
