@@ -83,11 +83,8 @@ Picture halfConstant(int width, int height, std::uint8_t alpha) {
 /// Each case runs on one instruction set.
 class Kernel : public testing::TestWithParam<std::int64_t> {
 protected:
-    Kernel() { runOn(GetParam()); }
-    ~Kernel() override { runOn(0); }
-
-    static void runOn(std::int64_t target) {
-        hwy::SetSupportedTargetsForTest(target);
+    Kernel() {
+        hwy::SetSupportedTargetsForTest(GetParam());
         hwy::GetChosenTarget().Update(hwy::SupportedTargets());
     }
 
@@ -111,9 +108,7 @@ TEST_P(Kernel, EveryBlurSizeIsTheOraclesPicture) {
             EXPECT_EQ(blur(picture.bytes, picture.width, blurSize + 1, mPool),
                       blur(picture.bytes, picture.width, blurSize, mPool));
         }
-}
-
-TEST_P(Kernel, WithoutNeighboursEachAlphaAndColourIsTheOracles) {
+    // Each alpha with each colour, where no mean hides an error.
     expectOracle(Pictures::make(256, 256, false, [](int x, int y, int channel) { return channel ? x : y; }),
                  2);
 }
@@ -142,19 +137,10 @@ TEST_P(Kernel, PaddingStaysAndRowsMayRunUpwards) {
     }
 }
 
-TEST_P(Kernel, ThreadsDontShowAndInstructionSetsHardly) {
+TEST_P(Kernel, AnyNumberOfThreadsGivesTheSameBytes) {
     const Picture picture = noise(530, 3, 12, false, 30);
-    const auto bytes = blur(picture.bytes, 530, 21, mPool);
-    for (const unsigned threads : {1u, 3u, 7u}) {
-        RowBandPool pool(threads);
-        EXPECT_EQ(blur(picture.bytes, 530, 21, pool), bytes) << threads;
-    }
-    runOn(hwy::SupportedAndGeneratedTargets().back());
-    const auto plain = blur(picture.bytes, 530, 21, mPool);
-    int difference = 0;
-    for (std::size_t i = 0; i < plain.size(); ++i)
-        difference += std::abs(bytes[i] - plain[i]);
-    EXPECT_LE(difference, 3);
+    RowBandPool one(1), seven(7);
+    EXPECT_EQ(blur(picture.bytes, 530, 21, seven), blur(picture.bytes, 530, 21, one));
 }
 
 TEST_P(Kernel, SizesOutOfRangeWorkAsTheNearest) {

@@ -3,11 +3,11 @@
 // A frame is cut into blocks, each filtered from planes of its own with the edges repeated, so the inner loop
 // knows no border and no block knows another. Two rows of pixels share each neighbour that is loaded.
 //
-// The weight of a tap is one power of two. For 8-bit pixels its exponent is an exact integer, -c * |q - p|^2
-// without the part that all taps of a pixel share: two 16-bit multiply-accumulates give it in the unit of a
-// float's bits, so that it is nearly the weight's bits already, and a cubic mends the rest. The weight along
-// y is taken out of the sum over a row: that keeps the rows' sums short and so precise. Where alpha doesn't
-// vary, one multiply-accumulate does.
+// The weight of a tap is one power of two. Its exponent is an exact integer, -c * |q - p|^2 without the part
+// that all taps of a pixel share: two 16-bit multiply-accumulates give it in the unit of a float's bits, so
+// that it is nearly the weight's bits already, and a cubic corrects the rest. The weight along y is taken out
+// of the sum over a row, which keeps the rows' sums short and so precise. Where alpha doesn't vary, one
+// multiply-accumulate is enough.
 //
 // The two units for multiply-adds bound the loop: 8 of its 11 instructions a tap need them (6 of 9.5 with
 // constant alpha). Tried on a processor with 512-bit vectors and given up: weighing each pair of pixels once
@@ -22,7 +22,6 @@
 #include <cmath>
 #include <cstring>
 #include <new>
-#include <type_traits>
 
 // A row's state lies in arrays and structures, which vectors of unknown size can't be part of.
 #define HWY_DISABLED_TARGETS (HWY_SVE | HWY_SVE2 | HWY_SVE_256 | HWY_SVE2_128 | HWY_RVV)
@@ -54,14 +53,15 @@ static_assert(kPlaneStride % kMaxLanes == 0);
 constexpr double kOctave = 8388608.0;
 constexpr double kLog2E = 1.4426950408889634;
 
-/// The range term of 8-bit pixels is -kUnit / 2 * |q - p|^2 in 2^-23 octaves: 1 / (2 * (0.1 * 255)^2) nepers,
-/// true to 2e-5. The product of two 8-bit differences from 128 with one factor each still fits 16 by 16 bits.
+/// The range term is -kUnit / 2 * |q - p|^2 in 2^-23 octaves: 1 / (2 * (0.1 * 255)^2) nepers,
+/// accurate to 2e-5. The product of two 8-bit differences from 128 with one factor each still fits 16 by 16
+/// bits.
 constexpr int kCentreFactor = 141;
 constexpr int kNeighbourFactor = 132;
 constexpr int kUnit = kCentreFactor * kNeighbourFactor;
 
-/// Weights of 8-bit pixels are scaled by 2^(kUnit / 2 * |p|^2) up to 2^54 and down to 2^-169 * 2^54: this
-/// many octaves more keep the least of them above a float's smallest and leave the sums below its largest.
+/// Weights are scaled by 2^(kUnit / 2 * |p|^2) up to 2^54 and down to 2^-169 * 2^54: this many octaves more
+/// keep the least of them above a float's smallest and leave the sums below its largest.
 constexpr int kBias = 42;
 
 /// Half of the largest |q|^2, to be taken from it so that it fits 16 bits.
@@ -88,24 +88,18 @@ struct Scratch {
     alignas(64) float channels[3][kPlane];
 };
 
-template<class Channel>
 struct Frame {
-    PixelView<const Channel> source;
-    PixelView<Channel> target;
+    const std::uint8_t* source;
+    std::ptrdiff_t sourceStride;
+    std::uint8_t* target;
+    std::ptrdiff_t targetStride;
     int width, height;
     int reach;
-    float multiplier;
-    bool straight;                              // divide by alpha again, and keep the source's channel order
-    std::array<float, kMaxReach + 1> rowWeight; // by distance
+    std::array<float, kMaxReach + 1> rowWeight;      // by distance
     std::array<double, kMaxReach + 1> columnOctaves; // log2 of the same
 
-    const Channel* row(int y) const {
-        return reinterpret_cast<const Channel*>(reinterpret_cast<const char*>(source.pixels) +
-                                                y * source.stride);
-    }
-    Channel* targetRow(int y) const {
-        return reinterpret_cast<Channel*>(reinterpret_cast<char*>(target.pixels) + y * target.stride);
-    }
+    const std::uint8_t* row(int y) const { return source + y * sourceStride; }
+    std::uint8_t* targetRow(int y) const { return target + y * targetStride; }
 };
 
 } // namespace
@@ -162,8 +156,8 @@ HWY_INLINE VI nearestInt(VF value) {
 #endif
 }
 
-/// Keeps a loaded vector in its register: compilers would load it anew for each use, and unaligned loads are
-/// dear.
+/// Keeps a loaded vector in its register: compilers would load it again for each use, and unaligned
+/// loads are expensive.
 template<class V>
 HWY_INLINE void keepInRegister([[maybe_unused]] V& vector) {
 #if HWY_TARGET == HWY_AVX3 || HWY_TARGET == HWY_AVX3_DL
@@ -186,9 +180,9 @@ HWY_INLINE VF exp2Bits(VI x) {
     return hn::BitCast(df, hn::Add(hn::BitCast(di, bend), x));
 }
 
-/// 8-bit pixels with all three channels at work. Values are differences from 128. The exponent leaves out the
+/// All three channels at work. Values are differences from 128. The exponent leaves out the
 /// term of |p|^2, which is common to all taps of a pixel and so cancels out.
-class ThreeByteChannels {
+class ThreeChannels {
 public:
     static constexpr int kChannels = 3;
     struct Neighbour {
@@ -205,7 +199,7 @@ public:
         VI ar, g1;
     };
 
-    ThreeByteChannels(const Scratch& scratch, const Frame<std::uint8_t>& frame) : mScratch(scratch) {
+    ThreeChannels(const Scratch& scratch, const Frame& frame) : mScratch(scratch) {
         for (int i = -frame.reach; i <= frame.reach; ++i)
             mInit[i + frame.reach] =
                 static_cast<std::int32_t>(std::lround(kOctave * (frame.columnOctaves[std::abs(i)] + kBias))) -
@@ -237,9 +231,9 @@ private:
     std::int32_t mInit[kMaxTaps];
 };
 
-/// 8-bit pixels whose alpha is the same all over the block and its margins: red and green alone make the
+/// Pixels whose alpha is the same all over the block and its margins: red and green alone make the
 /// weight.
-class TwoByteChannels {
+class TwoChannels {
 public:
     static constexpr int kChannels = 2;
     struct Neighbour {
@@ -256,7 +250,7 @@ public:
         VI rg;
     };
 
-    TwoByteChannels(const Scratch& scratch, const Frame<std::uint8_t>& frame) : mScratch(scratch) {
+    TwoChannels(const Scratch& scratch, const Frame& frame) : mScratch(scratch) {
         for (int i = -frame.reach; i <= frame.reach; ++i)
             mInit[i + frame.reach] =
                 static_cast<std::int32_t>(std::lround(kOctave * (frame.columnOctaves[std::abs(i)] + kBias)));
@@ -283,54 +277,6 @@ public:
 private:
     const Scratch& mScratch;
     std::int32_t mInit[kMaxTaps];
-};
-
-/// Float pixels of any range: the squared distance from differences. Weights below 2^-100 count as that, so
-/// that neither they nor their products fall below a float's normal range, where arithmetic is slow.
-class FloatChannels {
-public:
-    static constexpr int kChannels = 3;
-    struct Neighbour {
-        VF init;
-        VF value[kChannels];
-        HWY_INLINE void keep() {
-            for (VF& v : value)
-                keepInRegister(v);
-        }
-    };
-    struct Centre {
-        VF value[kChannels];
-    };
-
-    FloatChannels(const Scratch& scratch, const Frame<float>& frame) : mScratch(scratch) {
-        for (int i = -frame.reach; i <= frame.reach; ++i)
-            mInit[i + frame.reach] = static_cast<float>(kOctave * frame.columnOctaves[std::abs(i)]);
-    }
-
-    HWY_INLINE Neighbour neighbour(std::size_t at, int tap) const {
-        return {hn::Set(df, mInit[tap]),
-                {hn::LoadU(df, mScratch.channels[0] + at), hn::LoadU(df, mScratch.channels[1] + at),
-                 hn::LoadU(df, mScratch.channels[2] + at)}};
-    }
-
-    HWY_INLINE Centre centre(std::size_t at) const {
-        return {{hn::LoadU(df, mScratch.channels[0] + at), hn::LoadU(df, mScratch.channels[1] + at),
-                 hn::LoadU(df, mScratch.channels[2] + at)}};
-    }
-
-    HWY_INLINE VI exponent(const Neighbour& q, const Centre& p) const {
-        const VF a = hn::Sub(q.value[0], p.value[0]);
-        const VF r = hn::Sub(q.value[1], p.value[1]);
-        const VF g = hn::Sub(q.value[2], p.value[2]);
-        const VF squared = hn::MulAdd(a, a, hn::MulAdd(r, r, hn::Mul(g, g)));
-        const VF octaves =
-            hn::MulAdd(squared, hn::Set(df, static_cast<float>(-50.0 * kLog2E * kOctave)), q.init);
-        return nearestInt(hn::Max(octaves, hn::Set(df, static_cast<float>(-100.0 * kOctave))));
-    }
-
-private:
-    const Scratch& mScratch;
-    float mInit[kMaxTaps];
 };
 
 /// The running sums of kLanes neighbouring pixels of one row: the weights, then the weighted channels.
@@ -364,7 +310,7 @@ struct Tile {
     }
 };
 
-/// Adds one row of neighbours to each of the tiles, which lie one above the other.
+/// Adds one row of neighbours to each of the tiles, one above the other.
 template<class Taps, class Weights, class... Tiles>
 HWY_INLINE void addRow(const Taps& taps, const Weights& rowWeight, int reach, int row, int column,
                        Tiles&... tiles) {
@@ -379,9 +325,9 @@ HWY_INLINE void addRow(const Taps& taps, const Weights& rowWeight, int reach, in
 }
 
 /// Loads the row of the picture that the plane's row `row` holds, with the edge pixels repeated, into `line`.
-template<class Channel>
-void loadLine(const Frame<Channel>& frame, const Block& block, int row, Channel (*line)[4]) {
-    const Channel* const source = frame.row(std::clamp(block.y - frame.reach + row, 0, frame.height - 1));
+void loadLine(const Frame& frame, const Block& block, int row, std::uint8_t (*line)[4]) {
+    const std::uint8_t* const source =
+        frame.row(std::clamp(block.y - frame.reach + row, 0, frame.height - 1));
     const int x = block.x - frame.reach;
     const int columns = block.planeColumns(frame.reach);
     const int first = std::clamp(-x, 0, columns);
@@ -395,7 +341,7 @@ void loadLine(const Frame<Channel>& frame, const Block& block, int row, Channel 
 
 /// Fills the planes for all three channels at work.
 /// @return whether alpha has one value all over them.
-bool fillPlanes(const Frame<std::uint8_t>& frame, const Block& block, Scratch& scratch) {
+bool fillPlanes(const Frame& frame, const Block& block, Scratch& scratch) {
     alignas(64) std::uint8_t line[kPlaneStride][4];
     const VI byte = hn::Set(di, 0xFF);
     const VI middle = hn::Set(di, 128);
@@ -428,7 +374,7 @@ bool fillPlanes(const Frame<std::uint8_t>& frame, const Block& block, Scratch& s
 }
 
 /// Rewrites the pairs for red and green alone.
-void dropAlpha(const Frame<std::uint8_t>& frame, const Block& block, Scratch& scratch) {
+void dropAlpha(const Frame& frame, const Block& block, Scratch& scratch) {
     const int columns = block.planeColumns(frame.reach);
     for (int row = 0; row < block.planeRows(frame.reach); ++row) {
         for (int column = 0; column < columns; column += kLanes) {
@@ -439,22 +385,6 @@ void dropAlpha(const Frame<std::uint8_t>& frame, const Block& block, Scratch& sc
             const VI factor = hn::Set(di, kNeighbourFactor);
             hn::Store(pairOf(hn::Mul(r, factor), hn::Mul(g, factor)), di, scratch.pairs + at);
             hn::Store(hn::Mul(square, hn::Set(di, -kUnit / 2)), di, scratch.pairs2 + at);
-        }
-    }
-}
-
-void fillPlanes(const Frame<float>& frame, const Block& block, Scratch& scratch) {
-    alignas(64) float line[kPlaneStride][4];
-    const int columns = block.planeColumns(frame.reach);
-    for (int row = 0; row < block.planeRows(frame.reach); ++row) {
-        loadLine(frame, block, row, line);
-        for (int column = 0; column < columns; column += kLanes) {
-            const std::size_t at = std::size_t{kPlaneStride} * row + column;
-            VF first, second, third, fourth;
-            hn::LoadInterleaved4(df, line[column], first, second, third, fourth);
-            hn::Store(first, df, scratch.channels[0] + at);
-            hn::Store(second, df, scratch.channels[1] + at);
-            hn::Store(third, df, scratch.channels[2] + at);
         }
     }
 }
@@ -498,25 +428,16 @@ HWY_INLINE VF channelOf(VI pixels) {
 }
 
 /// Stores up to kLanes pixels: takes the filtered alpha, red and green in 0..255 and blue from the source.
-void storePixels(const Frame<std::uint8_t>& frame, int x, int y, int count, VF a, VF r, VF g) {
+void storePixels(const Frame& frame, int x, int y, int count, VF a, VF r, VF g) {
     alignas(64) std::int32_t pixels[kLanes] = {};
     std::memcpy(pixels, frame.row(y) + 4 * x, 4 * count);
     const VF b = channelOf<24>(hn::Load(di, pixels));
-    if (frame.straight) {
-        hn::Store(straightPixels(a, r, g, b), di, pixels);
-    } else {
-        const VF multiplier = hn::Set(df, frame.multiplier);
-        const VF alpha = hn::Mul(a, multiplier);
-        const VF scale = hn::Mul(hn::Mul(alpha, multiplier), hn::Set(df, 1.0f / 255.0f));
-        hn::Store(packBytes(nearestByte(hn::Mul(r, scale)), nearestByte(hn::Mul(g, scale)),
-                            nearestByte(hn::Mul(b, scale)), nearestByte(alpha)),
-                  di, pixels);
-    }
+    hn::Store(straightPixels(a, r, g, b), di, pixels);
     std::memcpy(frame.targetRow(y) + 4 * x, pixels, 4 * count);
 }
 
 /// Rows `top` to `bottom` - 1 where a pixel has no neighbours. Opaque ones come out as they are.
-void copyRows(const Frame<std::uint8_t>& frame, int top, int bottom) {
+void copyRows(const Frame& frame, int top, int bottom) {
     for (int y = top; y < bottom; ++y) {
         const auto copy = [source = frame.row(y), target = frame.targetRow(y)](int x, std::size_t bytes) {
             alignas(64) std::int32_t line[kLanes] = {};
@@ -535,40 +456,23 @@ void copyRows(const Frame<std::uint8_t>& frame, int top, int bottom) {
     }
 }
 
-/// The same for floats, with full scale 1.
-void storePixels(const Frame<float>& frame, int x, int y, int count, VF a, VF r, VF g) {
-    alignas(64) float pixels[4 * kLanes] = {};
-    std::memcpy(pixels, frame.row(y) + 4 * x, 16 * count);
-    VF first, second, third, b;
-    hn::LoadInterleaved4(df, pixels, first, second, third, b);
-    const VF multiplier = hn::Set(df, frame.multiplier);
-    const VF alpha = hn::Mul(a, multiplier);
-    const VF scale = hn::Mul(alpha, multiplier);
-    hn::StoreInterleaved4(hn::Mul(r, scale), hn::Mul(g, scale), hn::Mul(b, scale), alpha, df, pixels);
-    std::memcpy(frame.targetRow(y) + 4 * x, pixels, 16 * count);
-}
-
-template<class Taps, class Channel>
-HWY_INLINE void storeTile(const Frame<Channel>& frame, const Block& block, const Scratch& scratch, int column,
+template<class Taps>
+HWY_INLINE void storeTile(const Frame& frame, const Block& block, const Scratch& scratch, int column,
                           const Tile<Taps>& tile) {
     const int x = block.x + column;
     const int y = block.y + tile.row - frame.reach;
     const int count = std::min(kLanes, block.x + block.width - x);
-    if constexpr (std::is_same_v<Taps, FloatChannels>) {
-        storePixels(frame, x, y, count, mean(tile, 0), mean(tile, 1), mean(tile, 2));
-    } else {
-        const VF middle = hn::Set(df, 128.0f);
-        const VF first = hn::Add(mean(tile, 0), middle), second = hn::Add(mean(tile, 1), middle);
-        if constexpr (Taps::kChannels == 3)
-            storePixels(frame, x, y, count, first, second, hn::Add(mean(tile, 2), middle));
-        else
-            storePixels(frame, x, y, count, hn::Set(df, scratch.channels[0][0] + 128.0f), first, second);
-    }
+    const VF middle = hn::Set(df, 128.0f);
+    const VF first = hn::Add(mean(tile, 0), middle), second = hn::Add(mean(tile, 1), middle);
+    if constexpr (Taps::kChannels == 3)
+        storePixels(frame, x, y, count, first, second, hn::Add(mean(tile, 2), middle));
+    else
+        storePixels(frame, x, y, count, hn::Set(df, scratch.channels[0][0] + 128.0f), first, second);
 }
 
 /// Filters a block from its planes. Two rows of tiles share each neighbour that both reach.
-template<class Taps, class Channel>
-void filterBlock(const Frame<Channel>& frame, const Block& block, const Scratch& scratch) {
+template<class Taps>
+void filterBlock(const Frame& frame, const Block& block, const Scratch& scratch) {
     const Taps taps(scratch, frame);
     const int reach = frame.reach;
     for (int y = 0; y + 1 < block.height; y += 2) {
@@ -593,9 +497,9 @@ void filterBlock(const Frame<Channel>& frame, const Block& block, const Scratch&
     }
 }
 
-void blurBytes(const Frame<std::uint8_t>& frame, const Block& block, Scratch& scratch) {
+void blurBlock(const Frame& frame, const Block& block, Scratch& scratch) {
     if (!fillPlanes(frame, block, scratch))
-        return filterBlock<ThreeByteChannels>(frame, block, scratch);
+        return filterBlock<ThreeChannels>(frame, block, scratch);
     // Premultiplied, a transparent block is zero whatever its colours.
     if (scratch.channels[0][0] == -128.0f) {
         for (int y = block.y; y < block.y + block.height; ++y)
@@ -603,12 +507,7 @@ void blurBytes(const Frame<std::uint8_t>& frame, const Block& block, Scratch& sc
         return;
     }
     dropAlpha(frame, block, scratch);
-    filterBlock<TwoByteChannels>(frame, block, scratch);
-}
-
-void blurFloats(const Frame<float>& frame, const Block& block, Scratch& scratch) {
-    fillPlanes(frame, block, scratch);
-    filterBlock<FloatChannels>(frame, block, scratch);
+    filterBlock<TwoChannels>(frame, block, scratch);
 }
 
 } // namespace HWY_NAMESPACE
@@ -620,17 +519,8 @@ HWY_AFTER_NAMESPACE();
 namespace Tessaloom::BilateralBlur {
 namespace {
 
-HWY_EXPORT(blurBytes);
+HWY_EXPORT(blurBlock);
 HWY_EXPORT(copyRows);
-HWY_EXPORT(blurFloats);
-
-void blurBlock(const Frame<std::uint8_t>& frame, const Block& block, Scratch& scratch) {
-    HWY_DYNAMIC_DISPATCH(blurBytes)(frame, block, scratch);
-}
-
-void blurBlock(const Frame<float>& frame, const Block& block, Scratch& scratch) {
-    HWY_DYNAMIC_DISPATCH(blurFloats)(frame, block, scratch);
-}
 
 /// Cuts `length` into as few parts as `most` allows, of the same size but for the last, in multiples of
 /// `grain`.
@@ -640,52 +530,33 @@ int partSize(int length, int most, int grain) {
     return (size + grain - 1) / grain * grain;
 }
 
-template<class Channel>
-void blurFrame(PixelView<const Channel> source, PixelView<Channel> target, int width, int height,
-               int blurSize, float multiplier, bool straight, RowBandPool& pool) {
+} // namespace
+
+void bilateralBlur(const std::uint8_t* source, std::ptrdiff_t sourceStride, std::uint8_t* target,
+                   std::ptrdiff_t targetStride, int width, int height, int blurSize, RowBandPool& pool) {
     if (width <= 0 || height <= 0)
         return;
-    Frame<Channel> frame{
-        source,     target,   width, height, (std::clamp(blurSize, 1, 2 * kMaxReach + 2) - 1) / 2,
-        multiplier, straight, {},    {}};
-    const int bands = (height + kBlockHeight - 1) / kBlockHeight;
-    if constexpr (std::is_same_v<Channel, std::uint8_t>)
-        if (straight && frame.reach == 0)
-            return pool.run(bands, [&](std::size_t index, unsigned) {
-                const int top = static_cast<int>(index) * kBlockHeight;
-                HWY_DYNAMIC_DISPATCH(copyRows)(frame, top, std::min(height, top + kBlockHeight));
-            });
+    Frame frame{source, sourceStride, target, targetStride, width, height, 0, {}, {}};
+    frame.reach = (std::clamp(blurSize, 1, 2 * kMaxReach + 2) - 1) / 2;
+    const int rows = (height + kBlockHeight - 1) / kBlockHeight;
+    if (frame.reach == 0)
+        return pool.run(rows, [&](std::size_t index, unsigned) {
+            const int top = static_cast<int>(index) * kBlockHeight;
+            HWY_DYNAMIC_DISPATCH(copyRows)(frame, top, std::min(height, top + kBlockHeight));
+        });
     for (int i = 0; i <= frame.reach; ++i) {
         frame.columnOctaves[i] = -kLog2E * i * i / 200.0;
         frame.rowWeight[i] = static_cast<float>(std::exp2(frame.columnOctaves[i]));
     }
     const int blockWidth = partSize(width, kBlockWidth, kMaxLanes);
     const int columns = (width + blockWidth - 1) / blockWidth;
-    const std::size_t jobs = static_cast<std::size_t>(columns) * bands;
+    const std::size_t jobs = static_cast<std::size_t>(columns) * rows;
     pool.run(jobs, [&](std::size_t index, unsigned worker) {
         const int x = static_cast<int>(index % columns) * blockWidth;
         const int y = static_cast<int>(index / columns) * kBlockHeight;
         const Block block{x, y, std::min(blockWidth, width - x), std::min(kBlockHeight, height - y)};
-        blurBlock(frame, block, *new (pool.scratch(worker, sizeof(Scratch))) Scratch);
+        HWY_DYNAMIC_DISPATCH(blurBlock)(frame, block, *new (pool.scratch(worker, sizeof(Scratch))) Scratch);
     });
-}
-
-} // namespace
-
-void bilateralBlur(PixelView<const std::uint8_t> source, PixelView<std::uint8_t> target, int width,
-                   int height, int blurSize, float multiplier, RowBandPool& pool) {
-    blurFrame(source, target, width, height, blurSize, multiplier, false, pool);
-}
-
-void bilateralBlur(const std::uint8_t* source, std::ptrdiff_t sourceStride, std::uint8_t* target,
-                   std::ptrdiff_t targetStride, int width, int height, int blurSize, RowBandPool& pool) {
-    blurFrame(PixelView<const std::uint8_t>{source, sourceStride},
-              PixelView<std::uint8_t>{target, targetStride}, width, height, blurSize, 1.0f, true, pool);
-}
-
-void bilateralBlur(PixelView<const float> source, PixelView<float> target, int width, int height,
-                   int blurSize, float multiplier, RowBandPool& pool) {
-    blurFrame(source, target, width, height, blurSize, multiplier, false, pool);
 }
 
 } // namespace Tessaloom::BilateralBlur

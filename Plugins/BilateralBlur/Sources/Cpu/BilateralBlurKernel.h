@@ -32,38 +32,4 @@ namespace Tessaloom::BilateralBlur {
 void bilateralBlur(const std::uint8_t* source, std::ptrdiff_t sourceStride, std::uint8_t* target,
                    std::ptrdiff_t targetStride, int width, int height, int blurSize, RowBandPool& pool);
 
-/// A picture in memory that somebody else owns: 4 channels a pixel without gaps, rows `stride` bytes apart.
-template<class Channel>
-struct PixelView {
-    Channel* pixels;
-    std::ptrdiff_t stride;
-};
-
-/// The blur pass on the processor's vector units: what the fragment program of BilateralBlurRender draws.
-///
-/// For the pixel p and its neighbours q of the square of (blurSize - 1) / 2 pixels each way (truncated
-/// towards zero), coordinates clamped to the picture: w(q) = exp(-|q - p|^2 / (2 * 10^2)) * exp(-|c(q) -
-/// c(p)|^2 / (2 * 0.1^2)), c being the first three channels in units of full scale. These come out as their
-/// mean weighted by w, the fourth as it went in; all four are scaled by `multiplier`, rotated left by one
-/// channel, and the first three are then multiplied by the last.
-///
-/// The weights are single precision and true to 2e-4 of themselves. A pixel's sums are always taken in the
-/// same order, so the result doesn't depend on the number of threads; instruction sets differ by the last
-/// bits of a float.
-///
-/// `source` and `target` must not overlap. They need no alignment beyond their channel's, and `stride` may be
-/// negative. The bytes behind a row aren't touched. A picture without pixels is left alone. A blurSize below
-/// 0 works as 0, one above 60 as 60. The scratch memory, less than 1 MB a thread, belongs to the pool and
-/// stays there; where it can't be had, std::bad_alloc is thrown and the target is left half done.
-///
-/// @param source 8-bit pixels in the texture's order r, g, b, a, which is the host's A, R, G, B.
-/// @param target 8-bit pixels R, G, B, A, premultiplied; held to 0..1 and rounded to nearest.
-void bilateralBlur(PixelView<const std::uint8_t> source, PixelView<std::uint8_t> target, int width,
-                   int height, int blurSize, float multiplier, RowBandPool& pool);
-
-/// The same pass on float pixels, full scale being 1. Values beyond 0..1 are filtered as they are; the result
-/// is neither held to a range nor rounded.
-void bilateralBlur(PixelView<const float> source, PixelView<float> target, int width, int height,
-                   int blurSize, float multiplier, RowBandPool& pool);
-
 } // namespace Tessaloom::BilateralBlur
