@@ -6,7 +6,6 @@
 
 #include <cstring>
 #include <random>
-#include <tuple>
 
 namespace Tessaloom::BilateralBlur {
 namespace {
@@ -34,11 +33,20 @@ protected:
                                                 false);
     }
 
-    // Of a frame buffer as large as `input`.
+    // From a framebuffer as large as `input`.
     void download(World& input, World& output, const Format& format, std::int32_t tag) {
         AEOpenGLUtilities::DownloadTexture(static_cast<unsigned>(input.width),
                                            static_cast<unsigned>(input.height), &input, &output, mInData, tag,
                                            format.pixelSize, format.type);
+    }
+
+    // A channel as the texture holds it.
+    static double valueAt(World& world, const Format& format, int channel, int y) {
+        if (format.type == GL_UNSIGNED_BYTE)
+            return world.row<std::uint8_t>(y)[channel] / 255.0;
+        if (format.type == GL_UNSIGNED_SHORT)
+            return world.row<std::uint16_t>(y)[channel] / 65535.0;
+        return world.row<float>(y)[channel];
     }
 
     Host::Services mServices;
@@ -51,8 +59,8 @@ protected:
     float mMultiplier = 0;
 };
 
-// The texture itself is read, so that all of its precision comes down again.
-TEST_F(TransferTest, BringsPixelsOfEveryFormatUpAndDownUnchanged) {
+// The texture itself is the framebuffer that is read, so that no precision is lost between up and down.
+TEST_F(TransferTest, KeepsPixelsOfEveryFormat) {
     std::mt19937 random(7);
     for (const Format& format : kFormats) {
         World input(33, 5, format.tag), output(33, 5, format.tag);
@@ -64,12 +72,10 @@ TEST_F(TransferTest, BringsPixelsOfEveryFormatUpAndDownUnchanged) {
                 input.row<std::uint32_t>(y)[word / 5] = random();
         }
         const GLuint texture = upload(format.tag, input);
-        EXPECT_EQ(std::tuple(mPixelSize, mType, mMultiplier),
-                  std::tuple(format.pixelSize, format.type, format.multiplier));
-        const double last = format.pixelSize == 4   ? input.row<std::uint8_t>(4)[131] / 255.0
-                            : format.pixelSize == 8 ? input.row<std::uint16_t>(4)[131] / 65535.0
-                                                    : input.row<float>(4)[131];
-        EXPECT_NEAR(texels(texture).back(), last, 1e-7);
+        EXPECT_EQ(mPixelSize, format.pixelSize);
+        EXPECT_EQ(mType, format.type);
+        EXPECT_EQ(mMultiplier, format.multiplier);
+        EXPECT_NEAR(texels(texture).back(), valueAt(input, format, 131, 4), 1e-7);
 
         drawInto(texture, 33, 5);
         download(input, output, format, format.tag);
@@ -80,42 +86,38 @@ TEST_F(TransferTest, BringsPixelsOfEveryFormatUpAndDownUnchanged) {
     }
 }
 
-TEST_F(TransferTest, ThrowsTheCodeOfEachFaultAndLeavesNothingBehind) {
-    struct {
-        int format;
-        const char* fault;
-        int up, down; // codes, 0 for none
-    } const cases[] = {
-        {0, "get_pixel_data8", 516, 516}, {0, "PF Handle Suite", 0, 13},
-        {0, "host_new_handle", 0, 4},     {1, "get_pixel_data16", 516, 516},
-        {2, "iterate", 77, 77},           {2, "PF iterateFloat Suite", 13, 13},
-    };
-    drawInto(makeTexture(3, 2), 3, 2);
-    const auto expectCode = [&](int code, auto transfer) {
+TEST_F(TransferTest, ThrowsACodeAndKeepsNothing) {
+    const auto expect = [&](int code, auto transfer) {
         GLCalls calls;
+        int thrown = 0;
         try {
             transfer();
-            EXPECT_EQ(code, 0);
-        } catch (int thrown) {
-            EXPECT_EQ(thrown, code);
+        } catch (int caught) {
+            thrown = caught;
         }
-        EXPECT_TRUE(code == 0 || calls.kept("Textures") == 0);
+        EXPECT_EQ(thrown, code);
+        EXPECT_EQ(thrown ? calls.kept("Textures") : 0, 0);
         EXPECT_THAT(mServices.settle(), testing::IsEmpty());
         EXPECT_EQ(integer(GL_UNPACK_ROW_LENGTH), 0);
+        return calls.counts["glPixelStorei"];
     };
-    for (const auto& [format, fault, up, down] : cases) {
-        const Format& own = kFormats[format];
-        World input(3, 2, own.tag), output(3, 2, own.tag);
+    drawInto(makeTexture(3, 2), 3, 2);
+    const auto expectBoth = [&](const char* fault, const Format& format, std::int32_t tag, int up, int down) {
         mHost.faults.failing = {{fault, 77}};
-        expectCode(up, [&] { upload(own.tag, input); });
-        expectCode(down, [&] { download(input, output, own, own.tag); });
-    }
-    mHost.faults = {};
-    World world(3, 2);
-    for (const std::int32_t tag : {std::int32_t{PF_PixelFormat_ARGB64}, 0x12345678}) {
-        expectCode(516, [&] { upload(tag, world); });
-        expectCode(516, [&] { download(world, world, kFormats[0], tag); });
-    }
+        World input(3, 2, format.tag), output(3, 2, format.tag);
+        const int rowLengths = expect(up, [&] { upload(tag, input); });
+        expect(down, [&] { download(input, output, format, tag); });
+        return rowLengths;
+    };
+    const auto& [bytes, shorts, floats] = kFormats;
+    EXPECT_EQ(expectBoth("get_pixel_data8", bytes, bytes.tag, 516, 516), 2) << "set before the host is asked";
+    EXPECT_EQ(expectBoth("get_pixel_data16", shorts, shorts.tag, 516, 516), 2);
+    expectBoth("PF Handle Suite", bytes, bytes.tag, 0, 13);
+    expectBoth("host_new_handle", bytes, bytes.tag, 0, 4);
+    expectBoth("iterate", floats, floats.tag, 77, 77);
+    expectBoth("PF iterateFloat Suite", floats, floats.tag, 13, 13);
+    expectBoth("", bytes, shorts.tag, 516, 516);
+    expectBoth("", bytes, 0x12345678, 516, 516);
 }
 
 } // namespace

@@ -11,7 +11,7 @@ namespace {
 
 using EglWatch::makeContext;
 
-// Leaves nothing current and no context behind.
+// At the end nothing is current and no context exists.
 class GLContextTest : public testing::Test {
 protected:
     ~GLContextTest() override {
@@ -20,7 +20,7 @@ protected:
     }
 };
 
-TEST_F(GLContextTest, KnowsWhatIsCurrentOnEachThread) {
+TEST_F(GLContextTest, ReadsWhatIsCurrentOnEachThread) {
     EXPECT_TRUE(CGLSetCurrentContext({}));
     NSOpenGLContext *first = makeContext(), *second = makeContext();
     EXPECT_FALSE(CGLGetCurrentContext()) << "a creation binds nothing";
@@ -36,13 +36,13 @@ TEST_F(GLContextTest, KnowsWhatIsCurrentOnEachThread) {
         first->makeCurrentContext();
     }).join();
     first->makeCurrentContext();
-    EXPECT_EQ(NSOpenGLContext::currentContext(), first) << "the thread has ended and let go";
+    EXPECT_EQ(NSOpenGLContext::currentContext(), first) << "the other thread has ended";
     first->release();
     second->release();
     EXPECT_EQ(eglGetCurrentContext(), EGL_NO_CONTEXT);
 }
 
-TEST_F(GLContextTest, EndsWithItsLastReferenceWhereverItIsCurrent) {
+TEST_F(GLContextTest, IsDestroyedWithItsLastReference) {
     NSOpenGLContext *here = makeContext(), *elsewhere = makeContext(), *ended = makeContext();
     here->retain();
     here->makeCurrentContext();
@@ -57,11 +57,11 @@ TEST_F(GLContextTest, EndsWithItsLastReferenceWhereverItIsCurrent) {
         std::thread([&] { ended->release(); }).join();
     }).join();
     EXPECT_FALSE(CGLGetCurrentContext()) << "released on another thread";
-    EXPECT_EQ(EglWatch::liveContexts, 0) << "its thread has ended";
+    EXPECT_EQ(EglWatch::liveContexts, 0) << "the thread that had it current has ended";
 }
 
-// A context of somebody else in the process, of either client API, with a surface of its own.
-TEST_F(GLContextTest, LeavesTheBindingsOfOthersAsTheyWere) {
+// Contexts that the rest of the process made, of either client API, with a surface.
+TEST_F(GLContextTest, RestoresContextsOfTheHost) {
     NSOpenGLContext* own = makeContext();
     const EGLDisplay display = own->CGLContextObj().display;
     for (const auto& [api, renderable] : {std::pair<EGLenum, EGLint>{EGL_OPENGL_API, EGL_OPENGL_BIT},
@@ -76,12 +76,14 @@ TEST_F(GLContextTest, LeavesTheBindingsOfOthersAsTheyWere) {
         const EGLContext context = eglCreateContext(display, config, EGL_NO_CONTEXT, nullptr);
         ASSERT_TRUE(eglMakeCurrent(display, surface, surface, context));
         const CGLContextObj saved = CGLGetCurrentContext();
-        EXPECT_TRUE(saved.serial == 0 && NSOpenGLContext::currentContext() == nullptr);
+        EXPECT_EQ(saved.serial, 0u);
+        EXPECT_EQ(NSOpenGLContext::currentContext(), nullptr);
         own->makeCurrentContext();
         makeContext()->release();
         EXPECT_EQ(eglQueryAPI(), api);
         EXPECT_TRUE(CGLSetCurrentContext(saved));
-        EXPECT_TRUE(eglGetCurrentContext() == context && eglGetCurrentSurface(EGL_DRAW) == surface);
+        EXPECT_EQ(eglGetCurrentContext(), context);
+        EXPECT_EQ(eglGetCurrentSurface(EGL_DRAW), surface);
         CGLSetCurrentContext({});
         eglDestroyContext(display, context);
         eglDestroySurface(display, surface);
@@ -90,7 +92,7 @@ TEST_F(GLContextTest, LeavesTheBindingsOfOthersAsTheyWere) {
     own->release();
 }
 
-TEST_F(GLContextTest, KnowsTheProfileAndTheRenderer) {
+TEST_F(GLContextTest, RefusesOtherProfilesAndDetectsSoftware) {
     // The profile's own number as the argument of another attribute doesn't count.
     constexpr std::uint32_t kLegacy[] = {NSOpenGLPFAColorSize, NSOpenGLPFAOpenGLProfile,
                                          NSOpenGLPFAOpenGLProfile, 4096, 0};

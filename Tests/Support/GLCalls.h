@@ -7,7 +7,6 @@
 
 #include <map>
 #include <string>
-#include <vector>
 
 namespace Tessaloom::BilateralBlur {
 
@@ -16,8 +15,9 @@ class GLCalls {
 public:
     GLCalls() {
         glbinding::setAfterCallback([this](const auto& call) {
-            names.emplace_back(call.function->name());
-            ++counts[names.back()];
+            const std::string name = call.function->name();
+            names += name.substr(2) + " ";
+            ++counts[name];
         });
         glbinding::setCallbackMask(glbinding::CallbackMask::After);
     }
@@ -29,7 +29,7 @@ public:
     /// Objects of a kind, "Textures" say, that were made and not deleted, where each call does one.
     int kept(const std::string& kind) { return counts["glGen" + kind] - counts["glDelete" + kind]; }
 
-    std::vector<std::string> names; ///< of the functions, in the order of the calls
+    std::string names; ///< of the functions without their "gl", in the order of the calls, a blank after each
     std::map<std::string, int> counts;
 };
 
