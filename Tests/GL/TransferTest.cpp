@@ -112,10 +112,10 @@ TEST_F(TransferTest, ThrowsACodeAndKeepsNothing) {
     const auto& [bytes, shorts, floats] = kFormats;
     EXPECT_EQ(expectBoth("get_pixel_data8", bytes, bytes.tag, 516, 516), 2) << "set before the host is asked";
     EXPECT_EQ(expectBoth("get_pixel_data16", shorts, shorts.tag, 516, 516), 2);
-    expectBoth("PF Handle Suite", bytes, bytes.tag, 0, 13);
+    expectBoth("AcquireSuite PF Handle Suite 2", bytes, bytes.tag, 0, 13);
     expectBoth("host_new_handle", bytes, bytes.tag, 0, 4);
     expectBoth("iterate", floats, floats.tag, 77, 77);
-    expectBoth("PF iterateFloat Suite", floats, floats.tag, 13, 13);
+    expectBoth("AcquireSuite PF iterateFloat Suite 1", floats, floats.tag, 13, 13);
     expectBoth("", bytes, shorts.tag, 516, 516);
     expectBoth("", bytes, 0x12345678, 516, 516);
 }

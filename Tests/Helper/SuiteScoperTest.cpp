@@ -54,7 +54,7 @@ TEST_F(SuiteScoperTest, HoldsSuitesForAScope) {
     EXPECT_EQ(scope(0, &mOutData, "text"), "");
     EXPECT_THAT(calls(), ElementsAre("AcquireSuite AEGP Memory Suite 1", "AcquireSuite PF Handle Suite 2",
                                      "ReleaseSuite PF Handle Suite 2", "ReleaseSuite AEGP Memory Suite 1"));
-    mHost.faults.failing = {{"PF Handle Suite", 1}};
+    mHost.faults.failing = {{"AcquireSuite PF Handle Suite 2", 1}};
     EXPECT_EQ(scope(13, nullptr, "text"), "");
     EXPECT_EQ(calls().back(), "ReleaseSuite AEGP Memory Suite 1");
     EXPECT_EQ(scope(13, &mOutData, nullptr), "Not able to acquire AEFX Suite.");
@@ -122,7 +122,7 @@ TEST_F(SuiteScoperTest, RunsScripts) {
         mHost.faults.failing = {{callback, 77}};
         EXPECT_EQ(run("1"), "");
     }
-    mHost.faults.failing = {{"AEGP Memory Suite", 1}};
+    mHost.faults.failing = {{"AcquireSuite AEGP Memory Suite 1", 1}};
     EXPECT_THROW(run("1"), int);
 }
 

@@ -25,26 +25,33 @@ FaultyHost* mCurrent = nullptr;
 PF_EntryPointFunc mEntry = nullptr;
 Tables mHost{}, mOurs{};
 std::set<const PF_ParamDef*> mFailedCheckouts;
+std::string mState;
 const PF_LayerDef *mInput = nullptr, *mOutput = nullptr;
 
-/// The code that this function is to return without doing anything, 0 where it is to work.
-PF_Err faultOf(const std::string& name) {
-    const auto found = mCurrent->faults.failing.find(name);
-    if (found == mCurrent->faults.failing.end())
-        return PF_Err_NONE;
-    if (found->second == kThrowBadAlloc)
-        throw std::bad_alloc();
-    return found->second;
+void recordState() {
+    if (!mCurrent->state)
+        return;
+    const std::string state = mCurrent->state();
+    if (std::exchange(mState, state) != state)
+        mCurrent->calls.push_back(state);
 }
 
-/// Records the call of a function; returns its `faultOf`.
+/// Records the call of a function. Returns the code to return without doing anything, 0 where it is to work.
 template<class... Words>
 PF_Err record(const char* name, const Words&... words) {
+    recordState();
     std::ostringstream text;
     text << name;
     ((text << ' ' << words), ...);
     mCurrent->calls.push_back(text.str());
-    return faultOf(name);
+    for (const auto& [call, code] : mCurrent->faults.failing) {
+        if (call != name && call != text.str())
+            continue;
+        if (code == kThrowBadAlloc)
+            throw std::bad_alloc();
+        return code;
+    }
+    return PF_Err_NONE;
 }
 
 const char* nameOf(const PF_LayerDef* world) {
@@ -177,8 +184,6 @@ const void* wrapped(const std::string& name, const void* table) {
 PF_Err acquireSuite(const char* name, std::int32_t version, const void** suite) {
     if (const PF_Err code = record("AcquireSuite", name, version))
         return code;
-    if (const PF_Err code = faultOf(name))
-        return code;
     const auto replaced = mCurrent->faults.suites.find(name);
     if (replaced != mCurrent->faults.suites.end())
         return *suite = replaced->second, PF_Err_NONE;
@@ -229,7 +234,10 @@ PF_Err entry(PF_Cmd cmd, PF_InData* inData, PF_OutData* outData, PF_ParamDef* pa
              void* extra) {
     mCurrent->calls.clear();
     mFailedCheckouts.clear();
-    return mCurrent->code = command(cmd, FaultyHost::wrap(*inData), outData, params, output, extra);
+    mState = mCurrent->state ? mCurrent->state() : "";
+    mCurrent->code = command(cmd, FaultyHost::wrap(*inData), outData, params, output, extra);
+    recordState();
+    return mCurrent->code;
 }
 
 } // namespace

@@ -3,6 +3,7 @@
 #include "Host/Module.h"
 #include "HostInterface/EffectHost.h"
 
+#include <functional>
 #include <limits>
 #include <map>
 #include <optional>
@@ -16,8 +17,8 @@ constexpr PF_Err kThrowBadAlloc = std::numeric_limits<PF_Err>::min();
 
 /// Faults to inject. Left empty, everything works.
 struct Faults {
-    /// Callbacks, suite functions and suites by name, with the code that each returns instead of doing
-    /// anything. Functions that return an address return null. A failed checkin is done all the same.
+    /// Codes that calls return instead of doing anything, by the name of the function or the whole text of
+    /// `calls`. Functions that return an address return null. A failed checkin is done all the same.
     std::map<std::string, PF_Err> failing{};
     /// Tables by suite name, given out instead of the host's own; may be null.
     std::map<std::string, const void*> suites{};
@@ -42,9 +43,12 @@ public:
 
     Faults faults{};
 
-    /// The calls of the last command in their order, each with the arguments that matter. Formatting and
-    /// copying of text aren't among them.
+    /// The calls of the last command in their order: names of functions, each with the arguments that matter.
+    /// Formatting and copying of text aren't among them.
     std::vector<std::string> calls{};
+
+    /// Where it is set, each new value of it is recorded among the calls.
+    std::function<std::string()> state{};
 
     /// What the last command returned.
     PF_Err code = PF_Err_NONE;

@@ -1,0 +1,163 @@
+#include "Tests/BilateralBlur/EffectTest.h"
+#include "Tests/Support/GLCalls.h"
+
+#include <algorithm>
+#include <array>
+#include <vector>
+
+namespace Tessaloom::BilateralBlur {
+namespace {
+
+using Host::World;
+
+// On a GPU, where the parameter is true, and on the CPU.
+class HostCallsTest : public EffectTest, public testing::WithParamInterface<bool> {
+protected:
+    HostCallsTest() {
+        EglWatch::hardware = GetParam();
+        mEffect.emplace(mHost.module());
+        EXPECT_EQ(frame(mPicture, 7), "");
+        mHost.state = [this] {
+            return NSOpenGLContext::currentContext() == mHostContext ? kHostContext : kEffectContext;
+        };
+    }
+
+    // The calls of a frame of 12 x 8 pixels into an output of `rows` rows.
+    static std::vector<std::string> callsOfFrame(int rows = 8) {
+        std::vector<std::string> calls{"checkout_layer_pixels 0",
+                                       "checkout_output",
+                                       kEffectContext,
+                                       "AcquireSuite AEGP PF Interface Suite 1",
+                                       "AcquireSuite AEGP Layer Suite 11",
+                                       "AcquireSuite AEGP Item Suite 10",
+                                       "checkout_param 1 time 5 step 2 scale 25",
+                                       "checkin_param",
+                                       "get_pixel_data8 input",
+                                       "AcquireSuite PF Handle Suite 2",
+                                       "host_new_handle 384",
+                                       "host_lock_handle"};
+        calls.insert(calls.end(), rows, "get_pixel_data8 output");
+        for (const char* call :
+             {"host_unlock_handle", "host_dispose_handle", "ReleaseSuite PF Handle Suite 2", kHostContext,
+              "ReleaseSuite AEGP Item Suite 10", "ReleaseSuite AEGP Layer Suite 11",
+              "ReleaseSuite AEGP PF Interface Suite 1"})
+            calls.push_back(call);
+        return forThisWay(calls);
+    }
+
+    // The same up to a call that fails, and then the release of all that was acquired before it.
+    static std::vector<std::string> callsUpTo(const std::string& failing) {
+        std::vector<std::string> calls = callsOfFrame();
+        const auto end = std::find(calls.begin(), calls.end(), failing);
+        std::vector<std::string> acquired(calls.begin(), end);
+        calls.erase(end + 1, calls.end());
+        std::reverse(acquired.begin(), acquired.end());
+        for (const std::string& call : acquired)
+            if (call.starts_with("AcquireSuite "))
+                calls.push_back("ReleaseSuite " + call.substr(std::strlen("AcquireSuite ")));
+            else if (call.starts_with("host_new_handle"))
+                calls.push_back("host_dispose_handle");
+            else if (call == "host_lock_handle")
+                calls.push_back("host_unlock_handle");
+            else if (call == kEffectContext)
+                calls.push_back(kHostContext);
+        return calls;
+    }
+
+    // Renders a frame with these faults, and a right one after it. Returns the result of the first.
+    Host::Result renderWith(const Faults& faults) {
+        World input = worldOf(mPicture), output(0, 0);
+        mHost.faults = faults;
+        GLCalls gl;
+        const Host::Result result = mEffect->render(input, output, std::array{7}, {5, 2, 25});
+        EXPECT_LE(gl.kept("Renderbuffers"), 0);
+        EXPECT_EQ(gl.kept("Textures"), 0);
+        EXPECT_THAT(result.imbalances, testing::IsEmpty());
+        mCalls = mHost.calls;
+        mHost.faults = {};
+        EXPECT_EQ(frame(mPicture, 7), "");
+        return result;
+    }
+
+    static constexpr const char *kHostContext = "context of the host",
+                                *kEffectContext = "context of the effect";
+    std::vector<std::string> mCalls;
+
+private:
+    // No context is switched on the CPU.
+    static std::vector<std::string> forThisWay(std::vector<std::string> calls) {
+        if (!GetParam())
+            std::erase_if(calls, [](const std::string& call) { return call.starts_with("context"); });
+        return calls;
+    }
+};
+
+TEST_P(HostCallsTest, CallsTheHostInOneOrder) {
+    EXPECT_TRUE(renderWith({}).ok());
+    EXPECT_EQ(mCalls, callsOfFrame());
+    World small(3, 5), noWidth(0, 8), noHeight(12, 0);
+    for (World* output : {&small, &noWidth, &noHeight}) {
+        EXPECT_TRUE(renderWith({.output = output}).ok());
+        EXPECT_EQ(mCalls, callsOfFrame(output->height));
+    }
+}
+
+TEST_P(HostCallsTest, UnwindsAtAFaultAndRendersTheNextFrame) {
+    const auto expectUnwinding = [&](const std::string& call, PF_Err code, PF_Err expected,
+                                     const char* message = "") {
+        SCOPED_TRACE(call);
+        const Host::Result result = renderWith({.failing = {{call, code}}});
+        EXPECT_EQ(result.code, expected);
+        EXPECT_EQ(result.message, message);
+        EXPECT_EQ(mCalls, callsUpTo(call));
+    };
+    constexpr const char* kNoMemory = "There is no memory for a frame of 12 x 8 pixels.";
+    expectUnwinding("checkout_layer_pixels 0", 77, 77);
+    expectUnwinding("checkout_output", 77, 77);
+    for (const char* call : {"AcquireSuite AEGP PF Interface Suite 1", "AcquireSuite AEGP Layer Suite 11",
+                             "AcquireSuite AEGP Item Suite 10", "get_pixel_data8 input",
+                             "AcquireSuite PF Handle Suite 2", "get_pixel_data8 output"})
+        expectUnwinding(call, 77, 516);
+    for (const char* call : {"host_new_handle 384", "host_lock_handle"})
+        expectUnwinding(call, 77, 516, kNoMemory);
+    expectUnwinding("get_pixel_data8 input", kThrowBadAlloc, 4, kNoMemory);
+}
+
+TEST_P(HostCallsTest, RefusesWorldsThatDoNotFit) {
+    World tall(12, 9), wide(13, 8), narrowRows(12, 8);
+    narrowRows.rowbytes = 47;
+    const struct {
+        Faults faults;
+        const char* message;
+    } cases[] = {
+        {{.input = nullptr}, "The host gave no input world."},
+        {{.output = nullptr}, "The host gave no output world."},
+        {{.output = &wide}, "The output of 13 x 8 pixels is larger than the input of 12 x 8."},
+        {{.output = &tall}, "The output of 12 x 9 pixels is larger than the input of 12 x 8."},
+        {{.input = &narrowRows}, "The rows of the input, 47 bytes apart, don't hold 12 pixels."},
+        {{.output = &narrowRows}, "The rows of the output, 47 bytes apart, don't hold 12 pixels."},
+    };
+    for (const auto& [faults, message] : cases) {
+        const Host::Result result = renderWith(faults);
+        EXPECT_EQ(result.code, 516);
+        EXPECT_EQ(result.message, message);
+        EXPECT_EQ(mCalls, callsUpTo("checkout_output"));
+    }
+}
+
+TEST_P(HostCallsTest, RendersTheFrameOfAFailedParameterWithTheSliderAtZero) {
+    World output(12, 8);
+    const auto expectFrame = [&](std::map<std::string, PF_Err> failing, PF_Err code, int scale) {
+        EXPECT_EQ(renderWith({.failing = std::move(failing), .output = &output}).code, code);
+        EXPECT_EQ(mCalls, callsOfFrame());
+        EXPECT_EQ(difference(output, mPicture, scale), "");
+    };
+    expectFrame({{"checkout_param", 77}}, 77, 0);
+    expectFrame({{"checkin_param", 78}}, 78, 7);
+    expectFrame({{"checkout_param", 71}, {"checkin_param", 72}}, 71, 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(OnGpu, HostCallsTest, testing::Bool());
+
+} // namespace
+} // namespace Tessaloom::BilateralBlur
