@@ -14,16 +14,16 @@ namespace {
 using std::filesystem::path;
 
 constexpr std::size_t kMostDigits = 9; // leading zeros apart: what surely fits an int
-constexpr int kMostFrames = 10'000'000;
+constexpr int kMostFrames = 1'000'000; // more would be a slip, and take the machine's memory
 
 std::optional<int> parseFrame(const std::string& digits) {
     const std::size_t zeros = std::min(digits.find_first_not_of('0'), digits.size());
-    int frame = 0;
+    unsigned frame = 0; // unsigned, so that a minus sign isn't part of it
     const char* end = digits.data() + digits.size();
     const auto [stop, error] = std::from_chars(digits.data(), end, frame);
     if (digits.size() - zeros > kMostDigits || error != std::errc{} || stop != end)
         return std::nullopt;
-    return frame;
+    return static_cast<int>(frame);
 }
 
 [[noreturn]] void refuseFrames(const std::string& text, const std::string& why) {
@@ -53,8 +53,8 @@ void addFrames(const std::string& part, const std::string& text, std::set<int>& 
         refuseFrames(text, "the range " + part + " is reversed");
     if (step == 0)
         refuseFrames(text, "the step of " + part + " is zero");
-    if ((last - first) / step >= kMostFrames)
-        refuseFrames(text, "the range " + part + " is too long");
+    if ((last - first) / step + static_cast<int>(frames.size()) >= kMostFrames)
+        refuseFrames(text, "more than " + std::to_string(kMostFrames) + " frames");
     for (int frame = first; frame <= last; frame += step)
         frames.insert(frame);
 }

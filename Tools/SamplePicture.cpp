@@ -167,6 +167,35 @@ bool makeSheet(const char* path, int left, int top, int size, int count, char** 
            vips_image_write_to_file(sheet, path, nullptr) == 0;
 }
 
+/// Small files of all formats, as seeds for fuzzers: a corner of the sample with a bit of everything.
+bool makeSeeds(const std::string& directory) {
+    constexpr const char* kEndings[] = {"rgba.png",
+                                        "palette.png[palette]",
+                                        "interlaced.png[interlace]",
+                                        "colour.jpg[Q=60]",
+                                        "progressive.jpg[interlace,subsample_mode=on]",
+                                        "strips.tif",
+                                        "lzw.tif[compression=lzw]",
+                                        "tiles.tif[compression=deflate,tile,tile_width=16,tile_height=16]",
+                                        "lossy.webp",
+                                        "lossless.webp[lossless]"};
+    const std::vector<std::uint8_t> pixels = samplePixels();
+    VipsImage* whole =
+        vips_image_new_from_memory(pixels.data(), pixels.size(), kWidth, kHeight, 4, VIPS_FORMAT_UCHAR);
+    VipsImage *corner = nullptr, *opaque = nullptr;
+    if (!whole || vips_extract_area(whole, &corner, 0, 0, 19, 13, nullptr) ||
+        vips_extract_band(corner, &opaque, 0, "n", 3, nullptr))
+        return false;
+    for (VipsImage* image : {corner, opaque})
+        image->Type = VIPS_INTERPRETATION_sRGB;
+    for (const std::string ending : kEndings) {
+        VipsImage* image = ending.find(".jpg") != std::string::npos ? opaque : corner;
+        if (vips_image_write_to_file(image, (directory + "/" + ending).c_str(), nullptr))
+            return false;
+    }
+    return true;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -176,11 +205,15 @@ int main(int argc, char** argv) {
     bool made = false;
     if (what == "sample" && argc == 3)
         made = makeSample(argv[2]);
+    else if (what == "seeds" && argc == 3)
+        made = makeSeeds(argv[2]);
     else if (what == "sheet" && argc > 6)
         made = makeSheet(argv[2], std::atoi(argv[3]), std::atoi(argv[4]), std::atoi(argv[5]), argc - 6,
                          argv + 6);
     else
-        std::fputs("usage: pictures sample OUT | pictures sheet OUT X Y SIZE IN...\n", stderr);
+        std::fputs(
+            "usage: pictures sample OUT | pictures seeds DIRECTORY | pictures sheet OUT X Y SIZE IN...\n",
+            stderr);
     if (!made)
         std::fputs(vips_error_buffer(), stderr);
     vips_shutdown();

@@ -103,6 +103,8 @@ TEST_F(BadInput, ReportsErrorsInOneLine) {
         {"in.#.png out.#.png --blur-scale 1 --frames 3-1", 2, "3-1: the range 3-1 is reversed"},
         {"in.#.png out.#.png --blur-scale 1 --frames one", 2, "\"one\" is not a frame range"},
         {"in.#.png out.#.png --blur-scale 1 --frames ''", 2, "\"\" is not a frame range"},
+        {"in.#.png out.#.png --blur-scale 1 --frames 1-3x-1", 2, "\"1-3x-1\" is not a frame range"},
+        {"in.#.png out.#.png --blur-scale 1 --frames 1-600000,600001-1200000", 2, "more than 1000000 frames"},
         {"none/in.#.png out.#.png --blur-scale 1", 1, "none: No such file or directory"},
     };
     for (const auto& [arguments, exitCode, words] : kCases)
