@@ -9,11 +9,17 @@
 // of the sum over a row, which keeps the rows' sums short and so precise. Where alpha doesn't vary, one
 // multiply-accumulate is enough.
 //
-// The two units for multiply-adds bound the loop: 8 of its 11 instructions a tap need them (6 of 9.5 with
-// constant alpha). Tried on a processor with 512-bit vectors and given up: weighing each pair of pixels once
-// for both, as the second pixel's sums must then go through memory at each tap (4.4 to 5.9 cycles a vector of
-// taps, against 5.1 to 5.3); planes on which every load is aligned, the loop in two or three overlapped
-// stages, the loop unrolled, and one or three rows at a time (within 3 %, four rows slower).
+// With 512-bit vectors the two units for multiply-adds bound the loop: 8 of its 11 instructions a tap need
+// them (6 of 9.5 with constant alpha). Tried on a processor with such vectors and given up: weighing each
+// pair of pixels once for both, as the second pixel's sums must then go through memory at each tap (4.4
+// to 5.9 cycles a vector of taps, against 5.1 to 5.3); planes on which every load is aligned, the loop in two
+// or three overlapped stages, the loop unrolled, and one or three rows at a time (within 3 %, four rows
+// slower).
+//
+// With 16 registers the two loads a cycle bound the loop where alpha varies: constants and centres must be
+// loaded at each tap. So each value is loaded once for both rows, and as few constants as can be are used.
+// One row at a time needs fewer loads, but then waits for its own sums (2 % faster, 10 % slower with constant
+// alpha); aligned loads would gain 5 % there and nothing with constant alpha.
 
 #include "Plugins/BilateralBlur/Sources/Cpu/BilateralBlurKernel.h"
 
@@ -160,7 +166,7 @@ HWY_INLINE VI nearestInt(VF value) {
 /// loads are expensive.
 template<class V>
 HWY_INLINE void keepInRegister([[maybe_unused]] V& vector) {
-#if HWY_TARGET == HWY_AVX3 || HWY_TARGET == HWY_AVX3_DL
+#if HWY_TARGET == HWY_AVX3 || HWY_TARGET == HWY_AVX3_DL || HWY_TARGET == HWY_AVX2
     asm("" : "+v"(vector.raw));
 #endif
 }
@@ -170,13 +176,24 @@ HWY_INLINE VI pairOf(VI low, VI high) {
 }
 
 /// 2^(x / 2^23 + 1): the integer is a logarithm in the unit of a float's bits, so its bits are the result but
-/// for the bend of 2^f against 1 + f between two powers of two, which the cubic adds. Its coefficients are a
-/// minimax fit to 2^f - f + 1 over m = 1 + f, relative to 2^f: 7.5e-5 at most.
+/// for the bend of 2^f against 1 + f between two powers of two, which the cubic adds.
 HWY_INLINE VF exp2Bits(VI x) {
-    const VF m = hn::BitCast(df, hn::OrAnd(hn::Set(di, 0x3F800000), x, hn::Set(di, 0x007FFFFF)));
-    VF bend = hn::MulAdd(hn::Set(df, 0.07802452266443138f), m, hn::Set(df, -0.008006412600162589f));
-    bend = hn::MulAdd(bend, m, hn::Set(df, -0.5222272022865219f));
-    bend = hn::MulAdd(bend, m, hn::Set(df, 2.452134310786263f));
+    const VI fraction = hn::Set(di, 0x007FFFFF);
+    // A minimax fit to 2^f - f + 1 over m = 1 + f, relative to 2^f: 7.5e-5 at most.
+    constexpr double k0 = 2.452134310786263, k1 = -0.5222272022865219, k2 = -0.008006412600162589,
+                     k3 = 0.07802452266443138;
+#if HWY_TARGET == HWY_AVX3 || HWY_TARGET == HWY_AVX3_DL
+    const VF m = hn::BitCast(df, hn::OrAnd(hn::Set(di, 0x3F800000), x, fraction));
+    constexpr double c0 = k0, c1 = k1, c2 = k2, c3 = k3;
+#else
+    // The same over 2^23 * f: a conversion needs no constant, which would be one too many for 16 registers.
+    const VF m = hn::ConvertTo(df, hn::And(x, fraction));
+    constexpr double c0 = k0 + k1 + k2 + k3, c1 = (k1 + 2 * k2 + 3 * k3) / kOctave,
+                     c2 = (k2 + 3 * k3) / (kOctave * kOctave), c3 = k3 / (kOctave * kOctave * kOctave);
+#endif
+    VF bend = hn::MulAdd(hn::Set(df, static_cast<float>(c3)), m, hn::Set(df, static_cast<float>(c2)));
+    bend = hn::MulAdd(bend, m, hn::Set(df, static_cast<float>(c1)));
+    bend = hn::MulAdd(bend, m, hn::Set(df, static_cast<float>(c0)));
     return hn::BitCast(df, hn::Add(hn::BitCast(di, bend), x));
 }
 
@@ -187,12 +204,9 @@ public:
     static constexpr int kChannels = 3;
     struct Neighbour {
         VI init, ar, gq;
-        VF value[kChannels];
         HWY_INLINE void keep() {
             keepInRegister(ar);
             keepInRegister(gq);
-            for (VF& v : value)
-                keepInRegister(v);
         }
     };
     struct Centre {
@@ -207,11 +221,8 @@ public:
     }
 
     HWY_INLINE Neighbour neighbour(std::size_t at, int tap) const {
-        return {hn::Set(di, mInit[tap]),
-                hn::LoadU(di, mScratch.pairs + at),
-                hn::LoadU(di, mScratch.pairs2 + at),
-                {hn::LoadU(df, mScratch.channels[0] + at), hn::LoadU(df, mScratch.channels[1] + at),
-                 hn::LoadU(df, mScratch.channels[2] + at)}};
+        return {hn::Set(di, mInit[tap]), hn::LoadU(di, mScratch.pairs + at),
+                hn::LoadU(di, mScratch.pairs2 + at)};
     }
 
     HWY_INLINE Centre centre(std::size_t at) const {
@@ -220,6 +231,10 @@ public:
             return hn::Mul(value, hn::Set(di, kCentreFactor));
         };
         return {pairOf(scaled(0), scaled(1)), pairOf(scaled(2), hn::Set(di, -kUnit / 2))};
+    }
+
+    HWY_INLINE VF value(std::size_t at, int channel) const {
+        return hn::LoadU(df, mScratch.channels[channel] + at);
     }
 
     HWY_INLINE VI exponent(const Neighbour& q, const Centre& p) const {
@@ -238,12 +253,9 @@ public:
     static constexpr int kChannels = 2;
     struct Neighbour {
         VI init, rg;
-        VF value[kChannels];
         HWY_INLINE void keep() {
             keepInRegister(init);
             keepInRegister(rg);
-            for (VF& v : value)
-                keepInRegister(v);
         }
     };
     struct Centre {
@@ -258,8 +270,7 @@ public:
 
     HWY_INLINE Neighbour neighbour(std::size_t at, int tap) const {
         return {hn::Add(hn::Set(di, mInit[tap]), hn::LoadU(di, mScratch.pairs2 + at)),
-                hn::LoadU(di, mScratch.pairs + at),
-                {hn::LoadU(df, mScratch.channels[1] + at), hn::LoadU(df, mScratch.channels[2] + at)}};
+                hn::LoadU(di, mScratch.pairs + at)};
     }
 
     HWY_INLINE Centre centre(std::size_t at) const {
@@ -268,6 +279,10 @@ public:
             return hn::Mul(value, hn::Set(di, kCentreFactor));
         };
         return {pairOf(scaled(1), scaled(2))};
+    }
+
+    HWY_INLINE VF value(std::size_t at, int channel) const {
+        return hn::LoadU(df, mScratch.channels[1 + channel] + at);
     }
 
     HWY_INLINE VI exponent(const Neighbour& q, const Centre& p) const {
@@ -288,6 +303,7 @@ struct Tile {
     int row; // within the scratch planes
     VF sum[kSums];
     VF total[kSums];
+    VF weight; // of the current tap
 
     HWY_INLINE Tile(const Taps& taps, int row, int column)
         : centre(taps.centre(std::size_t{kPlaneStride} * row + column)), row(row) {
@@ -298,11 +314,13 @@ struct Tile {
         for (VF& value : sum)
             value = hn::Zero(df);
     }
-    HWY_INLINE void add(const Taps& taps, const typename Taps::Neighbour& q) {
-        const VF weight = exp2Bits(taps.exponent(q, centre));
+    HWY_INLINE void weigh(const Taps& taps, const typename Taps::Neighbour& q) {
+        weight = exp2Bits(taps.exponent(q, centre));
+        keepInRegister(weight);
         sum[0] = hn::Add(sum[0], weight);
-        for (int i = 1; i < kSums; ++i)
-            sum[i] = hn::MulAdd(weight, q.value[i - 1], sum[i]);
+    }
+    HWY_INLINE void add(int channel, VF value) {
+        sum[1 + channel] = hn::MulAdd(weight, value, sum[1 + channel]);
     }
     HWY_INLINE void endRow(float rowWeight) {
         for (int i = 0; i < kSums; ++i)
@@ -319,7 +337,13 @@ HWY_INLINE void addRow(const Taps& taps, const Weights& rowWeight, int reach, in
     for (int tap = 0; tap <= 2 * reach; ++tap) {
         typename Taps::Neighbour q = taps.neighbour(at + tap, tap);
         q.keep();
-        (tiles.add(taps, q), ...);
+        (tiles.weigh(taps, q), ...);
+        // Channel by channel, so that 16 registers are enough to load each value once for all tiles.
+        for (int channel = 0; channel < Taps::kChannels; ++channel) {
+            VF value = taps.value(at + tap, channel);
+            keepInRegister(value);
+            (tiles.add(channel, value), ...);
+        }
     }
     (tiles.endRow(rowWeight[std::abs(row - tiles.row)]), ...);
 }
