@@ -10,13 +10,10 @@ namespace {
 
 using Host::World;
 
-// On a GPU, where the parameter is true, and on the CPU.
-class HostCallsTest : public EffectTest, public testing::WithParamInterface<bool> {
+class HostCallsTest : public EffectTest {
 protected:
     HostCallsTest() {
-        EglWatch::hardware = GetParam();
-        mEffect.emplace(mHost.module());
-        EXPECT_EQ(frame(mPicture, 7), "");
+        EXPECT_EQ(frame(mSample), "");
         mHost.state = [this] {
             return NSOpenGLContext::currentContext() == mHostContext ? kHostContext : kEffectContext;
         };
@@ -66,7 +63,7 @@ protected:
 
     // Renders a frame with these faults, and a right one after it. Returns the result of the first.
     Host::Result renderWith(const Faults& faults) {
-        World input = worldOf(mPicture), output(0, 0);
+        World input = mSample.world(), output(0, 0);
         mHost.faults = faults;
         GLCalls gl;
         const Host::Result result = mEffect->render(input, output, std::array{7}, {5, 2, 25});
@@ -75,7 +72,7 @@ protected:
         EXPECT_THAT(result.imbalances, testing::IsEmpty());
         mCalls = mHost.calls;
         mHost.faults = {};
-        EXPECT_EQ(frame(mPicture, 7), "");
+        EXPECT_EQ(frame(mSample), "");
         return result;
     }
 
@@ -86,7 +83,7 @@ protected:
 private:
     // No context is switched on the CPU.
     static std::vector<std::string> forThisWay(std::vector<std::string> calls) {
-        if (!GetParam())
+        if (GetParam() != Way::Gpu)
             std::erase_if(calls, [](const std::string& call) { return call.starts_with("context"); });
         return calls;
     }
@@ -150,14 +147,14 @@ TEST_P(HostCallsTest, RendersTheFrameOfAFailedParameterWithTheSliderAtZero) {
     const auto expectFrame = [&](std::map<std::string, PF_Err> failing, PF_Err code, int scale) {
         EXPECT_EQ(renderWith({.failing = std::move(failing), .output = &output}).code, code);
         EXPECT_EQ(mCalls, callsOfFrame());
-        EXPECT_EQ(difference(output, mPicture, scale), "");
+        EXPECT_EQ(Sample(mSample.picture, scale).difference(output), "");
     };
     expectFrame({{"checkout_param", 77}}, 77, 0);
     expectFrame({{"checkin_param", 78}}, 78, 7);
     expectFrame({{"checkout_param", 71}, {"checkin_param", 72}}, 71, 0);
 }
 
-INSTANTIATE_TEST_SUITE_P(OnGpu, HostCallsTest, testing::Bool());
+INSTANTIATE_TEST_SUITE_P(Ways, HostCallsTest, kWays, nameOf);
 
 } // namespace
 } // namespace Tessaloom::BilateralBlur

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <glbinding/AbstractFunction.h>
+#include <glbinding/Binding.h>
 #include <glbinding/CallbackMask.h>
 #include <glbinding/FunctionCall.h>
 #include <glbinding/callbacks.h>
@@ -14,6 +15,7 @@ namespace Tessaloom::BilateralBlur {
 class GLCalls {
 public:
     GLCalls() {
+        glbinding::Binding::initialize(false); // which a process without contexts hasn't done yet
         glbinding::setAfterCallback([this](const auto& call) {
             const std::string name = call.function->name();
             names += name.substr(2) + " ";

@@ -128,8 +128,9 @@ void AEOpenGLUtilities::DownloadTexture(unsigned width, unsigned height, PF_Laye
         throw int{PF_Err_OUT_OF_MEMORY};
 
     // The rows of a larger output would be read from beyond the picture.
-    if (output->width > static_cast<std::int64_t>(width) ||
-        output->height > static_cast<std::int64_t>(height))
+    const bool isEmpty = output->width <= 0 || output->height <= 0;
+    if (!isEmpty && (output->width > static_cast<std::int64_t>(width) ||
+                     output->height > static_cast<std::int64_t>(height)))
         throw int{PF_Err_BAD_CALLBACK_PARAM};
     switch (format) {
     case PF_PixelFormat_ARGB32:

@@ -2,20 +2,24 @@
 
 namespace Tessaloom::BilateralBlur {
 
-LockedHandle::LockedHandle(const SuiteScoper<PF_HandleSuite1>& suite, std::uint64_t bytes)
+LockedHandle::NewHandle::NewHandle(const SuiteScoper<PF_HandleSuite1>& suite, std::uint64_t bytes)
     : mSuite(suite), mHandle(suite->host_new_handle(bytes)) {
     if (!mHandle)
         throw int{PF_Err_OUT_OF_MEMORY};
-    mData = mSuite->host_lock_handle(mHandle);
-    if (!mData) {
-        mSuite->host_dispose_handle(mHandle);
+}
+
+LockedHandle::NewHandle::~NewHandle() {
+    mSuite->host_dispose_handle(mHandle);
+}
+
+LockedHandle::LockedHandle(const SuiteScoper<PF_HandleSuite1>& suite, std::uint64_t bytes)
+    : mHandle(suite, bytes), mData(suite->host_lock_handle(mHandle.mHandle)) {
+    if (!mData)
         throw int{PF_Err_OUT_OF_MEMORY};
-    }
 }
 
 LockedHandle::~LockedHandle() {
-    mSuite->host_unlock_handle(mHandle);
-    mSuite->host_dispose_handle(mHandle);
+    mHandle.mSuite->host_unlock_handle(mHandle.mHandle);
 }
 
 } // namespace Tessaloom::BilateralBlur

@@ -22,9 +22,19 @@ public:
     std::byte* data() const { return static_cast<std::byte*>(mData); }
 
 private:
-    const SuiteScoper<PF_HandleSuite1>& mSuite;
-    void* mHandle;
-    void* mData = nullptr;
+    // The handle goes wherever the lock fails, by a null or by an exception.
+    struct NewHandle {
+        NewHandle(const SuiteScoper<PF_HandleSuite1>& suite, std::uint64_t bytes);
+        ~NewHandle();
+        NewHandle(const NewHandle&) = delete;
+        NewHandle& operator=(const NewHandle&) = delete;
+
+        const SuiteScoper<PF_HandleSuite1>& mSuite;
+        void* mHandle;
+    };
+
+    NewHandle mHandle;
+    void* mData;
 };
 
 /// The address of the first pixel of a world whose pixels are `PF_Pixel8` or `PF_Pixel16`, as the host gives
