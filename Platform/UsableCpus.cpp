@@ -53,12 +53,11 @@ double quota(const fs::path& root) {
     std::ifstream groups(root / "proc/self/cgroup");
     for (std::string number, controllers, name; std::getline(groups, number, ':') &&
                                                 std::getline(groups, controllers, ':') &&
-                                                std::getline(groups, name);) {
+                                                std::getline(groups, name);)
         if (controllers.empty())
             least = std::min(least, leastQuota(mount, name, quotaOf));
         else if (("," + controllers + ",").find(",cpu,") != std::string::npos)
             least = std::min(least, leastQuota(mount / "cpu", name, legacyQuotaOf));
-    }
     return least;
 }
 

@@ -24,19 +24,16 @@ double randomNumber() {
 
 Mat4 randomMatrix() {
     Mat4 matrix;
-    for (double& element : matrix.m) {
+    for (double& element : matrix.m)
         element = randomNumber();
-    }
     return matrix;
 }
 
 glm::dmat4 randomGlmMatrix() {
     glm::dmat4 matrix;
-    for (int column = 0; column < 4; ++column) {
-        for (int row = 0; row < 4; ++row) {
+    for (int column = 0; column < 4; ++column)
+        for (int row = 0; row < 4; ++row)
             matrix[column][row] = randomNumber();
-        }
-    }
     return matrix;
 }
 
@@ -54,9 +51,8 @@ glm::dquat randomGlmRotation() {
 template<class Step>
 void overArray(benchmark::State& state, Step step) {
     for (auto _ : state) {
-        for (int i = 0; i < kCount; ++i) {
+        for (int i = 0; i < kCount; ++i)
             step(i);
-        }
         benchmark::ClobberMemory();
     }
     state.SetItemsProcessed(state.iterations() * kCount);
@@ -65,9 +61,8 @@ void overArray(benchmark::State& state, Step step) {
 template<class Value>
 std::vector<Value> filled(Value (*make)()) {
     std::vector<Value> values;
-    for (int i = 0; i < kCount; ++i) {
+    for (int i = 0; i < kCount; ++i)
         values.push_back(make());
-    }
     return values;
 }
 

@@ -43,7 +43,7 @@ private:
 };
 
 /// Runs a property over `rounds` seeds; a failure names its seed.
-template<class Property>
+template<typename Property>
 void forEachSeed(unsigned rounds, Property property) {
     for (unsigned seed = 1; seed <= rounds; ++seed) {
         SCOPED_TRACE("seed " + std::to_string(seed));

@@ -24,7 +24,7 @@ static_assert(std::is_same_v<void (Affine::*)(const Affine&), decltype(&Affine::
               !std::is_constructible_v<Mat4, double*>);
 
 // What `change` makes of a value.
-template<class Value, class Change>
+template<typename Value, typename Change>
 Value changed(Value value, Change change) {
     change(value);
     return value;

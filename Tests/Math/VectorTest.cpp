@@ -39,7 +39,7 @@ TEST(Vectors, ComparisonsAndScalarsAtTheirBounds) {
     EXPECT_FALSE(undefined.isCollinear(undefined));
 }
 
-// The named verbs and plain operators stand behind the compound ones.
+// The named verbs and plain operators are what the compound ones are made of.
 auto chain(auto v, auto added, auto factor, auto taken, auto divisor) {
     v += added;
     v *= factor;
@@ -149,7 +149,8 @@ TEST(Vec2, IntersectionAgreesWithSignedAreasAndTellsDegenerateLinesApart) {
     EXPECT_EQ(kept, 7);
     EXPECT_EQ(Vec2::intersect({}, {1, 1}, {2, 0}, {1, 1}, point, nullptr, nullptr), Within);
     EXPECT_EQ(Vec2::intersect(a, b, {0, 2}, {2, 0}, b, &a.x, &a.y), Within);
-    EXPECT_TRUE(b == Vec2(1, 1) && a == Vec2(0.5, 0.5)) << "the outputs were inputs";
+    EXPECT_EQ(b, Vec2(1, 1)) << "also an input";
+    EXPECT_EQ(a, Vec2(0.5, 0.5)) << "also an input";
 }
 
 TEST(Vec3, OrthoIsSquareByTheLargestComponent) {
@@ -180,7 +181,8 @@ TEST(Vec4, LerpFollowsTheShorterArcInSinglePrecision) {
         EXPECT_NEAR(result.length(), 1.0, 1e-14);
         worst = std::max(worst, std::abs(std::atan2(result.w, result.x) - t * arc));
     });
-    EXPECT_TRUE(worst < 1e-6 && worst > 1e-9) << worst << " is not the fault of single precision";
+    EXPECT_LT(worst, 1e-6);
+    EXPECT_GT(worst, 1e-9) << "smaller than single precision allows";
     const Vec4 straight = Vec4::lerp(a, Vec4(5, 0, 0, 0.5), 0.25); // the ends are nearly parallel
     EXPECT_NEAR(straight.w / straight.x, 0.025, 1e-12);
 }

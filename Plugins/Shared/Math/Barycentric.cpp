@@ -9,7 +9,7 @@ namespace Tessaloom::BilateralBlur {
 
 namespace {
 
-template<class Point>
+template<typename Point>
 double dot(const Point& a, const Point& b) {
     return a.dot(b);
 }
@@ -18,7 +18,7 @@ double dot(const Color& a, const Color& b) {
     return a.r() * b.r() + a.g() * b.g() + a.b() * b.b() + a.a() * b.a();
 }
 
-template<class Point>
+template<typename Point>
 Barycentric weights(const Point& a, const Point& b, const Point& c, const Point& p) {
     const Point e1 = b - c, e2 = a - c, d = p - c;
     const double d11 = dot(e1, e1), d22 = dot(e2, e2), d12 = dot(e1, e2);
@@ -29,7 +29,7 @@ Barycentric weights(const Point& a, const Point& b, const Point& c, const Point&
     return Barycentric(u, v, 1.0 - u - v);
 }
 
-template<class Point>
+template<typename Point>
 Point blend(const Barycentric& weight, const Point& a, const Point& b, const Point& c) {
     return (a * weight.u + b * weight.v) + c * weight.w;
 }

@@ -28,7 +28,7 @@ public:
     /// The same over the four channels, alpha included.
     Barycentric(const Color& a, const Color& b, const Color& c, const Color& p);
 
-    /// True when the point lies in the triangle or on its border. No tolerance; NaN gives false.
+    /// True if the point is in the triangle or on its border. No tolerance; NaN gives false.
     bool isInside();
 
     /// (a u + b v) + c w.

@@ -12,7 +12,7 @@ namespace Tessaloom::BilateralBlur {
 
 namespace {
 
-/// Stands in for the length of an axis that has none, so that it can be divided by.
+/// Replaces a length of 0, so that it can be divided by.
 constexpr double kVanishedScale = 1e-06;
 
 /// out[0..3] = M (x, y, z, w), each sum from left to right.

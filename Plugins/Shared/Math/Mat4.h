@@ -10,7 +10,7 @@ class Quaternion;
 
 /// A 4 x 4 matrix of doubles that acts on column vectors from the left, v' = M v.
 ///
-/// Storage is column-major: row r of column c is `m[4c + r]`, so the translation stands in m[12] to m[14].
+/// Storage is column-major: row r of column c is `m[4c + r]`, so the translation is in m[12] to m[14].
 /// In a product A B the factor B acts first on a vector. The operations that compose in place (`mult`,
 /// `translate`, `scale`, `rotate`, ...) multiply on the right, this = this x T, so that T acts first, in the
 /// object's local frame; those that begin with `set` overwrite. The frame is right-handed and all angles are

@@ -158,7 +158,7 @@ public:
     double lineProjectionLength(const Vec2& a, const Vec2& b);
     /// 1 to 4, counter-clockwise from positive x and y; zero counts as positive.
     std::int32_t getQuadrant() const;
-    /// Whether two points lie in opposite quadrants or on opposite halves of one axis.
+    /// Whether two points are in opposite quadrants or on opposite halves of one axis.
     static bool oppositeQuadrant(const Vec2& a, const Vec2& b);
     /// From the frame with its origin in the middle of an area and y upward to the one with its origin in the
     /// area's top left corner and y downward.
