@@ -7,6 +7,8 @@
 #include "Program/OutputFile.h"
 #include "Program/Queue.h"
 
+#include <vips/vips.h>
+
 #include <algorithm>
 #include <atomic>
 #include <functional>
@@ -111,7 +113,9 @@ std::optional<Frame> Pipeline::readNext() {
         mEvents.send({Event::Kind::Started, index});
         attempt(index, input, [&] {
             checkFolderExists(input);
-            frame = Frame{index, readPicture(input, mSpares.tryPop().value_or(Host::World(0, 0)))};
+            const auto file =
+                mJobs[index].opened ? mJobs[index].opened : std::make_shared<PictureFile>(input);
+            frame = Frame{index, file->decode(mSpares.tryPop().value_or(Host::World(0, 0)))};
             noteLosses(*frame);
         });
     }
@@ -127,25 +131,26 @@ void Pipeline::readAll() {
 
 void Pipeline::noteLosses(const Frame& frame) {
     const auto note = [&](const std::string& text) { mEvents.send({Event::Kind::Note, frame.job, text}); };
-    if (frame.picture.is16Bit)
-        note("16-bit input is reduced to 8 bits per channel");
-    if (frame.picture.pages > 1)
-        note("only the first of " + std::to_string(frame.picture.pages) + " pages is processed");
+    for (const std::string& text : frame.picture.notes)
+        note(text);
 }
 
 void Pipeline::filter(Frame& frame, Host::Effect& effect) {
-    Host::World& world = frame.picture.world;
-    const Host::Result result = effect.render(world, world, mSettings.values, {.current = job(frame).frame});
-    if (!result.ok())
-        throw Failure(job(frame).input.string() + ": " + result.text());
+    for (Page& page : frame.picture.pages) {
+        const Host::Result result =
+            effect.render(page.world, page.world, mSettings.values, {.current = job(frame).frame});
+        if (!result.ok())
+            throw Failure(job(frame).input.string() + ": " + result.text());
+    }
 }
 
 void Pipeline::write(Frame& frame) {
     const path& output = job(frame).output;
-    if (!mIsStopped &&
-        attempt(frame.job, output, [&] { replaceFile(output, encodePicture(frame.picture, output)); }))
+    if (!mIsStopped && attempt(frame.job, output, [&] {
+            replaceFile(output, encodePicture(frame.picture, formatOf(output), output));
+        }))
         mEvents.send({Event::Kind::Done, frame.job});
-    mSpares.push(std::move(frame.picture.world));
+    mSpares.push(std::move(frame.picture.pages.front().world));
 }
 
 void Pipeline::writeAll() {

@@ -23,8 +23,9 @@ bool isThere(const path& file) {
 Plan planPicture(const Options& options) {
     if (options.frames)
         throw WrongUse("--frames needs a sequence as INPUT, a name with #### or %04d: " + options.input);
-    checkReadable(options.input);
-    return {.jobs = {{options.input, options.output, 0}}};
+    auto opened = std::make_shared<PictureFile>(options.input);
+    opened->checkHeldBy(formatOf(options.output), options.output);
+    return {.jobs = {{options.input, options.output, 0, std::move(opened)}}};
 }
 
 /// The frames of a rising range that aren't in `present`, which is rising too.
@@ -87,7 +88,7 @@ void skipExisting(Plan& plan) {
 } // namespace
 
 Plan makePlan(const Options& options) {
-    checkWritableType(options.output);
+    formatOf(options.output);
     const std::optional<FramePattern> input =
         isThere(options.input) ? std::nullopt : FramePattern::parse(options.input);
     Plan plan = input ? planSequence(options, *input) : planPicture(options);

@@ -1,8 +1,10 @@
 #pragma once
 
+#include "Program/Files/Picture.h"
 #include "Program/Options.h"
 
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -11,7 +13,8 @@ namespace Tessaloom::BilateralBlur::Program {
 /// A picture to filter.
 struct Job {
     std::filesystem::path input, output;
-    int frame; ///< 0 for a single picture
+    int frame;                             ///< 0 for a single picture
+    std::shared_ptr<PictureFile> opened{}; ///< a single picture, whose pipe can be read only once
 };
 
 /// What the command line asks for.

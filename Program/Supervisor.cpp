@@ -2,11 +2,10 @@
 
 #include "Program/Errors.h"
 #include "Program/Events.h"
+#include "Program/Files/Picture.h"
 #include "Program/OutputFile.h"
 #include "Program/Sequence.h"
 #include "Program/Signals.h"
-
-#include <vips/vips8>
 
 #include <algorithm>
 #include <cerrno>
@@ -27,20 +26,6 @@
 namespace Tessaloom::BilateralBlur::Program {
 
 namespace {
-
-void startVips(bool verbose) {
-    if (!verbose)
-        // What matters of the libraries' messages makes a frame fail, and is reported in our words.
-        g_log_set_default_handler([](auto, auto, auto, auto) {}, nullptr);
-    if (VIPS_INIT("bilateral-blur") != 0)
-        throw Failure("can't initialise libvips: " + std::string(vips_error_buffer()));
-    // Beside the list of accepted formats, which every file must pass.
-    vips_block_untrusted_set(TRUE);
-    // The cache would keep whole pictures of a sequence alive, and each of the program's own threads has its
-    // share of the work already.
-    vips_cache_set_max(0);
-    vips_concurrency_set(1);
-}
 
 class Supervisor {
 public:
@@ -139,7 +124,7 @@ void Supervisor::beChild(const Round& round, pid_t parent, int pipe) const {
         std::_Exit(EXIT_FAILURE);
     EventWriter events(pipe);
     try {
-        startVips(mSettings.verbose);
+        startImageFiles(mSettings.verbose);
         // The module prints what it runs on.
         if (mSettings.verbose)
             dup2(STDERR_FILENO, STDOUT_FILENO);

@@ -1,89 +1,152 @@
 #include "Program/Files/Metadata.h"
 
 #include <algorithm>
-#include <cstring>
-#include <memory>
+#include <cmath>
+#include <mutex>
 #include <string_view>
 
 namespace Tessaloom::BilateralBlur::Program {
 
 namespace {
 
-using vips::VImage;
+constexpr const char* kXResolution = "Exif.Image.XResolution";
+constexpr const char* kYResolution = "Exif.Image.YResolution";
+constexpr const char* kResolutionUnit = "Exif.Image.ResolutionUnit";
+constexpr const char* kOrientation = "Exif.Image.Orientation";
 
-constexpr std::string_view kPrefix("Exif\0\0", 6);
-constexpr std::size_t kLargestBlock = 0xFFFF - 2 - kPrefix.size(); // what a JPEG segment holds
-constexpr std::byte kMarker{0xFF}, kExifSegment{0xE1}, kPixelsFollow{0xDA};
-constexpr std::size_t kStart = 2; // bytes of the marker that begins a JPEG file
+const Exiv2::byte* raw(std::span<const std::byte> bytes) {
+    return reinterpret_cast<const Exiv2::byte*>(bytes.data());
+}
 
-constexpr std::string_view kNotCarried[] = {
-    "bits-per-sample", "jpeg-thumbnail-data", "n-pages",     "n-subifds",
-    "page-height",     "palette-bit-depth",   "vips-loader", "vips-sequential",
-};
-
-std::vector<std::byte> jpegOf(const VImage& image) {
-    void* buffer = nullptr;
-    std::size_t size = 0;
-    image.write_to_buffer(".jpg", &buffer, &size);
-    const std::unique_ptr<void, decltype(&g_free)> owner(buffer, g_free);
-    const auto* bytes = static_cast<const std::byte*>(buffer);
+Bytes copied(const Exiv2::byte* data, std::size_t size) {
+    const auto* bytes = reinterpret_cast<const std::byte*>(data);
     return {bytes, bytes + size};
 }
 
-/// The EXIF block among the segments before the pixels of a JPEG file.
-std::vector<std::byte> exifOfJpeg(std::span<const std::byte> jpeg) {
-    std::size_t at = kStart;
-    while (at + 4 + kPrefix.size() <= jpeg.size() && jpeg[at] == kMarker && jpeg[at + 1] != kPixelsFollow) {
-        const std::size_t size =
-            std::to_integer<std::size_t>(jpeg[at + 2]) << 8 | std::to_integer<std::size_t>(jpeg[at + 3]);
-        const auto segment = jpeg.subspan(at + 4, std::min(size - 2, jpeg.size() - at - 4));
-        if (jpeg[at + 1] == kExifSegment && segment.size() > kPrefix.size() &&
-            std::memcmp(segment.data(), kPrefix.data(), kPrefix.size()) == 0)
-            return {segment.begin() + kPrefix.size(), segment.end()};
-        at += 2 + size;
-    }
-    return {};
+/// Tags of a TIFF's directory that say how the pixels are stored, or hold other blocks. Density and
+/// orientation are among them where they say nothing that an image without the tag doesn't.
+bool describesStorage(const Exiv2::Exifdatum& field) {
+    const int tag = field.tag();
+    constexpr struct {
+        int first, last;
+    } kRanges[] = {{0x00FE, 0x010A}, {0x0111, 0x0111}, {0x0115, 0x011C}, {0x0120, 0x0129},
+                   {0x012D, 0x012D}, {0x013D, 0x0155}, {0x015B, 0x0214}, {0x02BC, 0x02BC},
+                   {0x83BB, 0x83BB}, {0x8649, 0x8649}, {0x8773, 0x8773}};
+    return std::any_of(std::begin(kRanges), std::end(kRanges),
+                       [&](const auto& range) { return range.first <= tag && tag <= range.last; }) ||
+           (field.key() == kOrientation && field.toLong() == 1);
+}
+
+bool showsTheUnfiltered(const Exiv2::Exifdatum& field) {
+    const std::string name = field.tagName(), group = field.groupName();
+    return group == "Thumbnail" || group.starts_with("Image2") || group.starts_with("Image3") ||
+           group.starts_with("Sub") || name.find("Thumbnail") != std::string::npos ||
+           name.find("Preview") != std::string::npos;
+}
+
+void removeStale(Exiv2::ExifData& exif, bool isTiff) {
+    for (auto field = exif.begin(); field != exif.end();)
+        if (showsTheUnfiltered(*field) ||
+            (isTiff && std::string_view(field->groupName()) == "Image" && describesStorage(*field)))
+            field = exif.erase(field);
+        else
+            ++field;
+}
+
+std::string withoutThumbnails(const std::string& packet, Exiv2::XmpData fields) {
+    const std::string_view kPrefix = "Xmp.xmp.Thumbnails";
+    const long before = fields.count();
+    for (auto field = fields.begin(); field != fields.end();)
+        field = field->key().starts_with(kPrefix) ? fields.erase(field) : field + 1;
+    std::string smaller;
+    if (fields.count() == before || Exiv2::XmpParser::encode(smaller, fields) != 0)
+        return packet;
+    return smaller;
+}
+
+/// Prepares the library, before the first use.
+void start() {
+    static std::recursive_mutex mutex;
+    Exiv2::LogMsg::setLevel(Exiv2::LogMsg::mute);
+    Exiv2::XmpParser::initialize(
+        [](void* lock, bool wanted) {
+            auto& mutex = *static_cast<std::recursive_mutex*>(lock);
+            wanted ? mutex.lock() : mutex.unlock();
+        },
+        &mutex);
 }
 
 } // namespace
 
-VImage metadataOfExif(std::span<const std::byte> exif) {
-    std::vector<std::byte> jpeg = jpegOf(VImage::black(1, 1));
-    if (exif.size() <= kLargestBlock) {
-        const std::size_t size = 2 + kPrefix.size() + exif.size();
-        std::vector<std::byte> segment{kMarker, kExifSegment, static_cast<std::byte>(size >> 8),
-                                       static_cast<std::byte>(size)};
-        const auto* prefix = reinterpret_cast<const std::byte*>(kPrefix.data());
-        segment.insert(segment.end(), prefix, prefix + kPrefix.size());
-        segment.insert(segment.end(), exif.begin(), exif.end());
-        jpeg.insert(jpeg.begin() + kStart, segment.begin(), segment.end());
-    }
-    VImage metadata = VImage::black(1, 1).copy();
-    copyMetadata(VImage::new_from_buffer(jpeg.data(), jpeg.size(), ""), metadata);
-    return metadata;
+void readMetadata(std::span<const std::byte> file, bool isTiff, Metadata& metadata) {
+    static std::once_flag started;
+    std::call_once(started, start);
+    const auto image = Exiv2::ImageFactory::open(raw(file), static_cast<long>(file.size()));
+    image->readMetadata();
+    // The packet as it is in the file, where the library keeps it; of a TIFF it has the fields alone.
+    image->writeXmpFromPacket(!isTiff);
+    metadata.exif = image->exifData();
+    metadata.iptc = image->iptcData();
+    metadata.xmp = withoutThumbnails(image->xmpPacket(), image->xmpData());
+    removeStale(metadata.exif, isTiff);
 }
 
-std::vector<std::byte> exifOfMetadata(const VImage& metadata, int width, int height) {
-    if (!metadata.get_typeof(VIPS_META_EXIF_NAME) && !metadata.get_typeof(VIPS_META_ORIENTATION))
+void readExifBlock(std::span<const std::byte> block, Metadata& metadata) {
+    metadata.exif.clear();
+    Exiv2::ExifParser::decode(metadata.exif, raw(block), static_cast<std::uint32_t>(block.size()));
+    removeStale(metadata.exif, false);
+}
+
+Bytes exifBlock(const Metadata& metadata) {
+    if (metadata.exif.empty())
         return {};
-    const VImage image =
-        VImage::black(width, height)
-            .copy(VImage::option()->set("xres", metadata.xres())->set("yres", metadata.yres()));
-    copyMetadata(metadata, image);
-    return exifOfJpeg(jpegOf(image));
+    Exiv2::Blob block;
+    Exiv2::ExifParser::encode(block, Exiv2::littleEndian, metadata.exif);
+    return copied(block.data(), block.size());
 }
 
-void copyMetadata(const VImage& from, const VImage& to) {
-    vips_image_map(
-        from.get_image(),
-        [](VipsImage*, const char* name, GValue* value, void* target) -> void* {
-            auto* image = static_cast<VipsImage*>(target);
-            if (vips_image_get_typeof(image, name) == 0 &&
-                std::count(std::begin(kNotCarried), std::end(kNotCarried), name) == 0)
-                vips_image_set(image, name, value);
-            return nullptr;
-        },
-        to.get_image());
+Density densityOf(const Exiv2::ExifData& exif) {
+    const auto value = [&](const char* key) {
+        const auto field = exif.findKey(Exiv2::ExifKey(key));
+        return field != exif.end() && field->count() > 0 ? field->toFloat() : 0;
+    };
+    const double x = value(kXResolution), y = value(kYResolution);
+    if (!(x > 0) || !(y > 0))
+        return {};
+    return {x, y, value(kResolutionUnit) == 3 ? Density::Unit::Centimetre : Density::Unit::Inch};
+}
+
+void setDensity(Exiv2::ExifData& exif, const Density& density) {
+    constexpr double kScale = 10000;
+    const auto rational = [](double value) {
+        return Exiv2::URational(static_cast<std::uint32_t>(std::lround(value * kScale)),
+                                static_cast<std::uint32_t>(kScale));
+    };
+    exif[kXResolution] = rational(density.x);
+    exif[kYResolution] = rational(density.y);
+    exif[kResolutionUnit] = std::uint16_t(density.unit == Density::Unit::Centimetre ? 3 : 2);
+}
+
+Bytes withMetadata(const Bytes& file, const Metadata& metadata, const Bytes& profile) {
+    const auto image = Exiv2::ImageFactory::open(raw(file), static_cast<long>(file.size()));
+    image->readMetadata();
+    image->clearMetadata();
+    image->setExifData(metadata.exif);
+    if (image->checkMode(Exiv2::mdIptc) & Exiv2::amWrite)
+        image->setIptcData(metadata.iptc);
+    if (!metadata.xmp.empty()) {
+        image->setXmpPacket(metadata.xmp);
+        image->writeXmpFromPacket(true);
+    }
+    if (!profile.empty()) {
+        Exiv2::DataBuf buffer(raw(profile), static_cast<long>(profile.size()));
+        image->setIccProfile(buffer, false);
+    }
+    image->writeMetadata();
+    Exiv2::BasicIo& io = image->io();
+    io.open();
+    const Exiv2::DataBuf whole = io.read(static_cast<long>(io.size()));
+    return copied(whole.pData_, static_cast<std::size_t>(whole.size_));
 }
 
 } // namespace Tessaloom::BilateralBlur::Program

@@ -1,26 +1,39 @@
 #pragma once
 
-#include <vips/vips8>
+#include "Program/Files/Picture.h"
 
-#include <cstddef>
+#include <exiv2/exiv2.hpp>
+
+#include <map>
 #include <span>
-#include <vector>
+#include <string>
 
 namespace Tessaloom::BilateralBlur::Program {
 
-/// EXIF blocks for the types of files in which the picture library knows none. It reads and writes them in
-/// JPEG, so these go by way of a JPEG file in memory.
+/// What a file holds beside its pixels, colour profiles and page tags.
+struct Metadata {
+    Exiv2::ExifData exif;
+    Exiv2::IptcData iptc;
+    std::string xmp; ///< a packet
+    Bytes own;       ///< segments or chunks that a file of the same format gets as they are
+};
 
-/// The fields of an EXIF block (without a prefix), orientation among them, as metadata of an image. An image
-/// without metadata where the block is damaged.
-vips::VImage metadataOfExif(std::span<const std::byte> exif);
+/// Reads EXIF, IPTC and XMP of a file in any format. What describes the stored file rather than the image is
+/// left out, and so are thumbnails, since they show the unfiltered image. Damaged metadata throws
+/// Exiv2::Error.
+void readMetadata(std::span<const std::byte> file, bool isTiff, Metadata& metadata);
 
-/// The block that holds an image's EXIF fields and orientation, for a picture of the given size; empty where
-/// it has neither.
-std::vector<std::byte> exifOfMetadata(const vips::VImage& metadata, int width, int height);
+/// Takes an EXIF block, without a prefix, in place of what was read.
+void readExifBlock(std::span<const std::byte> block, Metadata& metadata);
 
-/// Copies what lies beside the pixels from an image to another, but for what tells of the file as it was
-/// stored or of pixels that change. Fields that the other has already stay.
-void copyMetadata(const vips::VImage& from, const vips::VImage& to);
+/// An EXIF block without a prefix; empty where there are no fields.
+Bytes exifBlock(const Metadata& metadata);
+
+/// The density that EXIF fields give.
+Density densityOf(const Exiv2::ExifData& exif);
+void setDensity(Exiv2::ExifData& exif, const Density& density);
+
+/// A JPEG, TIFF or WebP file with EXIF, IPTC, XMP and a profile in place of its own.
+Bytes withMetadata(const Bytes& file, const Metadata& metadata, const Bytes& profile);
 
 } // namespace Tessaloom::BilateralBlur::Program

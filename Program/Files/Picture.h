@@ -2,48 +2,113 @@
 
 #include "Host/World.h"
 
-#include <vips/vips8>
-
 #include <cstddef>
+#include <cstdint>
 #include <filesystem>
+#include <memory>
+#include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace Tessaloom::BilateralBlur::Program {
 
-/// A picture as it goes through the effect: 8-bit pixels with straight alpha, and all that the file says
-/// beside them.
+struct Format;
+struct Metadata;
+
+using Bytes = std::vector<std::byte>;
+
+/// Pixels for each unit of length, or the shape of a pixel where the unit is unknown. None where x is 0.
+struct Density {
+    enum class Unit { Unknown, Inch, Centimetre };
+    double x = 0, y = 0;
+    Unit unit = Unit::Unknown;
+};
+
+/// A page of a TIFF, a frame of an animated WebP, or the one image of a file.
+struct Page {
+    Host::World world{0, 0};   ///< 8-bit pixels with straight alpha
+    int width = 0, height = 0; ///< in pixels, as the header says
+    int channels = 0;          ///< of the file: 1 grey, 2 grey and alpha, 3 RGB, 4 RGBA
+    int bits = 8;              ///< of a sample of the file: 16 were rounded to 8; 1, 2 and 4 widened to 8
+    int delay = 0;             ///< how long the frame of an animation is shown, in milliseconds
+    int orientation = 0;       ///< of a page of a TIFF, as the tag has it; 0 where there is none
+    Density density{};
+    Bytes profile{};                                            ///< the ICC profile
+    std::vector<std::pair<std::uint32_t, std::string>> texts{}; ///< tags of a page of a TIFF
+};
+
+/// How the file was compressed, for writing a file of the same format.
+struct Compression {
+    int quality = 0;         ///< of a JPEG file, 1 to 100; 0 for another one
+    bool subsampled = false; ///< a JPEG file with fewer samples of colour than of brightness
+    bool lossy = false;      ///< a WebP file
+};
+
+/// A file's images as they go through the effect, and all that the file holds beside them.
 ///
 /// The pixels keep the order of the file: an orientation tag is carried, not applied. A palette becomes the
 /// colours that it stands for.
 struct Picture {
-    Host::World world{0, 0};
-    int channels = 0;      ///< of the file: 1 grey, 2 grey and alpha, 3 RGB, 4 RGBA
-    bool is16Bit = false;  ///< the file has 16 bits a channel, the world holds them rounded to 8
-    int pages = 1;         ///< of the file; the first was read
-    vips::VImage metadata; ///< an image of one pixel that carries the profile, EXIF, orientation and the like
-    std::vector<std::byte> pngColour{}; ///< what a PNG says of its colours beside a profile, for a PNG
+    std::vector<Page> pages;
+    const Format* format = nullptr; ///< of the file that was read
+    int loops = 0;                  ///< how often an animation is shown; 0 without end
+    Compression compression;
+    int unreadableFrames = 0; ///< of an animated PNG, beside its still image
+    std::shared_ptr<const Metadata> metadata;
+    std::vector<std::string> notes; ///< what the output will lack, and where the file seems odd
 };
 
-/// Throws Failure where the file can't be opened, whatever is in it.
-void checkReadable(const std::filesystem::path& path);
+struct ReadOptions {
+    int page = 0; ///< the one to read, from 1; 0 for all
+};
 
-/// Reads a JPEG, PNG, TIFF or WebP file, told by what is in it, not by its name. Throws Failure where the
-/// file can't be read, is damaged or cut short, or holds another kind of samples or colours.
-///
-/// `spare` becomes the picture's world where its size fits: fresh memory costs as much as some decoding.
-Picture readPicture(const std::filesystem::path& path, Host::World spare = {0, 0});
+struct WriteOptions {
+    int quality = 0; ///< of JPEG and WebP, 1 to 100; 0 for the input's own
+};
 
-/// The endings of file names that can be written, for messages.
+/// A file that was opened and read, once, and whose header was judged. Pipes will do.
+class PictureFile {
+public:
+    /// Reads a JPEG, PNG, TIFF or WebP file, identified by its content; "-" is standard input. Throws Failure
+    /// where it can't be read, is cut short, lacks the page, or needs more memory than there is available.
+    explicit PictureFile(const std::filesystem::path& path, ReadOptions options = {});
+
+    /// Throws Failure where a format can't hold these images; `name` is the output's.
+    void checkHeldBy(const Format& format, const std::string& name) const;
+
+    /// The images. `spare` becomes the first page's world where its size fits: fresh memory costs as much as
+    /// some decoding. To be called once. Throws Failure where the file is damaged or has another kind of
+    /// samples or colours.
+    Picture decode(Host::World spare = {0, 0});
+
+private:
+    std::string mName;
+    ReadOptions mOptions;
+    Bytes mBytes;
+    Picture mHead; ///< all but the pixels
+};
+
+/// Prepares the libraries that decode and encode, once, before any thread uses them; nothing that a process
+/// would lose by a fork happens before. What the libraries report is shown only if `verbose`. Throws Failure.
+void startImageFiles(bool verbose);
+
+/// The extensions of file names that can be written, for messages.
 extern const char* const kWritableTypes;
 
-/// Throws WrongUse for a file name whose ending names no type that can be written.
-void checkWritableType(const std::filesystem::path& path);
+/// The format that the extension of a file name stands for. Throws WrongUse for a name that has no such
+/// extension.
+const Format& formatOf(const std::filesystem::path& path);
 
-/// The bytes of a file of the type that the path's ending names, with the picture's channels, metadata, and
-/// 16 bits a channel where the picture had them and the type can hold them. PNG, TIFF and WebP are written
-/// without loss; JPEG with quality 95 and full colour resolution. Throws Failure, for an alpha channel in
-/// JPEG among others.
-std::vector<std::byte> encodePicture(const Picture& picture, const std::filesystem::path& path);
+/// The format of a name, "png", "jpeg", "tiff" or "webp"; null for any other.
+const Format* formatNamed(const std::string& name);
+
+/// The bytes of a file in a format, with the picture's channels, metadata, and 16 bits a channel where the
+/// picture had them and the format can hold them. PNG and TIFF are written without loss, and so is WebP
+/// unless the input is WebP with loss or a quality is given. A JPEG file gets the quality and colour
+/// resolution of the input, if that is JPEG, else quality 95 and full colour resolution. `name` is for
+/// messages. Throws Failure, for alpha in JPEG and several pages in PNG among others.
+Bytes encodePicture(const Picture& picture, const Format& format, const std::string& name,
+                    WriteOptions options = {});
 
 } // namespace Tessaloom::BilateralBlur::Program

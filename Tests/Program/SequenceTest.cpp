@@ -110,7 +110,7 @@ TEST_F(Sequence, GoesOnAfterFramesThatFail) {
     close(part);
     EXPECT_EQ(outcome.exitCode, 1);
     for (const char* words :
-         {"in.0002.png: this isn't a picture", "out.0003.png: this is a directory",
+         {"in.0002.png: this isn't an image", "out.0003.png: this is a directory",
           "out.0004.png: another program is writing it", "in.####.png: no such frames: 6-9\n"})
         EXPECT_THAT(outcome.err, HasSubstr(words));
     EXPECT_THAT(outcome.err, EndsWith("bilateral-blur: 2 frames filtered, 7 failed\n"));

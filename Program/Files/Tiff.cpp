@@ -1,0 +1,224 @@
+#include "Program/Files/Format.h"
+#include "Program/Files/Metadata.h"
+
+#include <tiffio.h>
+
+#include <algorithm>
+#include <cstring>
+#include <memory>
+#include <stdexcept>
+
+namespace Tessaloom::BilateralBlur::Program {
+
+namespace {
+
+constexpr std::uint32_t kTexts[] = {
+    TIFFTAG_DOCUMENTNAME, TIFFTAG_IMAGEDESCRIPTION, TIFFTAG_MAKE,   TIFFTAG_MODEL,        TIFFTAG_PAGENAME,
+    TIFFTAG_SOFTWARE,     TIFFTAG_DATETIME,         TIFFTAG_ARTIST, TIFFTAG_HOSTCOMPUTER, TIFFTAG_COPYRIGHT};
+
+/// A file in memory, as the library's calls for input and output see it.
+struct File {
+    std::span<const std::byte> read; ///< for reading alone
+    Bytes* written = nullptr;        ///< for reading and writing
+    std::uint64_t at = 0;
+
+    std::span<const std::byte> bytes() const { return written ? std::span<const std::byte>(*written) : read; }
+};
+
+File& fileOf(thandle_t handle) {
+    return *static_cast<File*>(handle);
+}
+
+tmsize_t readBytes(thandle_t handle, void* target, tmsize_t wanted) {
+    File& file = fileOf(handle);
+    const auto bytes = file.bytes();
+    const std::uint64_t left = file.at < bytes.size() ? bytes.size() - file.at : 0;
+    const std::size_t size = std::min<std::uint64_t>(left, static_cast<std::uint64_t>(wanted));
+    std::memcpy(target, bytes.data() + (size > 0 ? file.at : 0), size);
+    file.at += size;
+    return static_cast<tmsize_t>(size);
+}
+
+tmsize_t writeBytes(thandle_t handle, void* source, tmsize_t size) {
+    File& file = fileOf(handle);
+    if (!file.written)
+        return -1;
+    const std::uint64_t end = file.at + static_cast<std::uint64_t>(size);
+    if (end > file.written->size())
+        file.written->resize(end);
+    std::memcpy(file.written->data() + file.at, source, static_cast<std::size_t>(size));
+    file.at = end;
+    return size;
+}
+
+toff_t seek(thandle_t handle, toff_t offset, int whence) {
+    File& file = fileOf(handle);
+    file.at = offset + (whence == SEEK_CUR ? file.at : whence == SEEK_END ? file.bytes().size() : 0);
+    return file.at;
+}
+
+using Tiff = std::unique_ptr<TIFF, decltype(&TIFFClose)>;
+
+/// The mode is that of the library: "r", "w" or "a".
+Tiff open(File& file, std::string mode) {
+    Tiff tiff(TIFFClientOpen(
+                  "TIFF", (mode + "m").c_str(), &file, readBytes, writeBytes, seek,
+                  [](thandle_t) { return 0; },
+                  [](thandle_t handle) { return static_cast<toff_t>(fileOf(handle).bytes().size()); },
+                  [](thandle_t, void**, toff_t*) { return 0; }, [](thandle_t, void*, toff_t) {}),
+              TIFFClose);
+    if (!tiff)
+        throw std::runtime_error("the directory of its first page is damaged or cut off");
+    return tiff;
+}
+
+Density densityOf(TIFF* tiff) {
+    float x = 0, y = 0;
+    std::uint16_t unit = RESUNIT_INCH;
+    if (!TIFFGetField(tiff, TIFFTAG_XRESOLUTION, &x) || !TIFFGetField(tiff, TIFFTAG_YRESOLUTION, &y) ||
+        !(x > 0) || !(y > 0))
+        return {};
+    TIFFGetFieldDefaulted(tiff, TIFFTAG_RESOLUTIONUNIT, &unit);
+    return {x, y,
+            unit == RESUNIT_CENTIMETER ? Density::Unit::Centimetre
+            : unit == RESUNIT_INCH     ? Density::Unit::Inch
+                                       : Density::Unit::Unknown};
+}
+
+bool hasUnspecifiedChannel(TIFF* tiff) {
+    std::uint16_t channels = 1, count = 0, colours = 0;
+    const std::uint16_t* kinds = nullptr;
+    TIFFGetFieldDefaulted(tiff, TIFFTAG_SAMPLESPERPIXEL, &channels);
+    TIFFGetFieldDefaulted(tiff, TIFFTAG_EXTRASAMPLES, &count, &kinds);
+    TIFFGetField(tiff, TIFFTAG_PHOTOMETRIC, &colours);
+    return colours != PHOTOMETRIC_SEPARATED && channels % 2 == 0 &&
+           (count == 0 || kinds[0] == EXTRASAMPLE_UNSPECIFIED);
+}
+
+Page pageOf(TIFF* tiff) {
+    Page page;
+    TIFFGetField(tiff, TIFFTAG_IMAGEWIDTH, &page.width);
+    TIFFGetField(tiff, TIFFTAG_IMAGELENGTH, &page.height);
+    std::uint16_t value = 0;
+    if (TIFFGetFieldDefaulted(tiff, TIFFTAG_BITSPERSAMPLE, &value))
+        page.bits = value;
+    if (TIFFGetField(tiff, TIFFTAG_ORIENTATION, &value))
+        page.orientation = value;
+    page.density = densityOf(tiff);
+    for (const std::uint32_t tag : kTexts) {
+        const char* content = nullptr;
+        if (TIFFGetField(tiff, tag, &content) && content)
+            page.texts.emplace_back(tag, content);
+    }
+    return page;
+}
+
+/// A page of one bit a pixel, if the file had that and the filtered page still has two values.
+bool isBilevel(const Page& page) {
+    if (page.bits != 1 || page.channels != 1)
+        return false;
+    for (int y = 0; y < page.world.height; ++y)
+        if (!std::all_of(page.world.row(y), page.world.row(y) + page.world.width,
+                         [](const PF_Pixel8& pixel) { return pixel.green % 255 == 0; }))
+            return false;
+    return true;
+}
+
+void setTags(TIFF* tiff, const Page& page, bool bilevel, std::size_t rowSize) {
+    constexpr std::size_t kStripSize = 1 << 18;
+    TIFFSetField(tiff, TIFFTAG_IMAGEWIDTH, page.world.width);
+    TIFFSetField(tiff, TIFFTAG_IMAGELENGTH, page.world.height);
+    TIFFSetField(tiff, TIFFTAG_BITSPERSAMPLE, bilevel ? 1 : page.bits == 16 ? 16 : 8);
+    TIFFSetField(tiff, TIFFTAG_SAMPLESPERPIXEL, page.channels);
+    TIFFSetField(tiff, TIFFTAG_PHOTOMETRIC, page.channels < 3 ? PHOTOMETRIC_MINISBLACK : PHOTOMETRIC_RGB);
+    TIFFSetField(tiff, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
+    TIFFSetField(tiff, TIFFTAG_COMPRESSION, bilevel ? COMPRESSION_CCITTFAX4 : COMPRESSION_LZW);
+    if (!bilevel)
+        TIFFSetField(tiff, TIFFTAG_PREDICTOR, PREDICTOR_HORIZONTAL);
+    TIFFSetField(tiff, TIFFTAG_ROWSPERSTRIP,
+                 bilevel ? page.world.height
+                         : static_cast<int>(std::max<std::size_t>(1, kStripSize / rowSize)));
+    const std::uint16_t alpha = EXTRASAMPLE_UNASSALPHA;
+    if (page.channels % 2 == 0)
+        TIFFSetField(tiff, TIFFTAG_EXTRASAMPLES, 1, &alpha);
+    if (page.orientation > 0)
+        TIFFSetField(tiff, TIFFTAG_ORIENTATION, page.orientation);
+    if (page.density.x > 0) {
+        TIFFSetField(tiff, TIFFTAG_XRESOLUTION, page.density.x);
+        TIFFSetField(tiff, TIFFTAG_YRESOLUTION, page.density.y);
+        TIFFSetField(tiff, TIFFTAG_RESOLUTIONUNIT, static_cast<int>(page.density.unit) + RESUNIT_NONE);
+    }
+    for (const auto& [tag, content] : page.texts)
+        TIFFSetField(tiff, tag, content.c_str());
+    if (!page.profile.empty())
+        TIFFSetField(tiff, TIFFTAG_ICCPROFILE, static_cast<std::uint32_t>(page.profile.size()),
+                     page.profile.data());
+}
+
+void write(TIFF* tiff, const Page& page) {
+    const bool deep = page.bits == 16, bilevel = isBilevel(page);
+    const auto width = static_cast<std::size_t>(page.world.width);
+    Bytes row(width * static_cast<std::size_t>(page.channels) * (deep ? 2 : 1));
+    setTags(tiff, page, bilevel, row.size());
+    for (int y = 0; y < page.world.height; ++y) {
+        packRow(page, y, deep, row.data());
+        if (bilevel) {
+            for (std::size_t x = 0; x < width; ++x) {
+                std::byte& eight = row[x / 8];
+                const std::byte bit{static_cast<unsigned char>(0x80 >> x % 8)};
+                eight = (x % 8 == 0 ? std::byte{0} : eight) | (row[x] == std::byte{0} ? std::byte{0} : bit);
+            }
+        }
+        if (TIFFWriteScanline(tiff, row.data(), static_cast<std::uint32_t>(y)) < 0)
+            throw std::runtime_error("a TIFF holds 4 GB at most");
+    }
+    if (!TIFFWriteDirectory(tiff))
+        throw std::runtime_error("a TIFF holds 4 GB at most");
+}
+
+} // namespace
+
+bool matchesTiff(std::span<const std::byte> file) {
+    constexpr std::string_view kStarts[] = {{"II*\0", 4}, {"MM\0*", 4}, {"II+\0", 4}, {"MM\0+", 4}};
+    return std::any_of(std::begin(kStarts), std::end(kStarts),
+                       [&](std::string_view start) { return text(file).starts_with(start); });
+}
+
+void inspectTiff(std::span<const std::byte> file, Picture& head, Metadata&) {
+    // They would print on standard error; libvips, where it is started, sets its own.
+    TIFFSetErrorHandler(nullptr);
+    TIFFSetWarningHandler(nullptr);
+    File memory{file};
+    const Tiff tiff = open(memory, "r");
+    bool unspecified = false;
+    for (;;) {
+        head.pages.push_back(pageOf(tiff.get()));
+        unspecified |= hasUnspecifiedChannel(tiff.get());
+        if (TIFFLastDirectory(tiff.get()))
+            break;
+        if (!TIFFReadDirectory(tiff.get()))
+            throw std::runtime_error("the directory of page " + std::to_string(head.pages.size() + 1) +
+                                     " is damaged or cut off");
+    }
+    if (unspecified)
+        head.notes.push_back("it doesn't say what its last channel is; it is taken for alpha");
+}
+
+Bytes encodeTiff(const Picture& picture, WriteOptions) {
+    Bytes plain;
+    File file{{}, &plain};
+    write(open(file, "w").get(), picture.pages.front());
+    // The library for metadata would lose pages after the fourth, so it gets a file of one.
+    const Metadata& metadata = *picture.metadata;
+    const bool hasMetadata = !metadata.exif.empty() || !metadata.iptc.empty() || !metadata.xmp.empty();
+    Bytes bytes = hasMetadata ? withMetadata(plain, metadata, picture.pages.front().profile) : plain;
+    plain = {};
+    File whole{{}, &bytes};
+    for (std::size_t i = 1; i < picture.pages.size(); ++i) {
+        whole.at = 0;
+        write(open(whole, "a").get(), picture.pages[i]);
+    }
+    return bytes;
+}
+
+} // namespace Tessaloom::BilateralBlur::Program
