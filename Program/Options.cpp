@@ -1,13 +1,16 @@
 #include "Program/Options.h"
 
 #include "Program/Errors.h"
+#include "Program/Memory.h"
 
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
 #include <cctype>
 #include <charconv>
+#include <limits>
 #include <sstream>
+#include <utility>
 
 namespace Tessaloom::BilateralBlur::Program {
 
@@ -15,11 +18,11 @@ namespace {
 
 /// "--blur-scale" of "Blur Scale".
 std::string optionOf(const Host::Slider& slider) {
-    std::string name = "--" + slider.name;
+    std::string name = slider.name;
     std::transform(name.begin(), name.end(), name.begin(), [](unsigned char c) {
         return static_cast<char>(std::isalnum(c) ? std::tolower(c) : '-');
     });
-    return name;
+    return name.insert(0, "--");
 }
 
 std::string rangeText(std::int32_t minimum, std::int32_t maximum) {
@@ -44,7 +47,7 @@ struct CommandLine {
     CLI::App app;
     Options options;
     std::vector<std::string> values; ///< as typed, of the sliders
-    std::string module, threads;
+    std::string module, quality, page, memory, threads;
     bool version = false;
 };
 
@@ -54,11 +57,14 @@ CommandLine::CommandLine(const Host::Resource& effect)
     app.set_help_flag();
     app.allow_extras();
     app.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
-    app.add_option("INPUT", options.input,
-                   "The image to filter: JPEG, PNG, TIFF or WebP; or a numbered sequence, shot.####.png or "
-                   "shot.%04d.png");
-    app.add_option("OUTPUT", options.output,
-                   "The file to write: .jpg, .png, .tif or .webp; for a sequence with a number as well");
+    app.add_option(
+        "INPUT", options.input,
+        "The image to filter: JPEG, PNG, TIFF or WebP; - is standard input; or a numbered sequence, "
+        "shot.####.png or shot.%04d.png");
+    app.add_option(
+        "OUTPUT", options.output,
+        "The file to write: .jpg, .png, .tif or .webp; - is standard output; for a sequence with a "
+        "number as well");
     for (std::size_t i = 0; i < values.size(); ++i) {
         const Host::Slider& slider = effect.sliders[i];
         app.add_option(optionOf(slider), values[i],
@@ -69,12 +75,25 @@ CommandLine::CommandLine(const Host::Resource& effect)
                    "Frames of a sequence: 1-240, 1-240x2 (every second), 7,10-20 (default: all that exist)")
         ->type_name("RANGES");
     app.add_flag("--skip-existing", options.skipExisting, "Skip frames whose output already exists");
+    app.add_option("--format", options.format,
+                   "The format of OUTPUT (default: by its extension; for - the format of the input)")
+        ->type_name("png|jpeg|tiff|webp");
+    app.add_option("--quality", quality, "Quality of JPEG and WebP, 1 to 100 (default: the input's)")
+        ->type_name("N");
+    app.add_option("--page", page, "Filter only this page of a TIFF, or this frame of an animation, from 1")
+        ->type_name("N");
+    app.add_option("--memory", memory,
+                   "Use at most SIZE bytes of memory, as 800M or 4G (default: what is available)")
+        ->type_name("SIZE");
     app.add_option("--threads", threads, "Use at most N processor cores (default: all)")->type_name("N");
     app.add_option("--module", module, "The effect's module (default: the one beside the program)")
         ->type_name("PATH");
     app.add_flag("--quiet", options.quiet, "Print errors only");
     app.add_flag("--verbose", options.verbose, "Print also what the effect runs on");
     app.add_flag("--about", options.about, "Print the effect's about text and exit");
+    app.add_option("--completion", options.completion,
+                   "Print a script that completes these options in a shell, and exit")
+        ->type_name("bash|fish");
     app.add_flag("--version", version, "Print the program's version and exit");
     app.add_flag("-h,--help", options.help, "Print this text and exit");
 }
@@ -94,6 +113,22 @@ void refuseSurplus(const std::vector<std::string>& surplus) {
                    more + " (see --help)");
 }
 
+/// The words that an option takes, where its type is a list of them, as "png|jpeg".
+std::vector<std::string> choicesOf(const CLI::Option& option) {
+    const std::string type = option.get_type_name();
+    return type.find('|') == std::string::npos ? std::vector<std::string>{} : CLI::detail::split(type, '|');
+}
+
+void checkChoices(const CLI::App& app) {
+    for (const CLI::Option* option : app.get_options()) {
+        const std::vector<std::string> choices = choicesOf(*option);
+        if (!choices.empty() && option->count() > 0 &&
+            std::find(choices.begin(), choices.end(), option->as<std::string>()) == choices.end())
+            throw WrongUse(option->get_name() + " " + shortened(option->as<std::string>()) +
+                           ": must be one of " + CLI::detail::join(choices, ", "));
+    }
+}
+
 void requireArguments(const CommandLine& line, const Host::Resource& effect) {
     if (line.options.input.empty())
         throw WrongUse("INPUT is missing: the image to filter (see --help)");
@@ -109,15 +144,17 @@ void requireArguments(const CommandLine& line, const Host::Resource& effect) {
 std::string namesOf(const CLI::Option& option) {
     std::string names;
     for (const std::string& name : option.get_snames())
-        names += "-" + name + ", ";
-    names += "--" + option.get_lnames().front();
+        names.append("-").append(name).append(", ");
+    names += option.get_name();
     return option.get_items_expected() > 0 ? names + "=" + option.get_type_name() : names;
 }
 
 /// A name and its description side by side, in lines of at most 79 characters.
 std::string helpEntry(const std::string& name, const std::string& description) {
     constexpr std::size_t kColumn = 22, kWidth = 79;
-    std::string text, line = "  " + name + " ";
+    std::string text, line = std::string(2, ' ') + name + " ";
+    if (line.size() > kColumn)
+        text = std::exchange(line, "").substr(0, name.size() + 2) + "\n";
     std::istringstream words(description);
     for (std::string word; words >> word;) {
         if (line.size() + word.size() > kWidth) {
@@ -128,6 +165,47 @@ std::string helpEntry(const std::string& name, const std::string& description) {
         line += word + " ";
     }
     return text + line.substr(0, line.size() - 1) + "\n";
+}
+
+/// The options of a command line, without its positional arguments.
+std::vector<const CLI::Option*> optionsOf(const CommandLine& line) {
+    return line.app.get_options([](const CLI::Option* option) { return !option->get_positional(); });
+}
+
+/// Where nothing of ours fits, bash completes file names.
+std::string bashCompletion(const CommandLine& line) {
+    std::string names, choices;
+    for (const CLI::Option* option : optionsOf(line)) {
+        names += option->get_name() + " ";
+        if (!choicesOf(*option).empty())
+            choices += "    " + option->get_name() + ") words='" +
+                       CLI::detail::join(choicesOf(*option), " ") + "' ;;\n";
+    }
+    return "_bilateral_blur() {\n"
+           "    local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD-1]} words=\n"
+           "    [[ $word == = ]] && word=\n"
+           "    [[ $before == = ]] && before=${COMP_WORDS[COMP_CWORD-2]}\n"
+           "    case $before in\n" +
+           choices + "    *) [[ $word == -* ]] && words='" + names +
+           "' ;;\n"
+           "    esac\n"
+           "    mapfile -t COMPREPLY < <(compgen -W \"$words\" -- \"$word\")\n"
+           "}\n"
+           "complete -o default -F _bilateral_blur bilateral-blur\n";
+}
+
+std::string fishCompletion(const CommandLine& line) {
+    std::string script;
+    for (const CLI::Option* option : optionsOf(line)) {
+        const std::string description = CLI::detail::find_and_replace(option->get_description(), "'", "\\'");
+        script += "complete -c bilateral-blur -l " + option->get_lnames().front();
+        if (!choicesOf(*option).empty())
+            script += " -xa '" + CLI::detail::join(choicesOf(*option), " ") + "'";
+        else if (option->get_items_expected() > 0)
+            script += option->get_type_name() == "PATH" ? " -rF" : " -x";
+        script += " -d '" + description + "'\n";
+    }
+    return script;
 }
 
 } // namespace
@@ -152,7 +230,8 @@ Options parseOptions(int argc, const char* const* argv, const Host::Resource& ef
     }
     refuseSurplus(line.app.remaining());
     Options options = line.options;
-    if (options.help || options.about)
+    checkChoices(line.app);
+    if (options.help || options.about || !options.completion.empty())
         return options;
     requireArguments(line, effect);
     for (std::size_t i = 0; i < effect.sliders.size(); ++i) {
@@ -160,8 +239,14 @@ Options parseOptions(int argc, const char* const* argv, const Host::Resource& ef
         options.values.push_back(
             parseNumber(optionOf(slider), line.values[i], slider.minimum, slider.maximum));
     }
-    if (line.app.count("--threads") > 0)
-        options.threads = parseNumber("--threads", line.threads, 1, 1024);
+    const auto parseIfGiven = [&](const char* option, const std::string& text, std::int32_t maximum) {
+        return line.app.count(option) > 0 ? parseNumber(option, text, 1, maximum) : 0;
+    };
+    options.quality = parseIfGiven("--quality", line.quality, 100);
+    options.page = parseIfGiven("--page", line.page, std::numeric_limits<std::int32_t>::max());
+    options.threads = parseIfGiven("--threads", line.threads, std::numeric_limits<std::int32_t>::max());
+    if (line.app.count("--memory") > 0)
+        options.memory = parseSize(line.memory);
     return options;
 }
 
@@ -173,10 +258,14 @@ std::string helpText(const Host::Resource& effect) {
         if (option->get_positional())
             text += helpEntry(option->get_name(true), option->get_description());
     text += "\n";
-    for (const CLI::Option* option : line.app.get_options())
-        if (!option->get_positional())
-            text += helpEntry(namesOf(*option), option->get_description());
+    for (const CLI::Option* option : optionsOf(line))
+        text += helpEntry(namesOf(*option), option->get_description());
     return text;
+}
+
+std::string completionText(const std::string& shell, const Host::Resource& effect) {
+    const CommandLine line(effect);
+    return shell == "bash" ? bashCompletion(line) : fishCompletion(line);
 }
 
 std::filesystem::path findModule() {

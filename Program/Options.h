@@ -21,9 +21,13 @@ struct Options {
     std::string input, output;
     std::vector<std::int32_t> values{};  ///< of the effect's sliders, in the order of their declaration
     std::optional<std::string> frames{}; ///< as typed
-    unsigned threads = 0;                ///< 0 where it isn't given
+    std::string format{};                ///< as typed; empty where it isn't given, as are those below where 0
+    int quality = 0, page = 0;
+    std::uint64_t memory = 0; ///< bytes
+    unsigned threads = 0;
     bool skipExisting = false, quiet = false, verbose = false;
     bool help = false, about = false;
+    std::string completion{}; ///< the shell whose completion script is to be printed; empty for none
 };
 
 /// Looks for the options of `Preliminaries` alone.
@@ -31,11 +35,14 @@ Preliminaries parsePreliminaries(int argc, const char* const* argv);
 
 /// Reads the command line. `effect` is what the module's property list says. Throws WrongUse for an unknown
 /// option, a missing or wrong value, or an argument too many. That input, output and all values are given is
-/// checked only where neither `help` nor `about` is set.
+/// checked only where none of `help`, `about` and `completion` is set.
 Options parseOptions(int argc, const char* const* argv, const Host::Resource& effect);
 
 /// The text of --help.
 std::string helpText(const Host::Resource& effect);
+
+/// The text of --completion, a script that completes the options for "bash" or "fish".
+std::string completionText(const std::string& shell, const Host::Resource& effect);
 
 /// The module to load where --module isn't given: beside the program, where an installation puts it, or
 /// where the build makes it. Throws Failure where it is in none of these places.

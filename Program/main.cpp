@@ -65,6 +65,8 @@ int run(int argc, char** argv) {
     const Options options = parseOptions(argc, argv, effect);
     if (options.help)
         print(helpText(effect));
+    else if (!options.completion.empty())
+        print(completionText(options.completion, effect));
     else if (options.about)
         print(aboutText(module));
     else

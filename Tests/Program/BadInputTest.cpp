@@ -94,6 +94,9 @@ TEST_F(BadInput, ReportsErrorsInOneLine) {
         {"good.png out.png --blur-scale 1 --module other.so", 1, "lacks the entry \"EntryPointFunc\""},
         {"good.png out.png --blur-scale 1 --frames 1", 2, "--frames needs a sequence"},
         {"good.png out.png --blur-scale 1 --threads 0", 2, "--threads 0: must be an integer from 1"},
+        {"good.png out.png --blur-scale 1 --quality 101", 2, "must be an integer from 1 to 100"},
+        {"good.png out.png --blur-scale 1 --memory 2X", 2, "--memory 2X: must be a size such as 800M or 4G"},
+        {"good.png out.png --blur-scale 1 --format gif", 2, "gif: must be one of png, jpeg, tiff, webp"},
         {"in.#.png out.png --blur-scale 1", 2, "out.png: a sequence as INPUT needs one as OUTPUT"},
         {"in.##.%d.png out.#.png --blur-scale 1", 2, "the name holds two frame numbers"},
         {"in.#.png ./in.%d.png --blur-scale 1", 2, "the output's frames would replace the input's"},
@@ -155,6 +158,30 @@ TEST(Program, PrintsWhatTheModuleDeclares) {
     EXPECT_THAT(printed("--help"),
                 HasSubstr("--blur-scale=N      Blur Scale, an integer from 0 to 60; required\n"));
     EXPECT_EQ(printed("--version"), "bilateral-blur " BILATERAL_BLUR_VERSION "\n");
+}
+
+TEST(Program, CompletesItsOptionsInBash) {
+    const Folder folder;
+    std::ofstream(folder / "script") << ProcessRun({PROGRAM, "--completion", "bash"}).wait().out
+                                     << "COMP_WORDS=(bilateral-blur \"$@\") COMP_CWORD=$#; _bilateral_blur\n"
+                                     << "echo ${COMPREPLY[@]}\n";
+    const auto completed = [&](const std::string& before, const std::string& word) {
+        return ProcessRun({"/bin/bash", folder / "script", before, word}).wait().out;
+    };
+    EXPECT_EQ(completed("in.png", "--bl"), "--blur-scale\n");
+    EXPECT_EQ(completed("--format", ""), "png jpeg tiff webp\n");
+    EXPECT_EQ(completed("--format", "="), "png jpeg tiff webp\n");
+    EXPECT_EQ(completed("--quiet", "i"), "\n");
+}
+
+TEST(Program, HasAllItsOptionsInTheManualPage) {
+    const std::string help = ProcessRun({PROGRAM, "--help"}).wait().out;
+    std::string page = contents(MANUAL_PAGE);
+    page.erase(std::remove(page.begin(), page.end(), '\\'), page.end());
+    for (std::size_t at = 0; (at = help.find(" --", at)) != std::string::npos; ++at) {
+        const std::string option = help.substr(at + 1, help.find_first_of("= \n", at + 1) - at - 1);
+        EXPECT_THAT(page, HasSubstr(option));
+    }
 }
 
 } // namespace
