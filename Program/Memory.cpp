@@ -118,8 +118,8 @@ void boundMemory(std::uint64_t bytes) {
 void requireMemory(const std::string& what, std::uint64_t bytes) {
     const std::uint64_t available = availableMemory();
     if (bytes > available)
-        throw Failure(what + " need " + sizeText(bytes) + " of memory, and " + sizeText(available) +
-                      " are available; --memory SIZE sets another bound");
+        throw MemoryShortage(what + " need " + sizeText(bytes) + " of memory, and " + sizeText(available) +
+                             " are available; --memory SIZE sets another bound");
 }
 
 std::uint64_t parseSize(const std::string& text) {

@@ -13,7 +13,7 @@ std::uint64_t availableMemory();
 /// What the process may use in all, whatever the machine has. For the option --memory.
 void boundMemory(std::uint64_t bytes);
 
-/// Throws Failure where `bytes` are more than there are available: one line with `what` ("x.png: 4 x 3
+/// Throws MemoryShortage where `bytes` are more than there are available: one line with `what` ("x.png: 4 x 3
 /// pixels"), what it needs, what is available, and the option that changes the bound.
 void requireMemory(const std::string& what, std::uint64_t bytes);
 

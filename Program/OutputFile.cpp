@@ -2,6 +2,7 @@
 
 #include "Program/Errors.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstring>
@@ -63,6 +64,17 @@ int openLocked(const path& temporary, int flags) {
     return file;
 }
 
+/// False where the system refuses, with errno set.
+bool writeBytes(int descriptor, std::span<const std::byte> bytes) {
+    while (!bytes.empty()) {
+        const ssize_t written = write(descriptor, bytes.data(), bytes.size());
+        if (written < 0 && errno != EINTR)
+            return false;
+        bytes = bytes.subspan(static_cast<std::size_t>(std::max<ssize_t>(written, 0)));
+    }
+    return true;
+}
+
 /// The temporary beside a file, open and locked for this process alone; removed unless it took the name.
 class Temporary {
 public:
@@ -88,14 +100,8 @@ public:
         // Another run may have left some of its bytes.
         if (ftruncate(mFile, 0) != 0)
             failWithErrno(mTarget);
-        while (!bytes.empty()) {
-            const ssize_t written = ::write(mFile, bytes.data(), bytes.size());
-            if (written < 0 && errno == EINTR)
-                continue;
-            if (written < 0)
-                failWithErrno(mTarget);
-            bytes = bytes.subspan(static_cast<std::size_t>(written));
-        }
+        if (!writeBytes(mFile, bytes))
+            failWithErrno(mTarget);
     }
 
     void takeName() {
@@ -132,6 +138,11 @@ void replaceFile(const path& file, std::span<const std::byte> bytes) {
     Temporary temporary(resolved(file));
     temporary.write(bytes);
     temporary.takeName();
+}
+
+void writeStandardOutput(int descriptor, std::span<const std::byte> bytes) {
+    if (!writeBytes(descriptor, bytes))
+        throw Failure(std::string("standard output: ") + std::strerror(errno));
 }
 
 void checkReplaceable(const path& file) {

@@ -18,6 +18,9 @@ namespace Tessaloom::BilateralBlur::Program {
 /// of the directory can be written either; nothing is left then.
 void replaceFile(const std::filesystem::path& path, std::span<const std::byte> bytes);
 
+/// Writes all bytes to the descriptor of standard output. Throws Failure where that fails.
+void writeStandardOutput(int descriptor, std::span<const std::byte> bytes);
+
 /// Throws Failure where `path` can't become a file: its directory is missing or can't be written to, or it is
 /// write-protected, a directory or another special file itself.
 void checkReplaceable(const std::filesystem::path& path);

@@ -1,9 +1,11 @@
 #include "Program/Pipeline.h"
 
 #include "Host/Effect.h"
+#include "Program/Budget.h"
 #include "Program/Cores.h"
 #include "Program/Errors.h"
 #include "Program/Files/Picture.h"
+#include "Program/Memory.h"
 #include "Program/OutputFile.h"
 #include "Program/Queue.h"
 
@@ -28,6 +30,7 @@ using std::filesystem::path;
 struct Frame {
     int job;
     Picture picture;
+    Budget::Share memory;
 };
 
 /// Starts a thread, unless the system refuses one.
@@ -46,10 +49,11 @@ bool tryStart(std::vector<std::jthread>& threads, const std::function<void()>& w
 class Pipeline {
 public:
     Pipeline(const std::vector<Job>& jobs, const std::vector<int>& todo, const Settings& settings,
-             EventWriter& events)
+             int standardOutput, EventWriter& events)
         : mJobs(jobs),
           mTodo(todo),
           mSettings(settings),
+          mStandardOutput(standardOutput),
           mEvents(events),
           mEncoders(std::min<std::size_t>(allowedCores(), todo.size())),
           mSpares(mEncoders + 5) {}
@@ -61,6 +65,7 @@ private:
 
     bool attempt(int job, const path& file, const std::function<void()>& step);
     void stop(const std::string& why);
+    std::shared_ptr<PictureFile> open(const Job& job);
     std::optional<Frame> readNext();
     void readAll();
     void noteLosses(const Frame& frame);
@@ -71,10 +76,12 @@ private:
     const std::vector<Job>& mJobs;
     const std::vector<int>& mTodo;
     const Settings& mSettings;
+    const int mStandardOutput;
     EventWriter& mEvents;
     const std::size_t mEncoders;
     std::size_t mNext = 0; ///< in `mTodo`; the reader's
     std::atomic<bool> mIsStopped{false};
+    Budget mBudget{availableMemory()}; // outlives the queues, whose frames have shares
     Queue<Frame> mToFilter{1}, mToWrite{1};
     /// Worlds of pictures that are written, for those to come: new pages cost as much as decoding. More than
     /// there are worlds on the way, so giving back never waits.
@@ -104,6 +111,21 @@ void Pipeline::stop(const std::string& why) {
         mEvents.send({Event::Kind::Stopped, 0, why});
 }
 
+std::shared_ptr<PictureFile> Pipeline::open(const Job& job) {
+    if (job.opened)
+        return job.opened;
+    checkFolderExists(job.input);
+    try {
+        return std::make_shared<PictureFile>(job.input, mSettings.reading);
+    } catch (const MemoryShortage&) {
+        if (!mBudget.waitUntilFree())
+            throw;
+        while (mSpares.tryPop())
+            continue;
+        return std::make_shared<PictureFile>(job.input, mSettings.reading);
+    }
+}
+
 /// The next picture that can be read.
 std::optional<Frame> Pipeline::readNext() {
     std::optional<Frame> frame;
@@ -112,10 +134,10 @@ std::optional<Frame> Pipeline::readNext() {
         const path& input = mJobs[index].input;
         mEvents.send({Event::Kind::Started, index});
         attempt(index, input, [&] {
-            checkFolderExists(input);
-            const auto file =
-                mJobs[index].opened ? mJobs[index].opened : std::make_shared<PictureFile>(input);
-            frame = Frame{index, file->decode(mSpares.tryPop().value_or(Host::World(0, 0)))};
+            const auto file = open(mJobs[index]);
+            Budget::Share memory = mBudget.take(file->memory());
+            frame =
+                Frame{index, file->decode(mSpares.tryPop().value_or(Host::World(0, 0))), std::move(memory)};
             noteLosses(*frame);
         });
     }
@@ -146,8 +168,13 @@ void Pipeline::filter(Frame& frame, Host::Effect& effect) {
 
 void Pipeline::write(Frame& frame) {
     const path& output = job(frame).output;
-    if (!mIsStopped && attempt(frame.job, output, [&] {
-            replaceFile(output, encodePicture(frame.picture, formatOf(output), output));
+    const Format& format = job(frame).format ? *job(frame).format : *frame.picture.format;
+    if (!mIsStopped && attempt(frame.job, outputName(output), [&] {
+            const Bytes bytes = encodePicture(frame.picture, format, outputName(output), mSettings.writing);
+            if (output == kStandardStream)
+                writeStandardOutput(mStandardOutput, bytes);
+            else
+                replaceFile(output, bytes);
         }))
         mEvents.send({Event::Kind::Done, frame.job});
     mSpares.push(std::move(frame.picture.pages.front().world));
@@ -166,6 +193,7 @@ void Pipeline::run() {
         ~Closer() {
             pipeline.mToFilter.close();
             pipeline.mToWrite.close();
+            pipeline.mBudget.close();
         }
     } closer{*this};
 
@@ -187,9 +215,9 @@ void Pipeline::run() {
 } // namespace
 
 void runPipeline(const std::vector<Job>& jobs, const std::vector<int>& todo, const Settings& settings,
-                 EventWriter& events) {
+                 int standardOutput, EventWriter& events) {
     try {
-        Pipeline(jobs, todo, settings, events).run();
+        Pipeline(jobs, todo, settings, standardOutput, events).run();
     } catch (const std::bad_alloc&) {
         events.send({Event::Kind::Stopped, 0, "out of memory"});
     } catch (const std::exception& error) {

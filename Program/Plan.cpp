@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <iterator>
 #include <optional>
+#include <unistd.h>
 
 namespace Tessaloom::BilateralBlur::Program {
 
@@ -20,12 +21,21 @@ bool isThere(const path& file) {
     return std::filesystem::exists(file, ignored);
 }
 
+/// Null where the output has the format of the input.
+const Format* outputFormat(const Options& options) {
+    if (!options.format.empty())
+        return formatNamed(options.format);
+    return options.output == kStandardStream ? nullptr : &formatOf(options.output);
+}
+
 Plan planPicture(const Options& options) {
     if (options.frames)
         throw WrongUse("--frames needs a sequence as INPUT, a name with #### or %04d: " + options.input);
-    auto opened = std::make_shared<PictureFile>(options.input);
-    opened->checkHeldBy(formatOf(options.output), options.output);
-    return {.jobs = {{options.input, options.output, 0, std::move(opened)}}};
+    const Format* format = outputFormat(options);
+    auto opened = std::make_shared<PictureFile>(options.input, ReadOptions{options.page});
+    if (format)
+        opened->checkHeldBy(*format, outputName(options.output));
+    return {.jobs = {{options.input, options.output, format, 0, std::move(opened)}}};
 }
 
 /// The frames of a rising range that aren't in `present`, which is rising too.
@@ -69,8 +79,9 @@ Plan planSequence(const Options& options, const FramePattern& input) {
     checkApart(input, *output, frames);
 
     Plan plan;
+    const Format* format = outputFormat(options);
     for (const int frame : frames)
-        plan.jobs.push_back({input.file(frame), output->file(frame), frame});
+        plan.jobs.push_back({input.file(frame), output->file(frame), format, frame});
     if (!options.frames && !gapsOf(frames).empty())
         plan.notes.push_back("missing frames " + framesText(gapsOf(frames)));
     plan.missing = missing;
@@ -87,11 +98,19 @@ void skipExisting(Plan& plan) {
 
 } // namespace
 
+std::string outputName(const path& output) {
+    return output == kStandardStream ? "standard output" : output.string();
+}
+
 Plan makePlan(const Options& options) {
-    formatOf(options.output);
+    outputFormat(options);
+    if (options.output == kStandardStream && isatty(STDOUT_FILENO))
+        throw WrongUse("standard output is a terminal; redirect it or name a file as OUTPUT");
     const std::optional<FramePattern> input =
         isThere(options.input) ? std::nullopt : FramePattern::parse(options.input);
     Plan plan = input ? planSequence(options, *input) : planPicture(options);
+    if (options.output == kStandardStream)
+        return plan;
     checkReplaceable(plan.jobs.front().output);
     if (options.skipExisting)
         skipExisting(plan);

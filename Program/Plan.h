@@ -10,9 +10,16 @@
 
 namespace Tessaloom::BilateralBlur::Program {
 
+/// How command lines call standard input and output.
+inline constexpr const char* kStandardStream = "-";
+
+/// How messages call an output.
+std::string outputName(const std::filesystem::path& output);
+
 /// A picture to filter.
 struct Job {
     std::filesystem::path input, output;
+    const Format* format;                  ///< of the output; null for the input's
     int frame;                             ///< 0 for a single picture
     std::shared_ptr<PictureFile> opened{}; ///< a single picture, whose pipe can be read only once
 };

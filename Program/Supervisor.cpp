@@ -125,12 +125,12 @@ void Supervisor::beChild(const Round& round, pid_t parent, int pipe) const {
     EventWriter events(pipe);
     try {
         startImageFiles(mSettings.verbose);
-        // The module prints what it runs on.
-        if (mSettings.verbose)
-            dup2(STDERR_FILENO, STDOUT_FILENO);
-        else
+        // The module prints what it runs on, and standard output may be the picture's.
+        const int standardOutput = dup(STDOUT_FILENO);
+        dup2(STDERR_FILENO, STDOUT_FILENO);
+        if (!mSettings.verbose)
             std::cout.rdbuf(nullptr);
-        runPipeline(mJobs, round, mSettings, events);
+        runPipeline(mJobs, round, mSettings, standardOutput, events);
     } catch (const std::exception& error) {
         events.send({Event::Kind::Stopped, 0, error.what()});
     }

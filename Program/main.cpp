@@ -1,6 +1,7 @@
 #include "Host/Effect.h"
 #include "Program/Cores.h"
 #include "Program/Errors.h"
+#include "Program/Memory.h"
 #include "Program/Options.h"
 #include "Program/Plan.h"
 #include "Program/Report.h"
@@ -37,6 +38,8 @@ std::string aboutText(const std::filesystem::path& module) {
 }
 
 int blur(const Options& options, const std::filesystem::path& module) {
+    if (options.memory > 0)
+        boundMemory(options.memory);
     const Plan plan = makePlan(options);
     if (options.threads > 0)
         restrictToCores(options.threads);
@@ -46,7 +49,8 @@ int blur(const Options& options, const std::filesystem::path& module) {
     if (!plan.missing.empty())
         report.framesFailed(options.input + ": no such frames: " + framesText(plan.missing),
                             static_cast<int>(plan.missing.size()));
-    superviseJobs(plan.jobs, {module, options.values, options.verbose}, report);
+    superviseJobs(plan.jobs, {module, options.values, {options.page}, {options.quality}, options.verbose},
+                  report);
     return report.isComplete() ? 0 : kExitFailure;
 }
 

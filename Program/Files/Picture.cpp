@@ -130,8 +130,9 @@ std::uint64_t pixelsOf(const Page& page) {
     return std::uint64_t(page.width) * page.height;
 }
 
-/// Refuses images by their sizes, before anything of those sizes is allocated.
-void checkFits(const std::vector<Page>& pages, const std::string& name) {
+/// Refuses images by their sizes, before anything of those sizes is allocated. Gives the bytes that they
+/// need.
+std::uint64_t checkFits(const std::vector<Page>& pages, const std::string& name) {
     // The peak of a run, measured on images of 2000 x 2000 to 6000 x 6000 pixels, and a page that waits.
     constexpr std::uint64_t kBytesPerPixel = 60, kBytesPerWaitingPixel = 8;
     const Page& largest = *std::max_element(
@@ -140,9 +141,11 @@ void checkFits(const std::vector<Page>& pages, const std::string& name) {
     for (const Page& page : pages)
         waiting += pixelsOf(page);
     waiting -= pixelsOf(largest);
+    const std::uint64_t needed = kBytesPerPixel * pixelsOf(largest) + kBytesPerWaitingPixel * waiting;
     requireMemory(name + ": " + std::to_string(largest.width) + " x " + std::to_string(largest.height) +
                       " pixels",
-                  kBytesPerPixel * pixelsOf(largest) + kBytesPerWaitingPixel * waiting);
+                  needed);
+    return needed;
 }
 
 Bytes profileOf(const VImage& image) {
@@ -267,7 +270,7 @@ PictureFile::PictureFile(const path& path, ReadOptions options)
     }
     mHead.metadata = std::move(metadata);
     choosePage(mHead, options.page, mName);
-    checkFits(mHead.pages, mName);
+    mMemory = checkFits(mHead.pages, mName);
 }
 
 void PictureFile::checkHeldBy(const Format& format, const std::string& name) const {

@@ -82,11 +82,15 @@ public:
     /// samples or colours.
     Picture decode(Host::World spare = {0, 0});
 
+    /// The bytes that it takes at most to decode, filter and encode the images.
+    std::uint64_t memory() const { return mMemory; }
+
 private:
     std::string mName;
     ReadOptions mOptions;
     Bytes mBytes;
     Picture mHead; ///< all but the pixels
+    std::uint64_t mMemory;
 };
 
 /// Prepares the libraries that decode and encode, once, before any thread uses them; nothing that a process

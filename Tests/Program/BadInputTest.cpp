@@ -142,6 +142,22 @@ TEST_F(BadInput, OfStandardOutputEndsTheRun) {
                   [] { dup2(open("/dev/full", O_WRONLY), STDOUT_FILENO); });
 }
 
+TEST_F(BadInput, OfAPipeThatIsClosedEndsTheRun) {
+    expectRefused("good.png - --blur-scale 1", 1, "standard output: Broken pipe", [] {
+        int ends[2];
+        dup2(pipe(ends) == 0 ? ends[1] : -1, STDOUT_FILENO);
+        close(ends[0]);
+    });
+}
+
+TEST_F(BadInput, IsNotSentToATerminal) {
+    expectRefused("good.png - --blur-scale 1", 2, "standard output is a terminal; redirect it", [] {
+        const int terminal = posix_openpt(O_RDWR | O_NOCTTY);
+        unlockpt(terminal);
+        dup2(open(ptsname(terminal), O_RDWR | O_NOCTTY), STDOUT_FILENO);
+    });
+}
+
 // A stack larger than the address space keeps every thread from being started. Software GL waits for
 // its threads without end then, unless it is told to use none.
 TEST_F(BadInput, OfThreadsIsReported) {

@@ -207,6 +207,16 @@ TEST(Output, HasTheNameThatIsAskedFor) {
     }
 }
 
+TEST(Output, OnStandardOutputIsTheFileAndNothingElse) {
+    const Folder folder;
+    save(noise(8, 8, 3), folder / "in.tif");
+    for (const auto& [name, more] : {std::pair("out.tif", std::vector<std::string>{"--verbose"}),
+                                     std::pair("out.png", std::vector<std::string>{"--format", "png"})}) {
+        ASSERT_EQ(blur(folder / "in.tif", folder / name, 9).exitCode, 0);
+        EXPECT_EQ(blur(folder / "in.tif", "-", 9, more).out, contents(folder / name)) << name;
+    }
+}
+
 TEST(Output, ThroughALinkIsItsTarget) {
     const Folder folder;
     save(noise(8, 8, 3), folder / "in.png");
