@@ -1,5 +1,7 @@
 #include "Host/Effect.h"
 
+#include "Host/Suites.h"
+
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
@@ -92,7 +94,7 @@ std::string Result::text() const {
     if (text.empty() && code != PF_Err_NONE)
         text = code == PF_Err_OUT_OF_MEMORY ? "out of memory"
                                             : "the effect failed with code " + std::to_string(code);
-    for (const std::string& imbalance : imbalances)
+    for (const std::string& imbalance : mistakes)
         text += (text.empty() ? "" : "; ") + imbalance;
     std::replace_if(
         text.begin(), text.end(), [](char c) { return c == '\r' || c == '\n'; }, ' ');
@@ -120,15 +122,14 @@ struct Effect::Callbacks {
         if (!param || index < 0 || index >= static_cast<std::int32_t>(effect.mParameters.size()))
             return PF_Err_BAD_CALLBACK_PARAM;
         *param = effect.mParameters[index];
-        effect.mServices.ledger().take(recordText("parameter in record", param));
+        effect.mServices.ledger().acquire(recordText("parameter", param));
         return PF_Err_NONE;
     }
 
     static PF_Err checkinParam(void* effectRef, PF_ParamDef* param) {
         Effect& effect = self(effectRef);
-        return effect.mServices.ledger().giveBack(recordText("parameter in record", param))
-                   ? PF_Err_NONE
-                   : PF_Err_BAD_CALLBACK_PARAM;
+        return effect.mServices.ledger().release(recordText("parameter", param)) ? PF_Err_NONE
+                                                                                 : PF_Err_BAD_CALLBACK_PARAM;
     }
 
     static PF_Err checkoutLayer(void* effectRef, std::int32_t index, std::int32_t checkoutId,
@@ -168,9 +169,9 @@ struct Effect::Callbacks {
 
 Effect::Effect(const Module& module) : mModule(module) {
     mInData.inter = {Callbacks::checkoutParam, Callbacks::checkinParam, Callbacks::addParam};
-    mInData.utils = Services::utils();
+    mInData.utils = utilCallbacks();
     mInData.effect_ref = this;
-    mInData.pica_basicP = Services::basicSuite();
+    mInData.pica_basicP = basicSuite();
     mInData.time_step = 1;
     mInData.time_scale = 1;
     PF_ParamDef layer{};
@@ -204,10 +205,6 @@ void Effect::setUp() {
     checkSliders(mModule, mParameters);
 }
 
-const PF_ParamDef& Effect::slider() const {
-    return mParameters.at(1);
-}
-
 std::string Effect::about() {
     const std::lock_guard lock(mMutex);
     return send(PF_Cmd_ABOUT).code == PF_Err_NONE ? textOf(mOutData.return_msg) : "";
@@ -232,7 +229,7 @@ Result Effect::send(PF_Cmd cmd, void* extra) {
     }
     if (mOutData.out_flags & PF_OutFlag_DISPLAY_ERROR_MESSAGE)
         result.message = textOf(mOutData.return_msg);
-    result.imbalances = mServices.settle();
+    result.mistakes = mServices.settle();
     return result;
 }
 
@@ -307,8 +304,8 @@ Result Effect::smartRender(PF_LRect promised) {
                                       Callbacks::checkoutOutput};
     PF_SmartRenderExtra extra{&input, &callbacks};
     Result result = send(PF_Cmd_SMART_RENDER, &extra);
-    if (!mSpare.spareBytesIntact()) {
-        result.imbalances.push_back("the bytes behind the output's rows were written to");
+    if (!mSpare.paddingIntact()) {
+        result.mistakes.push_back("the padding of the output's rows was overwritten");
         mSpare = World(0, 0);
     }
     return result;

@@ -13,17 +13,15 @@
 
 namespace Tessaloom::BilateralBlur::Host {
 
-/// What came of a command.
+/// The outcome of a command.
 struct Result {
     PF_Err code = PF_Err_NONE;
-    /// What the effect has for the user: the text of `return_msg`, where it set
-    /// `PF_OutFlag_DISPLAY_ERROR_MESSAGE`.
+    /// The text of `return_msg`, if the effect set `PF_OutFlag_DISPLAY_ERROR_MESSAGE`.
     std::string message;
-    /// What the effect took and didn't give back by the end of the command, and each misuse of the host.
-    std::vector<std::string> imbalances;
+    /// Misuses of the host, and what the effect didn't release.
+    std::vector<std::string> mistakes;
 
-    /// True for code 0 and balanced books.
-    bool ok() const { return code == PF_Err_NONE && imbalances.empty(); }
+    bool ok() const { return code == PF_Err_NONE && mistakes.empty(); }
 
     /// What went wrong, in one line.
     std::string text() const;
@@ -35,7 +33,7 @@ struct Time {
     std::uint32_t scale = 1;
 };
 
-/// An effect at work: global setup to global setdown, and the frames between them.
+/// An effect from global setup to global setdown.
 ///
 /// Every command is sent under a lock, since an effect that doesn't declare itself thread-safe gets one at a
 /// time; any thread may ask for frames.
@@ -50,9 +48,6 @@ public:
     Effect(const Effect&) = delete;
     Effect& operator=(const Effect&) = delete;
 
-    /// The first slider that the effect declared: its name, range and default.
-    const PF_ParamDef& slider() const;
-
     /// The about text of the effect, empty if it fails. Lines are separated by carriage returns.
     std::string about();
 
@@ -65,9 +60,6 @@ public:
     ///
     /// @param values one for each slider of the property list, in its order; each within the slider's range.
     Result render(World& input, World& output, std::span<const std::int32_t> values, Time time = {});
-    Result render(World& input, World& output, std::int32_t value, Time time = {}) {
-        return render(input, output, std::span(&value, 1), time);
-    }
 
 private:
     struct Callbacks;

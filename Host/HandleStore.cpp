@@ -15,7 +15,7 @@ HandleStore::Block* HandleStore::find(void* handle) {
     const auto found = mBlocks.find(handle);
     if (found != mBlocks.end())
         return &found->second;
-    mLedger.noteMistake(nameOf(handle) + " isn't one of the host's");
+    mLedger.noteMistake(nameOf(handle) + " is unknown");
     return nullptr;
 }
 
@@ -33,7 +33,7 @@ void* HandleStore::make(std::size_t size) {
     try {
         void* handle = reinterpret_cast<void*>(mHandles + 1);
         mBlocks.emplace(handle, blockOf(size));
-        mLedger.take(nameOf(handle));
+        mLedger.acquire(nameOf(handle));
         ++mHandles;
         return handle;
     } catch (const std::bad_alloc&) {
@@ -70,7 +70,7 @@ bool HandleStore::dispose(void* handle, bool locksEndToo) {
         mLedger.noteMistake(nameOf(handle) + " was still locked when it was disposed of");
     mSpare = {std::move(block->bytes), block->size};
     mBlocks.erase(handle);
-    mLedger.giveBack(nameOf(handle));
+    mLedger.release(nameOf(handle));
     return true;
 }
 

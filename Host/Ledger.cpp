@@ -4,20 +4,20 @@
 
 namespace Tessaloom::BilateralBlur::Host {
 
-void Ledger::take(const std::string& thing) {
+void Ledger::acquire(const std::string& thing) {
     const std::lock_guard lock(mMutex);
-    ++mOut[thing];
+    ++mAcquired[thing];
 }
 
-bool Ledger::giveBack(const std::string& thing) {
+bool Ledger::release(const std::string& thing) {
     const std::lock_guard lock(mMutex);
-    const auto found = mOut.find(thing);
-    if (found == mOut.end()) {
-        mMistakes.push_back(thing + " was given back but not taken");
+    const auto found = mAcquired.find(thing);
+    if (found == mAcquired.end()) {
+        mMistakes.push_back(thing + " was released but not acquired");
         return false;
     }
     if (--found->second == 0)
-        mOut.erase(found);
+        mAcquired.erase(found);
     return true;
 }
 
@@ -29,8 +29,8 @@ void Ledger::noteMistake(std::string text) {
 std::vector<std::string> Ledger::settle() {
     const std::lock_guard lock(mMutex);
     std::vector<std::string> texts = std::exchange(mMistakes, {});
-    for (const auto& [thing, count] : std::exchange(mOut, {}))
-        texts.push_back(thing + " wasn't given back" +
+    for (const auto& [thing, count] : std::exchange(mAcquired, {}))
+        texts.push_back(thing + " wasn't released" +
                         (count > 1 ? " (" + std::to_string(count) + " times)" : ""));
     return texts;
 }

@@ -7,25 +7,23 @@
 
 namespace Tessaloom::BilateralBlur::Host {
 
-/// The host's book of all that an effect has taken and not given back: suites, memory handles and locks on
-/// them, parameters, layers. Things are told apart by their text. Any thread may write in it.
+/// What an effect has acquired and not released: suites, handles, parameters. Things are identified by their
+/// text. Any thread may use it.
 class Ledger {
 public:
-    /// Notes one more of this thing as taken.
-    void take(const std::string& thing);
+    void acquire(const std::string& thing);
 
-    /// Notes one of this thing as given back. Where none was out, notes that as a mistake and returns false.
-    bool giveBack(const std::string& thing);
+    /// Returns false, and notes a mistake, if none was acquired.
+    bool release(const std::string& thing);
 
     void noteMistake(std::string text);
 
-    /// All mistakes, then everything that is still out, each in a few words; starts a new page. Empty when
-    /// the book is balanced.
+    /// All mistakes, then all that wasn't released, each in a few words; and resets. Empty if all is well.
     std::vector<std::string> settle();
 
 private:
     std::mutex mMutex;
-    std::map<std::string, int> mOut;
+    std::map<std::string, int> mAcquired;
     std::vector<std::string> mMistakes;
 };
 

@@ -10,7 +10,7 @@
 
 namespace Tessaloom::BilateralBlur::Host {
 
-/// A module that the host can't load or refuses; what() is one line that names the file.
+/// A module that can't be loaded or isn't what it should be; what() is one line that names the file.
 class ModuleError : public std::runtime_error {
 public:
     using std::runtime_error::runtime_error;
@@ -22,7 +22,7 @@ struct Slider {
     std::int32_t minimum = 0, maximum = 0, defaultValue = 0;
 };
 
-/// What the property list beside a module says of it.
+/// The property list of a module.
 struct Resource {
     std::string name;
     std::string category;
@@ -32,19 +32,19 @@ struct Resource {
     std::vector<Slider> sliders{}; ///< in the order of their declaration
 };
 
-/// Reads an XML property list; throws ModuleError where it can't be read or lacks an entry.
+/// Reads an XML property list; throws ModuleError if it can't be read or lacks an entry.
 Resource readResource(const std::filesystem::path& path);
 
 /// A loaded module, which stays loaded as long as this object lives.
 class Module {
 public:
     /// Loads the shared object at `path` and the property list beside it, which has the same name with the
-    /// ending ".plist". Throws ModuleError where one of them is missing or isn't what it should be, or the
+    /// extension ".plist". Throws ModuleError where one of them is missing or isn't what it should be, or the
     /// module has no function "EntryPointFunc".
     explicit Module(const std::filesystem::path& path);
 
-    /// An effect that is linked into the program. `resource` is what a property list would say of it; its
-    /// name stands for the path.
+    /// An effect that is linked into the program. `resource` is in place of a property list, its name in
+    /// place of the path.
     Module(PF_EntryPointFunc entry, Resource resource);
     ~Module();
     Module(const Module&) = delete;

@@ -1,9 +1,13 @@
+#include "Host/Suites.h"
+
 #include "Host/Script.h"
 #include "Host/Services.h"
 #include "Host/World.h"
 
 #include <algorithm>
 #include <atomic>
+#include <cstdarg>
+#include <cstdio>
 #include <cstring>
 #include <map>
 #include <thread>
@@ -13,6 +17,37 @@
 namespace Tessaloom::BilateralBlur::Host {
 
 namespace {
+
+// Callbacks
+
+int formatText(char* destination, const char* format, ...) {
+    std::va_list arguments;
+    va_start(arguments, format);
+    const int length = std::vsprintf(destination, format, arguments);
+    va_end(arguments);
+    return length;
+}
+
+char* copyText(char* destination, const char* source) {
+    return std::strcpy(destination, source);
+}
+
+template<class Pixel>
+PF_Err pixelData(std::int32_t format, PF_LayerDef* record, Pixel** base) {
+    if (!base)
+        return PF_Err_BAD_CALLBACK_PARAM;
+    World* world = World::of(record);
+    *base = world && world->format() == format ? world->row<Pixel>(0) : nullptr;
+    return *base ? PF_Err_NONE : PF_Err_BAD_CALLBACK_PARAM;
+}
+
+PF_Err pixelData8(PF_LayerDef* world, void*, PF_Pixel8** base) {
+    return pixelData(PF_PixelFormat_ARGB32, world, base);
+}
+
+PF_Err pixelData16(PF_LayerDef* world, void*, PF_Pixel16** base) {
+    return pixelData(PF_PixelFormat_ARGB64, world, base);
+}
 
 // "PF Handle Suite"
 
@@ -127,10 +162,11 @@ PF_Err freeMemHandle(AEGP_MemHandle handle) {
     return services && services->memHandles().dispose(handle, true) ? PF_Err_NONE : PF_Err_BAD_CALLBACK_PARAM;
 }
 
-} // namespace
+// The suites by name
 
+/// The table of a suite; null if there is none of this name and version.
 const void* findSuite(const std::string& name, std::int32_t version) {
-    static const PF_ANSICallbacksSuite1 kAnsi{Services::utils()->ansi.sprintf};
+    static const PF_ANSICallbacksSuite1 kAnsi{formatText};
     static const PF_HandleSuite1 kHandles{newHandle, lockHandle, unlockHandle, disposeHandle};
     static const PF_iterateFloatSuite1 kIterate{iterateFloat};
     static const AEGP_UtilitySuite5 kUtility{executeScript};
@@ -152,6 +188,41 @@ const void* findSuite(const std::string& name, std::int32_t version) {
     };
     const auto found = kSuites.find({name, version});
     return found == kSuites.end() ? nullptr : found->second;
+}
+
+std::string suiteText(const char* name, std::int32_t version) {
+    return std::string("suite \"") + name + "\" version " + std::to_string(version);
+}
+
+PF_Err acquireSuite(const char* name, std::int32_t version, const void** suite) {
+    Services* services = Services::current();
+    if (!services || !name || !suite)
+        return kSPSuiteNotFound;
+    const void* table = findSuite(name, version);
+    if (!table)
+        return kSPSuiteNotFound;
+    services->ledger().acquire(suiteText(name, version));
+    *suite = table;
+    return PF_Err_NONE;
+}
+
+PF_Err releaseSuite(const char* name, std::int32_t version) {
+    Services* services = Services::current();
+    if (!services || !name || !services->ledger().release(suiteText(name, version)))
+        return PF_Err_BAD_CALLBACK_PARAM;
+    return PF_Err_NONE;
+}
+
+} // namespace
+
+SPBasicSuite* basicSuite() {
+    static SPBasicSuite kBasicSuite{acquireSuite, releaseSuite};
+    return &kBasicSuite;
+}
+
+PF_UtilCallbacks* utilCallbacks() {
+    static PF_UtilCallbacks kUtils{{formatText, copyText}, pixelData8, pixelData16};
+    return &kUtils;
 }
 
 } // namespace Tessaloom::BilateralBlur::Host

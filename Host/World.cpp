@@ -13,7 +13,7 @@ namespace Tessaloom::BilateralBlur::Host {
 
 namespace {
 
-constexpr std::byte kSpareByte{0xA5};
+constexpr std::byte kPaddingByte{0xA5};
 
 struct LivingWorlds {
     std::mutex mutex;
@@ -63,7 +63,7 @@ World::World(int width, int height, std::int32_t format) : PF_LayerDef{width, he
     // A row's worth for an empty world too, so that its base address isn't null.
     const std::size_t size = static_cast<std::size_t>(rowbytes) * std::max(height, 1);
     mPixels.reset(static_cast<std::byte*>(::operator new[](size, std::align_val_t{kAlignment})));
-    std::memset(mPixels.get(), static_cast<int>(kSpareByte), size);
+    std::memset(mPixels.get(), static_cast<int>(kPaddingByte), size);
     clear();
     const std::lock_guard lock(livingWorlds().mutex);
     livingWorlds().records.insert(this);
@@ -111,11 +111,11 @@ void World::swap(World& other) {
     std::swap(mPixels, other.mPixels);
 }
 
-bool World::spareBytesIntact() const {
+bool World::paddingIntact() const {
     for (int y = 0; y < height; ++y) {
         const std::byte* first = row<std::byte>(y) + rowLength();
         const std::byte* last = row<std::byte>(y) + rowbytes;
-        if (std::any_of(first, last, [](std::byte spare) { return spare != kSpareByte; }))
+        if (std::any_of(first, last, [](std::byte byte) { return byte != kPaddingByte; }))
             return false;
     }
     return true;

@@ -7,17 +7,17 @@
 
 namespace Tessaloom::BilateralBlur::Host {
 
-/// A world that owns its pixels. Rows start on 64-byte boundaries and always have spare bytes behind them,
-/// so an effect that takes rows to be packed is found out at any width.
+/// A world that owns its pixels. Rows start on 64-byte boundaries and always end in padding, so an effect
+/// that assumes packed rows fails at any width.
 ///
-/// A host must find the pixels from the bare record. It keeps the addresses of all living worlds for that,
-/// and so a world stays where it was made; `swap` and moves exchange what two worlds hold.
+/// The host must find the pixels by the bare record, so it keeps the addresses of all living worlds. A world
+/// therefore stays where it was made; `swap` and moves exchange what two worlds hold.
 class World : public PF_LayerDef {
 public:
     static constexpr std::size_t kAlignment = 64;
 
     /// All pixels start as 0. `format` is one of the three tags `PF_PixelFormat_...`. Throws
-    /// std::length_error where a size is negative or a row has more bytes than `rowbytes` can tell,
+    /// std::length_error where a size is negative or a row has more bytes than `rowbytes` can hold,
     /// std::invalid_argument for another format, std::bad_alloc where memory is exhausted.
     World(int width, int height, std::int32_t format = PF_PixelFormat_ARGB32);
     ~World();
@@ -46,8 +46,8 @@ public:
     /// Exchanges size, format and pixels.
     void swap(World& other);
 
-    /// True while nobody has written to the spare bytes behind the rows.
-    bool spareBytesIntact() const;
+    /// True as long as nobody has written to the padding of the rows.
+    bool paddingIntact() const;
 
     /// The living world whose record this is; null for any other record, a copy of a world's among them.
     static World* of(const PF_LayerDef* record);
@@ -57,7 +57,7 @@ private:
         void operator()(std::byte* pixels) const;
     };
 
-    std::size_t rowLength() const; ///< bytes of a row without the spare ones
+    std::size_t rowLength() const; ///< bytes of a row without its padding
 
     std::int32_t mFormat;
     std::unique_ptr<std::byte[], Free> mPixels;

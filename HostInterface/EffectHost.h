@@ -69,7 +69,7 @@ struct PF_PixelFloat {
     float alpha, red, green, blue;
 };
 
-/// A world of pixels. Where the pixels lie is asked of the host, by the `get_pixel_data` callbacks.
+/// A world of pixels. The `get_pixel_data` callbacks of the host give the pixels' address.
 struct PF_LayerDef {
     std::int32_t width;    ///< in pixels
     std::int32_t height;   ///< in pixels
@@ -121,7 +121,7 @@ struct PF_InteractCallbacks {
     PF_Err (*checkout_param)(void* effect_ref, std::int32_t index, std::int32_t time, std::int32_t time_step,
                              std::uint32_t time_scale, PF_ParamDef* param);
     PF_Err (*checkin_param)(void* effect_ref, PF_ParamDef* param);
-    /// An index of -1 places the parameter behind the last one.
+    /// An index of -1 appends the parameter.
     PF_Err (*add_param)(void* effect_ref, std::int32_t index, PF_ParamDef* param);
 };
 
@@ -228,7 +228,7 @@ using PF_IteratePixelFloatFunc = PF_Err (*)(void* refcon, int x, int y, PF_Pixel
                                             PF_PixelFloat* out);
 
 /// "PF iterateFloat Suite", version 1: calls a function for each pixel of a float world, on several
-/// threads if the host likes. A null area stands for the whole world.
+/// threads if the host likes. A null area means the whole world.
 struct PF_iterateFloatSuite1 {
     PF_Err (*iterate)(PF_InData* in_data, std::int32_t progress_base, std::int32_t progress_final,
                       PF_LayerDef* source, const PF_LRect* area, void* refcon,

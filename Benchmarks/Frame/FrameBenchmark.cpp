@@ -2,6 +2,7 @@
 // the same frame; and the stages of a frame on the GPU way, also where OpenGL is software, each waited for,
 // as counters in milliseconds. A name says what is timed, the picture, its size and the blur scale.
 #include "Host/Services.h"
+#include "Host/Suites.h"
 #include "Host/World.h"
 #include "Plugins/BilateralBlur/Sources/BilateralBlurRender.h"
 #include "Plugins/Shared/GL/AEOpenGLContext.h"
@@ -15,6 +16,7 @@
 #include <glbinding/gl/gl.h>
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
@@ -146,7 +148,7 @@ void gpuFrame(BilateralBlurRender& render, PF_InData* inData, Host::World& input
 void gpuFrames(benchmark::State& state, const Content& content, Size size, int scale) {
     Host::Services services;
     const Host::Services::Visit visit(services);
-    PF_InData inData{{}, Host::Services::utils(), nullptr, Host::Services::basicSuite(), 0, 1, 1};
+    PF_InData inData{{}, Host::utilCallbacks(), nullptr, Host::basicSuite(), 0, 1, 1};
     Host::World input(size.width, size.height), output(size.width, size.height);
     const Picture picture = content.make(size);
     for (int y = 0; y < size.height; ++y)

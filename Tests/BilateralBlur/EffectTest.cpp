@@ -1,5 +1,6 @@
 #include "Tests/BilateralBlur/EffectTest.h"
 
+#include "Host/Suites.h"
 #include "Tests/Support/GLCalls.h"
 
 #include <glbinding/gl/enum.h>
@@ -41,7 +42,7 @@ TEST_P(EffectTest, DeclaresItself) {
     std::strcpy(expected.name, "Blur Scale");
     expected.u.sd.valid_max = expected.u.sd.slider_max = 60;
     PF_ParamDef declared;
-    PF_InData inData{{}, Host::Services::utils(), &declared, nullptr, 0, 1, 1};
+    PF_InData inData{{}, Host::utilCallbacks(), &declared, nullptr, 0, 1, 1};
     inData.inter.add_param = [](void* ref, std::int32_t, PF_ParamDef* param) -> PF_Err {
         return std::memcpy(ref, param, sizeof *param), 0;
     };
@@ -79,7 +80,7 @@ TEST_P(EffectTest, PassesTheRequestOnAndUnitesTheRectangles) {
         *result = {kCheckedOut, shifted(kCheckedOut)};
         return 0;
     }};
-    PF_InData inData{{}, Host::Services::utils(), nullptr, Host::Services::basicSuite(), 5, 2, 25};
+    PF_InData inData{{}, Host::utilCallbacks(), nullptr, Host::basicSuite(), 5, 2, 25};
     PF_PreRenderInput input{{{-3, 4, 50, 60}, 0xB}};
     PF_PreRenderOutput output;
     PF_PreRenderExtra extra{&input, &output, &callbacks};
@@ -110,11 +111,11 @@ TEST_P(EffectTest, PassesTheRequestOnAndUnitesTheRectangles) {
 
 TEST_P(EffectTest, TakesEmptyWorldsAndRefusesRowsTooShortForTheirPixels) {
     World empty(0, 0), input = mSample.world(), output(0, 0), target(12, 8);
-    EXPECT_TRUE(mEffect->render(empty, output, 5).ok());
+    EXPECT_TRUE(mEffect->render(empty, output, std::array{5}).ok());
     EXPECT_THAT(mHost.calls, testing::Contains("ReleaseSuite AEGP Item Suite 10"));
     const auto codeOf = [&](PF_LayerDef record) {
         std::swap(record, static_cast<PF_LayerDef&>(target));
-        const PF_Err code = mEffect->render(input, output, 5).code;
+        const PF_Err code = mEffect->render(input, output, std::array{5}).code;
         std::swap(record, static_cast<PF_LayerDef&>(target));
         return code;
     };
@@ -155,13 +156,13 @@ TEST_P(EffectTest, WritesRowsThatRunUpwards) {
     World input = mSample.world(), output(0, 0), target(12, 8);
     host.faults.output = &target;
     target.rowbytes = -target.rowbytes;
-    mEffect->render(input, output, mSample.scale);
+    mEffect->render(input, output, std::array{mSample.scale});
     EXPECT_EQ(host.code, 0);
     target.rowbytes = -target.rowbytes;
     for (int y = 0; y < 4; ++y)
         std::swap_ranges(target.row(y), target.row(y) + 12, target.row(7 - y));
     EXPECT_EQ(mSample.difference(target), "");
-    EXPECT_TRUE(target.spareBytesIntact());
+    EXPECT_TRUE(target.paddingIntact());
     mEffect.reset();
 }
 
@@ -190,7 +191,7 @@ TEST_P(CpuTest, TouchesNoFreshMemoryAfterTheFirstFrames) {
         rusage before{}, after{};
         getrusage(RUSAGE_SELF, &before);
         for (int i = 0; i < frames; ++i)
-            EXPECT_TRUE(mEffect->render(input, output, 5).ok());
+            EXPECT_TRUE(mEffect->render(input, output, std::array{5}).ok());
         getrusage(RUSAGE_SELF, &after);
         return after.ru_minflt - before.ru_minflt;
     };

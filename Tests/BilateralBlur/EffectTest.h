@@ -8,6 +8,7 @@
 
 #include <gmock/gmock.h>
 
+#include <array>
 #include <cstring>
 #include <functional>
 #include <optional>
@@ -97,7 +98,7 @@ protected:
     /// Renders the sample. Empty if all is well.
     std::string frame(const Sample& sample) {
         Host::World input = sample.world(), output(0, 0);
-        const Host::Result result = mEffect->render(input, output, sample.scale);
+        const Host::Result result = mEffect->render(input, output, std::array{sample.scale});
         return result.ok() ? sample.difference(output) : result.text();
     }
 

@@ -69,7 +69,7 @@ protected:
         const Host::Result result = mEffect->render(input, output, std::array{7}, {5, 2, 25});
         EXPECT_LE(gl.kept("Renderbuffers"), 0);
         EXPECT_EQ(gl.kept("Textures"), 0);
-        EXPECT_THAT(result.imbalances, testing::IsEmpty());
+        EXPECT_THAT(result.mistakes, testing::IsEmpty());
         mCalls = mHost.calls;
         mHost.faults = {};
         EXPECT_EQ(frame(mSample), "");

@@ -1,5 +1,6 @@
 #include "Tests/BilateralBlur/EffectTest.h"
 
+#include <array>
 #include <random>
 #include <span>
 
@@ -78,10 +79,10 @@ protected:
         mHost.faults.output = output;
         injectFaults();
         const PF_Err expected = expectedCode(input, output);
-        const Host::Result outcome = mEffect->render(input, result, below(61));
+        const Host::Result outcome = mEffect->render(input, result, std::array{below(61)});
         EXPECT_EQ(outcome.code, expected) << outcome.message;
-        EXPECT_THAT(outcome.imbalances, testing::IsEmpty());
-        EXPECT_TRUE(target.spareBytesIntact());
+        EXPECT_THAT(outcome.mistakes, testing::IsEmpty());
+        EXPECT_TRUE(target.paddingIntact());
         mHost.faults = {};
     }
 

@@ -1,6 +1,7 @@
 #include "Tests/BilateralBlur/EffectTest.h"
 #include "Tests/Support/GLCalls.h"
 
+#include <array>
 #include <random>
 
 namespace Tessaloom::BilateralBlur {
@@ -57,7 +58,7 @@ protected:
         std::vector<Bytes> all;
         for (const Sample& sample : samples) {
             Host::World input = sample.world();
-            EXPECT_EQ(effect.render(input, output, sample.scale).text(), "");
+            EXPECT_EQ(effect.render(input, output, std::array{sample.scale}).text(), "");
             EXPECT_EQ(sample.difference(output), "");
             Bytes& bytes = all.emplace_back();
             for (int y = 0; y < output.height; ++y)
@@ -102,7 +103,7 @@ TEST_F(WaysTest, FilterOnTheCpuWithoutGLCalls) {
     Host::Effect effect(mModule);
     GLCalls calls;
     Host::World input(9, 7), output(0, 0);
-    EXPECT_TRUE(effect.render(input, output, 5).ok());
+    EXPECT_TRUE(effect.render(input, output, std::array{5}).ok());
     EXPECT_THAT(calls.counts, testing::IsEmpty());
     EXPECT_EQ(EglWatch::liveContexts, 1);
 }

@@ -4,6 +4,7 @@
 #include "Host/Pixels.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
 #include <random>
 #include <vector>
@@ -46,7 +47,7 @@ inline Bytes reference(const Bytes& frames, Size size, const std::vector<int>& s
         for (int y = 0; y < size.height; ++y)
             Host::unpackRow(&frames[start + y * row], 4, size.width, input.row(y));
         const int scale = scales[std::min(start / size.bytes(), scales.size() - 1)];
-        if (const Host::Result rendered = kEffect.render(input, output, scale); !rendered.ok())
+        if (const Host::Result rendered = kEffect.render(input, output, std::array{scale}); !rendered.ok())
             throw std::runtime_error(rendered.text());
         for (int y = 0; y < size.height; ++y)
             Host::packRow(output.row(y), size.width, 4, &result[start + y * row]);

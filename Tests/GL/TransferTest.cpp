@@ -1,4 +1,5 @@
 #include "Host/Services.h"
+#include "Host/Suites.h"
 #include "Host/World.h"
 #include "Plugins/Shared/GL/AEOpenGLUtilities.h"
 #include "Tests/GL/GLTest.h"
@@ -52,8 +53,7 @@ protected:
     Host::Services mServices;
     const Host::Services::Visit mVisit{mServices};
     FaultyHost mHost;
-    PF_InData* mInData =
-        FaultyHost::wrap({{}, Host::Services::utils(), nullptr, Host::Services::basicSuite(), 0, 1, 1});
+    PF_InData* mInData = FaultyHost::wrap({{}, Host::utilCallbacks(), nullptr, Host::basicSuite(), 0, 1, 1});
     unsigned long mPixelSize = 0;
     GLenum mType{};
     float mMultiplier = 0;
@@ -81,7 +81,7 @@ TEST_F(TransferTest, KeepsPixelsOfEveryFormat) {
         download(input, output, format, format.tag);
         for (int y = 0; y < 5; ++y)
             EXPECT_EQ(std::memcmp(output.row(y), input.row(y), 33 * format.pixelSize), 0) << y;
-        EXPECT_TRUE(output.spareBytesIntact());
+        EXPECT_TRUE(output.paddingIntact());
         glDeleteTextures(1, &texture);
     }
 }

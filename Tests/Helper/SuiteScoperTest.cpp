@@ -1,6 +1,7 @@
 #include "Plugins/Shared/Helper/SuiteScoper.h"
 
 #include "Host/Services.h"
+#include "Host/Suites.h"
 #include "Plugins/Shared/Helper/ScriptHelper.h"
 #include "Tests/Support/FaultyHost.h"
 
@@ -35,7 +36,7 @@ protected:
     Services mServices;
     Services::Visit mVisit{mServices};
     FaultyHost mHost;
-    PF_InData& mInData = *FaultyHost::wrap({{}, Services::utils(), nullptr, Services::basicSuite(), 0, 1, 1});
+    PF_InData& mInData = *FaultyHost::wrap({{}, Host::utilCallbacks(), nullptr, Host::basicSuite(), 0, 1, 1});
     PF_OutData mOutData{};
 };
 

@@ -24,12 +24,12 @@ TEST_F(EffectTest, LeavesTheOutputAsItWasWhereAFrameFails) {
     for (const char* callback : {"checkout_layer", "checkout_output", "checkout_param"}) {
         mHost.faults.failing = {{callback, 4321}};
         for (World* from : {&input, &output})
-            EXPECT_EQ(mEffect.render(*from, output, 0).code, 4321);
+            EXPECT_EQ(mEffect.render(*from, output, std::array{0}).code, 4321);
         EXPECT_TRUE(output.width == 3 && output.row(2)[2].red == 77);
     }
     mHost.faults = {};
-    EXPECT_FALSE(mEffect.render(deep, output, 0).ok());
-    EXPECT_EQ(mEffect.render(input, output, 0).text(), "");
+    EXPECT_FALSE(mEffect.render(deep, output, std::array{0}).ok());
+    EXPECT_EQ(mEffect.render(input, output, std::array{0}).text(), "");
     EXPECT_TRUE(output.sameShape(input));
     mHost.faults.failing = {{"add_param", 5}};
     EXPECT_THROW(Effect{mHost.module()}, ModuleError);
@@ -38,12 +38,12 @@ TEST_F(EffectTest, LeavesTheOutputAsItWasWhereAFrameFails) {
 TEST_F(EffectTest, CountsWhatACommandDoesNotGiveBackAsItsFailure) {
     mHost.faults.failing = {{"ReleaseSuite", 7}};
     World world(2, 2);
-    const Result result = mEffect.render(world, world, 0);
+    const Result result = mEffect.render(world, world, std::array{0});
     EXPECT_FALSE(result.ok());
-    EXPECT_THAT(result.text(), testing::ContainsRegex(
-                                   "Item Suite\".* wasn't given back; .*Layer Suite\".* wasn't given back"));
+    EXPECT_THAT(result.text(),
+                testing::ContainsRegex("Item Suite\".* wasn't released; .*Layer Suite\".* wasn't released"));
     mHost.faults = {};
-    EXPECT_TRUE(mEffect.render(world, world, 0).ok());
+    EXPECT_TRUE(mEffect.render(world, world, std::array{0}).ok());
 }
 
 class TwoSliders : public testing::Test {

@@ -1,4 +1,5 @@
 #include "Host/Services.h"
+#include "Host/Suites.h"
 #include "Host/World.h"
 #include "Tests/Host/PageFaults.h"
 
@@ -23,7 +24,7 @@ protected:
     template<class Suite>
     const Suite& acquire(const char* name, int version) {
         const void* table = nullptr;
-        EXPECT_EQ(Services::basicSuite()->AcquireSuite(name, version, &table), 0);
+        EXPECT_EQ(basicSuite()->AcquireSuite(name, version, &table), 0);
         return *static_cast<const Suite*>(table);
     }
 
@@ -32,7 +33,7 @@ protected:
 };
 
 TEST_F(ServicesTest, SuitesAreHadByNameAndVersionAndCounted) {
-    SPBasicSuite& basic = *Services::basicSuite();
+    SPBasicSuite& basic = *basicSuite();
     const void* table = nullptr;
     EXPECT_NE(basic.AcquireSuite("PF Handle Suite", 1, &table), 0);
     EXPECT_NE(basic.AcquireSuite("PF Handles", 2, &table), 0);
@@ -41,8 +42,8 @@ TEST_F(ServicesTest, SuitesAreHadByNameAndVersionAndCounted) {
     acquire<PF_ANSICallbacksSuite1>("PF ANSI Suite", 1);
     EXPECT_NE(basic.ReleaseSuite("AEGP Item Suite", 10), 0);
     EXPECT_THAT(mServices.settle(),
-                ElementsAre("suite \"AEGP Item Suite\" version 10 was given back but not taken",
-                            "suite \"PF ANSI Suite\" version 1 wasn't given back (2 times)"));
+                ElementsAre("suite \"AEGP Item Suite\" version 10 was released but not acquired",
+                            "suite \"PF ANSI Suite\" version 1 wasn't released (2 times)"));
 }
 
 TEST_F(ServicesTest, HandlesHoldMemoryUntilTheyAreDisposedOf) {
@@ -56,7 +57,7 @@ TEST_F(ServicesTest, HandlesHoldMemoryUntilTheyAreDisposedOf) {
     suite.host_unlock_handle(empty);
     suite.host_dispose_handle(empty);
     EXPECT_THAT(mServices.settle(),
-                ElementsAre(HasSubstr("was still locked"), HasSubstr("isn't one of the host's"),
+                ElementsAre(HasSubstr("was still locked"), HasSubstr("is unknown"),
                             HasSubstr("was unlocked more often than locked"), HasSubstr("PF Handle Suite")));
 }
 
@@ -104,7 +105,7 @@ TEST_F(ServicesTest, IterationReachesEachPixelOnceOnSeveralThreadsAndStopsAtAFai
             const PF_PixelFloat pixel = out.row<PF_PixelFloat>(y)[x];
             ASSERT_TRUE(pixel.alpha == (x == 49 ? y + 1 : 1) && pixel.red == x && pixel.green == y);
         }
-    EXPECT_TRUE(out.spareBytesIntact());
+    EXPECT_TRUE(out.paddingIntact());
     Walk failing{7};
     EXPECT_EQ(suite.iterate(nullptr, 0, 0, nullptr, nullptr, &failing, addUp, &out), 77);
     EXPECT_LT(failing.calls, 50 * 2000);
@@ -133,10 +134,10 @@ TEST_F(ServicesTest, PixelsAreFoundForWorldsOfTheRightDepthAlone) {
     World world(3, 3), deep(3, 3, PF_PixelFormat_ARGB64);
     PF_LayerDef copy = world;
     PF_Pixel8* base = nullptr;
-    EXPECT_EQ(Services::utils()->get_pixel_data8(&world, nullptr, &base), 0);
+    EXPECT_EQ(utilCallbacks()->get_pixel_data8(&world, nullptr, &base), 0);
     EXPECT_EQ(base, world.row(0));
     for (PF_LayerDef* wrong : {static_cast<PF_LayerDef*>(&deep), &copy}) {
-        EXPECT_NE(Services::utils()->get_pixel_data8(wrong, nullptr, &base), 0);
+        EXPECT_NE(utilCallbacks()->get_pixel_data8(wrong, nullptr, &base), 0);
         EXPECT_EQ(base, nullptr);
     }
 }

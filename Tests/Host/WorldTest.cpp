@@ -22,9 +22,9 @@ TEST(World, RowsAreAlignedApartAndEndInSpareBytes) {
             // Whole pixels fill every row and no spare byte; one byte more is told.
             for (int y = 0; y < 3; ++y)
                 std::memset(world.row(y), 1, used);
-            ASSERT_TRUE(world.spareBytesIntact());
+            ASSERT_TRUE(world.paddingIntact());
             world.row<std::uint8_t>(2)[used] ^= 1;
-            ASSERT_FALSE(world.spareBytesIntact());
+            ASSERT_FALSE(world.paddingIntact());
         }
 }
 
