@@ -43,11 +43,12 @@ void takeSize(std::string_view name, std::span<const std::byte> content, Page& p
 } // namespace
 
 bool matchesWebp(std::span<const std::byte> file) {
-    return text(file).starts_with("RIFF") && text(file).substr(8).starts_with("WEBP");
+    return file.size() >= kHeader && text(file).starts_with("RIFF") &&
+           text(file).substr(8).starts_with("WEBP");
 }
 
 void inspectWebp(std::span<const std::byte> file, Picture& head, Metadata& metadata) {
-    if (littleEndian(file.subspan(4, 4)) + 8 > file.size())
+    if (littleEndian(file.subspan(4, 4)) > file.size() - 8)
         throw std::runtime_error("the file is cut short");
     constexpr std::size_t kFrameHeader = 16;
     const auto isLossy = [&](std::string_view name, auto) { head.compression.lossy |= name == "VP8 "; };

@@ -33,6 +33,7 @@ protected:
         std::ofstream(mFolder / "old.png") << "old";
         const std::string good = contents(mFolder / "good.png");
         std::ofstream(mFolder / "cut.png") << good.substr(0, good.size() / 2);
+        std::ofstream(mFolder / "tiny.webp") << "RIFF@";
         std::ofstream(mFolder / "damaged.png") << good.substr(0, 900) + "????" + good.substr(904);
         mBefore = mFolder.names();
     }
@@ -81,6 +82,7 @@ TEST_F(BadInput, ReportsErrorsInOneLine) {
         {". old.png --blur-scale 1", 1, "this is a directory; an image is needed (JPEG, PNG, TIFF or WebP)"},
         {"text.png old.png --blur-scale 1", 1, "text.png: this isn't an image in JPEG, PNG, TIFF or WebP"},
         {"cut.png old.png --blur-scale 1", 1, "cut.png: the image can't be read: the file is cut short"},
+        {"tiny.webp old.png --blur-scale 1", 1, "tiny.webp: this isn't an image"},
         {"damaged.png old.png --blur-scale 1", 1, "damaged.png: the image is damaged or cut short"},
         {"cmyk.tif old.png --blur-scale 1", 1, "its colours are cmyk; grey and RGB images"},
         {"float.tif old.png --blur-scale 1", 1, "its samples are of type float; grey and RGB images"},
