@@ -5,6 +5,7 @@
 #include "Host/Suites.h"
 #include "Host/World.h"
 #include "Plugins/BilateralBlur/Sources/BilateralBlurRender.h"
+#include "Plugins/BilateralBlur/Sources/FilterConstants.h"
 #include "Plugins/Shared/GL/AEOpenGLContext.h"
 #include "Plugins/Shared/GL/AEOpenGLUtilities.h"
 #include "Plugins/Shared/GL/AEOpenglMainFrameBuffer.h"
@@ -89,7 +90,7 @@ void filterFrame(benchmark::State& state, const Filter& filter, const Content& c
     std::vector<std::uint32_t> output(input.size());
     const f0r_instance_t instance =
         filter.construct(static_cast<unsigned>(size.width), static_cast<unsigned>(size.height));
-    double position = scale / 60.0;
+    double position = 1.0 * scale / kLargestBlurScale;
     filter.setParamValue(instance, &position, 0);
     filter.update(instance, 0, input.data(), output.data()); // takes memory and, on a GPU, builds programs
     for (auto _ : state)

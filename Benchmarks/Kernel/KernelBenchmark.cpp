@@ -4,6 +4,7 @@
 #include "Benchmarks/Kernel/FmaRate.h"
 #include "Platform/UsableCpus.h"
 #include "Plugins/BilateralBlur/Sources/Cpu/BilateralBlurKernel.h"
+#include "Plugins/BilateralBlur/Sources/FilterConstants.h"
 #include "Tests/Support/Pictures.h"
 
 #include <benchmark/benchmark.h>
@@ -47,7 +48,7 @@ constexpr Content kPhotograph{"photograph", true,
 
 /// Taps along each axis.
 int tapsAcross(int blurSize) {
-    return 2 * ((blurSize - 1) / 2) + 1;
+    return 2 * reachOf(blurSize) + 1;
 }
 
 void countTaps(benchmark::State& state, Size size, int blurSize) {
@@ -122,7 +123,8 @@ void addOpenCv([[maybe_unused]] const Content& content, [[maybe_unused]] Size si
                     source.at<cv::Vec3b>(y, x) = {picture.pixel(x, y)[1], picture.pixel(x, y)[2],
                                                   picture.pixel(x, y)[3]};
             for (auto _ : state)
-                cv::bilateralFilter(source, result, tapsAcross(blurSize), 25.5, 10.0, cv::BORDER_REPLICATE);
+                cv::bilateralFilter(source, result, tapsAcross(blurSize), 255 * kRangeSigma, kSpatialSigma,
+                                    cv::BORDER_REPLICATE);
             countTaps(state, size, blurSize);
         });
 #endif

@@ -23,6 +23,8 @@
 
 #include "Plugins/BilateralBlur/Sources/Cpu/BilateralBlurKernel.h"
 
+#include "Plugins/BilateralBlur/Sources/FilterConstants.h"
+
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -43,28 +45,28 @@
 namespace Tessaloom::BilateralBlur {
 namespace {
 
-constexpr int kMaxReach = 29;
-constexpr int kMaxTaps = 2 * kMaxReach + 1;
+constexpr int kMaxTaps = 2 * kLargestReach + 1;
 constexpr int kMaxLanes = 16;
 
 // A block's planes with their margins, 576 KiB, stay in a core's second-level cache; the rows of one tile's
 // window come from there once and from the first level afterwards.
 constexpr int kBlockWidth = 256;
 constexpr int kBlockHeight = 32;
-constexpr int kPlaneStride = kBlockWidth + 2 * kMaxReach + 6;
-constexpr int kPlaneRows = kBlockHeight + 2 * kMaxReach;
+constexpr int kPlaneStride = kBlockWidth + 2 * kLargestReach + 6;
+constexpr int kPlaneRows = kBlockHeight + 2 * kLargestReach;
 static_assert(kPlaneStride % kMaxLanes == 0);
 
 /// One 2^23rd: exponents are kept as integers in this unit, which is that of a float's bits.
 constexpr double kOctave = 8388608.0;
 constexpr double kLog2E = 1.4426950408889634;
 
-/// The range term is -kUnit / 2 * |q - p|^2 in 2^-23 octaves: 1 / (2 * (0.1 * 255)^2) nepers,
-/// accurate to 2e-5. The product of two 8-bit differences from 128 with one factor each still fits 16 by 16
-/// bits.
+/// The range term is -kUnit / 2 * |q - p|^2 in 2^-23 octaves, with an integer for the unit. The product of
+/// two 8-bit differences from 128 with one factor each still fits 16 by 16 bits.
 constexpr int kCentreFactor = 141;
 constexpr int kNeighbourFactor = 132;
 constexpr int kUnit = kCentreFactor * kNeighbourFactor;
+constexpr double kExactUnit = kLog2E * kOctave / (255 * kRangeSigma * 255 * kRangeSigma);
+static_assert(kUnit - kExactUnit < 2.5e-5 * kExactUnit && kExactUnit - kUnit < 2.5e-5 * kExactUnit);
 
 /// Weights are scaled by 2^(kUnit / 2 * |p|^2) up to 2^54 and down to 2^-169 * 2^54: this many octaves more
 /// keep the least of them above a float's smallest and leave the sums below its largest.
@@ -101,8 +103,8 @@ struct Frame {
     std::ptrdiff_t targetStride;
     int width, height;
     int reach;
-    std::array<float, kMaxReach + 1> rowWeight;      // by distance
-    std::array<double, kMaxReach + 1> columnOctaves; // log2 of the same
+    std::array<float, kLargestReach + 1> rowWeight;      // by distance
+    std::array<double, kLargestReach + 1> columnOctaves; // log2 of the same
 
     const std::uint8_t* row(int y) const { return source + y * sourceStride; }
     std::uint8_t* targetRow(int y) const { return target + y * targetStride; }
@@ -561,7 +563,7 @@ void bilateralBlur(const std::uint8_t* source, std::ptrdiff_t sourceStride, std:
     if (width <= 0 || height <= 0)
         return;
     Frame frame{source, sourceStride, target, targetStride, width, height, 0, {}, {}};
-    frame.reach = (std::clamp(blurSize, 1, 2 * kMaxReach + 2) - 1) / 2;
+    frame.reach = reachOf(std::clamp(blurSize, 1, kLargestBlurScale));
     const int rows = (height + kBlockHeight - 1) / kBlockHeight;
     if (frame.reach == 0)
         return pool.run(rows, [&](std::size_t index, unsigned) {
@@ -569,7 +571,7 @@ void bilateralBlur(const std::uint8_t* source, std::ptrdiff_t sourceStride, std:
             HWY_DYNAMIC_DISPATCH(copyRows)(frame, top, std::min(height, top + kBlockHeight));
         });
     for (int i = 0; i <= frame.reach; ++i) {
-        frame.columnOctaves[i] = -kLog2E * i * i / 200.0;
+        frame.columnOctaves[i] = -kLog2E * i * i / (2 * kSpatialSigma * kSpatialSigma);
         frame.rowWeight[i] = static_cast<float>(std::exp2(frame.columnOctaves[i]));
     }
     const int blockWidth = partSize(width, kBlockWidth, kMaxLanes);
