@@ -31,7 +31,7 @@
 #include <cstring>
 #include <new>
 
-// A row's state lies in arrays and structures, which vectors of unknown size can't be part of.
+// A row's state is kept in arrays and structures, which vectors of unknown size can't be part of.
 #define HWY_DISABLED_TARGETS (HWY_SVE | HWY_SVE2 | HWY_SVE_256 | HWY_SVE2_128 | HWY_RVV)
 #define HWY_WANT_AVX3_DL
 #undef HWY_TARGET_INCLUDE
