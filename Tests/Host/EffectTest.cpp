@@ -18,14 +18,15 @@ protected:
     Effect mEffect{mHost.module()};
 };
 
-TEST_F(EffectTest, LeavesTheOutputAsItWasWhereAFrameFails) {
+TEST_F(EffectTest, LeavesTheOutputOfAFailedFrameAlone) {
     World input(20, 10), output(3, 3), deep(2, 2, PF_PixelFormat_ARGB64);
     output.row(2)[2].red = 77;
     for (const char* callback : {"checkout_layer", "checkout_output", "checkout_param"}) {
         mHost.faults.failing = {{callback, 4321}};
         for (World* from : {&input, &output})
             EXPECT_EQ(mEffect.render(*from, output, std::array{0}).code, 4321);
-        EXPECT_TRUE(output.width == 3 && output.row(2)[2].red == 77);
+        EXPECT_EQ(output.width, 3);
+        EXPECT_EQ(output.row(2)[2].red, 77);
     }
     mHost.faults = {};
     EXPECT_FALSE(mEffect.render(deep, output, std::array{0}).ok());
@@ -35,7 +36,7 @@ TEST_F(EffectTest, LeavesTheOutputAsItWasWhereAFrameFails) {
     EXPECT_THROW(Effect{mHost.module()}, ModuleError);
 }
 
-TEST_F(EffectTest, CountsWhatACommandDoesNotGiveBackAsItsFailure) {
+TEST_F(EffectTest, FailsWhenASuiteIsNotReleased) {
     mHost.faults.failing = {{"ReleaseSuite", 7}};
     World world(2, 2);
     const Result result = mEffect.render(world, world, std::array{0});

@@ -32,7 +32,7 @@ protected:
     Services::Visit mVisit{mServices};
 };
 
-TEST_F(ServicesTest, SuitesAreHadByNameAndVersionAndCounted) {
+TEST_F(ServicesTest, AcquiresSuitesByNameAndVersion) {
     SPBasicSuite& basic = *basicSuite();
     const void* table = nullptr;
     EXPECT_NE(basic.AcquireSuite("PF Handle Suite", 1, &table), 0);
@@ -46,7 +46,7 @@ TEST_F(ServicesTest, SuitesAreHadByNameAndVersionAndCounted) {
                             "suite \"PF ANSI Suite\" version 1 wasn't released (2 times)"));
 }
 
-TEST_F(ServicesTest, HandlesHoldMemoryUntilTheyAreDisposedOf) {
+TEST_F(ServicesTest, KeepsMemoryUntilItsHandleIsDisposedOf) {
     const auto& suite = acquire<PF_HandleSuite1>("PF Handle Suite", 2);
     void *handle = suite.host_new_handle(1000), *empty = suite.host_new_handle(0);
     static_cast<char*>(suite.host_lock_handle(handle))[999] = 'z';
@@ -90,7 +90,7 @@ PF_Err addUp(void* refcon, int x, int y, PF_PixelFloat* in, PF_PixelFloat* out) 
     return y == walk.failingRow ? 77 : Services::current() ? 0 : 1;
 }
 
-TEST_F(ServicesTest, IterationReachesEachPixelOnceOnSeveralThreadsAndStopsAtAFailure) {
+TEST_F(ServicesTest, IteratesOnSeveralThreadsAndStopsAtAFailure) {
     const auto& suite = acquire<PF_iterateFloatSuite1>("PF iterateFloat Suite", 1);
     World in(61, 400, PF_PixelFormat_ARGB128), out(50, 2000, PF_PixelFormat_ARGB128), bytes(10, 10);
     for (int y = 0; y < in.height; ++y)
@@ -103,7 +103,9 @@ TEST_F(ServicesTest, IterationReachesEachPixelOnceOnSeveralThreadsAndStopsAtAFai
     for (int y = 3; y < in.height; ++y)
         for (int x = 0; x < out.width; ++x) {
             const PF_PixelFloat pixel = out.row<PF_PixelFloat>(y)[x];
-            ASSERT_TRUE(pixel.alpha == (x == 49 ? y + 1 : 1) && pixel.red == x && pixel.green == y);
+            ASSERT_EQ(pixel.alpha, x == 49 ? y + 1 : 1);
+            ASSERT_EQ(pixel.red, x);
+            ASSERT_EQ(pixel.green, y);
         }
     EXPECT_TRUE(out.paddingIntact());
     Walk failing{7};
@@ -112,7 +114,7 @@ TEST_F(ServicesTest, IterationReachesEachPixelOnceOnSeveralThreadsAndStopsAtAFai
     EXPECT_EQ(suite.iterate(nullptr, 0, 0, &bytes, nullptr, &walk, addUp, &bytes), PF_Err_BAD_CALLBACK_PARAM);
 }
 
-TEST_F(ServicesTest, ScriptsThatFailTellWhyInTheErrorHandle) {
+TEST_F(ServicesTest, ReportsScriptErrors) {
     const auto& utility = acquire<AEGP_UtilitySuite5>("AEGP Utility Suite", 11);
     const auto& memory = acquire<AEGP_MemorySuite1>("AEGP Memory Suite", 1);
     for (const auto& [script, error] : {std::pair{"undefined", ""},
@@ -130,7 +132,7 @@ TEST_F(ServicesTest, ScriptsThatFailTellWhyInTheErrorHandle) {
     EXPECT_THAT(mServices.settle(), testing::SizeIs(3)) << "two suites, one unknown handle";
 }
 
-TEST_F(ServicesTest, PixelsAreFoundForWorldsOfTheRightDepthAlone) {
+TEST_F(ServicesTest, FindsPixelsOfTheRightDepthOnly) {
     World world(3, 3), deep(3, 3, PF_PixelFormat_ARGB64);
     PF_LayerDef copy = world;
     PF_Pixel8* base = nullptr;

@@ -12,14 +12,14 @@ namespace Tessaloom::BilateralBlur::Host::Test {
 
 namespace {
 
-TEST(World, RowsAreAlignedApartAndEndInSpareBytes) {
+TEST(World, HasAlignedRowsThatEndInPadding) {
     for (const int format : {PF_PixelFormat_ARGB32, PF_PixelFormat_ARGB64, PF_PixelFormat_ARGB128})
         for (int width = 0; width < 70; ++width) {
             World world(width, 3, format);
             const int used = width * bytesPerPixel(format);
             ASSERT_GT(world.rowbytes, used) << width;
             ASSERT_EQ(reinterpret_cast<std::uintptr_t>(world.row(1)) % World::kAlignment, 0u);
-            // Whole pixels fill every row and no spare byte; one byte more is told.
+            // Whole pixels leave the padding alone; one byte more is noticed.
             for (int y = 0; y < 3; ++y)
                 std::memset(world.row(y), 1, used);
             ASSERT_TRUE(world.paddingIntact());
@@ -28,7 +28,7 @@ TEST(World, RowsAreAlignedApartAndEndInSpareBytes) {
         }
 }
 
-TEST(World, IsFoundByItsRecordAloneAndOnlyWhileItLives) {
+TEST(World, IsFoundByItsRecordWhileItLives) {
     const World world(2, 2);
     const PF_LayerDef copy = world;
     EXPECT_EQ(World::of(&world), &world);
@@ -38,7 +38,7 @@ TEST(World, IsFoundByItsRecordAloneAndOnlyWhileItLives) {
     EXPECT_EQ(World::of(gone), nullptr);
 }
 
-TEST(Pixels, Of16BitsAreRoundedToTheNearest) {
+TEST(Pixels, RoundSixteenBitsToTheNearestByte) {
     for (unsigned value = 0; value <= 65535; ++value) {
         const std::uint16_t sample = static_cast<std::uint16_t>(value);
         PF_Pixel8 pixel{};
