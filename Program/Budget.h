@@ -24,14 +24,6 @@ public:
         return Share(this, [bytes](void* budget) { static_cast<Budget*>(budget)->giveBack(bytes); });
     }
 
-    /// Waits until nothing is taken. False where nothing was.
-    bool waitUntilFree() {
-        std::unique_lock lock(mMutex);
-        const bool waits = mShares > 0;
-        mChanged.wait(lock, [&] { return mShares == 0 || mIsClosed; });
-        return waits;
-    }
-
     /// Nobody waits any more.
     void close() {
         const std::lock_guard lock(mMutex);

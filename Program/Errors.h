@@ -23,10 +23,4 @@ public:
     using Failure::Failure;
 };
 
-/// A file that needs more memory than there is now.
-class MemoryShortage : public Failure {
-public:
-    using Failure::Failure;
-};
-
 } // namespace Tessaloom::BilateralBlur::Program

@@ -105,10 +105,13 @@ std::string sizeText(std::uint64_t bytes) {
 } // namespace
 
 std::uint64_t availableMemory() {
+    const std::uint64_t used = usedOf("VmRSS:");
+    static const std::uint64_t kUsedAtStart = used;
     if (mBound != kUnlimited)
-        return less(mBound, usedOf("VmRSS:"));
-    return std::min({machineMemory(), groupsMemory(), limitMemory(RLIMIT_AS, "VmSize:"),
-                     limitMemory(RLIMIT_DATA, "VmData:")});
+        return less(mBound, kUsedAtStart);
+    const std::uint64_t left = std::min({machineMemory(), groupsMemory(), limitMemory(RLIMIT_AS, "VmSize:"),
+                                         limitMemory(RLIMIT_DATA, "VmData:")});
+    return left == kUnlimited ? left : left + less(used, kUsedAtStart);
 }
 
 void boundMemory(std::uint64_t bytes) {
@@ -118,8 +121,8 @@ void boundMemory(std::uint64_t bytes) {
 void requireMemory(const std::string& what, std::uint64_t bytes) {
     const std::uint64_t available = availableMemory();
     if (bytes > available)
-        throw MemoryShortage(what + " need " + sizeText(bytes) + " of memory, and " + sizeText(available) +
-                             " are available; --memory SIZE sets another bound");
+        throw Failure(what + " need " + sizeText(bytes) + " of memory, and " + sizeText(available) +
+                      " are available; --memory SIZE sets another bound");
 }
 
 std::uint64_t parseSize(const std::string& text) {

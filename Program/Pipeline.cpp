@@ -115,15 +115,7 @@ std::shared_ptr<PictureFile> Pipeline::open(const Job& job) {
     if (job.opened)
         return job.opened;
     checkFolderExists(job.input);
-    try {
-        return std::make_shared<PictureFile>(job.input, mSettings.reading);
-    } catch (const MemoryShortage&) {
-        if (!mBudget.waitUntilFree())
-            throw;
-        while (mSpares.tryPop())
-            continue;
-        return std::make_shared<PictureFile>(job.input, mSettings.reading);
-    }
+    return std::make_shared<PictureFile>(job.input, mSettings.reading);
 }
 
 /// The next picture that can be read.

@@ -125,6 +125,9 @@ void Supervisor::beChild(const Round& round, pid_t parent, int pipe) const {
     EventWriter events(pipe);
     try {
         startImageFiles(mSettings.verbose);
+        // The effect does without GL where there is none.
+        if (!mSettings.verbose)
+            setenv("EGL_LOG_LEVEL", "fatal", 0);
         // The module prints what it runs on, and standard output may be the picture's.
         const int standardOutput = dup(STDOUT_FILENO);
         dup2(STDERR_FILENO, STDOUT_FILENO);

@@ -160,13 +160,11 @@ TEST_F(BadInput, IsNotSentToATerminal) {
     });
 }
 
-// A stack larger than the address space keeps every thread from being started. Software GL waits for
-// its threads without end then, unless it is told to use none.
+// A stack larger than the address space keeps every thread from being started.
 TEST_F(BadInput, OfThreadsIsReported) {
     expectRefused("good.png out.png --blur-scale 1", 1, "thread: Resource temporarily unavailable", [] {
         const rlimit limit{rlim_t{1} << 47, RLIM_INFINITY};
         setrlimit(RLIMIT_STACK, &limit);
-        setenv("LP_NUM_THREADS", "0", 1);
     });
 }
 
