@@ -31,7 +31,7 @@ std::optional<int> parseFrame(const std::string& digits) {
                    "; use numbers and ranges such as 1-240, 1-240x2 or 7,10-20");
 }
 
-/// The part of a text before a sign, and after it where the sign is there.
+/// The part of a text before a character, and after it if the text has that character.
 std::pair<std::string, std::optional<std::string>> split(const std::string& text, char sign) {
     const std::size_t at = text.find(sign);
     if (at == std::string::npos)
@@ -59,7 +59,7 @@ void addFrames(const std::string& part, const std::string& text, std::set<int>& 
         frames.insert(frame);
 }
 
-/// Where a frame number stands in a name, and how many digits it has at least.
+/// The place of a frame number in a name, and how many digits it has at least.
 struct NumberPlace {
     std::size_t start, length;
     int digits;

@@ -1,4 +1,4 @@
-// Numbered sequences through the real program: which frames, what is told, what is left after failures and
+// Numbered sequences through the real program: which frames, what is reported, what is left after failures and
 // signals.
 
 #include "Program/Sequence.h"
