@@ -34,6 +34,26 @@ protected:
         const std::string good = contents(mFolder / "good.png");
         std::ofstream(mFolder / "cut.png") << good.substr(0, good.size() / 2);
         std::ofstream(mFolder / "tiny.webp") << "RIFF@";
+        for (const char* name : {"small.jpg", "small.tif", "small.webp"}) {
+            save(noise(40, 30, 3), mFolder / name);
+            std::ofstream(mFolder / (std::string("cut.") + name))
+                << contents(mFolder / name).substr(0, std::filesystem::file_size(mFolder / name) - 1);
+        }
+        std::string jpeg = contents(mFolder / "small.jpg");
+        std::ofstream(mFolder / "damaged.jpg") << jpeg.insert(jpeg.size() - 2, 80, '?');
+        VImage tall = noise(20, 40, 3).copy();
+        tall.set(VIPS_META_PAGE_HEIGHT, 10);
+        save(tall, mFolder / "pages.tif");
+        save(tall, mFolder / "frames.webp");
+        const std::string pages = contents(mFolder / "pages.tif");
+        std::ofstream(mFolder / "cut.pages.tif") << pages.substr(0, pages.size() - 10);
+        std::ofstream(mFolder / "empty.png");
+        std::ofstream(mFolder / "animated.png")
+            << good.substr(0, 33) << pngChunk("acTL", std::string("\0\0\0\2\0\0\0\0", 8)) << good.substr(33);
+        // 60000 by 60000 pixels in 165 bytes.
+        std::ofstream(mFolder / "huge.png")
+            << good.substr(0, 8) << pngChunk("IHDR", std::string("\0\0\xea\x60\0\0\xea\x60\x8\2\0\0\0", 13))
+            << pngChunk("IDAT", "x") << pngChunk("IEND", "");
         std::ofstream(mFolder / "damaged.png") << good.substr(0, 900) + "????" + good.substr(904);
         mBefore = mFolder.names();
     }
@@ -84,6 +104,26 @@ TEST_F(BadInput, ReportsErrorsInOneLine) {
         {"cut.png old.png --blur-scale 1", 1, "cut.png: the image can't be read: the file is cut short"},
         {"tiny.webp old.png --blur-scale 1", 1, "tiny.webp: this isn't an image"},
         {"damaged.png old.png --blur-scale 1", 1, "damaged.png: the image is damaged or cut short"},
+        {"cut.small.jpg old.png --blur-scale 1", 1,
+         "cut.small.jpg: the image can't be read: the file is cut"},
+        {"cut.small.webp old.png --blur-scale 1", 1,
+         "cut.small.webp: the image can't be read: the file is cut"},
+        {"cut.small.tif old.png --blur-scale 1", 1, "the directory of its first page is damaged or cut off"},
+        {"cut.pages.tif old.png --blur-scale 1", 1, "the directory of page 4 is damaged or cut off"},
+        {"damaged.jpg old.png --blur-scale 1", 1, "damaged.jpg: the image is damaged or cut short"},
+        {"empty.png old.png --blur-scale 1", 1, "empty.png: the file is empty"},
+        {"/dev/zero old.png --blur-scale 1", 1, "/dev/zero: this isn't an image"},
+        {"/proc/self/mem old.png --blur-scale 1", 1, "/proc/self/mem: can't be read: Input/output error"},
+        {"pages.tif old.png --blur-scale 1", 1,
+         "PNG can't hold the 4 pages of the input; use .tif, or choose one with --page N"},
+        {"pages.tif out.webp --blur-scale 1", 1, "WebP can't hold the 4 pages of the input; use .tif"},
+        {"frames.webp old.png --blur-scale 1", 1, "PNG can't hold the 4 pages of the input; use .webp"},
+        {"pages.tif old.png --blur-scale 1 --page 5", 1, "pages.tif: there is no page 5; it has 4"},
+        {"animated.png old.png --blur-scale 1", 1,
+         "an animated PNG; only its still image can be read, with --page 1"},
+        {"huge.png old.png --blur-scale 1", 1, "60000 x 60000 pixels need "},
+        {"good.png old.png --blur-scale 1 --memory 1M", 1,
+         "need 1 MB of memory, and 0 MB are available; --memory SIZE"},
         {"cmyk.tif old.png --blur-scale 1", 1, "its colours are cmyk; grey and RGB images"},
         {"float.tif old.png --blur-scale 1", 1, "its samples are of type float; grey and RGB images"},
         {"alpha.png out.jpg --blur-scale 1", 1, "out.jpg: JPEG can't hold the image's alpha"},

@@ -3,6 +3,7 @@
 #include "Tests/Support/ProcessRun.h"
 
 #include <vips/vips8>
+#include <zlib.h>
 
 namespace Tessaloom::BilateralBlur::Program::Test {
 
@@ -41,6 +42,20 @@ inline vips::VImage noise(int width, int height, int channels, int seed = 0, boo
 /// Smooth shading, which survives JPEG.
 inline vips::VImage shading(int width, int height, int channels) {
     return picture(std::vector(channels, vips::VImage::grey(width, height) * 190 + 40));
+}
+
+/// A chunk of a PNG file with its checksum.
+inline std::string pngChunk(const std::string& name, const std::string& data) {
+    const auto number = [](std::uint32_t value) {
+        std::string bytes;
+        for (const int shift : {24, 16, 8, 0})
+            bytes += static_cast<char>(value >> shift);
+        return bytes;
+    };
+    const std::string summed = name + data;
+    return number(static_cast<std::uint32_t>(data.size())) + summed +
+           number(static_cast<std::uint32_t>(
+               crc32_z(0, reinterpret_cast<const Bytef*>(summed.data()), summed.size())));
 }
 
 inline void save(const vips::VImage& image, const std::string& file, vips::VOption* options = nullptr) {

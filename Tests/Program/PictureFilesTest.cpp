@@ -6,7 +6,6 @@
 #include "Tests/Support/Oracle.h"
 
 #include <gmock/gmock.h>
-#include <zlib.h>
 
 #include <cmath>
 #include <map>
@@ -198,19 +197,6 @@ TEST(PictureFiles, GetNoMetadataThatTheInputLacks) {
     }
 }
 
-std::string pngChunk(const std::string& name, const std::string& data) {
-    const auto number = [](std::uint32_t value) {
-        std::string bytes;
-        for (const int shift : {24, 16, 8, 0})
-            bytes += static_cast<char>(value >> shift);
-        return bytes;
-    };
-    const std::string summed = name + data;
-    return number(static_cast<std::uint32_t>(data.size())) + summed +
-           number(static_cast<std::uint32_t>(
-               crc32_z(0, reinterpret_cast<const Bytef*>(summed.data()), summed.size())));
-}
-
 TEST(PictureFiles, KeepPngChunksAndTheFirstExif) {
     const Folder folder;
     save(shading(20, 20, 3), folder / "plain.png", VImage::option()->set("strip", true));
@@ -296,6 +282,10 @@ TEST(PictureFiles, KeepAllPagesAndFrames) {
     }
     EXPECT_EQ(loadAll(folder / "out.webp").get_array_int("delay"), tall.get_array_int("delay"));
     EXPECT_EQ(loadAll(folder / "out.webp").get_int("loop"), 3);
+    for (const char* in : {"in.tif", "in.webp"}) {
+        ASSERT_EQ(blur(folder / in, folder / "page.png", 0, {"--page", "2"}).exitCode, 0);
+        expectUnfiltered(tall.crop(0, 12, 16, 12), load(folder / "page.png"));
+    }
 }
 
 TEST(PictureFiles, KeepPagesOfDifferentSizesAndKinds) {
