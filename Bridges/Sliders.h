@@ -20,7 +20,4 @@ inline constexpr std::array kSliders{Slider{Declaration::kBlurScaleName, Declara
 /// A value for each slider.
 using SliderValues = std::array<std::int32_t, kSliders.size()>;
 
-/// How many pixels away, in either direction, a pixel can still count for the result of another.
-inline constexpr int kReach = (Declaration::kBlurScaleMaximum - 1) / 2;
-
 } // namespace Tessaloom::BilateralBlur::Bridges

@@ -1,5 +1,6 @@
 #include "Bridges/RenderThread.h"
 #include "Bridges/Sliders.h"
+#include "Plugins/BilateralBlur/Sources/FilterConstants.h"
 
 #include <gegl-plugin.h>
 
@@ -8,7 +9,7 @@
 #include <string>
 #include <vector>
 
-// The effect as an operation of GEGL. A pixel's result needs the pixels up to kReach away, so any part of an
+// The effect as an operation of GEGL. A pixel's result needs the pixels up to kLargestReach away, so any part of an
 // image gets the bytes that it has in the whole, as long as it is filtered with that margin. At the edges of
 // the image there is none: the effect repeats the last pixels there.
 
@@ -53,7 +54,7 @@ GeglRectangle grown(const GeglRectangle& rectangle, int margin) {
 /// A part of the work: filters `block` with its margin and writes it.
 void filterBlock(const Operation& operation, GeglBuffer* input, GeglBuffer* output, const Babl* format,
                  const GeglRectangle& image, const GeglRectangle& block, int level) {
-    GeglRectangle source = grown(block, Bridges::kReach >> level);
+    GeglRectangle source = grown(block, kLargestReach >> level);
     gegl_rectangle_intersect(&source, &source, &image);
     const int rowBytes = kBytesPerPixel * source.width;
     std::vector<std::uint8_t> pixels(static_cast<std::size_t>(rowBytes) * source.height);
@@ -96,7 +97,7 @@ gboolean process(GeglOperation* operation, GeglBuffer* input, GeglBuffer* output
 
 void prepare(GeglOperation* operation) {
     GeglOperationAreaFilter& area = self(operation).parent;
-    area.left = area.right = area.top = area.bottom = Bridges::kReach;
+    area.left = area.right = area.top = area.bottom = kLargestReach;
     const Babl* const format =
         babl_format_with_space("R'G'B'A u8", gegl_operation_get_source_space(operation, "input"));
     gegl_operation_set_format(operation, "input", format);

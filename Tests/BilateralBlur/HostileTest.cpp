@@ -117,7 +117,9 @@ protected:
         else
             CGLSetCurrentContext({});
         act();
-        EXPECT_TRUE(!current || NSOpenGLContext::currentContext() == current);
+        if (current) {
+            EXPECT_EQ(NSOpenGLContext::currentContext(), current);
+        }
     }
 
     // More by hand: --gtest_shuffle --gtest_repeat=10

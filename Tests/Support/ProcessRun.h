@@ -29,7 +29,7 @@ public:
 
     std::string operator/(const std::string& name) const { return (mPath / name).string(); }
 
-    /// Sorted names of all that lies in it, hidden files too.
+    /// Sorted names of all that is in it, hidden files too.
     std::vector<std::string> names() const {
         std::vector<std::string> names;
         for (const auto& entry : std::filesystem::directory_iterator(mPath))

@@ -55,7 +55,7 @@ PF_Err renderWorlds(PF_InData* in_data, PF_OutData* out_data, PF_LayerDef* input
         gpuFrame->begin();
     }
 
-    // Held to the end of the frame, though no function of them is called: a host without them isn't one that
+    // Kept until the end of the frame, though no function of them is called: a host without them isn't one that
     // the effect was made for.
     const SuiteScoper<AEGP_PFInterfaceSuite1> interfaceSuite(in_data, "AEGP PF Interface Suite", 1, nullptr,
                                                              nullptr);

@@ -14,7 +14,7 @@ namespace {
 /// Sine of the half arc under which `slerp` averages instead of dividing by it.
 constexpr double kShortArc = 0.001;
 
-/// The sign of the second term of x, y, z and w for each order of the axes, by its number.
+/// The factor, 1 or -1, of the second term of x, y, z and w for each order of the axes, by its number.
 constexpr float kEulerSigns[7][4] = {
     {0.0f, 0.0f, 0.0f, 0.0f},   // None
     {1.0f, -1.0f, 1.0f, -1.0f}, // XYZ

@@ -54,7 +54,7 @@ public:
     Vec2 getBottomLeft() const { return {x, getBottom()}; }
     Vec2 getBottomRight() const { return {getRight(), getBottom()}; }
 
-    /// Width times height, with its sign.
+    /// Width times height; negative if exactly one of them is.
     constexpr double getArea() const { return z * w; }
     /// Whether width and height are both exactly zero.
     bool isEmpty() const { return z == 0.0 && w == 0.0; }

@@ -90,7 +90,7 @@ public:
     void operator/=(const Vec2& other) { divide(other); }
     void operator/=(double value) { divide(value); }
 
-    /// The remainder per component with the sign of this object's; a zero divisor gives NaN.
+    /// The remainder per component, negative where this object's is; a zero divisor gives NaN.
     [[nodiscard]] Vec2 modulo(const Vec2& other) const;
     Vec2 operator%(const Vec2& other) const { return modulo(other); }
     /// A new vector (-x, -y); the object does not change.
@@ -154,7 +154,7 @@ public:
     /// The distance from this point to the infinite line through `a` and `b`; NaN where they are one point.
     double distanceToLine(const Vec2& a, const Vec2& b);
     /// The distance from `a` to the foot of this point's perpendicular on the line through `a` and `b`.
-    /// It has no sign: a foot behind `a` counts like one ahead. NaN where `a` and `b` are one point.
+    /// Never negative: a foot behind `a` counts like one ahead. NaN where `a` and `b` are one point.
     double lineProjectionLength(const Vec2& a, const Vec2& b);
     /// 1 to 4, counter-clockwise from positive x and y; zero counts as positive.
     std::int32_t getQuadrant() const;
