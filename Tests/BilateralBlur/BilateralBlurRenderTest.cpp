@@ -1,6 +1,5 @@
 #include "Plugins/BilateralBlur/Sources/BilateralBlurRender.h"
 
-#include "Plugins/BilateralBlur/Sources/FilterConstants.h"
 #include "Plugins/Shared/GL/AEOpenglMainFrameBuffer.h"
 #include "Tests/GL/GLTest.h"
 #include "Tests/Support/Oracle.h"
@@ -51,30 +50,6 @@ INSTANTIATE_TEST_SUITE_P(Frames, BilateralBlurRenderTest,
                                          Frame{21, 13, false, 1}, Frame{21, 13, true, kDeep}));
 
 using ShaderTest = GLTest;
-
-TEST_F(ShaderTest, HasTheNumbersOfTheFilterInItsText) {
-    const gl::GLuint input = makeTexture(1, 1);
-    drawInto(input, 1, 1);
-    std::string text; // as GL gets it
-    const GLCalls calls;
-    glbinding::setAfterCallback([&](const glbinding::FunctionCall& call) {
-        if (call.function->name() != std::string("glCompileShader"))
-            return;
-        char source[4096] = "";
-        for (gl::GLuint shader = 1; shader < 9; ++shader)
-            if (gl::glIsShader(shader))
-                gl::glGetShaderSource(shader, sizeof source, nullptr, source);
-        text += source;
-    });
-    BilateralBlurRender().draw(input, 1);
-    const auto number = [&](const std::string& before) {
-        const std::size_t at = text.find(before);
-        return at == text.npos ? -1 : std::stod(text.substr(at + before.size()));
-    };
-    EXPECT_EQ(number(" SIGMA "), kSpatialSigma);
-    EXPECT_EQ(number(" BSIGMA "), kRangeSigma);
-    EXPECT_EQ(number("float kernel["), 2 * kLargestReach + 1);
-}
 
 TEST_F(ShaderTest, IsDeletedBeforeTheVertices) {
     const gl::GLuint input = makeTexture(1, 1);

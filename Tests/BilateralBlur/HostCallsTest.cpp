@@ -27,13 +27,13 @@ protected:
                                        "AcquireSuite AEGP PF Interface Suite 1",
                                        "AcquireSuite AEGP Layer Suite 11",
                                        "AcquireSuite AEGP Item Suite 10",
-                                       "checkout_param 1 time 5 step 2 scale 25",
+                                       "checkout_param 1 5 2 25",
                                        "checkin_param",
                                        "get_pixel_data8 input",
                                        "AcquireSuite PF Handle Suite 2",
                                        "host_new_handle 384",
                                        "host_lock_handle"};
-        calls.insert(calls.end(), rows, "get_pixel_data8 output");
+        calls.insert(calls.end(), std::max(rows, 0), "get_pixel_data8 output");
         for (const char* call :
              {"host_unlock_handle", "host_dispose_handle", "ReleaseSuite PF Handle Suite 2", kHostContext,
               "ReleaseSuite AEGP Item Suite 10", "ReleaseSuite AEGP Layer Suite 11",
@@ -90,8 +90,6 @@ private:
 };
 
 TEST_P(HostCallsTest, CallsTheHostInOneOrder) {
-    EXPECT_TRUE(renderWith({}).ok());
-    EXPECT_EQ(mCalls, callsOfFrame());
     World small(3, 5), noWidth(0, 8), noHeight(12, 0);
     for (World* output : {&small, &noWidth, &noHeight}) {
         EXPECT_TRUE(renderWith({.output = output}).ok());
@@ -121,25 +119,29 @@ TEST_P(HostCallsTest, UnwindsAtAFaultAndRendersTheNextFrame) {
 }
 
 TEST_P(HostCallsTest, RefusesWorldsThatDoNotFit) {
-    World tall(12, 9), wide(13, 8), narrowRows(12, 8);
-    narrowRows.rowbytes = 47;
-    const struct {
-        Faults faults;
-        const char* message;
-    } cases[] = {
-        {{.input = nullptr}, "The host gave no input world."},
-        {{.output = nullptr}, "The host gave no output world."},
-        {{.output = &wide}, "The output of 13 x 8 pixels is larger than the input of 12 x 8."},
-        {{.output = &tall}, "The output of 12 x 9 pixels is larger than the input of 12 x 8."},
-        {{.input = &narrowRows}, "The rows of the input, 47 bytes apart, don't hold 12 pixels."},
-        {{.output = &narrowRows}, "The rows of the output, 47 bytes apart, don't hold 12 pixels."},
-    };
-    for (const auto& [faults, message] : cases) {
+    World world(13, 9);
+    const int distance = world.rowbytes;
+    const auto expect = [&](const Faults& faults, const PF_LayerDef& record, const std::string& message) {
+        static_cast<PF_LayerDef&>(world) = record;
         const Host::Result result = renderWith(faults);
-        EXPECT_EQ(result.code, 516);
         EXPECT_EQ(result.message, message);
-        EXPECT_EQ(mCalls, callsUpTo("checkout_output"));
-    }
+        EXPECT_EQ(result.code, message.empty() ? 0 : 516);
+        EXPECT_EQ(mCalls, message.empty() ? callsOfFrame(record.height) : callsUpTo("checkout_output"));
+    };
+    const Faults input{.input = &world}, output{.output = &world};
+    expect({.input = nullptr}, {}, "The host gave no input world.");
+    expect({.output = nullptr}, {}, "The host gave no output world.");
+    expect(output, {13, 8, distance}, "The output of 13 x 8 pixels is larger than the input of 12 x 8.");
+    expect(output, {12, 9, distance}, "The output of 12 x 9 pixels is larger than the input of 12 x 8.");
+    for (const int tooShort : {47, -64})
+        expect(input, {12, 8, tooShort},
+               "The rows of the input, " + std::to_string(tooShort) + " bytes apart, don't hold 12 pixels.");
+    for (const int tooShort : {47, -47, 0})
+        expect(output, {12, 8, tooShort},
+               "The rows of the output, " + std::to_string(tooShort) + " bytes apart, don't hold 12 pixels.");
+    expect(output, {12, 1, 0}, "");
+    expect(output, {-12, 8, distance}, "");
+    expect(output, {12, -8, distance}, "");
 }
 
 TEST_P(HostCallsTest, RendersTheFrameOfAFailedParameterWithTheSliderAtZero) {

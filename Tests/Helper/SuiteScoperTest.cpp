@@ -116,8 +116,8 @@ TEST_F(SuiteScoperTest, RunsScripts) {
     // The host numbers its handles: the result is the first, the error the second.
     EXPECT_THAT(calls(),
                 ElementsAre("AcquireSuite AEGP Utility Suite 11", "AcquireSuite AEGP Memory Suite 1",
-                            "AEGP_ExecuteScript 0 'a'+6*7 0", "AEGP_LockMemHandle 0x1",
-                            "AEGP_LockMemHandle 0x2", "AEGP_FreeMemHandle 0x1", "AEGP_FreeMemHandle 0x2",
+                            "AEGP_ExecuteScript 0 'a'+6*7 0", "AEGP_LockMemHandle 1", "AEGP_LockMemHandle 2",
+                            "AEGP_FreeMemHandle 1", "AEGP_FreeMemHandle 2",
                             "ReleaseSuite AEGP Memory Suite 1", "ReleaseSuite AEGP Utility Suite 11"));
     for (const char* callback : {"AEGP_ExecuteScript", "AEGP_LockMemHandle"}) {
         mHost.faults.failing = {{callback, 77}};

@@ -1,5 +1,4 @@
 #include "Host/Effect.h"
-#include "Tests/Host/PageFaults.h"
 #include "Tests/Support/FaultyHost.h"
 
 #include <gmock/gmock.h>
@@ -19,19 +18,26 @@ protected:
 };
 
 TEST_F(EffectTest, LeavesTheOutputOfAFailedFrameAlone) {
-    World input(20, 10), output(3, 3), deep(2, 2, PF_PixelFormat_ARGB64);
+    World input(20, 10), output(3, 3), deep(2, 2, PF_PixelFormat_ARGB64), endless(2, 2);
     output.row(2)[2].red = 77;
+    const auto expectFailure = [&](World& from, const std::string& text) {
+        EXPECT_EQ(mEffect.render(from, output, std::array{0}).text(), text);
+        EXPECT_EQ(output.width, 3);
+        EXPECT_EQ(output.row(2)[2].red, 77);
+    };
     for (const char* callback : {"checkout_layer", "checkout_output", "checkout_param"}) {
         mHost.faults.failing = {{callback, 4321}};
         for (World* from : {&input, &output})
-            EXPECT_EQ(mEffect.render(*from, output, std::array{0}).code, 4321);
-        EXPECT_EQ(output.width, 3);
-        EXPECT_EQ(output.row(2)[2].red, 77);
+            expectFailure(*from, "the effect failed with code 4321");
     }
     mHost.faults = {};
-    EXPECT_FALSE(mEffect.render(deep, output, std::array{0}).ok());
-    EXPECT_EQ(mEffect.render(input, output, std::array{0}).text(), "");
-    EXPECT_TRUE(output.sameShape(input));
+    expectFailure(deep, "the effect takes worlds of 8 bits a channel");
+    static_cast<PF_LayerDef&>(endless) = {1 << 28, INT_MAX, 1 << 30};
+    expectFailure(endless, "out of memory");
+    for (World* into : {&deep, &output}) { // a world of another depth isn't taken for the next frame
+        EXPECT_EQ(mEffect.render(input, *into, std::array{0}).text(), "");
+        EXPECT_TRUE(into->sameShape(input));
+    }
     mHost.faults.failing = {{"add_param", 5}};
     EXPECT_THROW(Effect{mHost.module()}, ModuleError);
 }
@@ -47,40 +53,35 @@ TEST_F(EffectTest, FailsWhenASuiteIsNotReleased) {
     EXPECT_TRUE(mEffect.render(world, world, std::array{0}).ok());
 }
 
-class TwoSliders : public testing::Test {
-protected:
-    const Module mModule{TWO_SLIDERS};
-    Effect mEffect{mModule};
-};
+std::vector<std::int32_t> mValues; // that the effect was given
 
-TEST_F(TwoSliders, GetAValueEach) {
+// An effect of two sliders that draws nothing.
+PF_Err twoSliders(PF_Cmd cmd, PF_InData* in, PF_OutData* out, PF_ParamDef*[], PF_LayerDef*, void*) {
+    PF_ParamDef slider{};
+    slider.param_type = PF_Param_SLIDER;
+    for (const int index : {1, 2})
+        if (cmd == PF_Cmd_PARAMS_SETUP) {
+            in->inter.add_param(in->effect_ref, -1, &slider);
+        } else if (cmd == PF_Cmd_SMART_RENDER) {
+            in->inter.checkout_param(in->effect_ref, index, 0, 1, 1, &slider);
+            mValues.push_back(slider.u.sd.value);
+            in->inter.checkin_param(in->effect_ref, &slider);
+        }
+    out->num_params = 3;
+    return 0;
+}
+
+TEST(TwoSliders, GetAValueEach) {
+    Resource resource;
+    resource.sliders.resize(2);
+    const Module module(twoSliders, resource);
+    Effect effect(module);
     World world(3, 2);
-    EXPECT_EQ(mEffect.render(world, world, std::array{11, 22}, {.current = 33}).text(), "");
-    EXPECT_EQ(world.row(1)[2].red, 11);
-    EXPECT_EQ(world.row(1)[2].green, 22);
-    EXPECT_EQ(world.row(1)[2].blue, 33);
-    EXPECT_EQ(mEffect.render(world, world, std::array{11}).text(), "1 values were given for 2 sliders");
-}
-
-TEST_F(TwoSliders, TakeNoFreshPagesForASecondFrame) {
-    World input(1000, 1000), output(1000, 1000);
-    const auto render = [&] { EXPECT_TRUE(mEffect.render(input, output, std::array{1, 2}).ok()); };
-    render();
-    EXPECT_LT(pageFaults(render), 100);
-}
-
-TEST_F(TwoSliders, ReportMemoryThatRunsOut) {
-    World world(2, 2), endless(2, 2);
-    static_cast<PF_LayerDef&>(endless) = {1 << 28, INT_MAX, 1 << 30};
-    EXPECT_EQ(mEffect.render(endless, world, std::array{1, 2}).text(), "out of memory");
-    EXPECT_EQ(mEffect.render(world, world, std::array{1, 2}).text(), "");
-}
-
-TEST_F(TwoSliders, RenderAfterAnOutputOfAnotherDepth) {
-    World input(3, 2), deep(3, 2, PF_PixelFormat_ARGB64), output(3, 2);
-    EXPECT_EQ(mEffect.render(input, deep, std::array{1, 2}).text(), "");
-    EXPECT_EQ(mEffect.render(input, output, std::array{1, 2}).text(), "");
-    EXPECT_EQ(output.row(1)[2].red, 1);
+    world.row(1)[2].red = 77;
+    EXPECT_EQ(effect.render(world, world, std::array{11, 22}).text(), "");
+    EXPECT_THAT(mValues, testing::ElementsAre(11, 22));
+    EXPECT_EQ(world.row(1)[2].red, 0) << "the effect promised no pixels";
+    EXPECT_EQ(effect.render(world, world, std::array{11}).text(), "1 values were given for 2 sliders");
 }
 
 } // namespace

@@ -1,32 +1,24 @@
 #include "Tests/Support/FaultyHost.h"
 
+#include <algorithm>
+#include <cstddef>
 #include <new>
-#include <set>
 #include <sstream>
+#include <type_traits>
 #include <utility>
 
 namespace Tessaloom::BilateralBlur {
 
 namespace {
 
-struct Tables {
-    PF_InData inData;
-    PF_UtilCallbacks utils;
-    SPBasicSuite suites;
-    PF_PreRenderCallbacks preRender;
-    PF_SmartRenderCallbacks render;
-    PF_HandleSuite1 handles;
-    PF_iterateFloatSuite1 iterate;
-    AEGP_UtilitySuite5 utility;
-    AEGP_MemorySuite1 memory;
-};
-
 FaultyHost* mCurrent = nullptr;
 PF_EntryPointFunc mEntry = nullptr;
-Tables mHost{}, mOurs{};
-std::set<const PF_ParamDef*> mFailedCheckouts;
 std::string mState;
 const PF_LayerDef *mInput = nullptr, *mOutput = nullptr;
+
+/// The host's own table of a type.
+template<class Table>
+Table mHost{};
 
 void recordState() {
     if (!mCurrent->state)
@@ -36,13 +28,28 @@ void recordState() {
         mCurrent->calls.push_back(state);
 }
 
+/// Writes an argument where it matters; most addresses don't.
+template<class Argument>
+void describe(std::ostream& text, const Argument& argument) {
+    if constexpr (std::is_integral_v<Argument>)
+        text << ' ' << +argument;
+    else if constexpr (std::is_same_v<Argument, const char*>)
+        text << ' ' << argument;
+    else if constexpr (std::is_same_v<Argument, PF_LayerDef*>)
+        text << (argument == mInput ? " input" : argument == mOutput ? " output" : "");
+    else if constexpr (std::is_same_v<Argument, const PF_RenderRequest*>)
+        for (const std::int32_t number : {argument->rect.left, argument->rect.top, argument->rect.right,
+                                          argument->rect.bottom, argument->channel_mask})
+            text << ' ' << number;
+}
+
 /// Records the call of a function. Returns the code to return without doing anything, 0 where it is to work.
-template<class... Words>
-PF_Err record(const char* name, const Words&... words) {
+template<class... Arguments>
+PF_Err record(const char* name, const Arguments&... arguments) {
     recordState();
     std::ostringstream text;
     text << name;
-    ((text << ' ' << words), ...);
+    (describe(text, arguments), ...);
     mCurrent->calls.push_back(text.str());
     for (const auto& [call, code] : mCurrent->faults.failing) {
         if (call != name && call != text.str())
@@ -54,130 +61,118 @@ PF_Err record(const char* name, const Words&... words) {
     return PF_Err_NONE;
 }
 
-const char* nameOf(const PF_LayerDef* world) {
-    return world == mInput ? "input" : world == mOutput ? "output" : "";
-}
+/// The name of a function, as an argument of a template.
+template<std::size_t kSize>
+struct Name {
+    constexpr Name(const char (&from)[kSize]) { std::copy_n(from, kSize, text); }
+    char text[kSize];
+};
 
-// Callbacks
+template<Name kName, auto kFunction>
+struct Recorded;
+
+/// A function that records its call, and then fails or calls the host's.
+template<Name kName, class Table, class Result, class... Arguments, Result (*Table::*kFunction)(Arguments...)>
+struct Recorded<kName, kFunction> {
+    static Result call(Arguments... arguments) {
+        [[maybe_unused]] const PF_Err code = record(kName.text, arguments...);
+        if constexpr (std::is_same_v<Result, PF_Err>) {
+            if (code)
+                return code;
+        } else if constexpr (std::is_pointer_v<Result>) {
+            if (code)
+                return nullptr;
+        }
+        return (mHost<Table>.*kFunction)(arguments...);
+    }
+};
+
+template<Name kName, auto kFunction>
+constexpr auto recorded = Recorded<kName, kFunction>::call;
+
+// The functions that do more. A failed checkout or checkin of a parameter is done all the same for the host.
 
 PF_Err checkoutParam(void* ref, std::int32_t index, std::int32_t time, std::int32_t step, std::uint32_t scale,
                      PF_ParamDef* param) {
-    const PF_Err code = record("checkout_param", index, "time", time, "step", step, "scale", scale);
-    if (!code)
-        return mHost.inData.inter.checkout_param(ref, index, time, step, scale, param);
-    mFailedCheckouts.insert(param);
-    return code;
+    const PF_Err fault = record("checkout_param", index, time, step, scale);
+    const PF_ParamDef before = *param;
+    const PF_Err code = mHost<PF_InteractCallbacks>.checkout_param(ref, index, time, step, scale, param);
+    if (!fault)
+        return code;
+    *param = before;
+    return fault;
 }
 
 PF_Err checkinParam(void* ref, PF_ParamDef* param) {
     const PF_Err fault = record("checkin_param");
-    const bool wasCheckedOut = mFailedCheckouts.erase(param) == 0;
-    const PF_Err code = wasCheckedOut ? mHost.inData.inter.checkin_param(ref, param) : PF_Err_NONE;
+    const PF_Err code = mHost<PF_InteractCallbacks>.checkin_param(ref, param);
     return fault ? fault : code;
-}
-
-PF_Err addParam(void* ref, std::int32_t index, PF_ParamDef* param) {
-    const PF_Err code = record("add_param", index, param->name);
-    return code ? code : mHost.inData.inter.add_param(ref, index, param);
-}
-
-PF_Err pixelData8(PF_LayerDef* world, void* pixels, PF_Pixel8** base) {
-    const PF_Err code = record("get_pixel_data8", nameOf(world));
-    return code ? code : mHost.utils.get_pixel_data8(world, pixels, base);
-}
-
-PF_Err pixelData16(PF_LayerDef* world, void* pixels, PF_Pixel16** base) {
-    const PF_Err code = record("get_pixel_data16", nameOf(world));
-    return code ? code : mHost.utils.get_pixel_data16(world, pixels, base);
-}
-
-PF_Err checkoutLayer(void* ref, std::int32_t index, std::int32_t id, const PF_RenderRequest* request,
-                     std::int32_t time, std::int32_t step, std::uint32_t scale, PF_CheckoutResult* result) {
-    const PF_LRect& rect = request->rect;
-    const PF_Err code =
-        record("checkout_layer", index, "id", id, "rect", rect.left, rect.top, rect.right, rect.bottom,
-               "mask", request->channel_mask, "time", time, "step", step, "scale", scale);
-    return code ? code : mHost.preRender.checkout_layer(ref, index, id, request, time, step, scale, result);
 }
 
 PF_Err checkoutLayerPixels(void* ref, std::int32_t id, PF_LayerDef** world) {
     if (const PF_Err code = record("checkout_layer_pixels", id))
         return code;
-    const PF_Err code = mHost.render.checkout_layer_pixels(ref, id, world);
+    const PF_Err code = mHost<PF_SmartRenderCallbacks>.checkout_layer_pixels(ref, id, world);
     mInput = *world = mCurrent->faults.input.value_or(*world);
     return code;
-}
-
-PF_Err checkinLayerPixels(void* ref, std::int32_t id) {
-    const PF_Err code = record("checkin_layer_pixels", id);
-    return code ? code : mHost.render.checkin_layer_pixels(ref, id);
 }
 
 PF_Err checkoutOutput(void* ref, PF_LayerDef** world) {
     if (const PF_Err code = record("checkout_output"))
         return code;
-    const PF_Err code = mHost.render.checkout_output(ref, world);
+    const PF_Err code = mHost<PF_SmartRenderCallbacks>.checkout_output(ref, world);
     mOutput = *world = mCurrent->faults.output.value_or(*world);
     return code;
 }
 
-// Suites
-
-void* newHandle(std::uint64_t size) {
-    return record("host_new_handle", size) ? nullptr : mHost.handles.host_new_handle(size);
-}
-
-void* lockHandle(void* handle) {
-    return record("host_lock_handle") ? nullptr : mHost.handles.host_lock_handle(handle);
-}
-
-void unlockHandle(void* handle) {
-    record("host_unlock_handle");
-    mHost.handles.host_unlock_handle(handle);
-}
-
-void disposeHandle(void* handle) {
-    record("host_dispose_handle");
-    mHost.handles.host_dispose_handle(handle);
-}
-
-PF_Err iterate(PF_InData* inData, std::int32_t first, std::int32_t last, PF_LayerDef* source,
-               const PF_LRect* area, void* refcon, PF_IteratePixelFloatFunc function,
-               PF_LayerDef* destination) {
-    const PF_Err code = record("iterate", first, last);
-    return code ? code
-                : mHost.iterate.iterate(inData, first, last, source, area, refcon, function, destination);
-}
-
-PF_Err executeScript(std::int32_t plugin, const char* script, std::uint8_t encoding, AEGP_MemHandle* result,
-                     AEGP_MemHandle* error) {
-    const PF_Err code = record("AEGP_ExecuteScript", plugin, script, +encoding);
-    return code ? code : mHost.utility.AEGP_ExecuteScript(plugin, script, encoding, result, error);
+PF_Err pixelData8(PF_LayerDef* world, void* pixels, PF_Pixel8** base) {
+    if (const PF_Err code = record("get_pixel_data8", world))
+        return code;
+    const PF_Err code = mHost<PF_UtilCallbacks>.get_pixel_data8(world, pixels, base);
+    if (world == mOutput)
+        *base = mCurrent->faults.outputBase.value_or(*base);
+    return code;
 }
 
 PF_Err lockMemHandle(AEGP_MemHandle handle, void** address) {
-    const PF_Err code = record("AEGP_LockMemHandle", handle);
-    return code ? code : mHost.memory.AEGP_LockMemHandle(handle, address);
+    const PF_Err code = record("AEGP_LockMemHandle", reinterpret_cast<std::uintptr_t>(handle));
+    return code ? code : mHost<AEGP_MemorySuite1>.AEGP_LockMemHandle(handle, address);
 }
 
 PF_Err freeMemHandle(AEGP_MemHandle handle) {
-    const PF_Err code = record("AEGP_FreeMemHandle", handle);
-    return code ? code : mHost.memory.AEGP_FreeMemHandle(handle);
+    const PF_Err code = record("AEGP_FreeMemHandle", reinterpret_cast<std::uintptr_t>(handle));
+    return code ? code : mHost<AEGP_MemorySuite1>.AEGP_FreeMemHandle(handle);
 }
+
+constexpr PF_InteractCallbacks kInteract{checkoutParam, checkinParam,
+                                         recorded<"add_param", &PF_InteractCallbacks::add_param>};
+PF_PreRenderCallbacks mPreRender{recorded<"checkout_layer", &PF_PreRenderCallbacks::checkout_layer>};
+PF_SmartRenderCallbacks mRender{
+    checkoutLayerPixels, recorded<"checkin_layer_pixels", &PF_SmartRenderCallbacks::checkin_layer_pixels>,
+    checkoutOutput};
+constexpr PF_HandleSuite1 kHandles{recorded<"host_new_handle", &PF_HandleSuite1::host_new_handle>,
+                                   recorded<"host_lock_handle", &PF_HandleSuite1::host_lock_handle>,
+                                   recorded<"host_unlock_handle", &PF_HandleSuite1::host_unlock_handle>,
+                                   recorded<"host_dispose_handle", &PF_HandleSuite1::host_dispose_handle>};
+constexpr PF_iterateFloatSuite1 kIterate{recorded<"iterate", &PF_iterateFloatSuite1::iterate>};
+constexpr AEGP_UtilitySuite5 kUtility{
+    recorded<"AEGP_ExecuteScript", &AEGP_UtilitySuite5::AEGP_ExecuteScript>};
+constexpr AEGP_MemorySuite1 kMemory{lockMemHandle, freeMemHandle};
 
 /// Our table in the place of the host's, where we have one for this suite.
 const void* wrapped(const std::string& name, const void* table) {
-    const auto replace = [&]<class Table>(const char* suite, Table& host, const Table& ours) {
-        if (name != suite)
-            return false;
-        host = *static_cast<const Table*>(table);
-        table = &ours;
-        return true;
+    const auto replace = [&]<class Table>(const Table& ours) {
+        mHost<Table> = *static_cast<const Table*>(table);
+        return &ours;
     };
-    replace("PF Handle Suite", mHost.handles, mOurs.handles) ||
-        replace("PF iterateFloat Suite", mHost.iterate, mOurs.iterate) ||
-        replace("AEGP Utility Suite", mHost.utility, mOurs.utility) ||
-        replace("AEGP Memory Suite", mHost.memory, mOurs.memory);
+    if (name == "PF Handle Suite")
+        return replace(kHandles);
+    if (name == "PF iterateFloat Suite")
+        return replace(kIterate);
+    if (name == "AEGP Utility Suite")
+        return replace(kUtility);
+    if (name == "AEGP Memory Suite")
+        return replace(kMemory);
     return table;
 }
 
@@ -187,7 +182,7 @@ PF_Err acquireSuite(const char* name, std::int32_t version, const void** suite) 
     const auto replaced = mCurrent->faults.suites.find(name);
     if (replaced != mCurrent->faults.suites.end())
         return *suite = replaced->second, PF_Err_NONE;
-    const PF_Err code = mHost.suites.AcquireSuite(name, version, suite);
+    const PF_Err code = mHost<SPBasicSuite>.AcquireSuite(name, version, suite);
     if (!code)
         *suite = wrapped(name, *suite);
     return code;
@@ -196,46 +191,28 @@ PF_Err acquireSuite(const char* name, std::int32_t version, const void** suite) 
 PF_Err releaseSuite(const char* name, std::int32_t version) {
     const PF_Err code = record("ReleaseSuite", name, version);
     const bool isReplaced = mCurrent->faults.suites.count(name) != 0;
-    return code || isReplaced ? code : mHost.suites.ReleaseSuite(name, version);
+    return code || isReplaced ? code : mHost<SPBasicSuite>.ReleaseSuite(name, version);
 }
 
-// Commands
-
-/// Puts our table in the place of the host's for the length of a command.
-template<class Table>
-class Swap {
-public:
-    Swap(Table*& place, Table& host, Table& ours) : mPlace(place), mFormer(std::exchange(place, &ours)) {
-        host = *mFormer;
-    }
-    ~Swap() { mPlace = mFormer; }
-    Swap(const Swap&) = delete;
-    Swap& operator=(const Swap&) = delete;
-
-private:
-    Table*& mPlace;
-    Table* mFormer;
-};
-
-PF_Err command(PF_Cmd cmd, PF_InData* inData, PF_OutData* outData, PF_ParamDef* params[], PF_LayerDef* output,
-               void* extra) {
-    if (cmd == PF_Cmd_SMART_PRE_RENDER) {
-        const Swap swap(static_cast<PF_PreRenderExtra*>(extra)->cb, mHost.preRender, mOurs.preRender);
-        return mEntry(cmd, inData, outData, params, output, extra);
-    }
-    if (cmd == PF_Cmd_SMART_RENDER) {
-        const Swap swap(static_cast<PF_SmartRenderExtra*>(extra)->cb, mHost.render, mOurs.render);
-        return mEntry(cmd, inData, outData, params, output, extra);
-    }
-    return mEntry(cmd, inData, outData, params, output, extra);
+/// A copy of the record of a render command, with our table in the place of the host's.
+template<class Extra, class Table>
+Extra withTable(const void* extra, Table& ours) {
+    Extra copy = *static_cast<const Extra*>(extra);
+    mHost<Table> = *std::exchange(copy.cb, &ours);
+    return copy;
 }
 
 PF_Err entry(PF_Cmd cmd, PF_InData* inData, PF_OutData* outData, PF_ParamDef* params[], PF_LayerDef* output,
              void* extra) {
+    PF_PreRenderExtra preRender;
+    PF_SmartRenderExtra render;
+    if (cmd == PF_Cmd_SMART_PRE_RENDER)
+        extra = &(preRender = withTable<PF_PreRenderExtra>(extra, mPreRender));
+    if (cmd == PF_Cmd_SMART_RENDER)
+        extra = &(render = withTable<PF_SmartRenderExtra>(extra, mRender));
     mCurrent->calls.clear();
-    mFailedCheckouts.clear();
     mState = mCurrent->state ? mCurrent->state() : "";
-    mCurrent->code = command(cmd, FaultyHost::wrap(*inData), outData, params, output, extra);
+    mCurrent->code = mEntry(cmd, FaultyHost::wrap(*inData), outData, params, output, extra);
     recordState();
     return mCurrent->code;
 }
@@ -246,15 +223,6 @@ FaultyHost::FaultyHost(PF_EntryPointFunc real, Host::Resource resource)
     : mModule(entry, std::move(resource)) {
     mCurrent = this;
     mEntry = real;
-    mOurs = {{},
-             {},
-             {acquireSuite, releaseSuite},
-             {checkoutLayer},
-             {checkoutLayerPixels, checkinLayerPixels, checkoutOutput},
-             {newHandle, lockHandle, unlockHandle, disposeHandle},
-             {iterate},
-             {executeScript},
-             {lockMemHandle, freeMemHandle}};
 }
 
 FaultyHost::~FaultyHost() {
@@ -262,14 +230,19 @@ FaultyHost::~FaultyHost() {
 }
 
 PF_InData* FaultyHost::wrap(const PF_InData& host) {
-    mHost.inData = mOurs.inData = host;
-    mHost.utils = *host.utils;
-    mHost.suites = *host.pica_basicP;
-    mOurs.utils = {host.utils->ansi, pixelData8, pixelData16};
-    mOurs.inData.inter = {checkoutParam, checkinParam, addParam};
-    mOurs.inData.utils = &mOurs.utils;
-    mOurs.inData.pica_basicP = &mOurs.suites;
-    return &mOurs.inData;
+    static SPBasicSuite kSuites{acquireSuite, releaseSuite};
+    static PF_UtilCallbacks kUtils;
+    static PF_InData kInData;
+    mHost<PF_InteractCallbacks> = host.inter;
+    mHost<PF_UtilCallbacks> = *host.utils;
+    mHost<SPBasicSuite> = *host.pica_basicP;
+    kUtils = {host.utils->ansi, pixelData8,
+              recorded<"get_pixel_data16", &PF_UtilCallbacks::get_pixel_data16>};
+    kInData = host;
+    kInData.inter = kInteract;
+    kInData.utils = &kUtils;
+    kInData.pica_basicP = &kSuites;
+    return &kInData;
 }
 
 } // namespace Tessaloom::BilateralBlur

@@ -18,12 +18,14 @@ constexpr PF_Err kThrowBadAlloc = std::numeric_limits<PF_Err>::min();
 /// Faults to inject. Left empty, everything works.
 struct Faults {
     /// Codes that calls return instead of doing anything, by the name of the function or the whole text of
-    /// `calls`. Functions that return an address return null. A failed checkin is done all the same.
+    /// `calls`. Functions that return an address return null. A parameter is checked out and in all the same.
     std::map<std::string, PF_Err> failing{};
     /// Tables by suite name, given out instead of the host's own; may be null.
     std::map<std::string, const void*> suites{};
     /// Worlds that the effect gets instead of the host's own; may be null.
     std::optional<PF_LayerDef*> input{}, output{};
+    /// The address of the output's pixels that the effect gets instead of the host's own.
+    std::optional<PF_Pixel8*> outputBase{};
 };
 
 /// Between a host and an effect: passes each call of the effect on to the host, records it, and injects
@@ -43,8 +45,8 @@ public:
 
     Faults faults{};
 
-    /// The calls of the last command in their order: names of functions, each with the arguments that matter.
-    /// Formatting and copying of text aren't among them.
+    /// The calls of the last command in their order: names of functions, each with its numbers, texts and
+    /// worlds. Formatting and copying of text aren't among them.
     std::vector<std::string> calls{};
 
     /// Where it is set, each new value of it is recorded among the calls.

@@ -6,6 +6,7 @@
 #include <glbinding/FunctionCall.h>
 #include <glbinding/callbacks.h>
 
+#include <functional>
 #include <map>
 #include <string>
 
@@ -20,6 +21,11 @@ public:
             const std::string name = call.function->name();
             names += name.substr(2) + " ";
             ++counts[name];
+            if (!after || mIsInside)
+                return;
+            mIsInside = true;
+            after(name);
+            mIsInside = false;
         });
         glbinding::setCallbackMask(glbinding::CallbackMask::After);
     }
@@ -33,6 +39,12 @@ public:
 
     std::string names; ///< of the functions without their "gl", in the order of the calls, a blank after each
     std::map<std::string, int> counts;
+
+    /// Where it is set, runs after each call of a function, but not for calls from within it.
+    std::function<void(const std::string& name)> after{};
+
+private:
+    bool mIsInside = false;
 };
 
 } // namespace Tessaloom::BilateralBlur
