@@ -2,8 +2,6 @@
 #include "Plugins/Shared/GL/SaveRestoreGLContextMac.h"
 #include "Tests/GL/GLTest.h"
 
-#include <EGL/egl.h>
-
 #include <thread>
 
 namespace Tessaloom::BilateralBlur {
@@ -13,18 +11,19 @@ using ContextTest = GLTest;
 
 TEST_F(ContextTest, PrintsItsIdentity) {
     testing::internal::CaptureStdout();
+    const gl::GLuint texture = makeTexture(1, 1);
     const AEOpenGLContext made(&context);
     EXPECT_THAT(testing::internal::GetCapturedStdout(),
                 testing::MatchesRegex("\nOpenGL Version:  [0-9.]+[^\n]*\nOpenGL Vendor:   [^\n]+\n"
                                       "OpenGL Renderer: [^\n]+\nOpenGL Revision: [0-9]+ .gl.xml.\n\n"));
     EXPECT_FALSE(made.extensions().empty());
+    EXPECT_EQ(gl::glIsTexture(texture), gl::GL_TRUE) << "shared";
 }
 
 TEST_F(ContextTest, FlushesBeforeASwitchUnlessTheFrameBufferIsIncomplete) {
     const CGLContextObj own = CGLGetCurrentContext();
     const AEOpenGLContext other(nullptr);
     const CGLContextObj target = CGLGetCurrentContext();
-    EXPECT_FALSE(own == target) << "a new context is left current";
     CGLSetCurrentContext(own);
     drawInto(makeTexture(2, 2), 2, 2);
     for (const char* status : {"OK", "Framebuffer incomplete, missing attachment!"}) {
@@ -40,21 +39,19 @@ TEST_F(ContextTest, FlushesBeforeASwitchUnlessTheFrameBufferIsIncomplete) {
 
 TEST_F(ContextTest, SwitchesFromTheHostsContextOnAThreadThatIsNewToTheBindings) {
     AEOpenGLContext free(nullptr);
-    const EGLDisplay display = CGLGetCurrentContext().display;
     context.makeContextCurrent();
     const auto onHostThread = [&](auto switchContext) {
         std::thread([&] {
-            eglBindAPI(EGL_OPENGL_API);
-            const EGLContext host = eglCreateContext(display, nullptr, EGL_NO_CONTEXT, nullptr);
-            eglMakeCurrent(display, EGL_NO_SURFACE, EGL_NO_SURFACE, host);
+            CGLContextObj host;
+            NSOpenGLContext* made = AEOpenGLContext::createNSContext(nullptr, host);
+            CGLSetCurrentContext(host);
             auto* saved = (new SaveRestoreGLContextMac)->init();
             switchContext();
             EXPECT_EQ(gl::glIsEnabled(gl::GL_BLEND), gl::GL_FALSE) << "GL can be called";
             saved->restore();
             saved->release();
-            EXPECT_EQ(eglGetCurrentContext(), host);
-            eglMakeCurrent(display, EGL_NO_SURFACE, EGL_NO_SURFACE, EGL_NO_CONTEXT);
-            eglDestroyContext(display, host);
+            EXPECT_TRUE(CGLGetCurrentContext() == host);
+            made->release();
         }).join();
     };
     onHostThread([&] { free.makeContextCurrent(); });
