@@ -1,18 +1,12 @@
 #include "Program/Cores.h"
 
-#include <algorithm>
 #include <sched.h>
 
 namespace Tessaloom::BilateralBlur::Program {
 
-unsigned allowedCores() {
-    cpu_set_t set;
-    // The call fails on machines with more cores than the set holds.
-    return sched_getaffinity(0, sizeof set, &set) == 0 ? std::max(CPU_COUNT(&set), 1) : CPU_SETSIZE;
-}
-
 void restrictToCores(unsigned cores) {
     cpu_set_t set;
+    // The call fails on machines with more cores than the set holds.
     if (sched_getaffinity(0, sizeof set, &set) != 0)
         return;
     for (int core = 0; core < CPU_SETSIZE; ++core) {

@@ -2,9 +2,6 @@
 
 namespace Tessaloom::BilateralBlur::Program {
 
-/// How many cores this process may use: at least 1.
-unsigned allowedCores();
-
 /// Restricts the process, with all threads and processes that it starts later, to the first `cores` of those
 /// that it may use. Whatever counts cores to choose a number of threads, the effect and the libraries among
 /// them, counts these.

@@ -1,8 +1,8 @@
 #include "Program/Pipeline.h"
 
 #include "Host/Effect.h"
+#include "Platform/UsableCpus.h"
 #include "Program/Budget.h"
-#include "Program/Cores.h"
 #include "Program/Errors.h"
 #include "Program/Files/Picture.h"
 #include "Program/Memory.h"
@@ -55,7 +55,7 @@ public:
           mSettings(settings),
           mStandardOutput(standardOutput),
           mEvents(events),
-          mEncoders(std::min<std::size_t>(allowedCores(), todo.size())),
+          mEncoders(std::min<std::size_t>(usableCpus(), todo.size())),
           mSpares(mEncoders + 5) {}
 
     void run();
