@@ -60,42 +60,44 @@ TEST_F(GLContextTest, IsDestroyedWithItsLastReference) {
     EXPECT_EQ(EglWatch::liveContexts, 0) << "the thread that had it current has ended";
 }
 
-// Contexts that the rest of the process made, of either client API, with a surface.
-TEST_F(GLContextTest, RestoresContextsOfTheHost) {
+// A context that the rest of the process made, of another client API, with a surface.
+TEST_F(GLContextTest, RestoresAContextOfTheHost) {
     NSOpenGLContext* own = makeContext();
     const EGLDisplay display = own->CGLContextObj().display;
-    for (const auto& [api, renderable] : {std::pair<EGLenum, EGLint>{EGL_OPENGL_API, EGL_OPENGL_BIT},
-                                          {EGL_OPENGL_ES_API, EGL_OPENGL_ES2_BIT}}) {
-        const EGLint wanted[] = {EGL_SURFACE_TYPE, EGL_PBUFFER_BIT, EGL_RENDERABLE_TYPE, renderable,
-                                 EGL_NONE};
-        EGLConfig config = nullptr;
-        EGLint count = 0;
-        eglBindAPI(api);
-        eglChooseConfig(display, wanted, &config, 1, &count);
-        const EGLSurface surface = eglCreatePbufferSurface(display, config, nullptr);
-        const EGLContext context = eglCreateContext(display, config, EGL_NO_CONTEXT, nullptr);
-        ASSERT_TRUE(eglMakeCurrent(display, surface, surface, context));
-        const CGLContextObj saved = CGLGetCurrentContext();
-        EXPECT_EQ(saved.serial, 0u);
-        EXPECT_EQ(NSOpenGLContext::currentContext(), nullptr);
-        own->makeCurrentContext();
-        makeContext()->release();
-        EXPECT_EQ(eglQueryAPI(), api);
-        EXPECT_TRUE(CGLSetCurrentContext(saved));
-        EXPECT_EQ(eglGetCurrentContext(), context);
-        EXPECT_EQ(eglGetCurrentSurface(EGL_DRAW), surface);
-        CGLSetCurrentContext({});
-        eglDestroyContext(display, context);
-        eglDestroySurface(display, surface);
-    }
+    constexpr EGLint kWanted[] = {EGL_SURFACE_TYPE, EGL_PBUFFER_BIT, EGL_RENDERABLE_TYPE, EGL_OPENGL_ES2_BIT,
+                                  EGL_NONE};
+    EGLConfig config = nullptr;
+    EGLint count = 0;
+    eglBindAPI(EGL_OPENGL_ES_API);
+    eglChooseConfig(display, kWanted, &config, 1, &count);
+    const EGLSurface surface = eglCreatePbufferSurface(display, config, nullptr);
+    const EGLContext context = eglCreateContext(display, config, EGL_NO_CONTEXT, nullptr);
+    ASSERT_TRUE(eglMakeCurrent(display, surface, surface, context));
+    const CGLContextObj saved = CGLGetCurrentContext();
+    EXPECT_EQ(saved.serial, 0u);
+    EXPECT_EQ(NSOpenGLContext::currentContext(), nullptr);
+    own->makeCurrentContext();
+    makeContext()->release();
+    EXPECT_EQ(eglQueryAPI(), EGLenum{EGL_OPENGL_ES_API});
+    EXPECT_TRUE(CGLSetCurrentContext(saved));
+    EXPECT_EQ(eglGetCurrentContext(), context);
+    EXPECT_EQ(eglGetCurrentSurface(EGL_DRAW), surface);
+    CGLSetCurrentContext({});
+    eglDestroyContext(display, context);
+    eglDestroySurface(display, surface);
     eglBindAPI(EGL_OPENGL_API);
     own->release();
 }
 
 TEST_F(GLContextTest, RefusesOtherProfilesAndDetectsSoftware) {
     // The profile's own number as the argument of another attribute doesn't count.
-    constexpr std::uint32_t kLegacy[] = {NSOpenGLPFAColorSize, NSOpenGLPFAOpenGLProfile,
-                                         NSOpenGLPFAOpenGLProfile, 4096, 0};
+    constexpr std::uint32_t kLegacy[] = {NSOpenGLPFAOpenGLProfile,
+                                         4096,
+                                         NSOpenGLPFAColorSize,
+                                         NSOpenGLPFAOpenGLProfile,
+                                         NSOpenGLProfileVersion3_2Core,
+                                         24,
+                                         0};
     EXPECT_EQ(NSOpenGLPixelFormat::initWithAttributes(kLegacy), nullptr);
     EXPECT_EQ(NSOpenGLContext::initWithFormat(nullptr, nullptr), nullptr);
     NSOpenGLContext* context = makeContext();
