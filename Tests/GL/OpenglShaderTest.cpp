@@ -81,13 +81,6 @@ TEST_F(OpenglShaderTest, PrintsTheLogOfEachFailedBuild) {
         }
 }
 
-TEST_F(OpenglShaderTest, KeepsOnlyTheProgramOfThreeStages) {
-    OpenglShader shader(kVertex, kPlain, kGeometry);
-    shader.useProgram();
-    EXPECT_NE(shader.getUniformLocation("shift"), -1);
-    EXPECT_EQ(objects(), 1);
-}
-
 TEST_F(OpenglShaderTest, SetsUniformsOfEveryKind) {
     const int i[] = {1, -2, 3, -4};
     const float f[] = {1, -2, 3, -4, 5, -6};
@@ -108,17 +101,20 @@ TEST_F(OpenglShaderTest, SetsUniformsOfEveryKind) {
               "1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16");
 }
 
-TEST_F(OpenglShaderTest, BindsTexturesEvenWithoutTheirSampler) {
-    OpenglShader shader(kVertex, kPlain);
+TEST_F(OpenglShaderTest, BuildsThreeStagesAndBindsTexturesWithoutASampler) {
+    OpenglShader shader(kVertex, kPlain, kGeometry);
     const GLuint texture = makeTexture(1, 1);
-    for (const bool inUse : {false, true}) {
-        if (inUse)
-            shader.useProgram();
-        glBindTexture(GL_TEXTURE_2D, 0);
+    const auto bind = [&] {
         shader.setUniformTexture("absent", static_cast<int>(GL_TEXTURE_2D), static_cast<int>(texture), 3);
-        EXPECT_EQ(integer<GLenum>(GL_ACTIVE_TEXTURE), inUse ? GL_TEXTURE3 : GL_TEXTURE0);
-        EXPECT_EQ(integer<GLuint>(GL_TEXTURE_BINDING_2D), inUse ? texture : 0);
-    }
+    };
+    bind();
+    EXPECT_EQ(integer<GLenum>(GL_ACTIVE_TEXTURE), GL_TEXTURE0) << "not yet in use";
+    shader.useProgram();
+    bind();
+    EXPECT_EQ(integer<GLenum>(GL_ACTIVE_TEXTURE), GL_TEXTURE3);
+    EXPECT_EQ(integer<GLuint>(GL_TEXTURE_BINDING_2D), texture);
+    EXPECT_NE(shader.getUniformLocation("shift"), -1);
+    EXPECT_EQ(objects(), 1) << "the stages are deleted";
 }
 
 TEST_F(OpenglShaderTest, SetsAttributesByNameAndLocation) {
