@@ -1,10 +1,11 @@
 #include "Tests/Bridges/Reference.h"
 #include "Tests/Support/ProcessRun.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 #include <pugixml.hpp>
 
 #include <regex>
+#include <set>
 
 // The filter in the programs that people use it in. Frames go in and come out without loss.
 
@@ -16,13 +17,24 @@ constexpr Size kSize{64, 48};
 constexpr Size kWideSize{854, 480};
 
 const std::string kRaw = " -f rawvideo -pix_fmt rgba -";
-const std::string kNoGL = "export __EGL_VENDOR_LIBRARY_FILENAMES=/nonexistent; ";
-const std::string kMelt = "melt -silent clip.mkv -filter frei0r.bilateral_blur ";
 const std::string kMeltRaw = " -consumer avformat:pipe:1 f=rawvideo vcodec=rawvideo an=1 "
                              "mlt_image_format=rgba pix_fmt=rgba real_time=";
-const std::string kGst = "gst-launch-1.0 -q multifilesrc location=frame-%04d.png index=1 "
-                         "caps=image/png,framerate=25/1 ! pngdec ! videoconvert ! ";
-const std::string kGstRaw = " ! videoconvert ! video/x-raw,format=RGBA ! fdsink";
+
+/// The keys that descriptions of effects have, each with its element, and the types of their parameters.
+std::set<std::string> keysOf(const std::vector<std::string>& files) {
+    std::set<std::string> keys;
+    for (const std::string& file : files) {
+        pugi::xml_document description;
+        EXPECT_TRUE(description.load_file(file.c_str())) << file;
+        for (const pugi::xpath_node& element : description.select_nodes("//*"))
+            keys.insert(std::string(element.parent().name()) + "/" + element.node().name());
+        for (const pugi::xpath_node& key : description.select_nodes("//@*"))
+            keys.insert(std::string(key.parent().name()) + "@" + key.attribute().name());
+        for (const pugi::xpath_node& type : description.select_nodes("//parameter/@type"))
+            keys.insert(type.attribute().value());
+    }
+    return keys;
+}
 
 class Frei0rPrograms : public testing::Test {
 protected:
@@ -100,54 +112,44 @@ TEST_F(Frei0rPrograms, TheExamplesOfThePageGiveThePicturesOfTheEffect) {
     EXPECT_FALSE(std::getline(examples, example)) << "not tested: " << example;
 }
 
-// Through a pipe, where one foreign byte would spoil all that follows.
+// Through a pipe, where one foreign byte would spoil all that follows, with two filters in a graph.
 TEST_F(Frei0rPrograms, GiveThePicturesOfTheEffectThroughAPipe) {
-    const Bytes at6 = reference(mFrames, kSize, {6});
-    const Bytes twice = reference(reference(mFrames, kSize, {12}), kSize, {6});
-    const std::string kGstFilter = "frei0r-filter-bilateral-blur blur-scale=";
-    const std::pair<std::string, Bytes> kRuns[] = {
-        // The command-line program, which the others are to agree with.
-        {"'" PROGRAM "' --quiet frame-%04d.png blurred-%04d.png --blur-scale 6 >&2 && "
-         "ffmpeg -v error -i blurred-%04d.png" +
-             kRaw,
-         at6},
-        // Two filters in one graph, side by side and one behind the other.
-        {"ffmpeg -v error -filter_complex_threads 4 -i clip.mkv -filter_complex "
-         "'split[a][b];[a]frei0r=bilateral_blur:0.1[c];[b]frei0r=bilateral_blur:1[d];[c][d]hstack,crop=64:48:"
-         "0:0'" +
-             kRaw,
-         at6},
-        {"ffmpeg -v error -i clip.mkv -vf frei0r=bilateral_blur:0.2,frei0r=bilateral_blur:0.1" + kRaw, twice},
-        {kMelt + "0=0.2 -filter frei0r.bilateral_blur 0=0.1" + kMeltRaw + "-1", twice},
-        {kGst + kGstFilter + "0.2 ! queue ! " + kGstFilter + "0.1" + kGstRaw, twice},
-        // An instance for each of four threads, and bands of one frame on two.
-        {kMelt + "0=0.1" + kMeltRaw + "-4", at6},
-        {kMelt + "0=0.1 threads=2" + kMeltRaw + "-4", reference(mFrames, {64, 24}, {6})},
-        // Without OpenGL.
-        {kNoGL + "ffmpeg -v error -i clip.mkv -vf frei0r=bilateral_blur:0.1" + kRaw, at6},
-        {kNoGL + kMelt + "0=0.1" + kMeltRaw + "-2", at6},
-        {kNoGL + kGst + kGstFilter + "0.1" + kGstRaw, at6},
+    const std::string ffmpeg =
+        "ffmpeg -v error -i clip.mkv -vf frei0r=bilateral_blur:0.2,frei0r=bilateral_blur:0.1";
+    const std::string melt =
+        "melt -silent clip.mkv -filter frei0r.bilateral_blur 0=0.2 -filter frei0r.bilateral_blur 0=0.1";
+    const std::string kRuns[] = {
+        ffmpeg + kRaw,
+        "export __EGL_VENDOR_LIBRARY_FILENAMES=/nonexistent; " + ffmpeg + kRaw,
+        melt + kMeltRaw + "-4",
+        "gst-launch-1.0 -q multifilesrc location=frame-%04d.png index=1 caps=image/png,framerate=25/1 ! "
+        "pngdec ! "
+        "videoconvert ! frei0r-filter-bilateral-blur blur-scale=0.2 ! queue ! "
+        "frei0r-filter-bilateral-blur blur-scale=0.1 ! videoconvert ! video/x-raw,format=RGBA ! fdsink",
     };
-    for (const auto& [command, expected] : kRuns)
-        EXPECT_EQ(outputOf(command), expected) << command;
+    const Bytes twice = reference(reference(mFrames, kSize, {12}), kSize, {6});
+    for (const std::string& command : kRuns)
+        EXPECT_EQ(outputOf(command), twice) << command;
 }
 
-// What the editors' files say of the filter, with keys and types as in the files that Kdenlive 22.12 and
-// Shotcut 22.12 have for theirs, and the projects that the editors then write.
+// What the editors' files say of the filter, with keys and types that Kdenlive's own files have, and the
+// projects that the editors then write.
 TEST_F(Frei0rPrograms, TheEditorsFilesFitTheFilter) {
     const Host::Slider slider = Host::Module(EFFECT_MODULE).resource().sliders.front();
     pugi::xml_document description;
     ASSERT_TRUE(description.load_file(KDENLIVE_EFFECT));
     const pugi::xml_node effect = description.child("effect"), parameter = effect.child("parameter");
     const double factor = parameter.attribute("factor").as_double();
+    std::vector<std::string> shipped;
+    for (const auto& file : std::filesystem::directory_iterator(KDENLIVE_EFFECTS))
+        if (file.path().filename().string().starts_with("frei0r_"))
+            shipped.push_back(file.path());
+    EXPECT_THAT(keysOf(shipped), testing::IsSupersetOf(keysOf({KDENLIVE_EFFECT})));
     EXPECT_STREQ(effect.attribute("id").value(), effect.attribute("tag").value());
-    EXPECT_STREQ(parameter.attribute("type").value(), "animated");
     EXPECT_EQ(parameter.attribute("name").value(), slider.name);
     EXPECT_EQ(parameter.attribute("default").as_double() * factor, slider.defaultValue);
     EXPECT_EQ(parameter.attribute("min").as_int(-1), slider.minimum);
     EXPECT_EQ(parameter.attribute("max").as_int(), slider.maximum);
-    for (const char* text : {"name", "description", "author"})
-        EXPECT_STRNE(effect.child(text).child_value(), "") << text;
     writeProject("kdenlive.mlt", effect.attribute("tag").value(), slider.name, factor);
 
     const std::string meta = contents(SHOTCUT_PANEL "/meta.qml");
