@@ -6,17 +6,16 @@
 using namespace Tessaloom::BilateralBlur;
 
 // Any file is an image that can be written, or refused in one line.
-int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
-  static const bool started = (Program::startImageFiles("fuzz"), true);
-  static const Tests::InputFile file("image");
-  FUZZ_CHECK(started);
-  file.write(Tests::textOf(data, size));
-  try {
-    const Program::Picture picture = Program::PictureFile(file.path()).decode();
-    FUZZ_CHECK(
-        !Program::encodePicture(picture, *picture.format, "output").empty());
-  } catch (const Program::Failure &error) {
-    FUZZ_CHECK(std::string(error.what()).find('\n') == std::string::npos);
-  }
-  return 0;
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    static const bool started = (Program::startImageFiles("fuzz"), true);
+    static const Tests::InputFile file("image");
+    FUZZ_CHECK(started);
+    file.write(Tests::textOf(data, size));
+    try {
+        const Program::Picture picture = Program::PictureFile(file.path()).decode();
+        FUZZ_CHECK(!Program::encodePicture(picture, *picture.format, "output").empty());
+    } catch (const Program::Failure& error) {
+        FUZZ_CHECK(std::string(error.what()).find('\n') == std::string::npos);
+    }
+    return 0;
 }
