@@ -43,6 +43,7 @@ double positionOf(const Slider& slider, std::int32_t value) {
 const std::vector<std::string>& explanations() {
     static const std::vector<std::string> kExplanations = [] {
         std::vector<std::string> texts;
+        texts.reserve(kSliders.size());
         for (const Slider& slider : kSliders)
             texts.push_back("0 to 1 means " + std::to_string(slider.minimum) + " to " +
                             std::to_string(slider.maximum));

@@ -60,7 +60,7 @@ toff_t seek(thandle_t handle, toff_t offset, int whence) {
 using Tiff = std::unique_ptr<TIFF, decltype(&TIFFClose)>;
 
 /// The mode is that of the library: "r", "w" or "a".
-Tiff open(File& file, std::string mode) {
+Tiff open(File& file, const std::string& mode) {
     Tiff tiff(TIFFClientOpen(
                   "TIFF", (mode + "m").c_str(), &file, readBytes, writeBytes, seek,
                   [](thandle_t) { return 0; },
