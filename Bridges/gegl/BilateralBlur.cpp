@@ -137,8 +137,8 @@ GParamSpec* propertyOf(const Slider& slider) {
     }();
     constexpr double kLinear = 1;
     return gegl_param_spec_int(
-        name.c_str(), slider.name, "How far the blur reaches", slider.minimum, slider.maximum,
-        slider.defaultValue, slider.minimum, slider.maximum, kLinear,
+        name.c_str(), slider.name, slider.description, slider.minimum, slider.maximum, slider.defaultValue,
+        slider.minimum, slider.maximum, kLinear,
         static_cast<GParamFlags>(G_PARAM_READWRITE | G_PARAM_CONSTRUCT | GEGL_PARAM_PAD_INPUT));
 }
 
