@@ -44,6 +44,13 @@ inline vips::VImage shading(int width, int height, int channels) {
     return picture(std::vector(channels, vips::VImage::grey(width, height) * 190 + 40));
 }
 
+/// The image as pages of this height, one below the other.
+inline vips::VImage paged(const vips::VImage& image, int height) {
+    vips::VImage pages = image.copy();
+    pages.set(VIPS_META_PAGE_HEIGHT, height);
+    return pages;
+}
+
 /// A chunk of a PNG file with its checksum.
 inline std::string pngChunk(const std::string& name, const std::string& data) {
     const auto number = [](std::uint32_t value) {
