@@ -2,6 +2,7 @@
 
 #include "Program/Files/Metadata.h"
 #include "Program/Files/Picture.h"
+#include "Program/OutputFile.h"
 #include "Tests/Program/Blur.h"
 #include "Tests/Support/Oracle.h"
 
@@ -17,18 +18,16 @@ namespace Tessaloom::BilateralBlur::Program::Test {
 
 namespace {
 
+using testing::AnyOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;
 using vips::VImage;
 
-template<class Sample = double>
-std::vector<Sample> samples(const VImage& image, VipsBandFormat format = VIPS_FORMAT_DOUBLE) {
-    std::size_t size = 0;
-    auto* data = static_cast<Sample*>(image.cast(format).write_to_memory(&size));
-    const std::vector<Sample> samples(data, data + size / sizeof(Sample));
-    g_free(data);
-    return samples;
+std::vector<double> samples(const VImage& image) {
+    const VImage memory = image.cast(VIPS_FORMAT_DOUBLE).copy_memory();
+    const auto* data = static_cast<const double*>(memory.data());
+    return {data, data + std::size_t(memory.width()) * memory.height() * memory.bands()};
 }
 
 /// A frame at scale 0: colours as far as the 8 bits of the premultiplied picture carry them, and `loss` on
@@ -81,10 +80,10 @@ TEST(PictureFiles, AreFilteredAsTheFormulasSay) {
     save(image, folder / "in.png");
     ASSERT_EQ(blur(folder / "in.png", folder / "out.tif", 20).exitCode, 0);
     const auto argb = [](const VImage& rgba) {
-        return rgba[3].bandjoin(rgba.extract_band(0, VImage::option()->set("n", 3)));
+        return samples(rgba[3].bandjoin(rgba.extract_band(0, VImage::option()->set("n", 3))));
     };
-    const auto in = samples<std::uint8_t>(argb(image), VIPS_FORMAT_UCHAR);
-    const std::vector<double> out = samples(argb(load(folder / "out.tif")));
+    const std::vector<double> before = argb(image), out = argb(load(folder / "out.tif"));
+    const std::vector<std::uint8_t> in(before.begin(), before.end());
     const std::vector<double> wanted = Oracle::effect(in.data(), 41, 37, 41 * 4, 20);
     ASSERT_EQ(out.size(), wanted.size());
     for (std::size_t i = 0; i < out.size(); ++i)
@@ -93,39 +92,33 @@ TEST(PictureFiles, AreFilteredAsTheFormulasSay) {
 
 // What files hold beside the pixels
 
+const std::pair<const char*, const char*> kExif[] = {
+    {"Exif.Image.Artist", "Somebody"},
+    {"Exif.Image.Orientation", "6"},
+    {"Exif.Photo.FNumber", "28/10"},
+    {"Exif.GPSInfo.GPSLatitudeRef", "N"},
+};
+
 /// An image with metadata of all kinds that its format can hold.
 void saveWithMetadata(const std::string& file) {
     save(shading(40, 30, 3).copy(VImage::option()->set("xres", 5.0)->set("yres", 5.0)), file,
-         VImage::option()->set("strip", true));
+         VImage::option()->set("profile", "p3"));
+    const std::string thumbnail = contents(file);
     const auto image = Exiv2::ImageFactory::open(file);
     image->readMetadata();
-    Exiv2::ExifData exif;
-    exif["Exif.Image.Artist"] = "Somebody";
-    exif["Exif.Image.Orientation"] = std::uint16_t(6);
-    exif["Exif.Photo.FNumber"] = Exiv2::URational(28, 10);
-    exif["Exif.GPSInfo.GPSLatitudeRef"] = "N";
-    exif["Exif.Image.XResolution"] = Exiv2::URational(50, 1);
-    exif["Exif.Image.YResolution"] = Exiv2::URational(50, 1);
-    exif["Exif.Image.ResolutionUnit"] = std::uint16_t(3);
-    Exiv2::IptcData iptc;
-    iptc["Iptc.Application2.Caption"] = "caption";
-    Exiv2::XmpData xmp;
-    xmp["Xmp.xmp.Rating"] = "3";
-    VipsBlob* profile = nullptr;
-    ASSERT_EQ(vips_profile_load("p3", &profile, nullptr), 0);
-    Exiv2::DataBuf icc(static_cast<const Exiv2::byte*>(profile->area.data), profile->area.length);
-    vips_area_unref(&profile->area);
+    Exiv2::ExifData& exif = image->exifData();
+    for (const auto& [key, value] : kExif)
+        exif[key] = std::string(value);
+    exif["Exif.Image.XResolution"] = std::string("50/1");
+    exif["Exif.Image.ResolutionUnit"] = std::string("3");
     if (file.ends_with(".jpg")) {
-        const std::string thumbnail = contents(file);
         Exiv2::ExifThumb(exif).setJpegThumbnail(reinterpret_cast<const Exiv2::byte*>(thumbnail.data()),
                                                 static_cast<long>(thumbnail.size()));
         image->setComment("comment");
     }
     if (image->checkMode(Exiv2::mdIptc) & Exiv2::amWrite)
-        image->setIptcData(iptc);
-    image->setExifData(exif);
-    image->setXmpData(xmp);
-    image->setIccProfile(icc);
+        image->iptcData()["Iptc.Application2.Caption"] = "caption";
+    image->xmpData()["Xmp.xmp.Rating"] = "3";
     image->writeMetadata();
 }
 
@@ -134,49 +127,50 @@ std::set<std::string> kindsIn(const std::string& file) {
     const auto image = Exiv2::ImageFactory::open(file);
     image->readMetadata();
     const Exiv2::ExifData& exif = image->exifData();
-    std::set<std::string> kinds;
-    for (const auto& [key, kind] : {std::pair("Exif.Image.Artist", "artist"),
-                                    {"Exif.Photo.FNumber", "EXIF"},
-                                    {"Exif.GPSInfo.GPSLatitudeRef", "GPS"},
-                                    {"Exif.Thumbnail.Compression", "thumbnail"}})
-        if (exif.findKey(Exiv2::ExifKey(key)) != exif.end())
-            kinds.insert(kind);
-    if (!image->iptcData().empty())
-        kinds.insert("IPTC");
-    if (!image->comment().empty())
-        kinds.insert("comment");
-    if (!image->xmpData().empty())
-        kinds.insert("XMP");
     const VImage loaded = load(file);
-    if (loaded.get_typeof(VIPS_META_ICC_NAME))
-        kinds.insert("profile");
-    if (loaded.get_typeof(VIPS_META_ORIENTATION) && loaded.get_int(VIPS_META_ORIENTATION) == 6)
-        kinds.insert("orientation");
-    // In a WebP, EXIF alone has a place for it.
+    // In a WebP, EXIF alone has a place for the density.
     const auto density = exif.findKey(Exiv2::ExifKey("Exif.Image.XResolution"));
-    if (file.ends_with(".webp") ? density != exif.end() && density->toLong() == 50
-                                : std::abs(loaded.xres() - 5) < 0.01)
-        kinds.insert("density");
-    return kinds;
+    const bool isDense = file.ends_with(".webp") ? density != exif.end() && density->toLong() == 50
+                                                 : std::abs(loaded.xres() - 5) < 0.01;
+    std::map<std::string, bool> kinds{
+        {"IPTC", !image->iptcData().empty()},
+        {"XMP", !image->xmpData().empty()},
+        {"comment", !image->comment().empty()},
+        {"density", isDense},
+        {"profile", loaded.get_typeof(VIPS_META_ICC_NAME) != 0},
+        {"thumbnail", exif.findKey(Exiv2::ExifKey("Exif.Thumbnail.Compression")) != exif.end()},
+    };
+    for (const auto& [key, value] : kExif) {
+        const auto field = exif.findKey(Exiv2::ExifKey(key));
+        kinds[key] = field != exif.end() && field->toString() == value;
+    }
+    std::set<std::string> present;
+    for (const auto& [kind, isPresent] : kinds)
+        if (isPresent)
+            present.insert(kind);
+    return present;
 }
 
-// The table of the manual page: every kind goes from each format to each, except what a format can't hold.
+// The table of the manual page: every kind goes from each format to each, except what a format can't hold and
+// the thumbnail, which shows the unfiltered image.
 TEST(PictureFiles, KeepMetadataFromFormatToFormat) {
     const Folder folder;
-    const std::set<std::string> all{"artist", "EXIF", "GPS", "orientation", "XMP", "profile", "density"};
+    std::set<std::string> all{"XMP", "density", "profile"};
+    for (const auto& [key, value] : kExif)
+        all.insert(key);
     const std::map<std::string, std::set<std::string>> more{
         {".jpg", {"IPTC", "comment"}}, {".tif", {"IPTC"}}, {".webp", {}}, {".png", {}}};
-    for (const char* extension : {".jpg", ".tif", ".webp"})
-        saveWithMetadata(folder / (std::string("in") + extension));
+    for (const char* name : {"in.jpg", "in.tif", "in.webp"})
+        saveWithMetadata(folder / name);
+    ASSERT_EQ(kindsIn(folder / "in.jpg").count("thumbnail"), 1u);
     ASSERT_EQ(blur(folder / "in.jpg", folder / "in.png", 0).exitCode, 0);
     for (const auto& [from, fromMore] : more)
         for (const auto& [to, toMore] : more) {
-            const std::string out = folder / ("out" + to);
-            ASSERT_EQ(blur(folder / ("in" + from), out, 0).exitCode, 0);
+            ASSERT_EQ(blur(folder / ("in" + from), folder / ("out" + to), 0).exitCode, 0);
             std::set<std::string> expected = all;
             std::set_intersection(fromMore.begin(), fromMore.end(), toMore.begin(), toMore.end(),
                                   std::inserter(expected, expected.end()));
-            EXPECT_EQ(kindsIn(out), expected) << from << " to " << to;
+            EXPECT_EQ(kindsIn(folder / ("out" + to)), expected) << from << " to " << to;
         }
 }
 
@@ -186,36 +180,31 @@ TEST(PictureFiles, GetNoMetadataThatTheInputLacks) {
     // libvips puts EXIF into every WebP.
     Exiv2::ImageFactory::open(folder / "in.webp")->writeMetadata();
     for (const char* name : {"out.jpg", "out.png", "out.webp", "out.tif"}) {
-        const std::string out = folder / name;
-        ASSERT_EQ(blur(folder / "in.webp", out, 0).exitCode, 0);
-        const auto image = Exiv2::ImageFactory::open(out);
+        ASSERT_EQ(blur(folder / "in.webp", folder / name, 0).exitCode, 0);
+        const auto image = Exiv2::ImageFactory::open(folder / name);
         image->readMetadata();
-        const Exiv2::ExifData& exif = image->exifData();
-        EXPECT_EQ(exif.findKey(Exiv2::ExifKey("Exif.Image.XResolution")), exif.end()) << name;
-        EXPECT_EQ(exif.empty(), !out.ends_with(".tif")) << name;
-        EXPECT_THAT(contents(out), Not(HasSubstr("pHYs")));
+        Exiv2::ExifData& exif = image->exifData();
+        EXPECT_EQ(exif["Exif.Image.XResolution"].count(), 0) << name;
+        EXPECT_THAT(contents(folder / name), Not(AnyOf(HasSubstr("pHYs"), HasSubstr("Exif")))) << name;
     }
 }
 
 TEST(PictureFiles, KeepPngChunksAndTheFirstExif) {
     const Folder folder;
     save(shading(20, 20, 3), folder / "plain.png", VImage::option()->set("strip", true));
-    const std::string plain = contents(folder / "plain.png");
-    const std::string exif("II*\0\x8\0\0\0\1\0\x3b\1\2\0\3\0\0\0Me\0\0\0\0\0\0", 26);
+    const std::string plain = contents(folder / "plain.png"), head = plain.substr(0, 33);
+    const std::string body = plain.substr(33, plain.size() - 45), end = plain.substr(plain.size() - 12);
+    const std::string exif =
+        pngChunk("eXIf", std::string("II*\0\x8\0\0\0\1\0\x3b\1\2\0\3\0\0\0Me\0\0\0\0\0\0", 26));
     const std::string before = pngChunk("gAMA", std::string("\0\1\x86\xa0", 4)) +
                                pngChunk("bKGD", std::string("\0\x10\0\x20\0\x30", 6));
     const std::string after = pngChunk("iTXt", std::string("Title\0\0\0de\0Titel\0Stra\xc3\x9f\x65", 24)) +
-                              pngChunk("tIME", std::string("\x7\xd0\1\2\3\4\5", 7)) +
-                              pngChunk("tEXt", std::string("Author\0Me", 9));
-    const std::size_t head = 33, end = plain.size() - 12;
-    std::ofstream(folder / "in.png") << plain.substr(0, head) << before << pngChunk("eXIf", exif)
-                                     << pngChunk("eXIf", exif) << plain.substr(head, end - head) << after
-                                     << plain.substr(end);
+                              pngChunk("tIME", std::string("\x7\xd0\1\2\3\4\5", 7));
+    std::ofstream(folder / "in.png") << head << before << exif << exif << body << after << end;
     ASSERT_EQ(blur(folder / "in.png", folder / "out.png", 0).exitCode, 0);
     const std::string out = contents(folder / "out.png");
-    EXPECT_THAT(out, HasSubstr(before));
-    EXPECT_THAT(out, HasSubstr(after));
-    EXPECT_THAT(out, HasSubstr(pngChunk("eXIf", exif)));
+    for (const std::string& kept : {before, exif, after})
+        EXPECT_THAT(out, HasSubstr(kept));
     EXPECT_EQ(out.find("eXIf"), out.rfind("eXIf"));
 }
 
@@ -227,13 +216,14 @@ TEST(PictureFiles, FollowTheInputsCompression) {
         EXPECT_EQ(blur(in + extension, out + extension, 0).exitCode, 0);
         return contents(out + extension);
     };
-    const auto tables = [](const std::string& jpeg) { return jpeg.substr(jpeg.find("\xff\xdb"), 138); };
+    // The quantisation tables and the channels' sampling, without what a format or program adds.
+    const auto settings = [](const std::string& jpeg) {
+        return jpeg.substr(jpeg.find("\xff\xdb"), 138) + jpeg.substr(jpeg.find("\xff\xc0"), 19);
+    };
     const VImage colours = shading(64, 64, 3), bilevel = shading(64, 64, 1) > 128;
     for (const char* options : {"[Q=60]", "[Q=85,subsample_mode=off]", "[Q=98]"}) {
         const std::string filtered = filter(".jpg", colours, options);
-        EXPECT_EQ(tables(filtered), tables(contents(in + ".jpg"))) << options;
-        EXPECT_STREQ(load(out + ".jpg").get_string("jpeg-chroma-subsample"),
-                     load(in + ".jpg").get_string("jpeg-chroma-subsample"));
+        EXPECT_EQ(settings(filtered), settings(contents(in + ".jpg"))) << options;
     }
     EXPECT_THAT(filter(".webp", colours, "[Q=80]"), Not(HasSubstr("VP8L")));
     EXPECT_THAT(filter(".webp", colours, "[lossless]"), HasSubstr("VP8L"));
@@ -247,43 +237,61 @@ TEST(PictureFiles, FollowTheInputsCompression) {
     expectUnfiltered(load(in + ".png"), load(out + ".png"));
 }
 
-TEST(PictureFiles, ReplaceAnOldOutputWithItsPermissionsAndBehindItsLink) {
+TEST(PictureFiles, ReplaceAnOldOutputWithItsPermissionsAndOwnerThroughItsLink) {
     const Folder folder;
     const std::string in = folder / "in.png", link = folder / "out.png", real = folder / "real";
     save(shading(20, 20, 3), in);
     std::ofstream{real} << "old";
-    std::filesystem::permissions(real, std::filesystem::perms(0640));
     std::filesystem::create_symlink("real", link);
+    // Only root can give files away; others keep their own.
+    const bool isGiven = chown(real.c_str(), 1234, 5678) == 0;
+    std::filesystem::permissions(real, std::filesystem::perms(04640));
     // The second time, the picture replaces itself.
     for (const std::string& out : {link, in})
         ASSERT_EQ(blur(in, out, 0).exitCode, 0);
-    EXPECT_TRUE(std::filesystem::is_symlink(link));
-    EXPECT_EQ(std::filesystem::status(real).permissions(), std::filesystem::perms(0640));
+    struct stat now {};
+    ASSERT_EQ(stat(real.c_str(), &now), 0);
+    EXPECT_EQ(now.st_mode & 07777, 04640u);
+    EXPECT_EQ(now.st_uid, isGiven ? 1234 : getuid());
+    EXPECT_EQ(now.st_gid, isGiven ? 5678 : getgid());
     expectUnfiltered(load(in), load(real));
+    EXPECT_TRUE(std::filesystem::is_symlink(link));
     EXPECT_THAT(folder.names(), ElementsAre("in.png", "out.png", "real"));
+}
+
+TEST(PictureFiles, NoteAFourthChannelThatNeedNotBeAlpha) {
+    const Folder folder;
+    save(noise(20, 10, 4), folder / "alpha.tif");
+    std::string tiff = contents(folder / "alpha.tif");
+    const std::size_t entry = tiff.find(std::string("\x52\1\3\0\1\0\0\0", 8));
+    ASSERT_NE(entry, std::string::npos);
+    tiff[entry + 8] = 0; // ExtraSamples: unspecified
+    std::ofstream(folder / "unspecified.tif") << tiff;
+    EXPECT_EQ(blur(folder / "alpha.tif", folder / "out.tif", 0).err, "");
+    const Outcome outcome = blur(folder / "unspecified.tif", folder / "out.tif", 0);
+    EXPECT_THAT(outcome.err, HasSubstr("it doesn't say what its last channel is; it is taken for alpha"));
+    expectUnfiltered(load(folder / "alpha.tif"), load(folder / "out.tif"));
 }
 
 TEST(PictureFiles, KeepAllPagesAndFrames) {
     const Folder folder;
-    VImage tall = shading(16, 12, 3).join(noise(16, 24, 3), VIPS_DIRECTION_VERTICAL).copy();
-    tall.set(VIPS_META_PAGE_HEIGHT, 12);
-    tall.set("delay", std::vector<int>{100, 50, 200});
+    VImage tall = paged(shading(16, 12, 3).join(noise(16, 24, 3), VIPS_DIRECTION_VERTICAL), 12);
+    const std::vector<int> delays{100, 50, 200};
+    tall.set("delay", delays);
     tall.set("loop", 3);
-    const auto loadAll = [](const std::string& file) {
-        return VImage::new_from_file(file.c_str(), VImage::option()->set("n", -1));
-    };
     for (const std::string extension : {".tif", ".webp"}) {
         const std::string in = folder / ("in" + extension), out = folder / ("out" + extension);
         save(tall, in, extension == ".webp" ? VImage::option()->set("lossless", true) : nullptr);
         const Outcome outcome = blur(in, out, 0, {"--quiet"});
         EXPECT_EQ(outcome.out + outcome.err, "");
-        expectUnfiltered(tall, loadAll(out));
-        EXPECT_EQ(loadAll(out).get_int(VIPS_META_PAGE_HEIGHT), 12);
-    }
-    EXPECT_EQ(loadAll(folder / "out.webp").get_array_int("delay"), tall.get_array_int("delay"));
-    EXPECT_EQ(loadAll(folder / "out.webp").get_int("loop"), 3);
-    for (const char* in : {"in.tif", "in.webp"}) {
-        ASSERT_EQ(blur(folder / in, folder / "page.png", 0, {"--page", "2"}).exitCode, 0);
+        const VImage all = VImage::new_from_file(out.c_str(), VImage::option()->set("n", -1));
+        expectUnfiltered(tall, all);
+        EXPECT_EQ(all.get_int(VIPS_META_PAGE_HEIGHT), 12);
+        if (extension == ".webp") {
+            EXPECT_EQ(all.get_array_int("delay"), delays);
+            EXPECT_EQ(all.get_int("loop"), 3);
+        }
+        ASSERT_EQ(blur(in, folder / "page.png", 0, {"--page", "2"}).exitCode, 0);
         expectUnfiltered(tall.crop(0, 12, 16, 12), load(folder / "page.png"));
     }
 }
@@ -300,14 +308,13 @@ TEST(PictureFiles, KeepPagesOfDifferentSizesAndKinds) {
         page.channels = 1 + i % 4;
         page.texts = {{285, "page " + std::to_string(i)}}; // the tag PageName
     }
-    const Bytes bytes = encodePicture(written, *written.format, "in.tif");
-    std::ofstream(folder / "in.tif").write(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+    replaceFile(folder / "in.tif", encodePicture(written, *written.format, "in.tif"));
     ASSERT_EQ(blur(folder / "in.tif", folder / "out.tif", 0).exitCode, 0);
     const Picture read = PictureFile(folder / "out.tif").decode();
     ASSERT_EQ(read.pages.size(), written.pages.size());
     for (int i = 0; i < 6; ++i) {
         EXPECT_TRUE(read.pages[i].world.sameShape(written.pages[i].world)) << i;
-        EXPECT_EQ(read.pages[i].channels, 1 + i % 4);
+        EXPECT_EQ(read.pages[i].channels, written.pages[i].channels);
         EXPECT_EQ(read.pages[i].texts, written.pages[i].texts);
     }
 }
@@ -318,16 +325,16 @@ TEST(PictureFiles, AreReadFromPipes) {
     ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
     for (const std::string extension : {".png", ".jpg", ".tif", ".webp"}) {
         const std::string in = folder / ("in" + extension), out = folder / ("out" + extension);
+        const std::string piped = folder / ("piped" + extension);
         save(noise(90, 80, 3), in);
         ASSERT_EQ(blur(in, out, 0).exitCode, 0);
         for (const std::string& input : {pipe, std::string("-"), std::string("/dev/stdin")}) {
             const std::jthread writer([&] { std::ofstream(pipe) << contents(in); });
-            const std::string piped = folder / ("piped" + extension);
-            const Outcome outcome = ProcessRun(command(input, piped, 0), [&] {
-                                        if (input != pipe)
-                                            dup2(open(pipe.c_str(), O_RDONLY), STDIN_FILENO);
-                                    }).wait();
-            ASSERT_EQ(outcome.exitCode, 0) << outcome.err;
+            ProcessRun run(command(input, piped, 0), [&] {
+                if (input != pipe)
+                    dup2(open(pipe.c_str(), O_RDONLY), STDIN_FILENO);
+            });
+            ASSERT_EQ(run.wait().exitCode, 0);
             EXPECT_EQ(contents(piped), contents(out)) << input << extension;
         }
     }
