@@ -29,7 +29,7 @@ protected:
     AEOpenGLContext context{nullptr};
 };
 
-/// A texture of 32-bit floats, unfiltered, which the context deletes at its end.
+/// A texture of 32-bit floats, clamped and unfiltered, which the context deletes at its end.
 inline gl::GLuint makeTexture(int width, int height, const float* pixels = nullptr) {
     gl::GLuint texture = 0;
     gl::glGenTextures(1, &texture);
@@ -38,6 +38,8 @@ inline gl::GLuint makeTexture(int width, int height, const float* pixels = nullp
                      gl::GL_RGBA, gl::GL_FLOAT, pixels);
     for (const gl::GLenum filter : {gl::GL_TEXTURE_MIN_FILTER, gl::GL_TEXTURE_MAG_FILTER})
         gl::glTexParameteri(gl::GL_TEXTURE_2D, filter, gl::GL_NEAREST);
+    for (const gl::GLenum wrap : {gl::GL_TEXTURE_WRAP_S, gl::GL_TEXTURE_WRAP_T})
+        gl::glTexParameteri(gl::GL_TEXTURE_2D, wrap, gl::GL_CLAMP_TO_EDGE);
     return texture;
 }
 
