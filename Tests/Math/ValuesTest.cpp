@@ -28,9 +28,9 @@ TEST(Rect, EdgesMoveOrResizeAndScaleCountsTheGrowthTwice) {
     EXPECT_EQ(rect, Rect(10, 2, 19, double(10.1f) - 2));
     EXPECT_TRUE(rect != Rect(10, 2, 19, 8.1));
     rect = Rect(7, 7, 10, 10);
-    rect.setCenter({5, 5});
-    EXPECT_EQ(rect.scale(2, 0.5), Rect(-10, 5, 30, 0));
-    EXPECT_EQ(rect.expand(0.1f).y, -double(0.1f));
+    rect.setCenter({5, 6});
+    EXPECT_EQ(rect.scale(2, 0.5), Rect(-10, 6, 30, 0));
+    EXPECT_EQ(rect.expand(0.1f).x, -double(0.1f));
 }
 
 TEST(Rect, SetOperationsAgreeWithTheirPoints) {
@@ -133,6 +133,7 @@ TEST(Color, ReadsBytesAndTextsInSinglePrecision) {
 
 TEST(Color, NilColoursAreEqualAndAlphaIsLikeTheRest) {
     EXPECT_EQ(Color(-1, 0, 0, 1), Color(0, 0, 0, -0.1));
+    EXPECT_TRUE(Color(-1, 0, 0, 1) != Color(1, 0, 0, 1));
     EXPECT_FALSE(Color(-0.0, 0, 0, 0).isNil());
     EXPECT_TRUE(Color(1, 1, 1, 1 + 2e-12) != Color());
     EXPECT_EQ(Color(9, 8, 7, 6) - Color(4, 3, 2, 1) * Color(1, 0, 1, 2) * 2, Color(1, 8, 3, 2));

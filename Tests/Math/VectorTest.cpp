@@ -151,6 +151,7 @@ TEST(Vec3, OrthoIsSquareByTheLargestComponent) {
     EXPECT_EQ(object, Vec3(0, 1, 0));
     EXPECT_LT(std::abs(itself.dot({1, 2, 3})), 1e-15);
     EXPECT_EQ(v.floor(), Vec3(1, -2, 2));
+    EXPECT_EQ(v.rotationalDifference({1, 1, 1}), v - 1);
     EXPECT_EQ(Vec3::lerp(v, {}, 0.25), v * 0.75);
     EXPECT_EQ(v.angleBetween(v * -1) * kRadToDeg, 180);
 }
