@@ -52,9 +52,8 @@ constexpr int kMaxLanes = 16;
 // window come from there once and from the first level afterwards.
 constexpr int kBlockWidth = 256;
 constexpr int kBlockHeight = 32;
-constexpr int kPlaneStride = kBlockWidth + 2 * kLargestReach + 6;
+constexpr int kPlaneStride = (kBlockWidth + 2 * kLargestReach + 6 + kMaxLanes - 1) / kMaxLanes * kMaxLanes;
 constexpr int kPlaneRows = kBlockHeight + 2 * kLargestReach;
-static_assert(kPlaneStride % kMaxLanes == 0);
 
 /// One 2^23rd: exponents are kept as integers in this unit, which is that of a float's bits.
 constexpr double kOctave = 8388608.0;
