@@ -141,7 +141,8 @@ TEST(Frei0rDeathTest, TheProcessMayExitWhileAFrameIsRendered) {
     // The process is a fresh one then, in which nothing has touched GL.
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     setenv("ASAN_OPTIONS", "detect_leaks=0", 1);
-    static const Bytes kFrame = makeFrames({128, 128}, 1);
+    // Never destroyed, as threads read it when the process exits.
+    static const Bytes& kFrame = *new Bytes(makeFrames({128, 128}, 1));
     const auto exitEarly = [] {
         static const Instance* const kInstance = new Instance({128, 128}, 0.5);
         exitWhileRendering([] { kInstance->update(kFrame); });
