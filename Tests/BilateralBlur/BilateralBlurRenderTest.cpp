@@ -57,7 +57,10 @@ TEST_F(ShaderTest, IsDeletedBeforeTheVertices) {
     const GLCalls calls;
     BilateralBlurRender().draw(input, 1);
     EXPECT_THAT(calls.names, testing::StartsWith("GenVertexArrays GenBuffers BindBuffer BufferData "));
-    EXPECT_THAT(calls.names, testing::EndsWith(" DeleteProgram DeleteVertexArrays DeleteBuffers "));
+    EXPECT_THAT(
+        calls.names,
+        testing::EndsWith(" DrawArrays DisableVertexAttribArray DisableVertexAttribArray BindVertexArray "
+                          "BindBuffer DeleteProgram DeleteVertexArrays DeleteBuffers "));
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 #include "Tests/BilateralBlur/EffectTest.h"
 
 #include "Host/Suites.h"
+#include "Platform/UsableCpus.h"
 #include "Tests/Support/GLCalls.h"
 
 #include <glbinding/gl/enum.h>
@@ -10,6 +11,8 @@
 #include <array>
 #include <bit>
 #include <cstdio>
+#include <filesystem>
+#include <iterator>
 #include <sys/resource.h>
 
 namespace Tessaloom::BilateralBlur {
@@ -131,6 +134,12 @@ TEST_P(CpuTest, TouchesNoFreshMemoryAfterTheFirstFrames) {
     };
     faultsOf(2);
     EXPECT_LT(faultsOf(2), kPages / 8);
+    const auto threads = [] {
+        return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
+    };
+    const auto before = threads();
+    mEffect.reset();
+    EXPECT_EQ(threads(), before + 1 - usableCpus());
 }
 
 // The error is real, and of a buffer beside what the frame needs.
@@ -178,6 +187,15 @@ TEST_P(GpuTest, ReportsExhaustedGLMemoryAndStartsFromNothingAfterIt) {
         }
         EXPECT_EQ(frame(mSample), "");
     }
+    // An error that a frame leaves is none of the next.
+    GLCalls calls;
+    calls.after = [](const std::string& name) {
+        if (name == "glGetIntegerv")
+            exhaustMemory();
+    };
+    EXPECT_THAT(frame({noise(20000, 1, 1), 3}), HasSubstr("exceeds"));
+    calls.after = nullptr;
+    EXPECT_EQ(frame(mSample), "");
 }
 
 // Threads that live side by side take turns, each inside the other. A context keeps the objects that it can't
@@ -202,6 +220,11 @@ TEST_P(EffectTest, DrawsOnThreadsThatTakeTurns) {
     EXPECT_EQ(frame({noise(10, 7, 3), 5}), "");
     for (const char* made : {"glGenFramebuffers", "glGenVertexArrays", "glGenBuffers", "glCreateShader"})
         EXPECT_EQ(calls.counts[made], 0) << made;
+    // At the end, objects go before the contexts.
+    calls.after = [](const std::string& name) {
+        EXPECT_TRUE(EglWatch::liveContexts > 1 || !name.starts_with("glDelete")) << name;
+    };
+    mEffect.reset();
 }
 
 TEST_P(EffectTest, StartsAndEndsOnAnyThreadAnyNumberOfTimes) {
@@ -225,21 +248,29 @@ TEST_P(EffectTest, StartsAndEndsOnAnyThreadAnyNumberOfTimes) {
         EXPECT_EQ(frame(mSample), "");
     }
     // So the setdown may come from a thread that finds the data context in use, and get no context at all.
+    std::array<gl::GLuint, 8> buffers{}; // of the host's
+    glbinding::Binding::initialize(false);
+    gl::glGenBuffers(buffers.size(), buffers.data());
+    for (const gl::GLuint buffer : buffers)
+        gl::glBindBuffer(gl::GL_ARRAY_BUFFER, buffer);
+    CGLSetCurrentContext({});
     for (const bool failing : {false, true})
         onThread([&] {
             mEffect.emplace(mHost.module());
+            EXPECT_EQ(frame(mSample), "");
             onThread([&] {
-                EglWatch::failing = false;
-                NSOpenGLContext* const hosts = EglWatch::makeContext();
-                hosts->makeCurrentContext();
+                mHostContext->makeCurrentContext();
                 EglWatch::failing = failing;
                 mEffect.reset();
                 EXPECT_EQ(mHost.code, 0);
-                EXPECT_EQ(NSOpenGLContext::currentContext(), hosts);
-                hosts->release();
+                EXPECT_EQ(NSOpenGLContext::currentContext(), mHostContext);
+                CGLSetCurrentContext({});
             });
+            EglWatch::failing = GetParam() == Way::NoGL;
         });
-    EglWatch::failing = GetParam() == Way::NoGL;
+    mHostContext->makeCurrentContext();
+    for (const gl::GLuint buffer : buffers)
+        EXPECT_TRUE(gl::glIsBuffer(buffer)) << buffer;
     EXPECT_EQ(EglWatch::liveContexts, 1);
     mEffect.emplace(mHost.module());
     EXPECT_EQ(mModule.entry()(PF_Cmd_GLOBAL_SETDOWN, nullptr, nullptr, nullptr, nullptr, nullptr), 0);

@@ -90,11 +90,12 @@ private:
 };
 
 TEST_P(HostCallsTest, CallsTheHostInOneOrder) {
-    World small(3, 5), noWidth(0, 8), noHeight(12, 0);
-    for (World* output : {&small, &noWidth, &noHeight}) {
+    World whole(12, 8), small(3, 5), noWidth(0, 8), noHeight(12, 0);
+    for (World* output : {&whole, &small, &noWidth, &noHeight}) {
         EXPECT_TRUE(renderWith({.output = output}).ok());
         EXPECT_EQ(mCalls, callsOfFrame(output->height));
     }
+    EXPECT_EQ(std::memcmp(small.row(4), whole.row(4), sizeof(PF_Pixel8) * 3), 0);
 }
 
 TEST_P(HostCallsTest, UnwindsAtAFaultAndRendersTheNextFrame) {

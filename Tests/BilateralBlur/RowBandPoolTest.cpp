@@ -74,6 +74,9 @@ TEST(RowBandPool, AJobsExceptionReachesTheCallerAndLeavesThePoolUsable) {
     std::atomic<int> calls = 0;
     pool.run(8, [&](std::size_t, unsigned) { ++calls; });
     EXPECT_EQ(calls, 8);
+    RowBandPool alone(1);
+    EXPECT_THROW(alone.run(8, [&](std::size_t, unsigned) { throw ++calls; }), int);
+    EXPECT_EQ(calls, 9) << "the other jobs are left out";
 }
 
 } // namespace

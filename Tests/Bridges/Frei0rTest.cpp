@@ -63,7 +63,10 @@ TEST(Frei0r, ExportsTheFunctionsOfAFilterAlone) {
                                   "f0r_set_param_value\nf0r_update\n");
 }
 
-TEST(Frei0r, IgnoresNullInstances) {
+TEST(Frei0r, IgnoresNullInstancesAndParametersItLacks) {
+    f0r_param_info_t none{};
+    FILTER(f0r_get_param_info)(&none, 1);
+    EXPECT_EQ(none.name, nullptr);
     double value = 0.5;
     FILTER(f0r_set_param_value)(nullptr, &value, 0);
     FILTER(f0r_get_param_value)(nullptr, &value, 0);
@@ -123,6 +126,19 @@ TEST(Frei0r, BeginsAndEndsAgainAndAgainWithoutLeavingAnything) {
     EXPECT_GT(threadCount(), *threads.begin()) << "the thread stays when the instances are gone";
 }
 
+// A thread that takes the signal ends the process.
+TEST(Frei0r, LeavesTheProgramsSignalsToIt) {
+    const Instance instance(kSize, 0.2);
+    instance.update(makeFrames(kSize, 1));
+    sigset_t user;
+    sigemptyset(&user);
+    sigaddset(&user, SIGUSR1);
+    pthread_sigmask(SIG_BLOCK, &user, nullptr);
+    kill(getpid(), SIGUSR1);
+    const timespec soon{1, 0};
+    EXPECT_EQ(sigtimedwait(&user, nullptr, &soon), SIGUSR1);
+}
+
 TEST(Frei0r, AFrameThatFailsGoesOnUnchangedWithOneLineForTheFirst) {
     const Size size{40000, 1};
     const Bytes frame = makeFrames(size, 1);
@@ -144,6 +160,7 @@ TEST(Frei0rDeathTest, TheProcessMayExitWhileAFrameIsRendered) {
     // Never destroyed, as threads read it when the process exits.
     static const Bytes& kFrame = *new Bytes(makeFrames({128, 128}, 1));
     const auto exitEarly = [] {
+        EglWatch::hardware = true; // so that the driver's code runs
         static const Instance* const kInstance = new Instance({128, 128}, 0.5);
         exitWhileRendering([] { kInstance->update(kFrame); });
     };

@@ -4,6 +4,9 @@
 #include <gegl.h>
 #include <gmock/gmock.h>
 
+#include <filesystem>
+#include <optional>
+
 // The operation in graphs of GEGL, which loads it from the build's directory. Every result is compared with
 // the whole image's, byte for byte.
 
@@ -127,6 +130,17 @@ TEST_F(Gegl, WorkThatIsGivenUpLeavesNothingBehind) {
     EXPECT_TRUE(gegl_processor_work(processor, nullptr));
     g_object_unref(processor);
     EXPECT_EQ(graph.render(kExtent), reference(mImage, kSize, {kScale}));
+}
+
+TEST_F(Gegl, TheEffectsThreadsEndWithTheLastOperation) {
+    const auto threads = [] {
+        return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
+    };
+    std::optional<Graph> graph(std::in_place, mBuffer, std::vector{kScale});
+    graph->render(kExtent);
+    const auto before = threads();
+    graph.reset();
+    EXPECT_LT(threads(), before);
 }
 
 // A program that isn't built with the sanitizer can't load the operation that is.

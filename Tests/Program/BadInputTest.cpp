@@ -106,6 +106,7 @@ TEST_F(BadInput, OnTheCommandLineIsReportedInOneLine) {
         {"in.##.%d.png out.#.png --blur-scale 1", "the name holds two frame numbers"},
         {"in.#.png ./in.%d.png --blur-scale 1", "the output's frames would replace the input's"},
         {"in.#.png out.#.png --blur-scale 1 --frames 3-1", "3-1: the range 3-1 is reversed"},
+        {"good.png out.png --blur-scale 1 --memory 17179869184G", "must be a size such as"},
         {"in.#.png out.#.png --blur-scale 1 --frames one", "\"one\" is not a frame range"},
         {"in.#.png out.#.png --blur-scale 1 --frames 0-999999,1000000", "more than 1000000 frames"},
     };

@@ -28,7 +28,7 @@ TEST(Frames, AreReadFromTheirText) {
     EXPECT_THAT(parseFrames("1-10x4"), ElementsAre(1, 5, 9));
     EXPECT_THAT(parseFrames("7,0010-12,11,2-2"), ElementsAre(2, 7, 10, 11, 12));
     for (const char* wrong : {"", "1-", "-3", "1,,2", "1-2x", "1-5x0", "1 - 2", "1-2-3", "0x10", "9999999999",
-                              "0-999999999", "1.5"})
+                              "0-1000000", "1.5"})
         EXPECT_THROW(parseFrames(wrong), WrongUse) << wrong;
 }
 
@@ -140,12 +140,22 @@ TEST_F(Sequence, InterruptedAtAnyMomentIsFinishedByTheSameCommand) {
     expectComplete();
 }
 
+TEST_F(Sequence, GoesOnAfterAHangUpThatIsIgnoredAsUnderNohup) {
+    makeFrames(1, 20, 200, 150);
+    ProcessRun run(command(mInput, mOutput, 3), [] { signal(SIGHUP, SIG_IGN); });
+    for (int i = 0; i < 10000 && outputs().empty(); ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    run.send(SIGHUP);
+    EXPECT_EQ(run.wait().exitCode, 0);
+}
+
 // As where a library ends the process for want of memory. The pipe without a writer holds the reader.
 TEST_F(Sequence, GoesOnAfterAFrameThatTheProcessDiesOf) {
     makeFrames(1, 5);
     const std::string pipe = file("in.0003.png");
     std::filesystem::remove(pipe);
     ASSERT_EQ(mkfifo(pipe.c_str(), 0666), 0);
+    std::ofstream(file(".out.0003.png.part")) << "half";
     ProcessRun run(command(mInput, mOutput, 3));
     for (int deaths = 0; deaths < 2; ++deaths) {
         int reached = -1;
@@ -153,14 +163,14 @@ TEST_F(Sequence, GoesOnAfterAFrameThatTheProcessDiesOf) {
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         ASSERT_GE(reached, 0);
         const pid_t child = run.child();
-        kill(child, SIGABRT);
+        kill(child, SIGTERM);
         while (run.child() == child)
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         close(reached);
     }
     const Outcome outcome = run.wait();
     EXPECT_EQ(outcome.exitCode, 1);
-    EXPECT_THAT(outcome.err, HasSubstr("in.0003.png: out of memory, or a library crashed (Aborted)\n"));
+    EXPECT_THAT(outcome.err, HasSubstr("in.0003.png: out of memory, or a library crashed (Terminated)\n"));
     EXPECT_THAT(outcome.err, EndsWith("4 frames filtered, 1 failed\n"));
     EXPECT_THAT(outputs(), ElementsAre("out.0001.png", "out.0002.png", "out.0004.png", "out.0005.png"));
 }
