@@ -90,12 +90,14 @@ private:
 };
 
 TEST_P(HostCallsTest, CallsTheHostInOneOrder) {
-    World whole(12, 8), small(3, 5), noWidth(0, 8), noHeight(12, 0);
-    for (World* output : {&whole, &small, &noWidth, &noHeight}) {
+    World whole(12, 8), small(3, 5), odd(12, 8), noWidth(0, 8), noHeight(12, 0);
+    odd.rowbytes = 50; // its rows go to whole pixels all the same
+    for (World* output : {&whole, &small, &odd, &noWidth, &noHeight}) {
         EXPECT_TRUE(renderWith({.output = output}).ok());
         EXPECT_EQ(mCalls, callsOfFrame(output->height));
     }
     EXPECT_EQ(std::memcmp(small.row(4), whole.row(4), sizeof(PF_Pixel8) * 3), 0);
+    EXPECT_EQ(std::memcmp(odd.row(0) + 12, whole.row(1), sizeof(PF_Pixel8) * 12), 0);
 }
 
 TEST_P(HostCallsTest, UnwindsAtAFaultAndRendersTheNextFrame) {

@@ -110,12 +110,11 @@ TEST_F(SuiteScoperTest, RunsScripts) {
         return ScriptHelper::RunSriptAndGetStringResult(mInData.pica_basicP, script);
     };
     EXPECT_EQ(run("'a'+6*7"), "a42");
-    // The host numbers its handles: the result is the first, the error the second.
     EXPECT_THAT(mHost.calls,
                 ElementsAre("AcquireSuite AEGP Utility Suite 11", "AcquireSuite AEGP Memory Suite 1",
-                            "AEGP_ExecuteScript 0 'a'+6*7 0", "AEGP_LockMemHandle 1", "AEGP_LockMemHandle 2",
-                            "AEGP_FreeMemHandle 1", "AEGP_FreeMemHandle 2",
-                            "ReleaseSuite AEGP Memory Suite 1", "ReleaseSuite AEGP Utility Suite 11"));
+                            "AEGP_ExecuteScript 0 'a'+6*7 0", "AEGP_LockMemHandle", "AEGP_LockMemHandle",
+                            "AEGP_FreeMemHandle", "AEGP_FreeMemHandle", "ReleaseSuite AEGP Memory Suite 1",
+                            "ReleaseSuite AEGP Utility Suite 11"));
     for (const char* callback : {"AEGP_ExecuteScript", "AEGP_LockMemHandle"}) {
         mHost.faults.failing = {{callback, 77}};
         EXPECT_EQ(run("1"), "");

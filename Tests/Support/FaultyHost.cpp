@@ -134,22 +134,10 @@ PF_Err pixelData8(PF_LayerDef* world, void* pixels, PF_Pixel8** base) {
     return code;
 }
 
-PF_Err lockMemHandle(AEGP_MemHandle handle, void** address) {
-    const PF_Err code = record("AEGP_LockMemHandle", reinterpret_cast<std::uintptr_t>(handle));
-    return code ? code : mHost<AEGP_MemorySuite1>.AEGP_LockMemHandle(handle, address);
-}
-
-PF_Err freeMemHandle(AEGP_MemHandle handle) {
-    const PF_Err code = record("AEGP_FreeMemHandle", reinterpret_cast<std::uintptr_t>(handle));
-    return code ? code : mHost<AEGP_MemorySuite1>.AEGP_FreeMemHandle(handle);
-}
-
 constexpr PF_InteractCallbacks kInteract{checkoutParam, checkinParam,
                                          recorded<"add_param", &PF_InteractCallbacks::add_param>};
 PF_PreRenderCallbacks mPreRender{recorded<"checkout_layer", &PF_PreRenderCallbacks::checkout_layer>};
-PF_SmartRenderCallbacks mRender{
-    checkoutLayerPixels, recorded<"checkin_layer_pixels", &PF_SmartRenderCallbacks::checkin_layer_pixels>,
-    checkoutOutput};
+PF_SmartRenderCallbacks mRender{checkoutLayerPixels, nullptr, checkoutOutput};
 constexpr PF_HandleSuite1 kHandles{recorded<"host_new_handle", &PF_HandleSuite1::host_new_handle>,
                                    recorded<"host_lock_handle", &PF_HandleSuite1::host_lock_handle>,
                                    recorded<"host_unlock_handle", &PF_HandleSuite1::host_unlock_handle>,
@@ -157,7 +145,8 @@ constexpr PF_HandleSuite1 kHandles{recorded<"host_new_handle", &PF_HandleSuite1:
 constexpr PF_iterateFloatSuite1 kIterate{recorded<"iterate", &PF_iterateFloatSuite1::iterate>};
 constexpr AEGP_UtilitySuite5 kUtility{
     recorded<"AEGP_ExecuteScript", &AEGP_UtilitySuite5::AEGP_ExecuteScript>};
-constexpr AEGP_MemorySuite1 kMemory{lockMemHandle, freeMemHandle};
+constexpr AEGP_MemorySuite1 kMemory{recorded<"AEGP_LockMemHandle", &AEGP_MemorySuite1::AEGP_LockMemHandle>,
+                                    recorded<"AEGP_FreeMemHandle", &AEGP_MemorySuite1::AEGP_FreeMemHandle>};
 
 /// Our table in the place of the host's, where we have one for this suite.
 const void* wrapped(const std::string& name, const void* table) {
