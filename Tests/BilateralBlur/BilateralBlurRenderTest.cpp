@@ -5,14 +5,13 @@
 #include "Tests/Support/Oracle.h"
 #include "Tests/Support/Pictures.h"
 
+#include <tuple>
+
 namespace Tessaloom::BilateralBlur {
 namespace {
 
-struct Frame {
-    int width, height;
-    bool multisample;
-    float multiplier; // of 16-bit pixels: their texture tops out at half
-};
+// Width, height, whether multisampled, and the multiplier of 16-bit pixels: their texture tops out at half.
+using Frame = std::tuple<int, int, bool, float>;
 
 class BilateralBlurRenderTest : public GLTest, public testing::WithParamInterface<Frame> {};
 
