@@ -55,7 +55,9 @@ TEST_F(ServicesTest, KeepsMemoryUntilItsHandleIsDisposedOf) {
     suite.host_dispose_handle(handle);
     suite.host_unlock_handle(empty);
     suite.host_dispose_handle(empty);
+#ifndef __SANITIZE_ADDRESS__ // which ends the process for want of memory
     EXPECT_EQ(suite.host_new_handle(SIZE_MAX), nullptr);
+#endif
     EXPECT_THAT(mServices.settle(),
                 ElementsAre(HasSubstr("was still locked"), HasSubstr("is unknown"),
                             HasSubstr("was unlocked more often than locked"), HasSubstr("PF Handle Suite")));
