@@ -18,7 +18,7 @@ constexpr int kMostFrames = 1'000'000; // more would be a slip, and take the mac
 
 std::optional<int> parseFrame(const std::string& digits) {
     const std::size_t zeros = std::min(digits.find_first_not_of('0'), digits.size());
-    unsigned frame = 0; // unsigned, so that a minus sign isn't part of it
+    unsigned frame = 0; // unsigned, so that no minus is read
     const char* end = digits.data() + digits.size();
     const auto [stop, error] = std::from_chars(digits.data(), end, frame);
     if (digits.size() - zeros > kMostDigits || error != std::errc{} || stop != end)

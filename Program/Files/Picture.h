@@ -48,7 +48,7 @@ struct Compression {
 /// A file's images as they go through the effect, and all that the file holds beside them.
 ///
 /// The pixels keep the order of the file: an orientation tag is carried, not applied. A palette becomes the
-/// colours that it stands for.
+/// colours of its entries.
 struct Picture {
     std::vector<Page> pages;
     const Format* format = nullptr; ///< of the file that was read
@@ -100,7 +100,7 @@ void startImageFiles(bool verbose);
 /// The extensions of file names that can be written, for messages.
 extern const char* const kWritableTypes;
 
-/// The format that the extension of a file name stands for. Throws WrongUse for a name that has no such
+/// The format that the extension of a file name means. Throws WrongUse for a name that has no such
 /// extension.
 const Format& formatOf(const std::filesystem::path& path);
 
