@@ -4,9 +4,9 @@
 #include "Host/Module.h"
 #include "Host/Pixels.h"
 #include "Host/World.h"
+#include "Platform/SignalsBlocked.h"
 #include "Plugins/BilateralBlur/Sources/BilateralBlur.h"
 
-#include <csignal>
 #include <cstring>
 #include <optional>
 #include <stdexcept>
@@ -67,22 +67,6 @@ private:
     std::optional<Host::Effect> mEffect;
     Host::World mInput{0, 0};
     Host::World mOutput{0, 0};
-};
-
-/// Threads that start within this scope receive none of the host's signals.
-class SignalsBlocked {
-public:
-    SignalsBlocked() {
-        sigset_t all;
-        sigfillset(&all);
-        pthread_sigmask(SIG_SETMASK, &all, &mFormer);
-    }
-    ~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &mFormer, nullptr); }
-    SignalsBlocked(const SignalsBlocked&) = delete;
-    SignalsBlocked& operator=(const SignalsBlocked&) = delete;
-
-private:
-    sigset_t mFormer;
 };
 
 } // namespace

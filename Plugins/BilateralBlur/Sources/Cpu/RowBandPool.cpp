@@ -1,8 +1,8 @@
 #include "Plugins/BilateralBlur/Sources/Cpu/RowBandPool.h"
 
+#include "Platform/SignalsBlocked.h"
 #include "Platform/UsableCpus.h"
 
-#include <csignal>
 #include <new>
 #include <system_error>
 #include <utility>
@@ -12,22 +12,6 @@ namespace {
 
 constexpr std::align_val_t kCacheLine{64};
 
-/// Blocks all signals in the calling thread. Threads that it starts meanwhile inherit that.
-class SignalsBlocked {
-public:
-    SignalsBlocked() {
-        sigset_t all;
-        sigfillset(&all);
-        pthread_sigmask(SIG_SETMASK, &all, &mFormer);
-    }
-    ~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &mFormer, nullptr); }
-    SignalsBlocked(const SignalsBlocked&) = delete;
-    SignalsBlocked& operator=(const SignalsBlocked&) = delete;
-
-private:
-    sigset_t mFormer;
-};
-
 } // namespace
 
 RowBandPool::RowBandPool(unsigned threads) {
@@ -35,7 +19,6 @@ RowBandPool::RowBandPool(unsigned threads) {
         threads = usableCpus();
     mScratch.resize(threads);
     mThreads.reserve(threads - 1);
-    // The host's signal handlers expect the host's threads.
     const SignalsBlocked blocked;
     try {
         for (unsigned worker = 1; worker < threads; ++worker)
