@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <climits>
 #include <cstring>
 #include <fcntl.h>
@@ -11,6 +12,7 @@
 #include <string>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <thread>
 #include <unistd.h>
 #include <utility>
 
@@ -64,6 +66,18 @@ int openLocked(const path& temporary, int flags) {
     return file;
 }
 
+/// The same, but waits a moment for a lock: the process that did the work of a killed run ends just after it.
+int openOnceFree(const path& temporary) {
+    constexpr int kTries = 20;
+    constexpr std::chrono::milliseconds kPause{50};
+    int file = openLocked(temporary, O_CREAT);
+    for (int tries = 1; file < 0 && errno == EWOULDBLOCK && tries < kTries; ++tries) {
+        std::this_thread::sleep_for(kPause);
+        file = openLocked(temporary, O_CREAT);
+    }
+    return file;
+}
+
 /// False where the system refuses, with errno set.
 bool writeBytes(int descriptor, std::span<const std::byte> bytes) {
     while (!bytes.empty()) {
@@ -79,7 +93,7 @@ bool writeBytes(int descriptor, std::span<const std::byte> bytes) {
 class Temporary {
 public:
     explicit Temporary(const path& target)
-        : mTarget(target), mPath(temporaryOf(target)), mFile(openLocked(mPath, O_CREAT)) {
+        : mTarget(target), mPath(temporaryOf(target)), mFile(openOnceFree(mPath)) {
         if (mFile < 0 && errno == EWOULDBLOCK)
             throw Failure(mTarget.string() + ": another program is writing it");
         if (mFile < 0)

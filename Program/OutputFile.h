@@ -12,7 +12,8 @@ namespace Tessaloom::BilateralBlur::Program {
 /// target is written.
 ///
 /// The temporary has a name of its own, ".NAME.part": what a killed run left behind goes with the next run
-/// that writes the same file. Two programs that write the same file at once don't mix: the second fails.
+/// that writes the same file. Two programs that write the same file at once don't mix: the second waits a
+/// second for the first, then fails.
 ///
 /// Throws Failure where the file can't be written or isn't a regular one, CommonFailure where no other file
 /// of the directory can be written either; nothing is left then.
