@@ -237,15 +237,14 @@ void checkHolds(const Format& format, const Picture& picture, const std::string&
     });
     const std::string formatName = format.name;
     if (hasAlpha && !format.hasAlpha)
-        fail(name, formatName + " can't hold the image's alpha channel; use .png, .tif or .webp");
+        fail(name, formatName + " can't hold the image's alpha channel; use PNG, TIFF or WebP");
     if (picture.pages.size() > 1 && (!format.hasPages || &format != picture.format))
         fail(name, formatName + " can't hold the " + std::to_string(picture.pages.size()) +
-                       " pages of the input; use " + picture.format->extensions[0] +
-                       ", or choose one with --page N");
+                       " pages of the input; use " + picture.format->name + ", or choose one with --page N");
     for (const Page& page : picture.pages)
         if (std::max(page.width, page.height) > format.largestSide)
             fail(name, formatName + " holds images of " + std::to_string(format.largestSide) + " x " +
-                           std::to_string(format.largestSide) + " pixels at most; use .png or .tif");
+                           std::to_string(format.largestSide) + " pixels at most; use PNG or TIFF");
 }
 
 } // namespace

@@ -27,9 +27,9 @@ protected:
         save(small.cast(VIPS_FORMAT_FLOAT), mFolder / "float.tif");
         save(pages, mFolder / "frames.webp");
         save(pages, mFolder / "pages.tif");
-        for (const std::string name : {"small.jpg", "small.tif", "small.webp"}) {
+        for (const std::string name : {"small.jpg", "small.png", "small.tif", "small.webp"}) {
             save(small, mFolder / name);
-            writeCut(name, 1);
+            writeCut(name, name == "small.png" ? 13 : 1); // a PNG ends with a chunk of 12
         }
         writeCut("good.png", 20000);
         writeCut("pages.tif", 10);
@@ -124,6 +124,7 @@ TEST_F(BadInput, InFilesIsReportedInOneLine) {
         {"/dev/zero old.png", "/dev/zero: this isn't an image"},
         {"/proc/self/mem old.png", "/proc/self/mem: can't be read: Input/output error"},
         {"cut.good.png old.png", "cut.good.png: the image can't be read: the file is cut short"},
+        {"cut.small.png old.png", "cut.small.png: the image can't be read: the file is cut short"},
         {"cut.small.jpg old.png", "cut.small.jpg: the image can't be read: the file is cut"},
         {"cut.small.webp old.png", "cut.small.webp: the image can't be read: the file is cut"},
         {"cut.small.tif old.png", "the directory of its first page is damaged or cut off"},
@@ -131,9 +132,9 @@ TEST_F(BadInput, InFilesIsReportedInOneLine) {
         {"damaged.png old.png", "damaged.png: the image is damaged or cut short"},
         {"damaged.jpg old.png", "damaged.jpg: the image is damaged or cut short"},
         {"pages.tif old.png",
-         "PNG can't hold the 4 pages of the input; use .tif, or choose one with --page N"},
-        {"pages.tif out.webp", "WebP can't hold the 4 pages of the input; use .tif"},
-        {"frames.webp old.png", "PNG can't hold the 4 pages of the input; use .webp"},
+         "PNG can't hold the 4 pages of the input; use TIFF, or choose one with --page N"},
+        {"pages.tif out.webp", "WebP can't hold the 4 pages of the input; use TIFF"},
+        {"frames.webp old.png", "PNG can't hold the 4 pages of the input; use WebP"},
         {"pages.tif old.png --page 5", "pages.tif: there is no page 5; it has 4"},
         {"animated.png old.png", "an animated PNG; only its still image can be read, with --page 1"},
         {"huge.png old.png", "60000 x 60000 pixels need "},

@@ -101,7 +101,7 @@ const std::pair<const char*, const char*> kExif[] = {
 
 /// An image with metadata of all kinds that its format can hold.
 void saveWithMetadata(const std::string& file) {
-    save(shading(40, 30, 3).copy(VImage::option()->set("xres", 5.0)->set("yres", 5.0)), file,
+    save(shading(40, 30, 3).copy(VImage::option()->set("xres", 5.0)->set("yres", 7.0)), file,
          VImage::option()->set("profile", "p3"));
     const std::string thumbnail = contents(file);
     const auto image = Exiv2::ImageFactory::open(file);
@@ -110,6 +110,7 @@ void saveWithMetadata(const std::string& file) {
     for (const auto& [key, value] : kExif)
         exif[key] = std::string(value);
     exif["Exif.Image.XResolution"] = std::string("50/1");
+    exif["Exif.Image.YResolution"] = std::string("70/1");
     exif["Exif.Image.ResolutionUnit"] = std::string("3");
     if (file.ends_with(".jpg")) {
         Exiv2::ExifThumb(exif).setJpegThumbnail(reinterpret_cast<const Exiv2::byte*>(thumbnail.data()),
@@ -129,9 +130,13 @@ std::set<std::string> kindsIn(const std::string& file) {
     const Exiv2::ExifData& exif = image->exifData();
     const VImage loaded = load(file);
     // In a WebP, EXIF alone has a place for the density.
-    const auto density = exif.findKey(Exiv2::ExifKey("Exif.Image.XResolution"));
-    const bool isDense = file.ends_with(".webp") ? density != exif.end() && density->toLong() == 50
-                                                 : std::abs(loaded.xres() - 5) < 0.01;
+    const auto dotsAre = [&](const char* key, int number) {
+        const auto field = exif.findKey(Exiv2::ExifKey(key));
+        return field != exif.end() && field->toLong() == number;
+    };
+    const bool isDense = file.ends_with(".webp")
+                             ? dotsAre("Exif.Image.XResolution", 50) && dotsAre("Exif.Image.YResolution", 70)
+                             : std::abs(loaded.xres() - 5) < 0.01 && std::abs(loaded.yres() - 7) < 0.01;
     std::map<std::string, bool> kinds{
         {"IPTC", !image->iptcData().empty()},
         {"XMP", !image->xmpData().empty()},
