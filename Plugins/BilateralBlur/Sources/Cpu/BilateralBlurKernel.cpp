@@ -67,12 +67,18 @@ constexpr int kUnit = kCentreFactor * kNeighbourFactor;
 constexpr double kExactUnit = kLog2E * kOctave / (255 * kRangeSigma * 255 * kRangeSigma);
 static_assert(kUnit - kExactUnit < 2.5e-5 * kExactUnit && kExactUnit - kUnit < 2.5e-5 * kExactUnit);
 
-/// Weights are scaled by 2^(kUnit / 2 * |p|^2) up to 2^54 and down to 2^-169 * 2^54: this many octaves more
-/// keep the least of them above a float's smallest and leave the sums below its largest.
-constexpr int kBias = 42;
-
 /// Half of the largest |q|^2, to be taken from it so that it fits 16 bits.
-constexpr int kSquareMiddle = 24576;
+constexpr int kSquareMiddle = 3 * 128 * 128 / 2;
+
+/// Weights are scaled by 2^(kUnit / 2 * |p|^2), in octaves from -kDeepest, at the farthest column, to kHighest.
+/// Raised by kBias and by the one that exp2Bits adds, the least of them is a normal float, of 2^-126 at least:
+/// below, its bits would be another number's. The sums of all taps take up to 20 octaves more.
+constexpr double kDeepest = kUnit * (kSquareMiddle + 3.0 * 127 * 128) / kOctave +
+                            kLog2E * kLargestReach * kLargestReach / (2 * kSpatialSigma * kSpatialSigma);
+constexpr double kHighest = kUnit * static_cast<double>(kSquareMiddle) / kOctave;
+constexpr int kBias = static_cast<int>(kDeepest) + 1 - 127;
+static_assert(kHighest + kBias + 1 + 20 < 127, "a smaller sigma needs another scale of the weights");
+static_assert(kMaxTaps * kMaxTaps * 128 < 1 << 20);
 
 /// The pixels that a job filters.
 struct Block {
