@@ -1,6 +1,7 @@
 #include "Program/Options.h"
 
 #include "Program/Errors.h"
+#include "Program/Files/Picture.h"
 #include "Program/Memory.h"
 
 #include <CLI/CLI.hpp>
@@ -57,14 +58,12 @@ CommandLine::CommandLine(const Host::Resource& effect)
     app.set_help_flag();
     app.allow_extras();
     app.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
-    app.add_option(
-        "INPUT", options.input,
-        "The image to filter: JPEG, PNG, TIFF or WebP; - is standard input; or a numbered sequence, "
-        "shot.####.png or shot.%04d.png");
-    app.add_option(
-        "OUTPUT", options.output,
-        "The file to write: .jpg, .png, .tif or .webp; - is standard output; for a sequence with a "
-        "number as well");
+    app.add_option("INPUT", options.input,
+                   "The image to filter: " + formatNames() +
+                       "; - is standard input; or a numbered sequence, shot.####.png or shot.%04d.png");
+    app.add_option("OUTPUT", options.output,
+                   "The file to write: " + formatExtensions() +
+                       "; - is standard output; for a sequence with a number as well");
     for (std::size_t i = 0; i < values.size(); ++i) {
         const Host::Slider& slider = effect.sliders[i];
         app.add_option(optionOf(slider), values[i],
@@ -77,7 +76,7 @@ CommandLine::CommandLine(const Host::Resource& effect)
     app.add_flag("--skip-existing", options.skipExisting, "Skip frames whose output already exists");
     app.add_option("--format", options.format,
                    "The format of OUTPUT (default: by its extension; for - the format of the input)")
-        ->type_name("png|jpeg|tiff|webp");
+        ->type_name(formatChoices());
     app.add_option("--quality", quality, "Quality of JPEG and WebP, 1 to 100 (default: the input's)")
         ->type_name("N");
     app.add_option("--page", page, "Filter only this page of a TIFF, or this frame of an animation, from 1")

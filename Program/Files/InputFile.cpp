@@ -48,7 +48,7 @@ public:
         if (fstat(mFile, &status) != 0)
             fail(mPath, std::strerror(errno));
         if (S_ISDIR(status.st_mode))
-            fail(mPath, std::string("this is a directory; an image is needed (") + kReadableFormats + ")");
+            fail(mPath, "this is a directory; an image is needed (" + formatNames() + ")");
         if (isatty(mFile))
             fail(mPath, "this is a terminal; an image is needed, from a file or a pipe");
         return S_ISREG(status.st_mode) ? static_cast<std::size_t>(status.st_size) : 0;
@@ -90,7 +90,7 @@ Bytes readInput(const path& path, const std::function<bool(std::span<const std::
     if (size == 0)
         fail(path, "the file is empty");
     if (!isAccepted(std::span(bytes).first(size)))
-        fail(path, std::string("this isn't an image in ") + kReadableFormats);
+        fail(path, "this isn't an image in " + formatNames());
     while (size == bytes.size()) {
         // One byte more than expected, so that the end is seen.
         const std::size_t next = std::max({expected + 1, bytes.size() * 2, kSmallest});

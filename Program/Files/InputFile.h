@@ -18,7 +18,4 @@ std::string inputName(const std::filesystem::path& path);
 Bytes readInput(const std::filesystem::path& path,
                 const std::function<bool(std::span<const std::byte>)>& isAccepted);
 
-/// The formats that can be read, for messages.
-inline constexpr const char* kReadableFormats = "JPEG, PNG, TIFF or WebP";
-
 } // namespace Tessaloom::BilateralBlur::Program

@@ -80,6 +80,23 @@ const Format* formatOfContent(std::span<const std::byte> file) {
     return firstFormat([&](const Format& format) { return format.matches(file); });
 }
 
+/// "a, b or c".
+std::string alternatives(const std::vector<std::string>& words) {
+    std::string text;
+    for (std::size_t i = 0; i < words.size(); ++i)
+        text += (i == 0 ? "" : i + 1 < words.size() ? ", " : " or ") + words[i];
+    return text;
+}
+
+template<class Condition>
+std::string namesOfFormats(Condition condition) {
+    std::vector<std::string> names;
+    for (const Format& format : kFormats)
+        if (condition(format))
+            names.push_back(format.name);
+    return alternatives(names);
+}
+
 [[noreturn]] void fail(const std::string& name, const std::string& why) {
     throw Failure(name + ": " + why);
 }
@@ -237,19 +254,44 @@ void checkHolds(const Format& format, const Picture& picture, const std::string&
     });
     const std::string formatName = format.name;
     if (hasAlpha && !format.hasAlpha)
-        fail(name, formatName + " can't hold the image's alpha channel; use PNG, TIFF or WebP");
+        fail(name, formatName + " can't hold the image's alpha channel; use " +
+                       namesOfFormats([](const Format& other) { return other.hasAlpha; }));
     if (picture.pages.size() > 1 && (!format.hasPages || &format != picture.format))
         fail(name, formatName + " can't hold the " + std::to_string(picture.pages.size()) +
                        " pages of the input; use " + picture.format->name + ", or choose one with --page N");
-    for (const Page& page : picture.pages)
-        if (std::max(page.width, page.height) > format.largestSide)
-            fail(name, formatName + " holds images of " + std::to_string(format.largestSide) + " x " +
-                           std::to_string(format.largestSide) + " pixels at most; use PNG or TIFF");
+    for (const Page& page : picture.pages) {
+        const int side = std::max(page.width, page.height);
+        if (side <= format.largestSide)
+            continue;
+        const std::string larger = namesOfFormats(
+            [&](const Format& other) { return other.largestSide >= side && (other.hasAlpha || !hasAlpha); });
+        fail(name, formatName + " holds images of " + std::to_string(format.largestSide) + " x " +
+                       std::to_string(format.largestSide) + " pixels at most" +
+                       (larger.empty() ? "" : "; use " + larger));
+    }
 }
 
 } // namespace
 
-const char* const kWritableTypes = ".jpg, .jpeg, .png, .tif, .tiff or .webp";
+std::string formatNames() {
+    return namesOfFormats([](const Format&) { return true; });
+}
+
+std::string formatChoices() {
+    std::string choices;
+    for (const Format& format : kFormats)
+        choices.append(choices.empty() ? "" : "|").append(format.extensions.back() + 1);
+    return choices;
+}
+
+std::string formatExtensions() {
+    std::vector<std::string> extensions;
+    for (const Format& format : kFormats)
+        for (const char* extension : format.extensions)
+            if (extensions.empty() || extensions.back() != extension)
+                extensions.push_back(extension);
+    return alternatives(extensions);
+}
 
 PictureFile::PictureFile(const path& path, ReadOptions options)
     : mName(inputName(path)),
@@ -314,7 +356,7 @@ const Format& formatOf(const path& path) {
     const Format* format = formatWithExtension(path.extension().string());
     if (!format)
         throw WrongUse(path.string() + ": the extension names no format that can be written; use " +
-                       kWritableTypes);
+                       formatExtensions());
     return *format;
 }
 

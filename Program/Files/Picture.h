@@ -97,14 +97,20 @@ private:
 /// would lose by a fork happens before. What the libraries report is shown only if `verbose`. Throws Failure.
 void startImageFiles(bool verbose);
 
+/// The formats, for messages: "JPEG, PNG, TIFF or WebP".
+std::string formatNames();
+
 /// The extensions of file names that can be written, for messages.
-extern const char* const kWritableTypes;
+std::string formatExtensions();
+
+/// The names that `formatNamed` knows, separated by "|".
+std::string formatChoices();
 
 /// The format that the extension of a file name means. Throws WrongUse for a name that has no such
 /// extension.
 const Format& formatOf(const std::filesystem::path& path);
 
-/// The format of a name, "png", "jpeg", "tiff" or "webp"; null for any other.
+/// The format of one of `formatChoices`; null for any other name.
 const Format* formatNamed(const std::string& name);
 
 /// The bytes of a file in a format, with the picture's channels, metadata, and 16 bits a channel where the
