@@ -101,7 +101,7 @@ TEST_F(BadInput, OnTheCommandLineIsReportedInOneLine) {
         {"good.png out.png --blur-scale 1 --threads 0", "--threads 0: must be an integer from 1"},
         {"good.png out.png --blur-scale 1 --quality 101", "must be an integer from 1 to 100"},
         {"good.png out.png --blur-scale 1 --memory 2X", "2X: must be a size such as 800M or 4G"},
-        {"good.png out.png --blur-scale 1 --format gif", "gif: must be one of png, jpeg, tiff, webp"},
+        {"good.png out.png --blur-scale 1 --format gif", "gif: must be one of jpeg, png, tiff, webp"},
         {"in.#.png out.png --blur-scale 1", "out.png: a sequence as INPUT needs one as OUTPUT"},
         {"in.##.%d.png out.#.png --blur-scale 1", "the name holds two frame numbers"},
         {"in.#.png ./in.%d.png --blur-scale 1", "the output's frames would replace the input's"},
