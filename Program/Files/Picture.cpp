@@ -256,7 +256,7 @@ void checkHolds(const Format& format, const Picture& picture, const std::string&
     if (hasAlpha && !format.hasAlpha)
         fail(name, formatName + " can't hold the image's alpha channel; use " +
                        namesOfFormats([](const Format& other) { return other.hasAlpha; }));
-    if (picture.pages.size() > 1 && (!format.hasPages || &format != picture.format))
+    if (picture.pages.size() > 1 && &format != picture.format)
         fail(name, formatName + " can't hold the " + std::to_string(picture.pages.size()) +
                        " pages of the input; use " + picture.format->name + ", or choose one with --page N");
     for (const Page& page : picture.pages) {

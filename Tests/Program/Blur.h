@@ -21,12 +21,11 @@ inline Outcome blur(const std::string& input, const std::string& output, int blu
 
 /// A picture for the tests, with samples of 8 or 16 bits, from channels with values of 0 to 255.
 inline vips::VImage picture(const std::vector<vips::VImage>& channels, bool deep = false) {
-    const bool grey = channels.size() < 3;
-    const VipsInterpretation shallowKind = grey ? VIPS_INTERPRETATION_B_W : VIPS_INTERPRETATION_sRGB;
-    const VipsInterpretation deepKind = grey ? VIPS_INTERPRETATION_GREY16 : VIPS_INTERPRETATION_RGB16;
+    constexpr VipsInterpretation kKinds[2][2] = {{VIPS_INTERPRETATION_B_W, VIPS_INTERPRETATION_GREY16},
+                                                 {VIPS_INTERPRETATION_sRGB, VIPS_INTERPRETATION_RGB16}};
     return (vips::VImage::bandjoin(channels) * (deep ? 257 : 1))
         .cast(deep ? VIPS_FORMAT_USHORT : VIPS_FORMAT_UCHAR)
-        .copy(vips::VImage::option()->set("interpretation", deep ? deepKind : shallowKind));
+        .copy(vips::VImage::option()->set("interpretation", kKinds[channels.size() > 2][deep]));
 }
 
 /// Independent noise, with the lowest and the highest value in good number.
@@ -51,18 +50,25 @@ inline vips::VImage paged(const vips::VImage& image, int height) {
     return pages;
 }
 
+/// A number in a PNG file.
+inline std::string pngNumber(std::size_t value) {
+    std::string bytes;
+    for (const int shift : {24, 16, 8, 0})
+        bytes += static_cast<char>(value >> shift);
+    return bytes;
+}
+
 /// A chunk of a PNG file with its checksum.
 inline std::string pngChunk(const std::string& name, const std::string& data) {
-    const auto number = [](std::uint32_t value) {
-        std::string bytes;
-        for (const int shift : {24, 16, 8, 0})
-            bytes += static_cast<char>(value >> shift);
-        return bytes;
-    };
     const std::string summed = name + data;
-    return number(static_cast<std::uint32_t>(data.size())) + summed +
-           number(static_cast<std::uint32_t>(
-               crc32_z(0, reinterpret_cast<const Bytef*>(summed.data()), summed.size())));
+    const auto* bytes = reinterpret_cast<const Bytef*>(summed.data());
+    return pngNumber(data.size()) + summed + pngNumber(crc32_z(0, bytes, summed.size()));
+}
+
+/// A PNG file of few bytes with a header for a large square.
+inline std::string pngWithoutPixels(int side) {
+    const std::string size = pngNumber(side) + pngNumber(side) + std::string("\x8\2\0\0\0", 5);
+    return "\x89PNG\r\n\x1a\n" + pngChunk("IHDR", size) + pngChunk("IEND", "");
 }
 
 inline void save(const vips::VImage& image, const std::string& file, vips::VOption* options = nullptr) {
