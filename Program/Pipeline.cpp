@@ -114,8 +114,12 @@ void Pipeline::stop(const std::string& why) {
 std::shared_ptr<PictureFile> Pipeline::open(const Job& job) {
     if (job.opened)
         return job.opened;
-    checkFolderExists(job.input);
-    return std::make_shared<PictureFile>(job.input, mSettings.reading);
+    try {
+        return std::make_shared<PictureFile>(job.input, mSettings.reading);
+    } catch (const Failure&) {
+        checkFolderExists(job.input);
+        throw;
+    }
 }
 
 /// The next picture that can be read.
@@ -189,7 +193,9 @@ void Pipeline::run() {
         }
     } closer{*this};
 
-    const bool readsAhead = tryStart(readers, [this] { readAll(); });
+    // A frame that is tried again must not be blamed for a process that dies in the setup.
+    const bool isRetry = mTodo.size() == 1 && mJobs.size() > 1;
+    const bool readsAhead = !isRetry && tryStart(readers, [this] { readAll(); });
     const Host::Module module(mSettings.module);
     Host::Effect effect(module);
     while (writers.size() < mEncoders && tryStart(writers, [this] { writeAll(); }))
@@ -208,13 +214,7 @@ void Pipeline::run() {
 
 void runPipeline(const std::vector<Job>& jobs, const std::vector<int>& todo, const Settings& settings,
                  int standardOutput, EventWriter& events) {
-    try {
-        Pipeline(jobs, todo, settings, standardOutput, events).run();
-    } catch (const std::bad_alloc&) {
-        events.send({Event::Kind::Stopped, 0, "out of memory"});
-    } catch (const std::exception& error) {
-        events.send({Event::Kind::Stopped, 0, error.what()});
-    }
+    Pipeline(jobs, todo, settings, standardOutput, events).run();
 }
 
 } // namespace Tessaloom::BilateralBlur::Program

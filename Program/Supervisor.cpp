@@ -13,9 +13,11 @@
 #include <cstdlib>
 #include <cstring>
 #include <deque>
+#include <exception>
 #include <fcntl.h>
 #include <iostream>
 #include <iterator>
+#include <new>
 #include <numeric>
 #include <poll.h>
 #include <string>
@@ -96,8 +98,10 @@ void Supervisor::retry(const Round& round, const std::string& cause) {
     } else {
         if (Round rest = those(round, State::Waiting); !rest.empty())
             mRounds.push_front(std::move(rest));
-        for (const int suspect : suspects)
+        for (const int suspect : suspects) {
+            mStates[suspect] = State::Waiting;
             mRounds.push_front({suspect});
+        }
     }
 }
 
@@ -124,6 +128,8 @@ void Supervisor::beChild(const Round& round, pid_t parent, int pipe) const {
     if (prctl(PR_SET_PDEATHSIG, SIGKILL) != 0 || getppid() != parent)
         std::_Exit(EXIT_FAILURE);
     EventWriter events(pipe);
+    // The parent says in its own words how this process ends.
+    std::set_terminate(std::abort);
     try {
         startImageFiles(mSettings.verbose);
         // The effect does without GL where there is none.
@@ -135,6 +141,8 @@ void Supervisor::beChild(const Round& round, pid_t parent, int pipe) const {
         if (!mSettings.verbose)
             std::cout.rdbuf(nullptr);
         runPipeline(mJobs, round, mSettings, standardOutput, events);
+    } catch (const std::bad_alloc&) {
+        events.send({Event::Kind::Stopped, 0, "out of memory"});
     } catch (const std::exception& error) {
         events.send({Event::Kind::Stopped, 0, error.what()});
     }

@@ -12,7 +12,7 @@ namespace Tessaloom::BilateralBlur::Program {
 ///
 /// Libraries that decode and encode end the process where memory runs out. If the child dies, the frames that
 /// it was working on are tried again, each in a child of its own, which tells the one that can't be done; the
-/// rest goes on in a further child.
+/// rest goes on in a further child. A child that dies before it has begun a frame ends the work.
 ///
 /// A signal that ends this process ends the child first; what either of them left half-written is removed. If
 /// this process is killed, the child is too. Throws Failure where no process can be started.

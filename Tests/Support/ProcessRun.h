@@ -50,8 +50,7 @@ inline std::string contents(const std::string& file) {
 
 /// How a process ended.
 struct Outcome {
-    int exitCode; ///< -1 where a signal ended it
-    int signal;   ///< 0 where none did
+    int exitCode; ///< negative: the signal that ended it
     std::string out, err;
     long peakMiB; ///< of memory; of the largest process where there were several
 };
@@ -91,8 +90,8 @@ public:
         int status = 0;
         rusage usage{};
         wait4(mProcess, &status, 0, &usage);
-        return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, WIFSIGNALED(status) ? WTERMSIG(status) : 0,
-                contents(mOutputs / "out"), contents(mOutputs / "err"), usage.ru_maxrss / 1024};
+        return {WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status), contents(mOutputs / "out"),
+                contents(mOutputs / "err"), usage.ru_maxrss / 1024};
     }
 
 private:
