@@ -77,19 +77,20 @@ struct Sample {
     std::vector<double> expected;
 };
 
-/// An effect, and a host that has a GL context of its own, which is current on the test's thread and must be
+/// An effect, and a host that has a GL context of its own, which is current on the calling thread and must be
 /// so in the end.
-class EffectTest : public testing::TestWithParam<Way> {
+class Session {
 protected:
-    EffectTest() {
-        EglWatch::hardware = GetParam() == Way::Gpu;
+    explicit Session(Way way) {
+        EglWatch::hardware = way == Way::Gpu;
         mHostContext->makeCurrentContext();
-        EglWatch::failing = GetParam() == Way::NoGL;
+        EglWatch::failing = way == Way::NoGL ? EglWatch::Failing::Binding : EglWatch::Failing::Nothing;
         mEffect.emplace(mHost.module());
     }
-    ~EffectTest() override {
+    ~Session() {
         mEffect.reset();
-        EglWatch::hardware = EglWatch::failing = false;
+        EglWatch::hardware = false;
+        EglWatch::failing = EglWatch::Failing::Nothing;
         EXPECT_EQ(NSOpenGLContext::currentContext(), mHostContext);
         EXPECT_EQ(EglWatch::liveContexts, 1);
         mHostContext->release();
@@ -107,6 +108,11 @@ protected:
     NSOpenGLContext* const mHostContext = EglWatch::makeContext();
     std::optional<Host::Effect> mEffect;
     const Sample mSample{Pictures::photograph(12, 8, 5), 7};
+};
+
+class EffectTest : public testing::TestWithParam<Way>, protected Session {
+protected:
+    EffectTest() : Session(GetParam()) {}
 };
 
 } // namespace Tessaloom::BilateralBlur

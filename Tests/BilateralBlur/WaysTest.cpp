@@ -1,5 +1,4 @@
 #include "Tests/BilateralBlur/EffectTest.h"
-#include "Tests/Support/GLCalls.h"
 
 #include <array>
 #include <random>
@@ -38,14 +37,15 @@ std::vector<Sample> randomSamples(unsigned seed, int count) {
 class WaysTest : public testing::TestWithParam<unsigned> {
 protected:
     ~WaysTest() override {
-        EglWatch::hardware = EglWatch::failing = false;
+        EglWatch::hardware = false;
+        EglWatch::failing = EglWatch::Failing::Nothing;
         EXPECT_EQ(EglWatch::liveContexts, 0);
     }
 
     // Each sample as it comes out, compared with the formulas.
     std::vector<Bytes> renderAll(Way way, const std::vector<Sample>& samples) {
         EglWatch::hardware = way == Way::Gpu;
-        EglWatch::failing = way == Way::NoGL;
+        EglWatch::failing = way == Way::NoGL ? EglWatch::Failing::Creation : EglWatch::Failing::Nothing;
         Host::Effect effect(mModule);
         Host::World output(0, 0);
         std::vector<Bytes> all;
@@ -90,16 +90,6 @@ TEST_P(WaysTest, GiveTheSamePicture) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Seeds, WaysTest, testing::Range(0u, 6u));
-
-// The data context is the only one, and no call reaches it.
-TEST_F(WaysTest, FilterOnTheCpuWithoutGLCalls) {
-    Host::Effect effect(mModule);
-    GLCalls calls;
-    Host::World input(9, 7), output(0, 0);
-    EXPECT_TRUE(effect.render(input, output, std::array{5}).ok());
-    EXPECT_THAT(calls.counts, testing::IsEmpty());
-    EXPECT_EQ(EglWatch::liveContexts, 1);
-}
 
 } // namespace
 } // namespace Tessaloom::BilateralBlur

@@ -8,10 +8,12 @@
 namespace Tessaloom::BilateralBlur::EglWatch {
 
 std::atomic<int> liveContexts{0};
-std::atomic<bool> failing{false};
+std::atomic<Failing> failing{Failing::Nothing};
 std::atomic<bool> hardware{false};
 
 namespace {
+
+EGLContext mUnbindable = EGL_NO_CONTEXT;
 
 template<typename Function>
 Function* next(const char* name) {
@@ -42,9 +44,19 @@ extern "C" {
 __attribute__((visibility("default"))) EGLContext
 eglCreateContext(EGLDisplay display, EGLConfig config, EGLContext share, const EGLint* attributes) {
     static const auto kNext = next<decltype(eglCreateContext)>("eglCreateContext");
-    const EGLContext context = failing ? EGL_NO_CONTEXT : kNext(display, config, share, attributes);
+    if (failing == Failing::Creation)
+        return EGL_NO_CONTEXT;
+    const EGLContext context = kNext(display, config, share, attributes);
     liveContexts += context != EGL_NO_CONTEXT;
+    mUnbindable = failing == Failing::Binding ? context : EGL_NO_CONTEXT;
     return context;
+}
+
+__attribute__((visibility("default"))) EGLBoolean eglMakeCurrent(EGLDisplay display, EGLSurface draw,
+                                                                 EGLSurface read, EGLContext context) {
+    static const auto kNext = next<decltype(eglMakeCurrent)>("eglMakeCurrent");
+    const bool fails = context != EGL_NO_CONTEXT && context == mUnbindable;
+    return fails ? EGL_FALSE : kNext(display, draw, read, context);
 }
 
 __attribute__((visibility("default"))) EGLBoolean eglDestroyContext(EGLDisplay display, EGLContext context) {

@@ -8,8 +8,9 @@ namespace Tessaloom::BilateralBlur::EglWatch {
 /// Contexts of the process that were created and not destroyed.
 extern std::atomic<int> liveContexts;
 
-/// While it is set, no further context can be created.
-extern std::atomic<bool> failing;
+/// What fails for contexts that are created now.
+enum class Failing { Nothing, Creation, Binding };
+extern std::atomic<Failing> failing;
 
 /// While it is set, devices that render by software look like GPUs.
 extern std::atomic<bool> hardware;

@@ -1,7 +1,5 @@
 #include "Tests/Support/FaultyHost.h"
 
-#include <algorithm>
-#include <cstddef>
 #include <new>
 #include <sstream>
 #include <type_traits>
@@ -13,20 +11,11 @@ namespace {
 
 FaultyHost* mCurrent = nullptr;
 PF_EntryPointFunc mEntry = nullptr;
-std::string mState;
 const PF_LayerDef *mInput = nullptr, *mOutput = nullptr;
 
 /// The host's own table of a type.
 template<class Table>
 Table mHost{};
-
-void recordState() {
-    if (!mCurrent->state)
-        return;
-    const std::string state = mCurrent->state();
-    if (std::exchange(mState, state) != state)
-        mCurrent->calls.push_back(state);
-}
 
 /// Writes an argument where it matters; most addresses don't.
 template<class Argument>
@@ -37,16 +26,13 @@ void describe(std::ostream& text, const Argument& argument) {
         text << ' ' << argument;
     else if constexpr (std::is_same_v<Argument, PF_LayerDef*>)
         text << (argument == mInput ? " input" : argument == mOutput ? " output" : "");
-    else if constexpr (std::is_same_v<Argument, const PF_RenderRequest*>)
-        for (const std::int32_t number : {argument->rect.left, argument->rect.top, argument->rect.right,
-                                          argument->rect.bottom, argument->channel_mask})
-            text << ' ' << number;
 }
 
 /// Records the call of a function. Returns the code to return without doing anything, 0 where it is to work.
 template<class... Arguments>
-PF_Err record(const char* name, const Arguments&... arguments) {
-    recordState();
+PF_Err record(const std::string& name, const Arguments&... arguments) {
+    if (mCurrent->before)
+        mCurrent->before();
     std::ostringstream text;
     text << name;
     (describe(text, arguments), ...);
@@ -61,21 +47,23 @@ PF_Err record(const char* name, const Arguments&... arguments) {
     return PF_Err_NONE;
 }
 
-/// The name of a function, as an argument of a template.
-template<std::size_t kSize>
-struct Name {
-    constexpr Name(const char (&from)[kSize]) { std::copy_n(from, kSize, text); }
-    char text[kSize];
-};
+/// The compiler's text for this function: "... kFunction = &Table::name]".
+template<auto kFunction>
+const char* signature() {
+    return __PRETTY_FUNCTION__;
+}
 
-template<Name kName, auto kFunction>
+template<auto kFunction>
 struct Recorded;
 
-/// A function that records its call, and then fails or calls the host's.
-template<Name kName, class Table, class Result, class... Arguments, Result (*Table::*kFunction)(Arguments...)>
-struct Recorded<kName, kFunction> {
+/// A function of a table that records its call, and then fails or calls the host's.
+template<class Table, class Result, class... Arguments, Result (*Table::*kFunction)(Arguments...)>
+struct Recorded<kFunction> {
     static Result call(Arguments... arguments) {
-        [[maybe_unused]] const PF_Err code = record(kName.text, arguments...);
+        const std::string text = signature<kFunction>();
+        const std::size_t begin = text.rfind(':') + 1;
+        [[maybe_unused]] const PF_Err code =
+            record(text.substr(begin, text.find(']', begin) - begin), arguments...);
         if constexpr (std::is_same_v<Result, PF_Err>) {
             if (code)
                 return code;
@@ -87,8 +75,8 @@ struct Recorded<kName, kFunction> {
     }
 };
 
-template<Name kName, auto kFunction>
-constexpr auto recorded = Recorded<kName, kFunction>::call;
+template<auto kFunction>
+constexpr auto recorded = Recorded<kFunction>::call;
 
 // The functions that do more. A failed checkout or checkin of a parameter is done all the same for the host.
 
@@ -129,51 +117,41 @@ PF_Err pixelData8(PF_LayerDef* world, void* pixels, PF_Pixel8** base) {
     if (const PF_Err code = record("get_pixel_data8", world))
         return code;
     const PF_Err code = mHost<PF_UtilCallbacks>.get_pixel_data8(world, pixels, base);
-    if (world == mOutput)
-        *base = mCurrent->faults.outputBase.value_or(*base);
+    if (*base && world->rowbytes < 0)
+        *base -= (world->height - 1) * (world->rowbytes / std::ptrdiff_t{sizeof(PF_Pixel8)});
     return code;
 }
 
-constexpr PF_InteractCallbacks kInteract{checkoutParam, checkinParam,
-                                         recorded<"add_param", &PF_InteractCallbacks::add_param>};
-PF_PreRenderCallbacks mPreRender{recorded<"checkout_layer", &PF_PreRenderCallbacks::checkout_layer>};
-PF_SmartRenderCallbacks mRender{checkoutLayerPixels, nullptr, checkoutOutput};
-constexpr PF_HandleSuite1 kHandles{recorded<"host_new_handle", &PF_HandleSuite1::host_new_handle>,
-                                   recorded<"host_lock_handle", &PF_HandleSuite1::host_lock_handle>,
-                                   recorded<"host_unlock_handle", &PF_HandleSuite1::host_unlock_handle>,
-                                   recorded<"host_dispose_handle", &PF_HandleSuite1::host_dispose_handle>};
-constexpr PF_iterateFloatSuite1 kIterate{recorded<"iterate", &PF_iterateFloatSuite1::iterate>};
-constexpr AEGP_UtilitySuite5 kUtility{
-    recorded<"AEGP_ExecuteScript", &AEGP_UtilitySuite5::AEGP_ExecuteScript>};
-constexpr AEGP_MemorySuite1 kMemory{recorded<"AEGP_LockMemHandle", &AEGP_MemorySuite1::AEGP_LockMemHandle>,
-                                    recorded<"AEGP_FreeMemHandle", &AEGP_MemorySuite1::AEGP_FreeMemHandle>};
-
-/// Our table in the place of the host's, where we have one for this suite.
-const void* wrapped(const std::string& name, const void* table) {
-    const auto replace = [&]<class Table>(const Table& ours) {
-        mHost<Table> = *static_cast<const Table*>(table);
-        return &ours;
-    };
-    if (name == "PF Handle Suite")
-        return replace(kHandles);
-    if (name == "PF iterateFloat Suite")
-        return replace(kIterate);
-    if (name == "AEGP Utility Suite")
-        return replace(kUtility);
-    if (name == "AEGP Memory Suite")
-        return replace(kMemory);
-    return table;
+/// Our table in the place of the host's.
+template<class Table>
+Table* replace(const void* hosts, const Table& ours) {
+    static Table kOurs;
+    kOurs = ours;
+    mHost<Table> = *static_cast<const Table*>(hosts);
+    return &kOurs;
 }
 
 PF_Err acquireSuite(const char* name, std::int32_t version, const void** suite) {
     if (const PF_Err code = record("AcquireSuite", name, version))
         return code;
-    const auto replaced = mCurrent->faults.suites.find(name);
-    if (replaced != mCurrent->faults.suites.end())
-        return *suite = replaced->second, PF_Err_NONE;
+    if (mCurrent->faults.suites.count(name)) {
+        *suite = mCurrent->faults.suites.at(name);
+        return PF_Err_NONE;
+    }
     const PF_Err code = mHost<SPBasicSuite>.AcquireSuite(name, version, suite);
-    if (!code)
-        *suite = wrapped(name, *suite);
+    const std::string known = code ? "" : name;
+    if (known == "PF Handle Suite")
+        *suite = replace(*suite, PF_HandleSuite1{recorded<&PF_HandleSuite1::host_new_handle>,
+                                                 recorded<&PF_HandleSuite1::host_lock_handle>,
+                                                 recorded<&PF_HandleSuite1::host_unlock_handle>,
+                                                 recorded<&PF_HandleSuite1::host_dispose_handle>});
+    else if (known == "PF iterateFloat Suite")
+        *suite = replace(*suite, PF_iterateFloatSuite1{recorded<&PF_iterateFloatSuite1::iterate>});
+    else if (known == "AEGP Utility Suite")
+        *suite = replace(*suite, AEGP_UtilitySuite5{recorded<&AEGP_UtilitySuite5::AEGP_ExecuteScript>});
+    else if (known == "AEGP Memory Suite")
+        *suite = replace(*suite, AEGP_MemorySuite1{recorded<&AEGP_MemorySuite1::AEGP_LockMemHandle>,
+                                                   recorded<&AEGP_MemorySuite1::AEGP_FreeMemHandle>});
     return code;
 }
 
@@ -183,26 +161,19 @@ PF_Err releaseSuite(const char* name, std::int32_t version) {
     return code || isReplaced ? code : mHost<SPBasicSuite>.ReleaseSuite(name, version);
 }
 
-/// A copy of the record of a render command, with our table in the place of the host's.
-template<class Extra, class Table>
-Extra withTable(const void* extra, Table& ours) {
-    Extra copy = *static_cast<const Extra*>(extra);
-    mHost<Table> = *std::exchange(copy.cb, &ours);
-    return copy;
-}
-
 PF_Err entry(PF_Cmd cmd, PF_InData* inData, PF_OutData* outData, PF_ParamDef* params[], PF_LayerDef* output,
              void* extra) {
-    PF_PreRenderExtra preRender;
-    PF_SmartRenderExtra render;
-    if (cmd == PF_Cmd_SMART_PRE_RENDER)
-        extra = &(preRender = withTable<PF_PreRenderExtra>(extra, mPreRender));
-    if (cmd == PF_Cmd_SMART_RENDER)
-        extra = &(render = withTable<PF_SmartRenderExtra>(extra, mRender));
+    if (cmd == PF_Cmd_SMART_PRE_RENDER) {
+        auto& table = static_cast<PF_PreRenderExtra*>(extra)->cb;
+        table = replace(table, PF_PreRenderCallbacks{recorded<&PF_PreRenderCallbacks::checkout_layer>});
+    } else if (cmd == PF_Cmd_SMART_RENDER) {
+        auto& table = static_cast<PF_SmartRenderExtra*>(extra)->cb;
+        table = replace(table, PF_SmartRenderCallbacks{checkoutLayerPixels, nullptr, checkoutOutput});
+    }
     mCurrent->calls.clear();
-    mState = mCurrent->state ? mCurrent->state() : "";
     mCurrent->code = mEntry(cmd, FaultyHost::wrap(*inData), outData, params, output, extra);
-    recordState();
+    if (mCurrent->before)
+        mCurrent->before();
     return mCurrent->code;
 }
 
@@ -219,18 +190,13 @@ FaultyHost::~FaultyHost() {
 }
 
 PF_InData* FaultyHost::wrap(const PF_InData& host) {
-    static SPBasicSuite kSuites{acquireSuite, releaseSuite};
-    static PF_UtilCallbacks kUtils;
     static PF_InData kInData;
-    mHost<PF_InteractCallbacks> = host.inter;
-    mHost<PF_UtilCallbacks> = *host.utils;
-    mHost<SPBasicSuite> = *host.pica_basicP;
-    kUtils = {host.utils->ansi, pixelData8,
-              recorded<"get_pixel_data16", &PF_UtilCallbacks::get_pixel_data16>};
     kInData = host;
-    kInData.inter = kInteract;
-    kInData.utils = &kUtils;
-    kInData.pica_basicP = &kSuites;
+    mHost<PF_InteractCallbacks> = host.inter;
+    kInData.inter = {checkoutParam, checkinParam, recorded<&PF_InteractCallbacks::add_param>};
+    kInData.utils = replace(host.utils, PF_UtilCallbacks{host.utils->ansi, pixelData8,
+                                                         recorded<&PF_UtilCallbacks::get_pixel_data16>});
+    kInData.pica_basicP = replace(host.pica_basicP, SPBasicSuite{acquireSuite, releaseSuite});
     return &kInData;
 }
 

@@ -22,10 +22,9 @@ struct Faults {
     std::map<std::string, PF_Err> failing{};
     /// Tables by suite name, given out instead of the host's own; may be null.
     std::map<std::string, const void*> suites{};
-    /// Worlds that the effect gets instead of the host's own; may be null.
+    /// Worlds that the effect gets instead of the host's own; may be null. Where rows run upwards in memory,
+    /// the effect gets the address of the last one in memory, which is the top row.
     std::optional<PF_LayerDef*> input{}, output{};
-    /// The address of the output's pixels that the effect gets instead of the host's own.
-    std::optional<PF_Pixel8*> outputBase{};
 };
 
 /// Between a host and an effect: passes each call of the effect on to the host, records it, and injects
@@ -49,8 +48,8 @@ public:
     /// worlds. Formatting and copying of text aren't among them.
     std::vector<std::string> calls{};
 
-    /// Where it is set, each new value of it is recorded among the calls.
-    std::function<std::string()> state{};
+    /// Where it is set, runs before each call is recorded, and at the end of a command.
+    std::function<void()> before{};
 
     /// What the last command returned.
     PF_Err code = PF_Err_NONE;

@@ -1,12 +1,7 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cmath>
 #include <cstddef>
 #include <cstdint>
-#include <type_traits>
 #include <vector>
 
 namespace Tessaloom::BilateralBlur::Oracle {
@@ -14,8 +9,7 @@ namespace Tessaloom::BilateralBlur::Oracle {
 /// The blur pass alone, in double precision.
 ///
 /// For the pixel p and its neighbours q of the square of (blurSize - 1) / 2, truncated towards
-/// zero, around it, coordinates clamped
-/// to the picture: w(q) = exp(-|q - p|^2 / (2 * 10^2)) * exp(-|c(q) - c(p)|^2 / (2 * 0.1^2)), c being the
+/// zero, around it, coordinates clamped to the picture: w(q) = exp(-|q - p|^2 / (2 * 10^2)) * exp(-|c(q) - c(p)|^2 / (2 * 0.1^2)), c being the
 /// first three channels (alpha, red, green). Those three come out as their weighted mean, blue as it went in;
 /// all four are scaled by `multiplier`, then red, green and blue are multiplied by the alpha.
 ///
@@ -36,23 +30,5 @@ std::vector<double> pass(const std::vector<double>& argb, int width, int height,
 ///         filtered alpha rounds to 0 of 255.
 std::vector<double> effect(const std::uint8_t* argb, int width, int height, std::ptrdiff_t rowbytes,
                            int blurSize);
-
-/// Checks the values of `pass`, in levels of 255: bytes may be off by the bounds beyond the rounding that the
-/// exact values need, floats by the bounds alone.
-template<class Channel>
-void expectClose(const std::vector<Channel>& result, const std::vector<double>& expected, double maxError,
-                 double meanError) {
-    constexpr bool kBytes = std::is_same_v<Channel, std::uint8_t>;
-    double most = 0, sum = 0;
-    for (std::size_t i = 0; i < expected.size(); ++i) {
-        const double exact = 255 * expected[i];
-        const double rounding = kBytes ? std::abs(exact - std::round(exact)) : 0;
-        const double error = std::abs((kBytes ? 1.0 : 255.0) * result.at(i) - exact);
-        most = std::max(most, error - (kBytes ? 0.5 : 0));
-        sum += error - rounding;
-    }
-    EXPECT_LE(most, maxError);
-    EXPECT_LE(sum / expected.size(), meanError);
-}
 
 } // namespace Tessaloom::BilateralBlur::Oracle

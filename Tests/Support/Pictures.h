@@ -14,15 +14,13 @@ struct Picture {
     int width, height;
     std::vector<std::uint8_t> bytes = std::vector<std::uint8_t>(std::size_t{4} * width * height);
 
-    std::uint8_t* pixel(int x, int y) { return bytes.data() + std::size_t{4} * (y * width + x); }
     const std::uint8_t* pixel(int x, int y) const { return bytes.data() + std::size_t{4} * (y * width + x); }
 
     /// All values as the texture holds them, 0..1.
-    template<class Real = double>
-    std::vector<Real> normalised() const {
-        std::vector<Real> values(bytes.begin(), bytes.end());
-        for (Real& value : values)
-            value /= Real(255);
+    std::vector<double> normalised() const {
+        std::vector<double> values(bytes.begin(), bytes.end());
+        for (double& value : values)
+            value /= 255;
         return values;
     }
 };

@@ -1,0 +1,105 @@
+#pragma once
+
+#include "Tests/BilateralBlur/EffectTest.h"
+
+#include <algorithm>
+#include <array>
+#include <functional>
+#include <utility>
+
+namespace Tessaloom::BilateralBlur {
+
+/// A host that does by chance what it may, and what it may not.
+class HostileWalk : Session {
+public:
+    /// Each decision is a number of 0 to `bound` - 1, as `below(bound)` gives it.
+    HostileWalk(Way way, std::function<int(int bound)> below) : Session(way), mBelow(std::move(below)) {}
+    ~HostileWalk() { mHostContext->makeCurrentContext(); }
+
+    /// Acts once, checks the outcome, and renders a right frame. That happens on a thread of its own or on
+    /// this one, with the host's context current or none.
+    void step() {
+        if (mBelow(100) == 0)
+            return onThread([this] { act(); });
+        NSOpenGLContext* const current = mBelow(4) ? mHostContext : nullptr;
+        if (current)
+            current->makeCurrentContext();
+        else
+            CGLSetCurrentContext({});
+        act();
+        if (current) {
+            EXPECT_EQ(NSOpenGLContext::currentContext(), current);
+        }
+    }
+
+private:
+    void act() {
+        EglWatch::failing = static_cast<EglWatch::Failing>(std::max(0, mBelow(12) - 9));
+        const int action = mBelow(300);
+        if (action < 3)
+            send(action == 0 ? PF_Cmd_GLOBAL_SETDOWN : PF_Cmd_GLOBAL_SETUP);
+        else if (action < 20)
+            EXPECT_NE(mEffect->about(), "");
+        else
+            renderBadFrame();
+        mIsSetDown = action == 0 || (action > 2 && mIsSetDown);
+        const Sample& sample = mSamples[static_cast<std::size_t>(mBelow(3))];
+        EXPECT_EQ(frame(sample),
+                  mIsSetDown ? "The effect was asked for a frame after its global setdown." : "");
+        EglWatch::failing = EglWatch::Failing::Nothing;
+    }
+
+    void send(PF_Cmd command) {
+        PF_OutData out{};
+        EXPECT_EQ(mModule.entry()(command, nullptr, &out, nullptr, nullptr, nullptr), 0);
+    }
+
+    void renderBadFrame() {
+        Host::World input(mBelow(9), mBelow(7)), target(mBelow(9), mBelow(7)), result(0, 0);
+        PF_LayerDef* output = mBelow(20) == 0 ? nullptr : &target;
+        mHost.faults.output = output;
+        injectFaults();
+        const Host::Result outcome = mEffect->render(input, result, std::array{mBelow(61)});
+        const bool isEmpty = target.width == 0 || target.height == 0;
+        const bool isLarger = target.width > input.width || target.height > input.height;
+        const PF_Err expected = expectedCode(!output || (isLarger && !isEmpty) || mIsSetDown);
+        EXPECT_EQ(outcome.code, expected) << outcome.message;
+        EXPECT_THAT(outcome.mistakes, testing::IsEmpty());
+        EXPECT_TRUE(target.paddingIntact());
+        mHost.faults = {};
+    }
+
+    void injectFaults() {
+        for (const char* call : {"checkout_layer", "checkout_layer_pixels", "checkout_output",
+                                 "AcquireSuite AEGP Item Suite 10", "checkout_param", "get_pixel_data8",
+                                 "AcquireSuite PF Handle Suite 2", "host_new_handle", "host_lock_handle"})
+            if (mBelow(16) == 0)
+                mHost.faults.failing[call] = mBelow(8) == 0 ? kThrowBadAlloc : 1 + mBelow(1000);
+        if (mBelow(16) == 0) // without an exception, after which the parameter isn't given back
+            mHost.faults.failing["checkin_param"] = 1 + mBelow(1000);
+    }
+
+    // What the frame must return after its calls: the code of a failed checkout as it is, 516 for the rest.
+    PF_Err expectedCode(bool isRefused) const {
+        PF_Err expected = 0;
+        for (const std::string& call : mHost.calls)
+            for (const auto& [failing, code] : mHost.faults.failing) {
+                if (call != failing && call.substr(0, call.find(' ')) != failing)
+                    continue;
+                if (code == kThrowBadAlloc)
+                    return PF_Err_OUT_OF_MEMORY;
+                if (!call.starts_with("check"))
+                    return PF_Err_BAD_CALLBACK_PARAM;
+                expected = expected ? expected : code;
+            }
+        return expected == 0 && isRefused ? PF_Err_BAD_CALLBACK_PARAM : expected;
+    }
+
+    const std::function<int(int)> mBelow;
+    bool mIsSetDown = false;
+    inline static const Sample mSamples[3] = {{Pictures::noise(5, 4, 1), 3},
+                                              {Pictures::blocks(7, 3, false), 60},
+                                              {Pictures::photograph(4, 6, 2), 20}};
+};
+
+} // namespace Tessaloom::BilateralBlur
