@@ -95,6 +95,16 @@ bool hasUnspecifiedChannel(TIFF* tiff) {
            (count == 0 || kinds[0] == EXTRASAMPLE_UNSPECIFIED);
 }
 
+bool hasMetadata(TIFF* tiff) {
+    std::uint64_t directory = 0;
+    std::uint32_t size = 0;
+    const void* content = nullptr;
+    return TIFFGetField(tiff, TIFFTAG_EXIFIFD, &directory) ||
+           TIFFGetField(tiff, TIFFTAG_GPSIFD, &directory) ||
+           TIFFGetField(tiff, TIFFTAG_XMLPACKET, &size, &content) ||
+           TIFFGetField(tiff, TIFFTAG_RICHTIFFIPTC, &size, &content);
+}
+
 Page pageOf(TIFF* tiff) {
     Page page;
     TIFFGetField(tiff, TIFFTAG_IMAGEWIDTH, &page.width);
@@ -190,10 +200,11 @@ void inspectTiff(std::span<const std::byte> file, Picture& head, Metadata&) {
     TIFFSetWarningHandler(nullptr);
     File memory{file};
     const Tiff tiff = open(memory, "r");
-    bool unspecified = false;
+    bool unspecified = false, laterMetadata = false;
     for (;;) {
         head.pages.push_back(pageOf(tiff.get()));
         unspecified |= hasUnspecifiedChannel(tiff.get());
+        laterMetadata |= head.pages.size() > 1 && hasMetadata(tiff.get());
         if (TIFFLastDirectory(tiff.get()))
             break;
         if (!TIFFReadDirectory(tiff.get()))
@@ -202,6 +213,8 @@ void inspectTiff(std::span<const std::byte> file, Picture& head, Metadata&) {
     }
     if (unspecified)
         head.notes.push_back("it doesn't say what its last channel is; it is taken for alpha");
+    if (laterMetadata)
+        head.notes.push_back("EXIF, IPTC and XMP of the pages after the first aren't kept");
 }
 
 Bytes encodeTiff(const Picture& picture, WriteOptions) {

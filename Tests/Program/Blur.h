@@ -71,8 +71,9 @@ inline std::string pngWithoutPixels(int side) {
     return "\x89PNG\r\n\x1a\n" + pngChunk("IHDR", size) + pngChunk("IEND", "");
 }
 
-inline void save(const vips::VImage& image, const std::string& file, vips::VOption* options = nullptr) {
-    image.write_to_file(file.c_str(), options);
+/// Options of the format may follow the file's name, as in "x.webp[lossless]".
+inline void save(const vips::VImage& image, const std::string& file) {
+    image.write_to_file(file.c_str());
 }
 
 /// What a file holds, decoded as it stands. Throws for a file that is cut short.

@@ -35,21 +35,13 @@ TEST(Frames, AreReadFromTheirText) {
 }
 
 TEST(Frames, HaveTheNamesOfTheirPattern) {
-    const struct {
-        const char *pattern, *fileOf7;
-        std::vector<std::string> others;
-    } kCases[] = {
-        {"a/s.####.png", "a/s.0007.png", {"s.7.png", "s.00007.png", "xs.0007.png"}},
-        {"s%04d.png", "./s0007.png", {"s007.png", "s-007.png", "s.png", "s0007.png~"}},
-        {"100%.%d", "./100%.7", {"100%.07", "100%.", "100%.12345678901"}},
-    };
-    for (const auto& [text, seventh, others] : kCases) {
-        const FramePattern pattern = FramePattern::parse(text).value();
-        EXPECT_EQ(pattern.file(7), seventh);
-        EXPECT_EQ(pattern.frameOf(pattern.file(12345).filename()), 12345);
-        for (const std::string& other : others)
-            EXPECT_EQ(pattern.frameOf(other), std::nullopt) << other << " of " << text;
-    }
+    const FramePattern pattern = FramePattern::parse("a/100%.####.png").value();
+    EXPECT_EQ(pattern.file(7), "a/100%.0007.png");
+    EXPECT_EQ(pattern.file(12345), "a/100%.12345.png");
+    EXPECT_EQ(pattern.frameOf("100%.12345.png"), 12345);
+    for (const char* other : {"7.png", "00007.png", "-007.png", ".png", "0007.png~", "12345678901.png"})
+        EXPECT_EQ(pattern.frameOf(std::string("100%.") + other), std::nullopt) << other;
+    EXPECT_EQ(FramePattern::parse("s%04d")->file(7), "./s0007");
     for (const char* single : {"a.####/shot.png", "shot.0001.png", "shot%04", "shot%04x", "%4d"})
         EXPECT_FALSE(FramePattern::parse(single)) << single;
 }
@@ -65,6 +57,15 @@ protected:
     void makeFrames(int first, int last, int width = 200, int height = 150) const {
         for (int frame = first; frame <= last; ++frame)
             save(noise(width, height, 3, frame), FramePattern::parse(mInput)->file(frame));
+    }
+
+    /// Checks that a run ended with one cause, which every frame would meet, and the frames that remain.
+    static void expectStopped(const Outcome& outcome, const std::string& cause) {
+        EXPECT_EQ(outcome.exitCode, 1);
+        EXPECT_THAT(outcome.err, MatchesRegex("bilateral-blur: [^\n]*" + cause +
+                                              "[^\n]*\n"
+                                              "bilateral-blur: [0-9]+ frames? filtered, 0 failed, not done: "
+                                              "[0-9,-]*6\n"));
     }
 
     const Folder mIn, mOut;
@@ -148,10 +149,10 @@ TEST_F(Sequence, ShowsProgressAsWideAsTheTerminalAfterAHangUpThatIsIgnored) {
         dup2(end, STDERR_FILENO);
     });
     waitUntil([&] { return !mOut.names().empty(); });
-    run.send(SIGSTOP);
-    run.send(SIGHUP);
-    std::this_thread::sleep_for(std::chrono::milliseconds(100)); // the time between two lines
-    run.send(SIGCONT);
+    for (const int signal : {SIGSTOP, SIGHUP, SIGCONT}) {
+        run.send(signal);
+        std::this_thread::sleep_for(std::chrono::milliseconds(60)); // twice, more than between two lines
+    }
     EXPECT_EQ(run.wait().exitCode, 0);
     std::string shown(4096, '\0');
     shown.resize(read(terminal, shown.data(), shown.size()));
@@ -184,25 +185,20 @@ TEST_F(Sequence, GoesOnAfterAFrameThatTheProcessDiesOf) {
 }
 
 TEST_F(Sequence, EndsWithOneCauseWhereTheSetupDies) {
-    makeFrames(1, 5);
+    makeFrames(1, 6);
     std::filesystem::copy_file(DYING_MODULE, mIn / "dying.so");
     std::filesystem::copy_file(std::filesystem::path(MODULE).replace_extension(".plist"),
                                mIn / "dying.plist");
-    EXPECT_EQ(blur(mInput, mOutput, 3, {"--module", mIn / "dying.so"}).err,
-              "bilateral-blur: out of memory, or a library crashed (Aborted)\n"
-              "bilateral-blur: 0 frames filtered, 0 failed, not done: 1-5\n");
+    expectStopped(blur(mInput, mOutput, 3, {"--module", mIn / "dying.so"}),
+                  "out of memory, or a library crashed \\(Aborted\\)");
 }
 
 TEST_F(Sequence, EndsWithOneCauseWhereItsDirectoryVanishes) {
-    makeFrames(1, 100);
+    makeFrames(1, 96);
     ProcessRun run(command(mInput, mOutput, 3));
     waitUntil([&] { return !mOut.names().empty(); });
     std::filesystem::rename(mIn / "", mOut / "gone");
-    const Outcome outcome = run.wait();
-    EXPECT_EQ(outcome.exitCode, 1);
-    EXPECT_THAT(outcome.err,
-                MatchesRegex("bilateral-blur: [^\n]*: there is no directory [^\n]*\n"
-                             "bilateral-blur: [0-9]+ frames? filtered, 0 failed, not done: [0-9,-]+-100\n"));
+    expectStopped(run.wait(), "there is no directory");
 }
 
 TEST_F(Sequence, OnADiskThatFillsKeepsItsCompleteFrames) {
@@ -210,30 +206,25 @@ TEST_F(Sequence, OnADiskThatFillsKeepsItsCompleteFrames) {
         GTEST_SKIP() << "needs to mount a small disk";
     makeFrames(1, 6); // some 90 kB each, as noise doesn't compress
     const Outcome full = blur(mInput, mOutput, 3);
-    mount("", (mOut / "").c_str(), "", MS_REMOUNT | MS_RDONLY, nullptr);
-    const Outcome readOnly = blur(mInput, mOutput, 3);
     const std::vector<std::string> kept = mOut.names();
     for (const std::string& name : kept)
         EXPECT_EQ(load(mOut / name).copy_memory().width(), 200) << name;
     umount((mOut / "").c_str());
-
-    EXPECT_EQ(full.exitCode, 1);
-    EXPECT_EQ(std::count(full.err.begin(), full.err.end(), '\n'), 2) << full.err;
-    EXPECT_THAT(full.err, HasSubstr("can't be written: No space left on device\n"));
-    EXPECT_THAT(full.err, HasSubstr(std::to_string(kept.size()) + " frames filtered, 0 failed, not done: "));
-    EXPECT_THAT(full.err, EndsWith("6\n"));
-    EXPECT_THAT(kept, AllOf(Each(StartsWith("out.")), SizeIs(testing::Gt(0u)), SizeIs(testing::Lt(6u))));
-    EXPECT_THAT(readOnly.err, EndsWith("the directory can't be written to: Read-only file system\n"));
+    expectStopped(full, "can't be written: No space left on device");
+    EXPECT_THAT(kept, AllOf(Each(StartsWith("out.")), SizeIs(testing::Ge(1u))));
+    EXPECT_THAT(full.err, HasSubstr(std::to_string(kept.size()) + " frame"));
 }
 
-TEST_F(Sequence, NeedsNoMoreMemoryTheLongerItIs) {
-    makeFrames(1, 40, 640, 480);
+TEST_F(Sequence, NeedsNoMoreMemoryTheLongerItIsAndLessWhereItIsBound) {
+    makeFrames(1, 12, 1400, 1000);
     // An address sanitizer would keep what is freed.
     setenv("ASAN_OPTIONS", "quarantine_size_mb=1", 1);
-    const Outcome few = blur(mInput, mOutput, 3, {"--frames", "1-6"});
-    const Outcome many = blur(mInput, mOutput, 3, {"--frames", "1-40"});
-    ASSERT_EQ(few.exitCode + many.exitCode, 0);
+    const Outcome few = blur(mInput, mOutput, 0, {"--frames", "1-5"});
+    const Outcome many = blur(mInput, mOutput, 0);
+    const Outcome bound = blur(mInput, mOutput, 0, {"--memory", "110M"}); // for one at a time
+    ASSERT_EQ(few.exitCode + many.exitCode + bound.exitCode, 0);
     EXPECT_LE(many.peakMiB, few.peakMiB + 15);
+    EXPECT_LE(bound.peakMiB, few.peakMiB - 5);
 }
 
 } // namespace
