@@ -1,4 +1,3 @@
-#include "Plugins/Shared/GL/AEOpenGLUtilities.h"
 #include "Plugins/Shared/GL/SaveRestoreGLContextMac.h"
 #include "Tests/GL/GLTest.h"
 
@@ -9,66 +8,37 @@ namespace {
 
 using ContextTest = GLTest;
 
-TEST_F(ContextTest, PrintsItsIdentity) {
-    testing::internal::CaptureStdout();
+TEST_F(ContextTest, PrintsItsIdentityAndShares) {
     const gl::GLuint texture = makeTexture(1, 1);
+    testing::internal::CaptureStdout();
     const AEOpenGLContext made(&context);
-    EXPECT_THAT(testing::internal::GetCapturedStdout(),
-                testing::MatchesRegex("\nOpenGL Version:  [0-9.]+[^\n]*\nOpenGL Vendor:   [^\n]+\n"
-                                      "OpenGL Renderer: [^\n]+\nOpenGL Revision: [0-9]+ .gl.xml.\n\n"));
-    EXPECT_FALSE(made.extensions().empty());
-    EXPECT_EQ(gl::glIsTexture(texture), gl::GL_TRUE) << "shared";
+    EXPECT_THAT(testing::internal::GetCapturedStdout(), testing::StartsWith("\nOpenGL Version:  "));
+    EXPECT_EQ(gl::glIsTexture(texture), gl::GL_TRUE);
 }
 
 TEST_F(ContextTest, FlushesBeforeASwitchUnlessTheFrameBufferIsIncomplete) {
-    const CGLContextObj own = CGLGetCurrentContext();
-    const AEOpenGLContext other(nullptr);
-    const CGLContextObj target = CGLGetCurrentContext();
-    CGLSetCurrentContext(own);
-    drawInto(makeTexture(2, 2), 2, 2);
-    for (const char* status : {"OK", "Framebuffer incomplete, missing attachment!"}) {
-        EXPECT_EQ(AEOpenGLUtilities::CheckFramebufferStatus(), status);
+    for (const bool complete : {true, false}) {
+        context.makeContextCurrent();
+        drawInto(complete ? makeTexture(2, 2) : 0, 2, 2);
         GLCalls calls;
-        AEOpenGLContext::makeCurrentFlush(target);
-        EXPECT_TRUE(CGLGetCurrentContext() == target);
-        EXPECT_EQ(calls.counts["glFlush"], *status == 'O');
-        CGLSetCurrentContext(own);
-        drawInto(0, 2, 2);
+        AEOpenGLContext::makeNoneCurrent();
+        EXPECT_EQ(calls.counts["glFlush"], complete);
     }
-}
-
-TEST_F(ContextTest, SwitchesFromTheHostsContextOnAThreadThatIsNewToTheBindings) {
-    AEOpenGLContext free(nullptr);
     context.makeContextCurrent();
-    const auto onHostThread = [&](auto switchContext) {
-        std::thread([&] {
-            CGLContextObj host;
-            NSOpenGLContext* made = AEOpenGLContext::createNSContext(nullptr, host);
-            CGLSetCurrentContext(host);
-            auto* saved = (new SaveRestoreGLContextMac)->init();
-            switchContext();
-            EXPECT_EQ(gl::glIsEnabled(gl::GL_BLEND), gl::GL_FALSE) << "GL can be called";
-            saved->restore();
-            EXPECT_TRUE(CGLGetCurrentContext() == host);
-            AEOpenGLContext::makeNoneCurrent();
-            saved->restore();
-            EXPECT_FALSE(CGLGetCurrentContext()) << "restored once only";
-            saved->release();
-            made->release();
-        }).join();
-    };
-    onHostThread([&] { free.makeContextCurrent(); });
-    onHostThread([&] { EXPECT_THROW(context.makeContextCurrent(), int) << "in use on another thread"; });
-    onHostThread([] { AEOpenGLContext::makeNoneCurrent(); });
 }
 
-TEST_F(ContextTest, LeavesTheContextWhereThereWasNoneToRestore) {
-    AEOpenGLContext::makeNoneCurrent();
+TEST_F(ContextTest, RestoresTheHostsContextOnce) {
+    const CGLContextObj host = CGLGetCurrentContext();
     auto* saved = (new SaveRestoreGLContextMac)->init();
-    context.makeContextCurrent();
+    AEOpenGLContext other(nullptr);
     saved->restore();
+    EXPECT_TRUE(CGLGetCurrentContext() == host);
+    other.makeContextCurrent();
+    saved->restore();
+    EXPECT_FALSE(CGLGetCurrentContext() == host);
     saved->release();
-    EXPECT_TRUE(CGLGetCurrentContext());
+    std::thread([&] { EXPECT_THROW(other.makeContextCurrent(), int) << "in use"; }).join();
+    context.makeContextCurrent();
 }
 
 } // namespace
