@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <barrier>
 #include <chrono>
 #include <thread>
 #include <vector>
@@ -29,12 +30,14 @@ TEST(IdleQueue, RunsOneClosureForEachUpdate) {
 }
 
 TEST(IdleQueue, RunsEachClosureOnceOnManyThreads) {
-    constexpr int kEach = 5000;
+    constexpr int kEach = 20000;
     IdleQueue queue;
+    std::barrier together(8);
     std::atomic<int> ran = 0;
     std::vector<std::jthread> threads;
     for (int id = 0; id < 8; ++id)
         threads.emplace_back([&, id] {
+            together.arrive_and_wait();
             for (int i = 0; id < 6 && i < kEach; ++i)
                 queue.async([&] { ++ran; });
             while (id >= 6 && ran < 6 * kEach)
@@ -42,30 +45,32 @@ TEST(IdleQueue, RunsEachClosureOnceOnManyThreads) {
         });
     threads.clear();
     EXPECT_EQ(ran, 6 * kEach);
-    EXPECT_FALSE(queue.hasTask());
 }
 
 TEST(Semaphore, CountsSignalsButNotThoseToAll) {
     Semaphore semaphore(2);
-    std::atomic<int> passed = 0;
+    std::atomic<int> started = 0, passed = 0;
     std::vector<std::jthread> threads;
-    const auto expectToReach = [&](int count, int more, auto meanwhile) {
-        while (more--)
-            threads.emplace_back([&] {
-                semaphore.wait();
-                ++passed;
-            });
-        while (passed < count)
-            meanwhile();
-        // Long enough for a thread too many to pass.
+    const auto wait = [&] {
+        ++started;
+        semaphore.wait();
+        ++passed;
+    };
+    const auto expectToReach = [&](int count) {
+        while (started < 7 || passed < count)
+            std::this_thread::yield();
+        // Long enough for the others to block, and for one too many to pass.
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
         EXPECT_EQ(passed, count);
     };
-    expectToReach(2, 7, std::this_thread::yield);
+    for (int i = 0; i < 7; ++i)
+        threads.emplace_back(wait);
+    expectToReach(2);
     semaphore.signal(3);
-    expectToReach(5, 0, std::this_thread::yield);
-    expectToReach(7, 0, [&] { semaphore.signalAll(); });
-    expectToReach(7, 1, std::this_thread::yield);
+    expectToReach(5);
+    semaphore.signalAll();
+    threads.emplace_back(wait);
+    expectToReach(7);
     semaphore.signal();
 }
 
