@@ -6,6 +6,7 @@
 #include "Host/World.h"
 #include "Platform/SignalsBlocked.h"
 #include "Plugins/BilateralBlur/Sources/BilateralBlur.h"
+#include "Plugins/BilateralBlur/Sources/BilateralBlurDeclaration.h"
 
 #include <cstring>
 #include <optional>

@@ -1,5 +1,6 @@
 #include "Bridges/RenderThread.h"
 #include "Bridges/Sliders.h"
+#include "Plugins/BilateralBlur/Sources/BilateralBlurDeclaration.h"
 #include "Plugins/BilateralBlur/Sources/FilterConstants.h"
 
 #include <gegl-plugin.h>
@@ -61,9 +62,8 @@ void filterBlock(const Operation& operation, GeglBuffer* input, GeglBuffer* outp
     gegl_buffer_get(input, &source, 1.0 / (1 << level), format, pixels.data(), rowBytes, GEGL_ABYSS_CLAMP);
     Bridges::Frame frame{static_cast<unsigned>(source.width), static_cast<unsigned>(source.height),
                          pixels.data(), pixels.data()};
-    // In an image of half the size, pixels are blurred half as far.
     for (std::size_t i = 0; i < kSliders.size(); ++i)
-        frame.values[i] = operation.values[i] >> level;
+        frame.values[i] = kSliders[i].isDistance ? operation.values[i] >> level : operation.values[i];
     Bridges::RenderThread::shared().filter(frame, reportFailure);
     const std::ptrdiff_t first =
         static_cast<std::ptrdiff_t>(rowBytes) * (block.y - source.y) + kBytesPerPixel * (block.x - source.x);
