@@ -40,6 +40,7 @@ TEST_F(EffectTest, LeavesTheOutputOfAFailedFrameAlone) {
         EXPECT_EQ(mEffect.render(input, *into, std::array{0}).text(), "");
         EXPECT_TRUE(into->sameShape(input));
     }
+    EXPECT_EQ(mEffect.render(input, output, {}).text(), "0 values were given for 1 sliders");
     mHost.faults.failing = {{"add_param", 5}};
     EXPECT_THROW(Effect{mHost.module()}, ModuleError);
 }
@@ -53,37 +54,6 @@ TEST_F(EffectTest, FailsWhenASuiteIsNotReleased) {
                 testing::ContainsRegex("Item Suite\".* wasn't released; .*Layer Suite\".* wasn't released"));
     mHost.faults = {};
     EXPECT_TRUE(mEffect.render(world, world, std::array{0}).ok());
-}
-
-std::vector<std::int32_t> mValues; // that the effect was given
-
-// An effect of two sliders that draws nothing.
-PF_Err twoSliders(PF_Cmd cmd, PF_InData* in, PF_OutData* out, PF_ParamDef*[], PF_LayerDef*, void*) {
-    PF_ParamDef slider{};
-    slider.param_type = PF_Param_SLIDER;
-    for (const int index : {1, 2})
-        if (cmd == PF_Cmd_PARAMS_SETUP) {
-            in->inter.add_param(in->effect_ref, -1, &slider);
-        } else if (cmd == PF_Cmd_SMART_RENDER) {
-            in->inter.checkout_param(in->effect_ref, index, 0, 1, 1, &slider);
-            mValues.push_back(slider.u.sd.value);
-            in->inter.checkin_param(in->effect_ref, &slider);
-        }
-    out->num_params = 3;
-    return 0;
-}
-
-TEST(TwoSliders, GetAValueEach) {
-    Resource resource;
-    resource.sliders.resize(2);
-    const Module module(twoSliders, resource);
-    Effect effect(module);
-    World world(3, 2);
-    world.row(1)[2].red = 77;
-    EXPECT_EQ(effect.render(world, world, std::array{11, 22}).text(), "");
-    EXPECT_THAT(mValues, testing::ElementsAre(11, 22));
-    EXPECT_EQ(world.row(1)[2].red, 0) << "the effect promised no pixels";
-    EXPECT_EQ(effect.render(world, world, std::array{11}).text(), "1 values were given for 2 sliders");
 }
 
 } // namespace
