@@ -5,9 +5,7 @@
 
 #include <algorithm>
 #include <array>
-#include <chrono>
 #include <cstdint>
-#include <cstdlib>
 #include <random>
 #include <thread>
 #include <vector>
@@ -51,20 +49,6 @@ inline Bytes reference(const Bytes& frames, Size size, const std::vector<int>& s
             Host::packRow(output.row(y), size.width, 4, &result[start + y * row]);
     }
     return result;
-}
-
-/// Exits while threads render, as programs do that leave the cleaning to the system. For death tests whose
-/// child is a new process; what that doesn't free is no leak.
-template<class Render>
-[[noreturn]] void exitWhileRendering(const Render& render) {
-    render();
-    for (int i = 0; i < 3; ++i)
-        std::thread([&] {
-            while (true)
-                render();
-        }).detach();
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    std::exit(0);
 }
 
 } // namespace Tessaloom::BilateralBlur::Bridges::Test

@@ -1,9 +1,7 @@
 #include "Host/World.h"
-#include "Host/Pixels.h"
 
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <memory>
 #include <stdexcept>
 
@@ -31,15 +29,6 @@ TEST(World, IsFoundByItsRecordWhileItLives) {
     EXPECT_EQ(World::of(&copy), nullptr);
     const PF_LayerDef* gone = World::of(std::make_unique<World>(1, 1).get());
     EXPECT_EQ(World::of(gone), nullptr);
-}
-
-TEST(Pixels, RoundSixteenBitsToTheNearestByte) {
-    for (unsigned value = 0; value <= 65535; ++value) {
-        const std::uint16_t sample = static_cast<std::uint16_t>(value);
-        PF_Pixel8 pixel{};
-        unpackRow(&sample, 1, 1, &pixel);
-        ASSERT_EQ(pixel.green, std::lround(value / 257.0));
-    }
 }
 
 } // namespace
