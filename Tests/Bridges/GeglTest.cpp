@@ -24,11 +24,8 @@ std::string blur(int scale) {
     return "bilateral-blur:bilateral-blur blur-scale=" + std::to_string(scale);
 }
 
-/// An image at an offset, in tiles of odd sizes.
 GeglBuffer* makeBuffer(const Bytes& pixels) {
-    auto* const buffer = static_cast<GeglBuffer*>(
-        g_object_new(GEGL_TYPE_BUFFER, "x", kExtent.x, "y", kExtent.y, "width", kExtent.width, "height",
-                     kExtent.height, "tile-width", 37, "tile-height", 23, "format", format(), nullptr));
+    GeglBuffer* const buffer = gegl_buffer_new(&kExtent, format());
     gegl_buffer_set(buffer, &kExtent, 0, format(), pixels.data(), GEGL_AUTO_ROWSTRIDE);
     return buffer;
 }
