@@ -35,13 +35,26 @@ inline void onThread(const std::function<void()>& work) {
     std::thread(work).join();
 }
 
+/// What the 8-bit framebuffer between the passes held, in the order of Oracle::pass: straight bytes give it
+/// back exactly. Colours of transparent pixels, which have to be 0, as they are.
+inline std::vector<int> premultiplied(const Host::World& world) {
+    std::vector<int> values;
+    for (int y = 0; y < world.height; ++y)
+        for (int x = 0; x < world.width; ++x) {
+            const PF_Pixel8 pixel = world.row(y)[x];
+            for (const int colour : {pixel.red, pixel.green, pixel.blue})
+                values.push_back(pixel.alpha ? (2 * colour * pixel.alpha + 255) / 510 : colour);
+            values.push_back(pixel.alpha);
+        }
+    return values;
+}
+
 /// A picture at a blur scale, and what the formulas make of it.
 struct Sample {
     Sample(Pictures::Picture from, int at)
         : picture(std::move(from)),
           scale(at),
-          expected(
-              Oracle::effect(picture.bytes.data(), picture.width, picture.height, 4 * picture.width, at)) {}
+          expected(Oracle::pass(picture.normalised(), picture.width, picture.height, at)) {}
 
     Host::World world() const {
         Host::World world(picture.width, picture.height);
@@ -50,25 +63,18 @@ struct Sample {
         return world;
     }
 
-    /// The first value of `output` that is farther from the formulas than the 8-bit storage between the
-    /// passes allows; empty if there is none.
+    /// The first premultiplied value of `output` that isn't what the formulas give, rounded to either side
+    /// where that is no farther than 0.01 from the middle; empty if there is none.
     std::string difference(const Host::World& output) const {
-        const int width = picture.width;
-        if (output.width != width || output.height != picture.height)
+        const std::vector<int> values = premultiplied(output);
+        if (output.width != picture.width || values.size() != expected.size())
             return "another size";
-        for (int i = 0; i < static_cast<int>(expected.size()); ++i) {
-            const int x = i / 4 % width, y = i / 4 / width, channel = i % 4;
-            const std::uint8_t* pixel = output.row<std::uint8_t>(y) + 4 * x;
-            const double alpha = expected[i - channel];
-            const bool transparent = channel > 0 && pixel[0] == 0;
-            const double wanted = transparent ? 0 : expected[i];
-            const double bound = transparent ? 0 : channel == 0 || alpha > 254.999 ? 1 : 255 / alpha + 0.51;
-            if (std::abs(pixel[channel] - wanted) > bound)
+        for (std::size_t i = 0; i < values.size(); ++i)
+            if (std::abs(values[i] - 255 * expected[i]) > 0.51)
                 return (testing::Message()
-                        << x << "," << y << " of " << width << " at " << scale << ", channel " << channel
-                        << ": " << +pixel[channel] << " instead of " << wanted)
+                        << "value " << i << " at width " << picture.width << " and scale " << scale << ": "
+                        << values[i] << " instead of " << 255 * expected[i])
                     .GetString();
-        }
         return {};
     }
 
@@ -79,8 +85,7 @@ struct Sample {
 
 /// An effect, and a host that has a GL context of its own, which is current on the calling thread and must be
 /// so in the end.
-class Session {
-protected:
+struct Session {
     explicit Session(Way way) {
         EglWatch::hardware = way == Way::Gpu;
         mHostContext->makeCurrentContext();
@@ -96,11 +101,11 @@ protected:
         mHostContext->release();
     }
 
-    /// Renders the sample. Empty if all is well.
+    /// Renders the sample into `mOutput`. Empty if all is well.
     std::string frame(const Sample& sample) {
-        Host::World input = sample.world(), output(0, 0);
-        const Host::Result result = mEffect->render(input, output, std::array{sample.scale});
-        return result.ok() ? sample.difference(output) : result.text();
+        Host::World input = sample.world();
+        const Host::Result result = mEffect->render(input, mOutput, std::array{sample.scale});
+        return result.ok() ? sample.difference(mOutput) : result.text();
     }
 
     const Host::Module mModule{MODULE};
@@ -108,6 +113,7 @@ protected:
     NSOpenGLContext* const mHostContext = EglWatch::makeContext();
     std::optional<Host::Effect> mEffect;
     const Sample mSample{Pictures::photograph(12, 8, 5), 7};
+    Host::World mOutput{0, 0};
 };
 
 class EffectTest : public testing::TestWithParam<Way>, protected Session {

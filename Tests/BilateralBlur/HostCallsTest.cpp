@@ -1,7 +1,6 @@
 #include "Tests/BilateralBlur/EffectTest.h"
 #include "Tests/Support/GLCalls.h"
 
-#include <algorithm>
 #include <array>
 #include <tuple>
 #include <utility>
@@ -23,39 +22,30 @@ protected:
         };
     }
 
-    // The calls of a frame of 12 x 8 pixels into an output of `rows` rows. After a call that fails come those
-    // that end what was begun before it.
-    static std::vector<std::string> callsOfFrame(int rows = 8, const std::string& failing = "") {
-        const std::pair<std::string, std::string> steps[] = {
-            {"checkout_layer_pixels 0", ""},
-            {"checkout_output", ""},
-            {kEffectContext, kHostContext},
-            {"AcquireSuite AEGP PF Interface Suite 1", "ReleaseSuite AEGP PF Interface Suite 1"},
-            {"AcquireSuite AEGP Layer Suite 11", "ReleaseSuite AEGP Layer Suite 11"},
-            {"AcquireSuite AEGP Item Suite 10", "ReleaseSuite AEGP Item Suite 10"},
-            {"checkout_param 1 5 2 25", ""},
-            {"checkin_param", ""},
-            {"get_pixel_data8 input", ""},
-            {"AcquireSuite PF Handle Suite 2", "ReleaseSuite PF Handle Suite 2"},
-            {"host_new_handle 384", "host_dispose_handle"},
-            {"host_lock_handle", "host_unlock_handle"}};
-        std::vector<std::string> calls, ends;
-        for (const auto& [begin, end] : steps) {
-            calls.push_back(begin);
-            if (begin == failing)
-                break;
-            ends.insert(ends.begin(), end);
-        }
-        if (calls.back() != failing)
-            calls.insert(calls.end(), std::max(rows, 0), "get_pixel_data8 output");
-        if (failing.empty()) // the host's context comes before the end of the first three suites
-            std::rotate(std::find(ends.begin(), ends.end(), steps[5].second),
-                        std::find(ends.begin(), ends.end(), kHostContext), ends.end());
-        calls.insert(calls.end(), ends.begin(), ends.end());
-        // No context is switched on the CPU.
-        std::erase_if(calls, [](const std::string& call) {
-            return call.empty() || (GetParam() != Way::Gpu && call.starts_with("context"));
-        });
+    // The calls of a frame of 12 x 8 pixels into an output of `rows` rows.
+    static std::vector<std::string> callsOfFrame(int rows = 8) {
+        std::vector<std::string> calls{"checkout_layer_pixels 0",
+                                       "checkout_output",
+                                       kEffectContext,
+                                       "AcquireSuite AEGP PF Interface Suite 1",
+                                       "AcquireSuite AEGP Layer Suite 11",
+                                       "AcquireSuite AEGP Item Suite 10",
+                                       "checkout_param 1 5 2 25",
+                                       "checkin_param",
+                                       "get_pixel_data8 input",
+                                       "AcquireSuite PF Handle Suite 2",
+                                       "host_new_handle 384",
+                                       "host_lock_handle",
+                                       "host_unlock_handle",
+                                       "host_dispose_handle",
+                                       "ReleaseSuite PF Handle Suite 2",
+                                       kHostContext,
+                                       "ReleaseSuite AEGP Item Suite 10",
+                                       "ReleaseSuite AEGP Layer Suite 11",
+                                       "ReleaseSuite AEGP PF Interface Suite 1"};
+        calls.insert(calls.begin() + 12, rows, "get_pixel_data8 output");
+        if (GetParam() != Way::Gpu) // no context is switched on the CPU
+            std::erase_if(calls, [](const std::string& call) { return call.starts_with("context"); });
         return calls;
     }
 
@@ -68,6 +58,7 @@ protected:
         EXPECT_LE(gl.kept("Renderbuffers"), 0);
         EXPECT_EQ(gl.kept("Textures"), 0);
         EXPECT_THAT(result.mistakes, testing::IsEmpty());
+        EXPECT_EQ(NSOpenGLContext::currentContext(), mHostContext);
         mCalls = mHost.calls;
         mHost.faults = {};
         EXPECT_EQ(frame(mSample), "");
@@ -81,14 +72,18 @@ protected:
 };
 
 TEST_P(HostCallsTest, CallsTheHostInOneOrder) {
-    World whole(12, 8), small(3, 5), odd(12, 8), noWidth(0, 8), noHeight(12, 0);
+    World whole(12, 8), small(3, 5), odd(12, 8), upwards(12, 8), noWidth(0, 8), noHeight(12, 0);
     odd.rowbytes = 50; // its rows go to whole pixels all the same
-    for (World* output : {&whole, &small, &odd, &noWidth, &noHeight}) {
+    upwards.rowbytes *= -1;
+    for (World* output : {&whole, &small, &odd, &upwards, &noWidth, &noHeight}) {
         EXPECT_TRUE(renderWith({.output = output}).ok());
         EXPECT_EQ(mCalls, callsOfFrame(output->height));
     }
+    EXPECT_EQ(mSample.difference(whole), "");
     EXPECT_EQ(std::memcmp(small.row(4), whole.row(4), sizeof(PF_Pixel8) * 3), 0);
     EXPECT_EQ(std::memcmp(odd.row(0) + 12, whole.row(1), sizeof(PF_Pixel8) * 12), 0);
+    for (int y = 0; y < 8; ++y)
+        EXPECT_EQ(std::memcmp(upwards.row(y - 7), whole.row(y), sizeof(PF_Pixel8) * 12), 0) << y;
 }
 
 TEST_P(HostCallsTest, UnwindsAtAFaultAndRendersTheNextFrame) {
@@ -110,7 +105,6 @@ TEST_P(HostCallsTest, UnwindsAtAFaultAndRendersTheNextFrame) {
         const Host::Result result = renderWith({.failing = {{call, fault}}});
         EXPECT_EQ(result.code, code);
         EXPECT_EQ(result.message, message);
-        EXPECT_EQ(mCalls, callsOfFrame(1, call));
     }
 }
 
@@ -122,7 +116,6 @@ TEST_P(HostCallsTest, RefusesWorldsThatDoNotFit) {
         const Host::Result result = renderWith(faults);
         EXPECT_EQ(result.message, message);
         EXPECT_EQ(result.code, message.empty() ? 0 : 516);
-        EXPECT_EQ(mCalls, callsOfFrame(record.height, message.empty() ? "" : "checkout_output"));
     };
     const Faults input{.input = &world}, output{.output = &world};
     expect({.input = nullptr}, {}, "The host gave no input world.");

@@ -36,8 +36,8 @@ private:
     void act() {
         EglWatch::failing = static_cast<EglWatch::Failing>(std::max(0, mBelow(12) - 9));
         const int action = mBelow(300);
-        if (action < 3)
-            send(action == 0 ? PF_Cmd_GLOBAL_SETDOWN : PF_Cmd_GLOBAL_SETUP);
+        if (action < 10)
+            send(kCommands[action]);
         else if (action < 20)
             EXPECT_NE(mEffect->about(), "");
         else
@@ -51,50 +51,43 @@ private:
 
     void send(PF_Cmd command) {
         PF_OutData out{};
-        EXPECT_EQ(mModule.entry()(command, nullptr, &out, nullptr, nullptr, nullptr), 0);
+        PF_OutData* const touched = command == PF_Cmd_GLOBAL_SETUP ? &out : nullptr;
+        EXPECT_EQ(mModule.entry()(command, nullptr, touched, nullptr, nullptr, nullptr), 0);
     }
 
     void renderBadFrame() {
         Host::World input(mBelow(9), mBelow(7)), target(mBelow(9), mBelow(7)), result(0, 0);
-        PF_LayerDef* output = mBelow(20) == 0 ? nullptr : &target;
-        mHost.faults.output = output;
-        injectFaults();
+        PF_LayerDef* const output = mBelow(20) == 0 ? nullptr : &target;
+        const std::string fault = kCalls[std::min(mBelow(20), 10)];
+        const PF_Err code = mBelow(8) == 0 ? kThrowBadAlloc : 1 + mBelow(1000);
+        mHost.faults = {.failing = {{fault, code}}, .output = output};
         const Host::Result outcome = mEffect->render(input, result, std::array{mBelow(61)});
+        mHost.faults = {};
         const bool isEmpty = target.width == 0 || target.height == 0;
         const bool isLarger = target.width > input.width || target.height > input.height;
-        const PF_Err expected = expectedCode(!output || (isLarger && !isEmpty) || mIsSetDown);
+        PF_Err expected = !output || (isLarger && !isEmpty) || mIsSetDown ? PF_Err_BAD_CALLBACK_PARAM : 0;
+        if (std::ranges::any_of(mHost.calls, [&](auto& call) { return call.starts_with(fault); }))
+            expected = code == kThrowBadAlloc       ? PF_Err_OUT_OF_MEMORY
+                       : fault.starts_with("check") ? code
+                                                    : PF_Err_BAD_CALLBACK_PARAM;
         EXPECT_EQ(outcome.code, expected) << outcome.message;
         EXPECT_THAT(outcome.mistakes, testing::IsEmpty());
         EXPECT_TRUE(target.paddingIntact());
-        mHost.faults = {};
     }
 
-    void injectFaults() {
-        for (const char* call : {"checkout_layer", "checkout_layer_pixels", "checkout_output",
-                                 "AcquireSuite AEGP Item Suite 10", "checkout_param", "get_pixel_data8",
-                                 "AcquireSuite PF Handle Suite 2", "host_new_handle", "host_lock_handle"})
-            if (mBelow(16) == 0)
-                mHost.faults.failing[call] = mBelow(8) == 0 ? kThrowBadAlloc : 1 + mBelow(1000);
-        if (mBelow(16) == 0) // without an exception, after which the parameter isn't given back
-            mHost.faults.failing["checkin_param"] = 1 + mBelow(1000);
-    }
-
-    // What the frame must return after its calls: the code of a failed checkout as it is, 516 for the rest.
-    PF_Err expectedCode(bool isRefused) const {
-        PF_Err expected = 0;
-        for (const std::string& call : mHost.calls)
-            for (const auto& [failing, code] : mHost.faults.failing) {
-                if (call != failing && call.substr(0, call.find(' ')) != failing)
-                    continue;
-                if (code == kThrowBadAlloc)
-                    return PF_Err_OUT_OF_MEMORY;
-                if (!call.starts_with("check"))
-                    return PF_Err_BAD_CALLBACK_PARAM;
-                expected = expected ? expected : code;
-            }
-        return expected == 0 && isRefused ? PF_Err_BAD_CALLBACK_PARAM : expected;
-    }
-
+    static constexpr PF_Cmd kCommands[] = {
+        PF_Cmd_GLOBAL_SETDOWN, PF_Cmd_GLOBAL_SETUP, PF_Cmd_GLOBAL_SETUP, -1, 2, 5, 11, 22, 25, 0x7FFFFFFF};
+    static constexpr const char* kCalls[] = {"checkout_layer",
+                                             "checkout_layer_pixels",
+                                             "checkout_output",
+                                             "AcquireSuite AEGP Item Suite 10",
+                                             "checkout_param",
+                                             "checkin_param",
+                                             "get_pixel_data8",
+                                             "AcquireSuite PF Handle Suite 2",
+                                             "host_new_handle",
+                                             "host_lock_handle",
+                                             "none"};
     const std::function<int(int)> mBelow;
     bool mIsSetDown = false;
     inline static const Sample mSamples[3] = {{Pictures::noise(5, 4, 1), 3},

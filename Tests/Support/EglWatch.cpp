@@ -13,6 +13,7 @@ std::atomic<bool> hardware{false};
 
 namespace {
 
+// The last context, where it was created while bindings fail.
 EGLContext mUnbindable = EGL_NO_CONTEXT;
 
 template<typename Function>
@@ -39,10 +40,11 @@ NSOpenGLContext* makeContext() {
 }
 
 // A program's own definitions come before those of its libraries, for the libraries and modules as well.
+#pragma GCC visibility push(default)
 extern "C" {
 
-__attribute__((visibility("default"))) EGLContext
-eglCreateContext(EGLDisplay display, EGLConfig config, EGLContext share, const EGLint* attributes) {
+EGLContext eglCreateContext(EGLDisplay display, EGLConfig config, EGLContext share,
+                            const EGLint* attributes) {
     static const auto kNext = next<decltype(eglCreateContext)>("eglCreateContext");
     if (failing == Failing::Creation)
         return EGL_NO_CONTEXT;
@@ -52,26 +54,25 @@ eglCreateContext(EGLDisplay display, EGLConfig config, EGLContext share, const E
     return context;
 }
 
-__attribute__((visibility("default"))) EGLBoolean eglMakeCurrent(EGLDisplay display, EGLSurface draw,
-                                                                 EGLSurface read, EGLContext context) {
+EGLBoolean eglMakeCurrent(EGLDisplay display, EGLSurface draw, EGLSurface read, EGLContext context) {
     static const auto kNext = next<decltype(eglMakeCurrent)>("eglMakeCurrent");
     const bool fails = context != EGL_NO_CONTEXT && context == mUnbindable;
     return fails ? EGL_FALSE : kNext(display, draw, read, context);
 }
 
-__attribute__((visibility("default"))) EGLBoolean eglDestroyContext(EGLDisplay display, EGLContext context) {
+EGLBoolean eglDestroyContext(EGLDisplay display, EGLContext context) {
     static const auto kNext = next<decltype(eglDestroyContext)>("eglDestroyContext");
     --liveContexts;
     return kNext(display, context);
 }
 
-__attribute__((visibility("default"))) __eglMustCastToProperFunctionPointerType
-eglGetProcAddress(const char* name) {
+__eglMustCastToProperFunctionPointerType eglGetProcAddress(const char* name) {
     static const auto kNext = next<decltype(eglGetProcAddress)>("eglGetProcAddress");
     if (std::strcmp(name, "eglQueryDeviceStringEXT") == 0)
         return reinterpret_cast<__eglMustCastToProperFunctionPointerType>(queryDeviceString);
     return kNext(name);
 }
 }
+#pragma GCC visibility pop
 
 } // namespace Tessaloom::BilateralBlur::EglWatch

@@ -26,6 +26,10 @@ void describe(std::ostream& text, const Argument& argument) {
         text << ' ' << argument;
     else if constexpr (std::is_same_v<Argument, PF_LayerDef*>)
         text << (argument == mInput ? " input" : argument == mOutput ? " output" : "");
+    else if constexpr (std::is_same_v<Argument, PF_ParamDef*>)
+        text << ' ' << argument->name << ", " << argument->uu.id << ", " << argument->flags << ", "
+             << argument->u.sd.value << " of " << argument->u.sd.slider_min << " to "
+             << argument->u.sd.slider_max;
 }
 
 /// Records the call of a function. Returns the code to return without doing anything, 0 where it is to work.
@@ -92,8 +96,8 @@ PF_Err checkoutParam(void* ref, std::int32_t index, std::int32_t time, std::int3
 }
 
 PF_Err checkinParam(void* ref, PF_ParamDef* param) {
-    const PF_Err fault = record("checkin_param");
     const PF_Err code = mHost<PF_InteractCallbacks>.checkin_param(ref, param);
+    const PF_Err fault = record("checkin_param");
     return fault ? fault : code;
 }
 
@@ -171,10 +175,7 @@ PF_Err entry(PF_Cmd cmd, PF_InData* inData, PF_OutData* outData, PF_ParamDef* pa
         table = replace(table, PF_SmartRenderCallbacks{checkoutLayerPixels, nullptr, checkoutOutput});
     }
     mCurrent->calls.clear();
-    mCurrent->code = mEntry(cmd, FaultyHost::wrap(*inData), outData, params, output, extra);
-    if (mCurrent->before)
-        mCurrent->before();
-    return mCurrent->code;
+    return mEntry(cmd, FaultyHost::wrap(*inData), outData, params, output, extra);
 }
 
 } // namespace

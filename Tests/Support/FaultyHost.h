@@ -48,11 +48,8 @@ public:
     /// worlds. Formatting and copying of text aren't among them.
     std::vector<std::string> calls{};
 
-    /// Where it is set, runs before each call is recorded, and at the end of a command.
+    /// Where it is set, runs before each call is recorded.
     std::function<void()> before{};
-
-    /// What the last command returned.
-    PF_Err code = PF_Err_NONE;
 
 private:
     Host::Module mModule;
