@@ -2,6 +2,7 @@
 
 #include "Tests/Support/ProcessRun.h"
 
+#include <arpa/inet.h>
 #include <vips/vips8>
 #include <zlib.h>
 
@@ -19,28 +20,27 @@ inline Outcome blur(const std::string& input, const std::string& output, int blu
     return ProcessRun(command(input, output, blurScale, more)).wait();
 }
 
-/// A picture for the tests, with samples of 8 or 16 bits, from channels with values of 0 to 255.
-inline vips::VImage picture(const std::vector<vips::VImage>& channels, bool deep = false) {
+/// A picture for the tests, with samples of 8 or 16 bits, from an image with values of 0 to 255.
+inline vips::VImage picture(const vips::VImage& image, bool deep = false) {
     constexpr VipsInterpretation kKinds[2][2] = {{VIPS_INTERPRETATION_B_W, VIPS_INTERPRETATION_GREY16},
                                                  {VIPS_INTERPRETATION_sRGB, VIPS_INTERPRETATION_RGB16}};
-    return (vips::VImage::bandjoin(channels) * (deep ? 257 : 1))
+    return (image * (deep ? 257 : 1))
         .cast(deep ? VIPS_FORMAT_USHORT : VIPS_FORMAT_UCHAR)
-        .copy(vips::VImage::option()->set("interpretation", kKinds[channels.size() > 2][deep]));
+        .copy(vips::VImage::option()->set("interpretation", kKinds[image.bands() > 2][deep]));
 }
 
 /// Independent noise, with the lowest and the highest value in good number.
 inline vips::VImage noise(int width, int height, int channels, int seed = 0, bool deep = false) {
-    std::vector<vips::VImage> all;
-    for (int i = 0; i < channels; ++i)
-        all.push_back(vips::VImage::gaussnoise(
-            width, height,
-            vips::VImage::option()->set("mean", 128)->set("sigma", 150)->set("seed", 4 * seed + i)));
-    return picture(all, deep);
+    const vips::VImage grey = vips::VImage::gaussnoise(
+        width * channels, height,
+        vips::VImage::option()->set("mean", 128)->set("sigma", 150)->set("seed", seed));
+    return picture(grey.bandfold(vips::VImage::option()->set("factor", channels)), deep);
 }
 
 /// Smooth shading, which survives JPEG.
 inline vips::VImage shading(int width, int height, int channels) {
-    return picture(std::vector(channels, vips::VImage::grey(width, height) * 190 + 40));
+    const vips::VImage grey = vips::VImage::grey(width, height) * 190 + 40;
+    return picture(vips::VImage::bandjoin(std::vector(channels, grey)));
 }
 
 /// The image as pages of this height, one below the other.
@@ -52,10 +52,8 @@ inline vips::VImage paged(const vips::VImage& image, int height) {
 
 /// A number in a PNG file.
 inline std::string pngNumber(std::size_t value) {
-    std::string bytes;
-    for (const int shift : {24, 16, 8, 0})
-        bytes += static_cast<char>(value >> shift);
-    return bytes;
+    const std::uint32_t number = htonl(static_cast<std::uint32_t>(value));
+    return {reinterpret_cast<const char*>(&number), sizeof number};
 }
 
 /// A chunk of a PNG file with its checksum.
