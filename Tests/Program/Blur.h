@@ -8,6 +8,9 @@
 
 namespace Tessaloom::BilateralBlur::Program::Test {
 
+/// The image library, started before any test.
+inline const int kStarted = vips_init("program_test");
+
 /// The command line of a run of the real program.
 inline std::vector<std::string> command(const std::string& input, const std::string& output, int blurScale,
                                         std::vector<std::string> more = {}) {
@@ -76,6 +79,7 @@ inline void save(const vips::VImage& image, const std::string& file) {
 
 /// What a file holds, decoded as it stands. Throws for a file that is cut short.
 inline vips::VImage load(const std::string& file) {
+    vips_cache_set_max(0); // files are written again under the same names
     return vips::VImage::new_from_file(file.c_str(),
                                        vips::VImage::option()->set("fail_on", VIPS_FAIL_ON_TRUNCATED));
 }
