@@ -1,6 +1,7 @@
 #include "Tests/BilateralBlur/EffectTest.h"
 
 #include "Platform/UsableCpus.h"
+#include "Tests/BilateralBlur/HostileWalk.h"
 #include "Tests/Support/GLCalls.h"
 #include "Tests/Support/ProcessRun.h"
 
@@ -34,7 +35,7 @@ TEST(Module, ExportsItsEntryAloneAndTouchesNoGLWhenLoaded) {
 }
 
 TEST_P(EffectTest, DeclaresItself) {
-    EXPECT_THAT(mHost.calls, ElementsAre("add_param -1 Blur Scale, 1, 0, 0 of 0 to 60"));
+    EXPECT_THAT(mHost.calls, ElementsAre("add_param -1 Blur Scale 1 0 0 60"));
     EXPECT_EQ(mEffect->about(), "Bilateral Blur v1.0\rBilateral Blur");
     EXPECT_EQ(mModule.resource().version, 0x80001u);
     EXPECT_EQ(mModule.resource().outFlags, 0);
@@ -246,6 +247,22 @@ TEST_P(EffectTest, StartsAndEndsOnAnyThreadAnyNumberOfTimes) {
     mHostContext->makeCurrentContext();
     EXPECT_EQ(EglWatch::liveContexts, 1);
 }
+
+class HostileTest : public testing::TestWithParam<Way> {};
+
+// More by hand: --gtest_shuffle --gtest_repeat=10, or scripts/fuzz.
+TEST_P(HostileTest, FindsNoWayToBreakTheEffect) {
+    std::mt19937 random(static_cast<unsigned>(testing::UnitTest::GetInstance()->random_seed()));
+    HostileWalk walk(GetParam(),
+                     [&](int bound) { return static_cast<int>(random() % static_cast<unsigned>(bound)); });
+    const int steps = GetParam() == Way::Gpu ? 3000 : 7000;
+    for (int step = 0; step < steps && !HasFailure(); ++step) {
+        SCOPED_TRACE(step);
+        walk.step();
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Ways, HostileTest, testing::Values(Way::Gpu, Way::SoftwareGL), nameOf);
 
 } // namespace
 } // namespace Tessaloom::BilateralBlur

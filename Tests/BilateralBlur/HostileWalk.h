@@ -21,15 +21,12 @@ public:
     void step() {
         if (mBelow(100) == 0)
             return onThread([this] { act(); });
-        NSOpenGLContext* const current = mBelow(4) ? mHostContext : nullptr;
-        if (current)
-            current->makeCurrentContext();
-        else
+        const bool hasContext = mBelow(4) > 0;
+        mHostContext->makeCurrentContext();
+        if (!hasContext)
             CGLSetCurrentContext({});
         act();
-        if (current) {
-            EXPECT_EQ(NSOpenGLContext::currentContext(), current);
-        }
+        EXPECT_EQ(NSOpenGLContext::currentContext() == mHostContext, hasContext);
     }
 
 private:

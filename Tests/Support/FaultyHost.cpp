@@ -27,9 +27,8 @@ void describe(std::ostream& text, const Argument& argument) {
     else if constexpr (std::is_same_v<Argument, PF_LayerDef*>)
         text << (argument == mInput ? " input" : argument == mOutput ? " output" : "");
     else if constexpr (std::is_same_v<Argument, PF_ParamDef*>)
-        text << ' ' << argument->name << ", " << argument->uu.id << ", " << argument->flags << ", "
-             << argument->u.sd.value << " of " << argument->u.sd.slider_min << " to "
-             << argument->u.sd.slider_max;
+        text << ' ' << argument->name << ' ' << argument->uu.id << ' ' << argument->flags << ' '
+             << argument->u.sd.slider_min << ' ' << argument->u.sd.slider_max;
 }
 
 /// Records the call of a function. Returns the code to return without doing anything, 0 where it is to work.
@@ -51,12 +50,6 @@ PF_Err record(const std::string& name, const Arguments&... arguments) {
     return PF_Err_NONE;
 }
 
-/// The compiler's text for this function: "... kFunction = &Table::name]".
-template<auto kFunction>
-const char* signature() {
-    return __PRETTY_FUNCTION__;
-}
-
 template<auto kFunction>
 struct Recorded;
 
@@ -64,7 +57,7 @@ struct Recorded;
 template<class Table, class Result, class... Arguments, Result (*Table::*kFunction)(Arguments...)>
 struct Recorded<kFunction> {
     static Result call(Arguments... arguments) {
-        const std::string text = signature<kFunction>();
+        const std::string text = __PRETTY_FUNCTION__; // "... kFunction = &Table::name]"
         const std::size_t begin = text.rfind(':') + 1;
         [[maybe_unused]] const PF_Err code =
             record(text.substr(begin, text.find(']', begin) - begin), arguments...);
@@ -78,9 +71,6 @@ struct Recorded<kFunction> {
         return (mHost<Table>.*kFunction)(arguments...);
     }
 };
-
-template<auto kFunction>
-constexpr auto recorded = Recorded<kFunction>::call;
 
 // The functions that do more. A failed checkout or checkin of a parameter is done all the same for the host.
 
@@ -145,17 +135,17 @@ PF_Err acquireSuite(const char* name, std::int32_t version, const void** suite) 
     const PF_Err code = mHost<SPBasicSuite>.AcquireSuite(name, version, suite);
     const std::string known = code ? "" : name;
     if (known == "PF Handle Suite")
-        *suite = replace(*suite, PF_HandleSuite1{recorded<&PF_HandleSuite1::host_new_handle>,
-                                                 recorded<&PF_HandleSuite1::host_lock_handle>,
-                                                 recorded<&PF_HandleSuite1::host_unlock_handle>,
-                                                 recorded<&PF_HandleSuite1::host_dispose_handle>});
+        *suite = replace(*suite, PF_HandleSuite1{Recorded<&PF_HandleSuite1::host_new_handle>::call,
+                                                 Recorded<&PF_HandleSuite1::host_lock_handle>::call,
+                                                 Recorded<&PF_HandleSuite1::host_unlock_handle>::call,
+                                                 Recorded<&PF_HandleSuite1::host_dispose_handle>::call});
     else if (known == "PF iterateFloat Suite")
-        *suite = replace(*suite, PF_iterateFloatSuite1{recorded<&PF_iterateFloatSuite1::iterate>});
+        *suite = replace(*suite, PF_iterateFloatSuite1{Recorded<&PF_iterateFloatSuite1::iterate>::call});
     else if (known == "AEGP Utility Suite")
-        *suite = replace(*suite, AEGP_UtilitySuite5{recorded<&AEGP_UtilitySuite5::AEGP_ExecuteScript>});
+        *suite = replace(*suite, AEGP_UtilitySuite5{Recorded<&AEGP_UtilitySuite5::AEGP_ExecuteScript>::call});
     else if (known == "AEGP Memory Suite")
-        *suite = replace(*suite, AEGP_MemorySuite1{recorded<&AEGP_MemorySuite1::AEGP_LockMemHandle>,
-                                                   recorded<&AEGP_MemorySuite1::AEGP_FreeMemHandle>});
+        *suite = replace(*suite, AEGP_MemorySuite1{Recorded<&AEGP_MemorySuite1::AEGP_LockMemHandle>::call,
+                                                   Recorded<&AEGP_MemorySuite1::AEGP_FreeMemHandle>::call});
     return code;
 }
 
@@ -169,7 +159,7 @@ PF_Err entry(PF_Cmd cmd, PF_InData* inData, PF_OutData* outData, PF_ParamDef* pa
              void* extra) {
     if (cmd == PF_Cmd_SMART_PRE_RENDER) {
         auto& table = static_cast<PF_PreRenderExtra*>(extra)->cb;
-        table = replace(table, PF_PreRenderCallbacks{recorded<&PF_PreRenderCallbacks::checkout_layer>});
+        table = replace(table, PF_PreRenderCallbacks{Recorded<&PF_PreRenderCallbacks::checkout_layer>::call});
     } else if (cmd == PF_Cmd_SMART_RENDER) {
         auto& table = static_cast<PF_SmartRenderExtra*>(extra)->cb;
         table = replace(table, PF_SmartRenderCallbacks{checkoutLayerPixels, nullptr, checkoutOutput});
@@ -194,9 +184,10 @@ PF_InData* FaultyHost::wrap(const PF_InData& host) {
     static PF_InData kInData;
     kInData = host;
     mHost<PF_InteractCallbacks> = host.inter;
-    kInData.inter = {checkoutParam, checkinParam, recorded<&PF_InteractCallbacks::add_param>};
-    kInData.utils = replace(host.utils, PF_UtilCallbacks{host.utils->ansi, pixelData8,
-                                                         recorded<&PF_UtilCallbacks::get_pixel_data16>});
+    kInData.inter = {checkoutParam, checkinParam, Recorded<&PF_InteractCallbacks::add_param>::call};
+    kInData.utils =
+        replace(host.utils, PF_UtilCallbacks{host.utils->ansi, pixelData8,
+                                             Recorded<&PF_UtilCallbacks::get_pixel_data16>::call});
     kInData.pica_basicP = replace(host.pica_basicP, SPBasicSuite{acquireSuite, releaseSuite});
     return &kInData;
 }
