@@ -22,6 +22,7 @@ namespace {
 using testing::ElementsAre;
 
 std::vector<std::int32_t> mValues; // that the effect got for its last frame
+bool mIsSetUp = false;
 
 } // namespace
 
@@ -30,6 +31,8 @@ PF_Err EntryPointFunc(PF_Cmd cmd, PF_InData* in, PF_OutData* out, PF_ParamDef*[]
     out->my_version = Declaration::kPackedVersion;
     out->out_flags2 = Declaration::kOutFlags2;
     out->num_params = 3;
+    if (cmd == PF_Cmd_GLOBAL_SETUP || cmd == PF_Cmd_GLOBAL_SETDOWN)
+        mIsSetUp = cmd == PF_Cmd_GLOBAL_SETUP;
     PF_ParamDef slider{};
     if (cmd == PF_Cmd_PARAMS_SETUP)
         for (const Bridges::Slider& listed : Bridges::kSliders) {
@@ -62,7 +65,9 @@ TEST(TwoSliders, GetAValueEachFromFrei0r) {
     f0r_set_param_value(instance, &angle, 1);
     f0r_update(instance, 0, &pixel, &pixel);
     EXPECT_THAT(mValues, ElementsAre(12, 100));
+    EXPECT_TRUE(mIsSetUp);
     f0r_destruct(instance);
+    EXPECT_FALSE(mIsSetUp);
     f0r_param_info_t info{};
     f0r_get_param_info(&info, 1);
     EXPECT_STREQ(info.name, "Odd Angle");
@@ -70,8 +75,8 @@ TEST(TwoSliders, GetAValueEachFromFrei0r) {
 }
 
 TEST(TwoSliders, StayWithinTheirRangesInFrei0r) {
-    const f0r_instance_t instance = f0r_construct(1, 1);
     testing::internal::CaptureStderr();
+    const f0r_instance_t instance = f0r_construct(1, 1);
     for (auto [given, kept] : {std::pair{0.25, 0.25}, {20, 1}, {std::nan(""), 1}, {-HUGE_VAL, 0}}) {
         f0r_set_param_value(instance, &given, 1);
         f0r_get_param_value(instance, &given, 1);
@@ -101,5 +106,7 @@ TEST(TwoSliders, GetAValueEachFromGegl) {
         gegl_node_blit(blur, scale, &region, babl_format("R'G'B'A u8"), &pixel, 4, GEGL_BLIT_DEFAULT);
         EXPECT_THAT(mValues, ElementsAre(reach, 100)) << "only distances are shorter in a preview";
     }
+    EXPECT_TRUE(mIsSetUp);
     g_object_unref(graph);
+    EXPECT_FALSE(mIsSetUp);
 }
