@@ -6,6 +6,7 @@
 #include <frei0r.h>
 #include <gmock/gmock.h>
 
+#include <atomic>
 #include <cmath>
 #include <ctime>
 #include <memory>
@@ -50,7 +51,8 @@ TEST(Frei0r, ExportsTheFunctionsOfAFilterAlone) {
 
 // Rounds of instances on several threads, with two threads in each instance at once.
 TEST(Frei0r, BeginsAndEndsAgainAndAgainWithoutLeavingAnything) {
-    const auto sizeFor = [](int scale) { return Size{1 + scale * 5 % 37, 1 + scale * 7 % 41}; };
+    // Some have the same width, some the same height.
+    const auto sizeFor = [](int scale) { return Size{1 + scale % 5 * 9, 1 + scale * 7 % 41}; };
     std::vector<Bytes> expected;
     for (int scale = 0; scale <= 60; ++scale)
         expected.push_back(reference(makeFrames(sizeFor(scale), 1), sizeFor(scale), {scale}));
@@ -85,7 +87,7 @@ TEST(Frei0r, LeavesTheProgramsSignalsToIt) {
 }
 
 TEST(Frei0r, AFrameThatFailsGoesOnUnchangedWithOneLineForTheFirst) {
-    const Size size{40000, 1};
+    const Size size{40000, 2};
     const Bytes frame = makeFrames(size, 1);
     const Instance one = makeInstance(size, 0.5), two = makeInstance(size, 0.5);
     EglWatch::hardware = true; // and a GPU has a limit
@@ -94,7 +96,7 @@ TEST(Frei0r, AFrameThatFailsGoesOnUnchangedWithOneLineForTheFirst) {
         EXPECT_EQ(updated(instance, frame), frame);
     EglWatch::hardware = false;
     const std::string message = testing::internal::GetCapturedStderr();
-    EXPECT_THAT(message, testing::HasSubstr("40000 x 1 pixels"));
+    EXPECT_THAT(message, testing::HasSubstr("40000 x 2 pixels"));
     EXPECT_EQ(message.find("Bilateral Blur: "), message.rfind("Bilateral Blur: "));
 }
 
@@ -105,20 +107,34 @@ TEST(Frei0rDeathTest, AFrameUnderWayIsFinishedWhenTheProcessExits) {
     // Never destroyed, as threads read them when the process exits.
     static const Size kLarge{1024, 1024};
     static const Bytes& kFrame = *new Bytes(makeFrames(kLarge, 1));
-    static Bytes& kResult = *new Bytes(kFrame.size());
+    static Bytes &kResult = *new Bytes(kFrame.size()), &kNext = *new Bytes(kFrame.size());
+    static Instance& kInstance = *new Instance;
+    static std::atomic<int> kAtWork{2};
     const auto exitEarly = [] {
+        // After the bridge's own handler.
         std::atexit([] {
             if (kResult.back() == 0)
                 _exit(1);
+            while (kAtWork > 0)
+                std::this_thread::yield();
+            kInstance.reset();
+            if (EglWatch::liveContexts == 0) // but the driver may be gone
+                _exit(2);
         });
-        static const Instance& kInstance = *new Instance(makeInstance(kLarge, 1));
+        kInstance = makeInstance(kLarge, 1);
         updated(makeInstance(kSize, 1), makeFrames(kSize, 1));
+        const auto begin = [](Bytes& result) {
+            std::thread([&] {
+                update(kInstance, kFrame, result);
+                --kAtWork;
+            }).detach();
+        };
         const std::clock_t start = std::clock();
-        std::thread([] { update(kInstance, kFrame, kResult); }).detach();
+        begin(kResult);
         // Nothing but the frame takes time now.
         while (std::clock() - start < CLOCKS_PER_SEC / 20)
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        std::thread([] { updated(kInstance, kFrame); }).detach();
+        begin(kNext);
         std::exit(0);
     };
     EXPECT_EXIT(exitEarly(), testing::ExitedWithCode(0),

@@ -100,12 +100,17 @@ TEST_F(Gegl, TheCommandLineGivesTheSameBytes) {
 #endif
 
 TEST_F(Gegl, StrangeInputIsRendered) {
-    const GeglRectangle region{-20, -30, 40, 25}, far{1 << 29, -(1 << 29), 8, 8};
-    EXPECT_EQ(render(nullptr, blur(20), region), Bytes(4000)) << "no input";
+    const GeglRectangle far{1 << 29, -(1 << 29), 8, 8};
+    EXPECT_EQ(render(nullptr, blur(20), {-20, -30, 40, 25}), Bytes(4000)) << "no pixels";
     EXPECT_EQ(render(mBuffer, blur(20), far), Bytes(256)) << "far outside";
     // A plane without bounds, of white and black squares, whose edges stay.
     const std::string plane = "gegl:checkerboard x=9 ";
-    EXPECT_EQ(render(nullptr, plane + blur(60), region), render(nullptr, plane, region));
+    for (const GeglRectangle& region : {GeglRectangle{-20, -30, 2100, 3}, {-20, -30, 3, 2100}})
+        EXPECT_EQ(render(nullptr, plane + blur(9), region), render(nullptr, plane, region));
+    GeglNode* const alone =
+        gegl_node_new_child(nullptr, "operation", "bilateral-blur:bilateral-blur", nullptr);
+    EXPECT_EQ(gegl_node_get_bounding_box(alone).width, 0) << "no input";
+    g_object_unref(alone);
 }
 
 } // namespace

@@ -68,8 +68,14 @@ TEST(TwoSliders, GetAValueEachFromFrei0r) {
     EXPECT_TRUE(mIsSetUp);
     f0r_destruct(instance);
     EXPECT_FALSE(mIsSetUp);
+    // Some hosts go on without an instance.
+    f0r_set_param_value(nullptr, &angle, 1);
+    f0r_get_param_value(nullptr, &angle, 1);
+    f0r_update(nullptr, 0, &pixel, &pixel);
+    f0r_destruct(nullptr);
     f0r_param_info_t info{};
     f0r_get_param_info(&info, 1);
+    f0r_get_param_info(&info, 2);
     EXPECT_STREQ(info.name, "Odd Angle");
     EXPECT_STREQ(info.explanation, "0 to 1 means -50 to 150");
 }
