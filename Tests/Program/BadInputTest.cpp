@@ -49,7 +49,7 @@ TEST(BadInput, IsReportedInOneLine) {
     const Folder folder;
     writeBadFiles(folder);
     const struct {
-        const char* command; // of a shell where "blur" is the program with --blur-scale 1
+        const char* command; // of a shell
         int exitCode;
         const char* words;
     } kCases[] = {
@@ -103,13 +103,11 @@ TEST(BadInput, IsReportedInOneLine) {
          "thread: Resource temporarily unavailable"},
     };
     const std::vector<std::string> before = folder.names();
-    // The limit of a file's size is in blocks of 1024 bytes.
-    const std::string start = "cd " + folder / "" +
-                              "; ulimit -f 5; program() { '" PROGRAM "' \"$@\"; }\n"
-                              "blur() { program --blur-scale 1 \"$@\"; }\n";
     for (const auto& [command, exitCode, words] : kCases) {
         SCOPED_TRACE(command);
-        const Outcome outcome = ProcessRun({"/bin/bash", "-o", "pipefail", "-c", start + command}, [] {
+        const Outcome outcome = ProcessRun(shell(folder, 1, command), [] {
+                                    const rlimit limit{5000, 5000};
+                                    setrlimit(RLIMIT_FSIZE, &limit);
                                     // By these two root passes over permissions.
                                     prctl(PR_CAPBSET_DROP, CAP_DAC_OVERRIDE);
                                     prctl(PR_CAPBSET_DROP, CAP_DAC_READ_SEARCH);

@@ -23,6 +23,13 @@ inline Outcome blur(const std::string& input, const std::string& output, int blu
     return ProcessRun(command(input, output, blurScale, more)).wait();
 }
 
+/// A command of a shell in a folder, where "program" is the real program, and "blur" with a scale.
+inline std::vector<std::string> shell(const Folder& folder, int blurScale, const std::string& command) {
+    return {"/bin/bash", "-o", "pipefail", "-c",
+            "cd " + folder / "" + "; program() { '" PROGRAM "' \"$@\"; }; blur() { program --blur-scale " +
+                std::to_string(blurScale) + " \"$@\"; }; " + command};
+}
+
 /// A picture for the tests, with samples of 8 or 16 bits, from an image with values of 0 to 255.
 inline vips::VImage picture(const vips::VImage& image, bool deep = false) {
     constexpr VipsInterpretation kKinds[2][2] = {{VIPS_INTERPRETATION_B_W, VIPS_INTERPRETATION_GREY16},

@@ -14,7 +14,6 @@
 #include <map>
 #include <set>
 #include <sys/stat.h>
-#include <thread>
 
 namespace Tessaloom::BilateralBlur::Program::Test {
 
@@ -72,13 +71,12 @@ TEST_F(PictureFiles, OfEveryKindKeepTheirKindAndColours) {
 TEST_F(PictureFiles, AreFilteredAsTheEffectFiltersThem) {
     save(noise(41, 37, 4), mFolder / "in.png");
     ASSERT_EQ(blur(mFolder / "in.png", mFolder / "out.tif", 20).exitCode, 0);
-    Picture wanted = PictureFile(mFolder / "in.png").decode(),
-            out = PictureFile(mFolder / "out.tif").decode();
-    Host::World& world = wanted.pages[0].world;
+    Picture in = PictureFile(mFolder / "in.png").decode(), out = PictureFile(mFolder / "out.tif").decode();
+    Host::World &wanted = in.pages[0].world, &world = out.pages[0].world;
     const Host::Module module(MODULE);
-    ASSERT_TRUE(Host::Effect(module).render(world, world, std::array{20}).ok());
+    ASSERT_TRUE(Host::Effect(module).render(wanted, wanted, std::array{20}).ok());
     for (int y = 0; y < 37; ++y)
-        ASSERT_EQ(std::memcmp(out.pages[0].world.row(y), world.row(y), 41 * sizeof(PF_Pixel8)), 0) << y;
+        ASSERT_EQ(std::memcmp(world.row(y), wanted.row(y), 41 * sizeof(PF_Pixel8)), 0) << y;
 }
 
 // What files hold beside the pixels
@@ -90,26 +88,8 @@ const std::pair<const char*, const char*> kExif[] = {
     {"Exif.GPSInfo.GPSLatitudeRef", "N"},
 };
 
-/// A JPEG with metadata of all kinds.
-void saveWithMetadata(const std::string& file) {
-    save(shading(40, 30, 3).copy(VImage::option()->set("xres", 5.0)->set("yres", 10.0)),
-         file + "[profile=p3]");
-    const std::string thumbnail = contents(file);
-    const auto image = Exiv2::ImageFactory::open(file);
-    image->readMetadata();
-    for (const auto& [key, value] : kExif)
-        image->exifData()[key] = std::string(value);
-    Exiv2::ExifThumb(image->exifData())
-        .setJpegThumbnail(reinterpret_cast<const Exiv2::byte*>(thumbnail.data()),
-                          static_cast<long>(thumbnail.size()));
-    image->setComment("comment");
-    image->iptcData()["Iptc.Application2.Caption"] = "caption";
-    image->xmpData()["Xmp.xmp.Rating"] = "3";
-    image->writeMetadata();
-}
-
-/// The kinds of metadata that a file has.
-std::set<std::string> kindsIn(const std::string& file) {
+/// The kinds of metadata, and whether a file has them.
+std::map<std::string, bool> kindsIn(const std::string& file) {
     const auto image = Exiv2::ImageFactory::open(file);
     image->readMetadata();
     Exiv2::ExifData& exif = image->exifData();
@@ -130,33 +110,40 @@ std::set<std::string> kindsIn(const std::string& file) {
         const auto field = exif.findKey(Exiv2::ExifKey(key));
         kinds[key] = field != exif.end() && field->toString() == value;
     }
-    std::set<std::string> present;
-    for (const auto& [kind, isPresent] : kinds)
-        if (isPresent)
-            present.insert(kind);
-    return present;
+    return kinds;
 }
 
 // The table of the manual page: every kind goes from each format to each, except what a format can't hold and
 // the thumbnail, which shows the unfiltered image.
 TEST_F(PictureFiles, KeepMetadataFromFormatToFormat) {
-    saveWithMetadata(mFolder / "in.jpg");
-    std::set<std::string> all = kindsIn(mFolder / "in.jpg");
-    ASSERT_EQ(all.size(), 10u);
-    for (const char* kind : {"IPTC", "comment", "thumbnail"})
-        all.erase(kind);
-    const std::map<std::string, std::set<std::string>> more{
-        {".jpg", {"IPTC", "comment"}}, {".tif", {"IPTC"}}, {".webp", {}}, {".png", {}}};
-    for (const auto& [from, fromMore] : more)
-        for (const auto& [to, toMore] : more) {
-            if (from == ".jpg" && to != from)
-                filter("in.jpg", "in" + to);
+    const std::string jpeg = mFolder / "in.jpg";
+    save(shading(40, 30, 3).copy(VImage::option()->set("xres", 5.0)->set("yres", 10.0)),
+         jpeg + "[profile=p3]");
+    const auto image = Exiv2::ImageFactory::open(jpeg);
+    image->readMetadata();
+    for (const auto& [key, value] : kExif)
+        image->exifData()[key] = std::string(value);
+    Exiv2::ExifThumb(image->exifData()).setJpegThumbnail(jpeg);
+    image->setComment("comment");
+    image->iptcData()["Iptc.Application2.Caption"] = "caption";
+    image->xmpData()["Xmp.xmp.Rating"] = "3";
+    image->writeMetadata();
+    const std::map<std::string, bool> all = kindsIn(jpeg);
+    for (const auto& [kind, isThere] : all)
+        ASSERT_TRUE(isThere) << kind;
+    const std::set<std::string> kHaveIptc{".jpg", ".tif"};
+    for (const std::string from : {".jpg", ".png", ".tif", ".webp"}) {
+        if (from != ".jpg")
+            filter("in.jpg", "in" + from);
+        for (const std::string to : {".jpg", ".png", ".tif", ".webp"}) {
             filter("in" + from, "out" + to);
-            std::set<std::string> expected = all;
-            std::set_intersection(fromMore.begin(), fromMore.end(), toMore.begin(), toMore.end(),
-                                  std::inserter(expected, expected.end()));
-            EXPECT_EQ(kindsIn(mFolder / ("out" + to)), expected) << from << " to " << to;
+            std::map<std::string, bool> expected = all;
+            expected["IPTC"] = kHaveIptc.contains(from) && kHaveIptc.contains(to);
+            expected["comment"] = from == ".jpg" && to == ".jpg";
+            expected["thumbnail"] = false;
+            EXPECT_EQ(kindsIn(mFolder / "out" + to), expected) << from << " to " << to;
         }
+    }
 }
 
 TEST_F(PictureFiles, GetNoMetadataThatTheInputLacks) {
@@ -171,16 +158,17 @@ TEST_F(PictureFiles, GetNoMetadataThatTheInputLacks) {
 }
 
 TEST_F(PictureFiles, KeepPngChunksAndTheFirstExif) {
-    save(shading(20, 20, 3), mFolder / "plain.png[strip]");
-    const std::string plain = contents(mFolder / "plain.png"), head = plain.substr(0, 33);
-    const std::string body = plain.substr(33, plain.size() - 45), end = plain.substr(plain.size() - 12);
     const std::string exif =
         pngChunk("eXIf", std::string("II*\0\x8\0\0\0\1\0\x3b\1\2\0\3\0\0\0Me\0\0\0\0\0\0", 26));
     const std::string before = pngChunk("gAMA", std::string("\0\1\x86\xa0", 4)) +
                                pngChunk("bKGD", std::string("\0\x10\0\x20\0\x30", 6));
     const std::string after = pngChunk("iTXt", std::string("Title\0\0\0de\0Titel\0Stra\xc3\x9f\x65", 24)) +
                               pngChunk("tIME", std::string("\x7\xd0\1\2\3\4\5", 7));
-    std::ofstream(mFolder / "in.png") << head << before << exif << exif << body << after << end;
+    save(shading(20, 20, 3), mFolder / "plain.png");
+    std::string png = contents(mFolder / "plain.png");
+    png.insert(png.size() - 12, after); // before the chunk of the end
+    png.insert(33, before + exif + exif);
+    std::ofstream(mFolder / "in.png") << png;
     filter("in.png", "out.png");
     const std::string out = contents(mFolder / "out.png");
     for (const std::string& kept : {before, exif, after})
@@ -271,17 +259,16 @@ TEST_F(PictureFiles, KeepAllFramesOfAnAnimation) {
     expectNear(tall.crop(0, 12, 16, 12), load(mFolder / "page.png"));
 }
 
-TEST_F(PictureFiles, KeepAllPagesWithTheirSizesAndKinds) {
+TEST_F(PictureFiles, KeepAllPagesOfDifferentSizesAndKinds) {
     Picture written;
     written.format = formatNamed("tiff");
     auto metadata = std::make_shared<Metadata>();
-    metadata->exif["Exif.Image.PageName"] = std::string("page 0");
+    metadata->exif["Exif.Image.Artist"] = std::string("Somebody");
     written.metadata = std::move(metadata);
     for (int i = 0; i < 6; ++i) {
         Page& page = written.pages.emplace_back();
         page.world = Host::World(page.width = 5 + i, page.height = 9 - i);
         page.channels = 1 + i % 4;
-        page.texts = {{285, "page " + std::to_string(i)}}; // the tag PageName
     }
     replaceFile(mFolder / "in.tif", encodePicture(written, *written.format, "in.tif"));
     filter("in.tif", "out.tif");
@@ -290,28 +277,24 @@ TEST_F(PictureFiles, KeepAllPagesWithTheirSizesAndKinds) {
         const Page& page = read.pages.front();
         EXPECT_TRUE(page.world.sameShape(written.pages[i].world)) << i;
         EXPECT_EQ(page.channels, written.pages[i].channels);
-        EXPECT_EQ(page.texts.front(), written.pages[i].texts.front());
     }
 }
 
 TEST_F(PictureFiles, GoThroughPipes) {
-    const std::string pipe = mFolder / "pipe";
-    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
-    for (const std::string format : {".png", ".jpg", ".tif", ".webp"}) {
-        const std::string in = mFolder / "in" + format;
-        save(noise(90, 80, 3), in);
-        for (const std::string& input : {pipe, std::string("-"), std::string("/dev/stdin")}) {
-            // Without the second option the output has the format of the input.
-            const bool isPng = input == "-";
-            const std::string out = isPng ? "out.png" : "out" + format;
-            filter("in" + format, out);
-            const std::jthread writer([&] { std::ofstream(pipe) << contents(in); });
-            ProcessRun run(command(input, "-", 0, {"--verbose", isPng ? "--format=png" : "--quiet"}), [&] {
-                if (input != pipe)
-                    dup2(open(pipe.c_str(), O_RDONLY), STDIN_FILENO);
-            });
-            EXPECT_EQ(run.wait().out, contents(mFolder / out)) << input << format;
-        }
+    ASSERT_EQ(mkfifo((mFolder / "pipe").c_str(), 0600), 0);
+    for (const std::string format : {".jpg", ".png", ".tif", ".webp"}) {
+        save(noise(90, 80, 3), mFolder / "in" + format);
+        filter("in" + format, "out" + format);
+        filter("in" + format, "out.png");
+        // Without --format the output has the format of the input.
+        const std::pair<const char*, std::string> kCases[] = {
+            {"cat in$format | blur - - --verbose", format},
+            {"cat in$format >pipe & blur pipe -", format},
+            {"cat in$format | blur /dev/stdin - --format=png", ".png"}};
+        for (const auto& [command, written] : kCases)
+            EXPECT_EQ(ProcessRun(shell(mFolder, 0, "format=" + format + "; " + command)).wait().out,
+                      contents(mFolder / "out" + written))
+                << command << format;
     }
 }
 
