@@ -8,7 +8,6 @@
 #include <glbinding/gl/enum.h>
 #include <glbinding/gl/functions.h>
 
-#include <algorithm>
 #include <array>
 #include <bit>
 #include <filesystem>

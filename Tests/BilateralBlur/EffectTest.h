@@ -72,7 +72,7 @@ struct Sample {
         for (std::size_t i = 0; i < values.size(); ++i)
             if (std::abs(values[i] - 255 * expected[i]) > 0.51)
                 return (testing::Message()
-                        << "value " << i << " at width " << picture.width << " and scale " << scale << ": "
+                        << "value " << i << " of " << values.size() << " at scale " << scale << ": "
                         << values[i] << " instead of " << 255 * expected[i])
                     .GetString();
         return {};
@@ -116,8 +116,7 @@ struct Session {
     Host::World mOutput{0, 0};
 };
 
-class EffectTest : public testing::TestWithParam<Way>, protected Session {
-protected:
+struct EffectTest : testing::TestWithParam<Way>, Session {
     EffectTest() : Session(GetParam()) {}
 };
 

@@ -21,18 +21,10 @@ Function* next(const char* name) {
     return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
-// A device of software names itself in its extensions.
-const char* queryDeviceString(EGLDeviceEXT device, EGLint name) {
-    static const auto kNext = reinterpret_cast<PFNEGLQUERYDEVICESTRINGEXTPROC>(
-        next<decltype(eglGetProcAddress)>("eglGetProcAddress")("eglQueryDeviceStringEXT"));
-    return hardware && name == EGL_EXTENSIONS ? "" : kNext(device, name);
-}
-
 } // namespace
 
 NSOpenGLContext* makeContext() {
-    constexpr std::uint32_t kCore[] = {NSOpenGLPFAColorSize, 24, NSOpenGLPFAOpenGLProfile,
-                                       NSOpenGLProfileVersion3_2Core, 0};
+    constexpr std::uint32_t kCore[] = {NSOpenGLPFAOpenGLProfile, NSOpenGLProfileVersion3_2Core, 0};
     NSOpenGLPixelFormat* format = NSOpenGLPixelFormat::initWithAttributes(kCore);
     NSOpenGLContext* context = NSOpenGLContext::initWithFormat(format, nullptr);
     format->release();
@@ -68,9 +60,11 @@ EGLBoolean eglDestroyContext(EGLDisplay display, EGLContext context) {
 
 __eglMustCastToProperFunctionPointerType eglGetProcAddress(const char* name) {
     static const auto kNext = next<decltype(eglGetProcAddress)>("eglGetProcAddress");
-    if (std::strcmp(name, "eglQueryDeviceStringEXT") == 0)
-        return reinterpret_cast<__eglMustCastToProperFunctionPointerType>(queryDeviceString);
-    return kNext(name);
+    if (!hardware || std::strcmp(name, "eglQueryDeviceStringEXT") != 0)
+        return kNext(name);
+    // A device of software names itself in its extensions.
+    return reinterpret_cast<__eglMustCastToProperFunctionPointerType>(
+        +[](EGLDeviceEXT, EGLint) { return ""; });
 }
 }
 #pragma GCC visibility pop

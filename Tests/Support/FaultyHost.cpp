@@ -79,10 +79,9 @@ PF_Err checkoutParam(void* ref, std::int32_t index, std::int32_t time, std::int3
     const PF_Err fault = record("checkout_param", index, time, step, scale);
     const PF_ParamDef before = *param;
     const PF_Err code = mHost<PF_InteractCallbacks>.checkout_param(ref, index, time, step, scale, param);
-    if (!fault)
-        return code;
-    *param = before;
-    return fault;
+    if (fault)
+        *param = before;
+    return fault ? fault : code;
 }
 
 PF_Err checkinParam(void* ref, PF_ParamDef* param) {
@@ -174,10 +173,6 @@ FaultyHost::FaultyHost(PF_EntryPointFunc real, Host::Resource resource)
     : mModule(entry, std::move(resource)) {
     mCurrent = this;
     mEntry = real;
-}
-
-FaultyHost::~FaultyHost() {
-    mCurrent = nullptr;
 }
 
 PF_InData* FaultyHost::wrap(const PF_InData& host) {

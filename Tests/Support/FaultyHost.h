@@ -33,7 +33,6 @@ class FaultyHost {
 public:
     /// For an effect that is set up through `module()`: its entry, and what its property list says.
     explicit FaultyHost(PF_EntryPointFunc entry = nullptr, Host::Resource resource = {});
-    ~FaultyHost();
     FaultyHost(const FaultyHost&) = delete;
     FaultyHost& operator=(const FaultyHost&) = delete;
 
