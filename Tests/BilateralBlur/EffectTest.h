@@ -94,7 +94,6 @@ struct Session {
     }
     ~Session() {
         mEffect.reset();
-        EglWatch::hardware = false;
         EglWatch::failing = EglWatch::Failing::Nothing;
         EXPECT_EQ(NSOpenGLContext::currentContext(), mHostContext);
         EXPECT_EQ(EglWatch::liveContexts, 1);

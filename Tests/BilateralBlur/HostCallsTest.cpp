@@ -72,8 +72,8 @@ protected:
 };
 
 TEST_P(HostCallsTest, CallsTheHostInOneOrder) {
-    World whole(12, 8), small(3, 5), odd(12, 8), upwards(12, 8), noWidth(0, 8), noHeight(12, 0);
-    odd.rowbytes = 50; // its rows go to whole pixels all the same
+    World whole(12, 8), small(3, 5), odd(12, 8), upwards(12, 8), noWidth(0, 8), noHeight(12, 0), twice(12, 8);
+    odd.rowbytes = 50; // rows of an output begin at the nearest pixel before, those of an input are 12 apart
     upwards.rowbytes *= -1;
     for (World* output : {&whole, &small, &odd, &upwards, &noWidth, &noHeight}) {
         EXPECT_TRUE(renderWith({.output = output}).ok());
@@ -82,8 +82,13 @@ TEST_P(HostCallsTest, CallsTheHostInOneOrder) {
     EXPECT_EQ(mSample.difference(whole), "");
     EXPECT_EQ(std::memcmp(small.row(4), whole.row(4), sizeof(PF_Pixel8) * 3), 0);
     EXPECT_EQ(std::memcmp(odd.row(0) + 12, whole.row(1), sizeof(PF_Pixel8) * 12), 0);
-    for (int y = 0; y < 8; ++y)
+    for (int y = 0; y < 8; ++y) {
         EXPECT_EQ(std::memcmp(upwards.row(y - 7), whole.row(y), sizeof(PF_Pixel8) * 12), 0) << y;
+        std::memcpy(odd.row(0) + 12 * y, whole.row(y), sizeof(PF_Pixel8) * 12);
+    }
+    renderWith({.input = &whole, .output = &twice});
+    renderWith({.input = &odd, .output = &small});
+    EXPECT_EQ(std::memcmp(small.row(4), twice.row(4), sizeof(PF_Pixel8) * 3), 0);
 }
 
 TEST_P(HostCallsTest, UnwindsAtAFaultAndRendersTheNextFrame) {
