@@ -191,6 +191,13 @@ TEST_F(PictureFiles, FollowTheInputsCompression) {
         const std::string out = filtered(".jpg", colours, options);
         EXPECT_EQ(settings(out), settings(contents(mFolder / "in.jpg"))) << options;
     }
+    // Other inputs have none to follow.
+    save(colours, mFolder / "in.png");
+    for (const std::string quality : {"95", "60"}) {
+        save(colours, mFolder / "in.jpg[subsample_mode=off,Q=" + quality + "]");
+        filter("in.png", "out.jpg", {quality == "95" ? "--quiet" : "--quality=60"});
+        EXPECT_EQ(settings(contents(mFolder / "out.jpg")), settings(contents(mFolder / "in.jpg"))) << quality;
+    }
     EXPECT_EQ(filtered(".webp", colours, "[Q=80]").find("VP8L"), std::string::npos);
     EXPECT_THAT(filtered(".webp", colours, "[lossless]"), HasSubstr("VP8L"));
     // One bit a pixel stays where the result still has no other values.
@@ -240,6 +247,8 @@ TEST_F(PictureFiles, NoteWhatIsOddOrNotKeptOfATiff) {
     std::string packet = "<x:xmpmeta xmlns:x='adobe:ns:meta/'/>";
     pages.set(VIPS_META_XMP_NAME, nullptr, packet.data(), packet.size());
     save(pages, mFolder / "pages.tif");
+    save(pages, mFolder / "big.tif[bigtiff]");
+    EXPECT_THAT(filter("big.tif", "out.tif"), HasSubstr("its metadata is damaged, or of a kind that can't"));
     EXPECT_THAT(filter("pages.tif", "out.tif"), HasSubstr("XMP of the pages after the first aren't kept"));
 }
 
@@ -283,7 +292,7 @@ TEST_F(PictureFiles, KeepAllPagesOfDifferentSizesAndKinds) {
 TEST_F(PictureFiles, GoThroughPipes) {
     ASSERT_EQ(mkfifo((mFolder / "pipe").c_str(), 0600), 0);
     for (const std::string format : {".jpg", ".png", ".tif", ".webp"}) {
-        save(noise(90, 80, 3), mFolder / "in" + format);
+        save(noise(700, 520, 3), mFolder / "in" + format); // more than is read at once
         filter("in" + format, "out" + format);
         filter("in" + format, "out.png");
         // Without --format the output has the format of the input.
