@@ -105,7 +105,7 @@ TEST(Frei0rDeathTest, AFrameUnderWayIsFinishedWhenTheProcessExits) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     setenv("ASAN_OPTIONS", "detect_leaks=0", 1);
     // Never destroyed, as threads read them when the process exits.
-    static const Size kLarge{1024, 1024};
+    static const Size kLarge{512, 512};
     static const Bytes& kFrame = *new Bytes(makeFrames(kLarge, 1));
     static Bytes &kResult = *new Bytes(kFrame.size()), &kNext = *new Bytes(kFrame.size());
     static Instance& kInstance = *new Instance;
@@ -132,7 +132,7 @@ TEST(Frei0rDeathTest, AFrameUnderWayIsFinishedWhenTheProcessExits) {
         const std::clock_t start = std::clock();
         begin(kResult);
         // Nothing but the frame takes time now.
-        while (std::clock() - start < CLOCKS_PER_SEC / 20)
+        while (std::clock() - start < CLOCKS_PER_SEC / 50)
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         begin(kNext);
         std::exit(0);
