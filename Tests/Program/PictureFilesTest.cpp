@@ -158,8 +158,10 @@ TEST_F(PictureFiles, GetNoMetadataThatTheInputLacks) {
 }
 
 TEST_F(PictureFiles, KeepPngChunksAndTheFirstExif) {
-    const std::string exif =
-        pngChunk("eXIf", std::string("II*\0\x8\0\0\0\1\0\x3b\1\2\0\3\0\0\0Me\0\0\0\0\0\0", 26));
+    const auto exif = [](const std::string& artist) {
+        const std::string start("II*\0\x8\0\0\0\1\0\x3b\1\2\0\3\0\0\0", 18);
+        return pngChunk("eXIf", start + artist + std::string(6, '\0'));
+    };
     const std::string before = pngChunk("gAMA", std::string("\0\1\x86\xa0", 4)) +
                                pngChunk("bKGD", std::string("\0\x10\0\x20\0\x30", 6));
     const std::string after = pngChunk("iTXt", std::string("Title\0\0\0de\0Titel\0Stra\xc3\x9f\x65", 24)) +
@@ -167,11 +169,11 @@ TEST_F(PictureFiles, KeepPngChunksAndTheFirstExif) {
     save(shading(20, 20, 3), mFolder / "plain.png");
     std::string png = contents(mFolder / "plain.png");
     png.insert(png.size() - 12, after); // before the chunk of the end
-    png.insert(33, before + exif + exif);
+    png.insert(33, before + exif("Me") + exif("He"));
     std::ofstream(mFolder / "in.png") << png;
     filter("in.png", "out.png");
     const std::string out = contents(mFolder / "out.png");
-    for (const std::string& kept : {before, exif, after})
+    for (const std::string& kept : {before, exif("Me"), after})
         EXPECT_THAT(out, HasSubstr(kept));
     EXPECT_EQ(out.find("eXIf"), out.rfind("eXIf"));
 }
@@ -198,6 +200,8 @@ TEST_F(PictureFiles, FollowTheInputsCompression) {
         filter("in.png", "out.jpg", {quality == "95" ? "--quiet" : "--quality=60"});
         EXPECT_EQ(settings(contents(mFolder / "out.jpg")), settings(contents(mFolder / "in.jpg"))) << quality;
     }
+    filter("in.png", "out.webp", {"--quality=60"});
+    EXPECT_EQ(contents(mFolder / "out.webp").find("VP8L"), std::string::npos);
     EXPECT_EQ(filtered(".webp", colours, "[Q=80]").find("VP8L"), std::string::npos);
     EXPECT_THAT(filtered(".webp", colours, "[lossless]"), HasSubstr("VP8L"));
     // One bit a pixel stays where the result still has no other values.
