@@ -236,7 +236,11 @@ TEST_F(PictureFiles, ReplaceAnOldOutputOfAnyNameWithItsPermissionsAndOwnerThroug
 }
 
 TEST_F(PictureFiles, NoteWhatIsOddOrNotKeptOfATiff) {
-    save(noise(20, 10, 4), mFolder / "alpha.tif");
+    std::string packet = "<x:xmpmeta xmlns:x='adobe:ns:meta/'/>";
+    VImage alpha = noise(20, 10, 4), pages = paged(noise(8, 8, 3), 4);
+    for (VImage* image : {&alpha, &pages})
+        image->set(VIPS_META_XMP_NAME, nullptr, packet.data(), packet.size());
+    save(alpha, mFolder / "alpha.tif");
     std::string tiff = contents(mFolder / "alpha.tif");
     const std::size_t entry = tiff.find(std::string("\x52\1\3\0\1\0\0\0", 8));
     ASSERT_NE(entry, std::string::npos);
@@ -247,9 +251,6 @@ TEST_F(PictureFiles, NoteWhatIsOddOrNotKeptOfATiff) {
                 HasSubstr("it doesn't say what its last channel is; it is taken for alpha"));
     expectNear(load(mFolder / "alpha.tif"), load(mFolder / "out.tif"));
 
-    VImage pages = paged(noise(8, 8, 3), 4);
-    std::string packet = "<x:xmpmeta xmlns:x='adobe:ns:meta/'/>";
-    pages.set(VIPS_META_XMP_NAME, nullptr, packet.data(), packet.size());
     save(pages, mFolder / "pages.tif");
     save(pages, mFolder / "big.tif[bigtiff]");
     EXPECT_THAT(filter("big.tif", "out.tif"), HasSubstr("its metadata is damaged, or of a kind that can't"));
@@ -276,12 +277,13 @@ TEST_F(PictureFiles, KeepAllPagesOfDifferentSizesAndKinds) {
     Picture written;
     written.format = formatNamed("tiff");
     auto metadata = std::make_shared<Metadata>();
-    metadata->exif["Exif.Image.Artist"] = std::string("Somebody");
+    metadata->exif["Exif.Image.Orientation"] = std::uint16_t{2};
     written.metadata = std::move(metadata);
     for (int i = 0; i < 6; ++i) {
         Page& page = written.pages.emplace_back();
         page.world = Host::World(page.width = 5 + i, page.height = 9 - i);
         page.channels = 1 + i % 4;
+        page.orientation = 2 + i;
     }
     replaceFile(mFolder / "in.tif", encodePicture(written, *written.format, "in.tif"));
     filter("in.tif", "out.tif");
@@ -290,6 +292,7 @@ TEST_F(PictureFiles, KeepAllPagesOfDifferentSizesAndKinds) {
         const Page& page = read.pages.front();
         EXPECT_TRUE(page.world.sameShape(written.pages[i].world)) << i;
         EXPECT_EQ(page.channels, written.pages[i].channels);
+        EXPECT_EQ(page.orientation, 2 + i);
     }
 }
 
