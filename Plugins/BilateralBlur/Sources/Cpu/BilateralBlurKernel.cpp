@@ -23,6 +23,7 @@
 
 #include "Plugins/BilateralBlur/Sources/Cpu/BilateralBlurKernel.h"
 
+#include "Plugins/BilateralBlur/Sources/Cpu/BilateralBlurBlock.h"
 #include "Plugins/BilateralBlur/Sources/FilterConstants.h"
 
 #include <algorithm>
@@ -45,20 +46,6 @@
 namespace Tessaloom::BilateralBlur {
 namespace {
 
-constexpr int kMaxTaps = 2 * kLargestReach + 1;
-constexpr int kMaxLanes = 16;
-
-// A block's planes with their margins, 576 KiB, stay in a core's second-level cache; the rows of one tile's
-// window come from there once and from the first level afterwards.
-constexpr int kBlockWidth = 256;
-constexpr int kBlockHeight = 32;
-constexpr int kPlaneStride = (kBlockWidth + 2 * kLargestReach + 6 + kMaxLanes - 1) / kMaxLanes * kMaxLanes;
-constexpr int kPlaneRows = kBlockHeight + 2 * kLargestReach;
-
-/// One 2^23rd: exponents are kept as integers in this unit, which is that of a float's bits.
-constexpr double kOctave = 8388608.0;
-constexpr double kLog2E = 1.4426950408889634;
-
 /// The range term is -kUnit / 2 * |q - p|^2 in 2^-23 octaves, with an integer for the unit. The product of
 /// two 8-bit differences from 128 with one factor each still fits 16 by 16 bits.
 constexpr int kCentreFactor = 141;
@@ -80,18 +67,6 @@ constexpr int kBias = static_cast<int>(kDeepest) + 1 - 127;
 static_assert(kHighest + kBias + 1 + 20 < 127, "a smaller sigma needs another scale of the weights");
 static_assert(kMaxTaps * kMaxTaps * 128 < 1 << 20);
 
-/// The pixels that a job filters.
-struct Block {
-    int x, y, width, height;
-
-    /// Columns of the planes that the block's tiles reach, in whole vectors.
-    int planeColumns(int reach) const {
-        const int tiles = (width + kMaxLanes - 1) / kMaxLanes * kMaxLanes;
-        return std::min(kPlaneStride, (tiles + 2 * reach + kMaxLanes - 1) / kMaxLanes * kMaxLanes);
-    }
-    int planeRows(int reach) const { return height + 2 * reach; }
-};
-
 /// The planes of one block and its margins: row r, column c hold the pixel (x - reach + c, y - reach + r) of
 /// the picture, clamped to it.
 struct Scratch {
@@ -99,20 +74,6 @@ struct Scratch {
     alignas(64) std::int32_t pairs[kPlane]; // of 16-bit values, for the squared distance
     alignas(64) std::int32_t pairs2[kPlane];
     alignas(64) float channels[3][kPlane];
-};
-
-struct Frame {
-    const std::uint8_t* source;
-    std::ptrdiff_t sourceStride;
-    std::uint8_t* target;
-    std::ptrdiff_t targetStride;
-    int width, height;
-    int reach;
-    std::array<float, kLargestReach + 1> rowWeight;      // by distance
-    std::array<double, kLargestReach + 1> columnOctaves; // log2 of the same
-
-    const std::uint8_t* row(int y) const { return source + y * sourceStride; }
-    std::uint8_t* targetRow(int y) const { return target + y * targetStride; }
 };
 
 } // namespace
@@ -223,7 +184,7 @@ public:
     ThreeChannels(const Scratch& scratch, const Frame& frame) : mScratch(scratch) {
         for (int i = -frame.reach; i <= frame.reach; ++i)
             mInit[i + frame.reach] =
-                static_cast<std::int32_t>(std::lround(kOctave * (frame.columnOctaves[std::abs(i)] + kBias))) -
+                static_cast<std::int32_t>(std::lround(kOctave * (frame.octaves[std::abs(i)] + kBias))) -
                 kUnit / 2 * kSquareMiddle;
     }
 
@@ -272,7 +233,7 @@ public:
     TwoChannels(const Scratch& scratch, const Frame& frame) : mScratch(scratch) {
         for (int i = -frame.reach; i <= frame.reach; ++i)
             mInit[i + frame.reach] =
-                static_cast<std::int32_t>(std::lround(kOctave * (frame.columnOctaves[std::abs(i)] + kBias)));
+                static_cast<std::int32_t>(std::lround(kOctave * (frame.octaves[std::abs(i)] + kBias)));
     }
 
     HWY_INLINE Neighbour neighbour(std::size_t at, int tap) const {
@@ -353,21 +314,6 @@ HWY_INLINE void addRow(const Taps& taps, const Weights& rowWeight, int reach, in
         }
     }
     (tiles.endRow(rowWeight[std::abs(row - tiles.row)]), ...);
-}
-
-/// Loads the row of the picture that the plane's row `row` holds, with the edge pixels repeated, into `line`.
-void loadLine(const Frame& frame, const Block& block, int row, std::uint8_t (*line)[4]) {
-    const std::uint8_t* const source =
-        frame.row(std::clamp(block.y - frame.reach + row, 0, frame.height - 1));
-    const int x = block.x - frame.reach;
-    const int columns = block.planeColumns(frame.reach);
-    const int first = std::clamp(-x, 0, columns);
-    const int last = std::clamp(frame.width - x, first, columns);
-    for (int i = 0; i < first; ++i)
-        std::memcpy(line[i], source, sizeof(line[i]));
-    std::memcpy(line[first], source + 4 * (x + first), (last - first) * sizeof(line[0]));
-    for (int i = last; i < columns; ++i)
-        std::memcpy(line[i], source + 4 * (frame.width - 1), sizeof(line[i]));
 }
 
 /// Fills the planes for all three channels at work.
@@ -531,12 +477,8 @@ void filterBlock(const Frame& frame, const Block& block, const Scratch& scratch)
 void blurBlock(const Frame& frame, const Block& block, Scratch& scratch) {
     if (!fillPlanes(frame, block, scratch))
         return filterBlock<ThreeChannels>(frame, block, scratch);
-    // Premultiplied, a transparent block is zero whatever its colours.
-    if (scratch.channels[0][0] == -128.0f) {
-        for (int y = block.y; y < block.y + block.height; ++y)
-            std::memset(frame.targetRow(y) + 4 * block.x, 0, 4 * block.width);
-        return;
-    }
+    if (scratch.channels[0][0] == -128.0f)
+        return clearBlock(frame, block);
     dropAlpha(frame, block, scratch);
     filterBlock<TwoChannels>(frame, block, scratch);
 }
@@ -576,17 +518,20 @@ void bilateralBlur(const std::uint8_t* source, std::ptrdiff_t sourceStride, std:
             HWY_DYNAMIC_DISPATCH(copyRows)(frame, top, std::min(height, top + kBlockHeight));
         });
     for (int i = 0; i <= frame.reach; ++i) {
-        frame.columnOctaves[i] = -kLog2E * i * i / (2 * kSpatialSigma * kSpatialSigma);
-        frame.rowWeight[i] = static_cast<float>(std::exp2(frame.columnOctaves[i]));
+        frame.octaves[i] = -kLog2E * i * i / (2 * kSpatialSigma * kSpatialSigma);
+        frame.rowWeight[i] = static_cast<float>(std::exp2(frame.octaves[i]));
     }
     const int blockWidth = partSize(width, kBlockWidth, kMaxLanes);
     const int columns = (width + blockWidth - 1) / blockWidth;
     const std::size_t jobs = static_cast<std::size_t>(columns) * rows;
-    pool.run(jobs, [&](std::size_t index, unsigned worker) {
+    const auto blockOf = [&](std::size_t index) {
         const int x = static_cast<int>(index % columns) * blockWidth;
         const int y = static_cast<int>(index / columns) * kBlockHeight;
-        const Block block{x, y, std::min(blockWidth, width - x), std::min(kBlockHeight, height - y)};
-        HWY_DYNAMIC_DISPATCH(blurBlock)(frame, block, *new (pool.scratch(worker, sizeof(Scratch))) Scratch);
+        return Block{x, y, std::min(blockWidth, width - x), std::min(kBlockHeight, height - y)};
+    };
+    pool.run(jobs, [&](std::size_t index, unsigned worker) {
+        Scratch& scratch = *new (pool.scratch(worker, sizeof(Scratch))) Scratch;
+        HWY_DYNAMIC_DISPATCH(blurBlock)(frame, blockOf(index), scratch);
     });
 }
 
