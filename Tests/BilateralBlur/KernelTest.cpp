@@ -19,15 +19,24 @@ namespace {
 using Pictures::noise;
 using Pictures::Picture;
 
-// In levels of 255. The weights are accurate to 1e-4 of themselves; that moves the mean of two groups of
-// pixels no further than 1e-4 * a quarter of their distance, and groups much more than 100 levels apart don't
-// mix.
-constexpr double kMaxError = 0.002, kMeanError = 0.0003;
+/// How far means may be off, in levels of 255.
+struct Bounds {
+    double most, mean;
+};
+
+// The weights are accurate to 1e-4 of themselves; that moves the mean of two groups of pixels no further than
+// 1e-4 * a quarter of their distance, and groups much more than 100 levels apart don't mix.
+constexpr Bounds kPortable{0.002, 0.0003};
+
+// Weights of 8 bits, accurate to 0.9 % each. The errors of many taps cancel out: the largest seen in 70 million
+// means of noise and of lone pixels, the worst contents, was 0.082.
+constexpr Bounds kBf16{0.1, 0.01};
+constexpr int kLeastBf16Size = 9;
 
 /// Runs the kernel on pixels without padding.
 std::vector<std::uint8_t> blur(const std::vector<std::uint8_t>& pixels, int width, int blurSize,
                                RowBandPool& pool) {
-    std::vector<std::uint8_t> result(pixels.size());
+    std::vector<std::uint8_t> result(pixels.size(), 0xA5);
     const std::ptrdiff_t stride = std::ptrdiff_t{4} * width;
     const int height = width ? static_cast<int>(pixels.size()) / (4 * width) : 5;
     bilateralBlur(pixels.data(), stride, result.data(), stride, width, height, blurSize, pool);
@@ -39,27 +48,28 @@ double divided(double colour, double alpha) {
     return alpha > 0 ? std::rint(255 * colour / alpha) : 0;
 }
 
-/// Compares with the oracle's premultiplied means: each value must be what some means within kMaxError round
-/// to, and the values that are rounded but once must be within kMeanError on average.
-void expectClose(const std::vector<std::uint8_t>& result, const std::vector<double>& expected) {
+/// Compares with the oracle's premultiplied means: each value must be what some means within the bound round
+/// to, and the values that are rounded but once must be within the other on average.
+void expectClose(const std::vector<std::uint8_t>& result, const std::vector<double>& expected,
+                 const Bounds& bounds) {
     double sum = 0, count = 0;
     for (std::size_t i = 0; i < expected.size(); ++i) {
         const std::size_t channel = i % 4;
         const double exact = 255 * (channel ? expected[i - 1] : expected[i + 3]);
         const double alpha = 255 * expected[i - channel + 3];
-        double low = std::round(exact - kMaxError), high = std::round(exact + kMaxError);
+        double low = std::round(exact - bounds.most), high = std::round(exact + bounds.most);
         if (channel) {
-            low = divided(low, std::round(alpha + kMaxError));
-            high = divided(high, std::round(alpha - kMaxError));
+            low = divided(low, std::round(alpha + bounds.most));
+            high = divided(high, std::round(alpha - bounds.most));
         }
         EXPECT_GE(result.at(i), low) << i;
         EXPECT_LE(result[i], high) << i;
-        if (channel == 0 || alpha > 255 - kMaxError) {
+        if (channel == 0 || alpha > 255 - bounds.most) {
             sum += std::abs(result[i] - exact) - std::abs(exact - std::round(exact));
             ++count;
         }
     }
-    EXPECT_LE(sum / count, kMeanError);
+    EXPECT_LE(sum / count, bounds.mean);
 }
 
 /// Lone pixels at rising distances from a flat ground: where one pixel and the sum of all others weigh the
@@ -80,7 +90,10 @@ Picture halfConstant(int width, int height, std::uint8_t alpha) {
     return picture;
 }
 
-/// Each case runs on one instruction set.
+/// What the processor is best at. It may have the kernel with bfloat16, which the library doesn't know.
+constexpr std::int64_t kBest = 0;
+
+/// Each case runs on one of the library's instruction sets, and on the best one.
 class Kernel : public testing::TestWithParam<std::int64_t> {
 protected:
     Kernel() {
@@ -91,7 +104,8 @@ protected:
     void expectOracle(const Picture& picture, int blurSize) {
         SCOPED_TRACE(testing::Message() << picture.width << " by " << picture.height << " at " << blurSize);
         expectClose(blur(picture.bytes, picture.width, blurSize, mPool),
-                    Oracle::pass(picture.normalised(), picture.width, picture.height, blurSize));
+                    Oracle::pass(picture.normalised(), picture.width, picture.height, blurSize),
+                    GetParam() == kBest && blurSize >= kLeastBf16Size ? kBf16 : kPortable);
     }
 
     RowBandPool mPool{2};
@@ -99,9 +113,11 @@ protected:
 
 TEST_P(Kernel, EveryBlurSizeIsTheOraclesPicture) {
     const Picture pictures[] = {
-        noise(23, 17, 1),          noise(17, 11, 2, true),          noise(19, 23, 3, false, 30),
-        noise(35, 9, 4, true, 30), Pictures::blocks(37, 15, false), Pictures::photograph(18, 21, 5),
-        speckles(41, 14, false),   speckles(41, 14, true)};
+        noise(23, 17, 1), noise(17, 11, 2, true), noise(19, 23, 3, false, 30), noise(35, 9, 4, true, 30),
+        Pictures::blocks(37, 15, false), Pictures::photograph(18, 21, 5), speckles(41, 14, false),
+        speckles(41, 14, true),
+        // The least weights of all.
+        Pictures::make(32, 30, false, [](int x, int y, int) { return x + y ? 0 : 255; })};
     for (const Picture& picture : pictures)
         for (int blurSize = 1; blurSize < 60; blurSize += 2) {
             expectOracle(picture, blurSize);
@@ -147,6 +163,7 @@ TEST_P(Kernel, SizesOutOfRangeWorkAsTheNearest) {
 
 INSTANTIATE_TEST_SUITE_P(InstructionSets, Kernel, testing::ValuesIn(hwy::SupportedAndGeneratedTargets()),
                          [](const auto& info) { return hwy::TargetName(info.param); });
+INSTANTIATE_TEST_SUITE_P(Best, Kernel, testing::Values(kBest));
 
 } // namespace
 } // namespace Tessaloom::BilateralBlur

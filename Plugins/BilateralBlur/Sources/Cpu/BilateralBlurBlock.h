@@ -74,4 +74,21 @@ inline void clearBlock(const Frame& frame, const Block& block) {
         std::memset(frame.targetRow(y) + 4 * block.x, 0, 4 * block.width);
 }
 
+/// The means of alpha, red and green of a row of a block, in 0..255.
+using Means = std::array<std::array<float, kBlockWidth>, 3>;
+
+/// Rounds means to the pixels of the block's row `row`; blue comes from the source.
+void storeMeans(const Frame& frame, const Block& block, int row, const Means& means);
+
+#ifdef BILATERAL_BLUR_BF16
+/// Whether this processor has what `blurBlockBf16` needs, and the reach is large enough for it.
+bool usesBf16(int reach);
+
+/// How much scratch memory `blurBlockBf16` needs, aligned to 64 bytes.
+extern const std::size_t kBf16ScratchSize;
+
+/// Filters a block. Means are off by up to 0.1 of a level.
+void blurBlockBf16(const Frame& frame, const Block& block, void* memory);
+#endif
+
 } // namespace Tessaloom::BilateralBlur

@@ -433,6 +433,15 @@ void copyRows(const Frame& frame, int top, int bottom) {
     }
 }
 
+/// What `storeMeans` does.
+void storeMeanRow(const Frame& frame, const Block& block, int row, const Means& means) {
+    for (int column = 0; column < block.width; column += kLanes) {
+        const auto mean = [&](int channel) { return hn::LoadU(df, &means[channel][column]); };
+        storePixels(frame, block.x + column, block.y + row, std::min(kLanes, block.width - column), mean(0),
+                    mean(1), mean(2));
+    }
+}
+
 template<class Taps>
 HWY_INLINE void storeTile(const Frame& frame, const Block& block, const Scratch& scratch, int column,
                           const Tile<Taps>& tile) {
@@ -494,6 +503,7 @@ namespace {
 
 HWY_EXPORT(blurBlock);
 HWY_EXPORT(copyRows);
+HWY_EXPORT(storeMeanRow);
 
 /// Cuts `length` into as few parts as `most` allows, of the same size but for the last, in multiples of
 /// `grain`.
@@ -504,6 +514,10 @@ int partSize(int length, int most, int grain) {
 }
 
 } // namespace
+
+void storeMeans(const Frame& frame, const Block& block, int row, const Means& means) {
+    HWY_DYNAMIC_DISPATCH(storeMeanRow)(frame, block, row, means);
+}
 
 void bilateralBlur(const std::uint8_t* source, std::ptrdiff_t sourceStride, std::uint8_t* target,
                    std::ptrdiff_t targetStride, int width, int height, int blurSize, RowBandPool& pool) {
@@ -529,6 +543,12 @@ void bilateralBlur(const std::uint8_t* source, std::ptrdiff_t sourceStride, std:
         const int y = static_cast<int>(index / columns) * kBlockHeight;
         return Block{x, y, std::min(blockWidth, width - x), std::min(kBlockHeight, height - y)};
     };
+#ifdef BILATERAL_BLUR_BF16
+    if (usesBf16(frame.reach))
+        return pool.run(jobs, [&](std::size_t index, unsigned worker) {
+            blurBlockBf16(frame, blockOf(index), pool.scratch(worker, kBf16ScratchSize));
+        });
+#endif
     pool.run(jobs, [&](std::size_t index, unsigned worker) {
         Scratch& scratch = *new (pool.scratch(worker, sizeof(Scratch))) Scratch;
         HWY_DYNAMIC_DISPATCH(blurBlock)(frame, blockOf(index), scratch);

@@ -18,7 +18,8 @@ namespace Tessaloom::BilateralBlur {
 ///
 /// The weights are single precision and accurate to 2e-4 of themselves. A pixel's sums are always taken in
 /// the same order, so the result doesn't depend on the number of threads; instruction sets differ by the
-/// last bits of a float before rounding.
+/// last bits of a float before rounding. On a processor with AVX512-BF16, from a blurSize of 9 up, weights are
+/// accurate to 1 %, and the three means are up to 0.1 of 255 off before rounding.
 ///
 /// `source` and `target` must not overlap. They need no alignment; strides may be negative. The bytes after a
 /// row aren't touched. A picture without pixels is left alone. A blurSize below 0 works as 0, one above 60
