@@ -98,18 +98,18 @@ std::map<std::string, bool> kindsIn(const std::string& file) {
     const bool isWebp = file.ends_with(".webp");
     const double x = isWebp ? exif["Exif.Image.XResolution"].toFloat() / 25.4 : loaded.xres();
     const double y = isWebp ? exif["Exif.Image.YResolution"].toFloat() / 25.4 : loaded.yres();
+    const auto has = [&](const char* key) { return exif.findKey(Exiv2::ExifKey(key)) != exif.end(); };
     std::map<std::string, bool> kinds{
         {"IPTC", !image->iptcData().empty()},
         {"XMP", !image->xmpData().empty()},
         {"comment", !image->comment().empty()},
         {"density", std::abs(x - 5) + std::abs(y - 10) < 0.01},
+        {"only what isn't of a TIFF", file.ends_with(".tif") || !has("Exif.Image.PlanarConfiguration")},
         {"profile", loaded.get_typeof(VIPS_META_ICC_NAME) != 0},
-        {"thumbnail", exif.findKey(Exiv2::ExifKey("Exif.Thumbnail.Compression")) != exif.end()},
+        {"thumbnail", has("Exif.Thumbnail.Compression")},
     };
-    for (const auto& [key, value] : kExif) {
-        const auto field = exif.findKey(Exiv2::ExifKey(key));
-        kinds[key] = field != exif.end() && field->toString() == value;
-    }
+    for (const auto& [key, value] : kExif)
+        kinds[key] = has(key) && exif[key].toString() == value;
     return kinds;
 }
 
