@@ -133,7 +133,7 @@ TEST_P(Kernel, SizesBelowTheReachAndAcrossBlocks) {
     const std::pair<int, int> sizes[] = {{1, 1},  {1, 40}, {40, 1}, {2, 3},   {7, 5},    {15, 2},
                                          {16, 3}, {17, 1}, {31, 4}, {257, 3}, {300, 35}, {5, 66}};
     for (const auto& [width, height] : sizes)
-        for (const std::uint8_t alpha : {255, 77, 0})
+        for (const std::uint8_t alpha : {255, 77, 1, 0})
             for (const int blurSize : width* height < 1000 ? std::vector{5, 60} : std::vector{11})
                 expectOracle(halfConstant(width, height, alpha), blurSize);
 }
