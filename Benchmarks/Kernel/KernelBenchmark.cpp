@@ -3,8 +3,8 @@
 // and the threads.
 #include "Benchmarks/Kernel/FmaRate.h"
 #include "Platform/UsableCpus.h"
-#include "Plugins/BilateralBlur/Sources/Cpu/BilateralBlurKernel.h"
 #include "Plugins/BilateralBlur/Sources/FilterConstants.h"
+#include "Plugins/Shared/Cpu/Kernel.h"
 #include "Tests/Support/Pictures.h"
 
 #include <benchmark/benchmark.h>
@@ -93,7 +93,7 @@ void addBytes(const std::string& prefix, const Content& content, Size size, int 
     add(name, [=](benchmark::State& state) {
         hwy::SetSupportedTargetsForTest(target);
         hwy::GetChosenTarget().Update(hwy::SupportedTargets());
-        RowBandPool pool(threads);
+        ThreadPool pool(threads);
         const Picture picture = content.make(size.width, size.height);
         const std::ptrdiff_t stride = std::ptrdiff_t{4} * size.width;
         Picture result{size.width, size.height};

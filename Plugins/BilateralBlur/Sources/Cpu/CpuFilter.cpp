@@ -1,6 +1,6 @@
 #include "Plugins/BilateralBlur/Sources/Cpu/CpuFilter.h"
 
-#include "Plugins/BilateralBlur/Sources/Cpu/BilateralBlurKernel.h"
+#include "Plugins/Shared/Cpu/Kernel.h"
 #include "Plugins/Shared/Helper/HostPixels.h"
 #include "Plugins/Shared/Helper/SuiteScoper.h"
 

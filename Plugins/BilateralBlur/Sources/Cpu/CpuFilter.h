@@ -1,7 +1,7 @@
 #pragma once
 
 #include "HostInterface/EffectHost.h"
-#include "Plugins/BilateralBlur/Sources/Cpu/RowBandPool.h"
+#include "Plugins/Shared/Cpu/ThreadPool.h"
 
 #include <optional>
 
@@ -21,7 +21,7 @@ public:
     void render(PF_InData* in_data, PF_LayerDef* input, PF_LayerDef* output, int blurScale);
 
 private:
-    std::optional<RowBandPool> mPool;
+    std::optional<ThreadPool> mPool;
 };
 
 } // namespace Tessaloom::BilateralBlur

@@ -1,4 +1,4 @@
-#include "Plugins/BilateralBlur/Sources/Cpu/RowBandPool.h"
+#include "Plugins/Shared/Cpu/ThreadPool.h"
 
 #include "Platform/SignalsBlocked.h"
 #include "Platform/UsableCpus.h"
@@ -14,7 +14,7 @@ constexpr std::align_val_t kCacheLine{64};
 
 } // namespace
 
-RowBandPool::RowBandPool(unsigned threads) {
+ThreadPool::ThreadPool(unsigned threads) {
     if (threads == 0)
         threads = usableCpus();
     mScratch.resize(threads);
@@ -31,11 +31,11 @@ RowBandPool::RowBandPool(unsigned threads) {
     }
 }
 
-RowBandPool::~RowBandPool() {
+ThreadPool::~ThreadPool() {
     stop();
 }
 
-void RowBandPool::stop() {
+void ThreadPool::stop() {
     {
         const std::lock_guard lock(mMutex);
         mStopping = true;
@@ -45,7 +45,7 @@ void RowBandPool::stop() {
         thread.join();
 }
 
-void RowBandPool::run(std::size_t jobs, const std::function<void(std::size_t, unsigned)>& job) {
+void ThreadPool::run(std::size_t jobs, const std::function<void(std::size_t, unsigned)>& job) {
     const std::lock_guard turn(mTurn);
     std::unique_lock lock(mMutex);
     mJob = &job;
@@ -61,7 +61,7 @@ void RowBandPool::run(std::size_t jobs, const std::function<void(std::size_t, un
         std::rethrow_exception(std::exchange(mFailure, nullptr));
 }
 
-void* RowBandPool::scratch(unsigned worker, std::size_t bytes) {
+void* ThreadPool::scratch(unsigned worker, std::size_t bytes) {
     Scratch& scratch = mScratch[worker];
     if (scratch.bytes < bytes) {
         scratch.memory.reset(::operator new(bytes, kCacheLine));
@@ -70,11 +70,11 @@ void* RowBandPool::scratch(unsigned worker, std::size_t bytes) {
     return scratch.memory.get();
 }
 
-void RowBandPool::Scratch::Free::operator()(void* memory) const {
+void ThreadPool::Scratch::Free::operator()(void* memory) const {
     ::operator delete(memory, kCacheLine);
 }
 
-void RowBandPool::serve(unsigned worker) {
+void ThreadPool::serve(unsigned worker) {
     std::unique_lock lock(mMutex);
     while (true) {
         mFrameBegun.wait(lock, [this] { return mStopping || mNext < mJobs; });
@@ -87,7 +87,7 @@ void RowBandPool::serve(unsigned worker) {
     }
 }
 
-void RowBandPool::takeJobs(std::unique_lock<std::mutex>& lock, unsigned worker) {
+void ThreadPool::takeJobs(std::unique_lock<std::mutex>& lock, unsigned worker) {
     while (mNext < mJobs) {
         const std::size_t index = mNext++;
         lock.unlock();

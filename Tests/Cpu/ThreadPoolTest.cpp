@@ -1,4 +1,4 @@
-#include "Plugins/BilateralBlur/Sources/Cpu/RowBandPool.h"
+#include "Plugins/Shared/Cpu/ThreadPool.h"
 
 #include <gmock/gmock.h>
 
@@ -11,9 +11,9 @@
 namespace Tessaloom::BilateralBlur {
 namespace {
 
-TEST(RowBandPool, CallersTakeTurnsEachJobRunsOnceAndEachWorkerHasItsScratch) {
+TEST(ThreadPool, CallersTakeTurnsEachJobRunsOnceAndEachWorkerHasItsScratch) {
     for (const unsigned threads : {1u, 2u, 5u}) {
-        RowBandPool pool(threads);
+        ThreadPool pool(threads);
         std::atomic<unsigned> inside = 0;
         const auto call = [&] {
             for (std::size_t frame = 0; frame < 50; ++frame) {
@@ -35,9 +35,9 @@ TEST(RowBandPool, CallersTakeTurnsEachJobRunsOnceAndEachWorkerHasItsScratch) {
     }
 }
 
-TEST(RowBandPool, AJobsExceptionReachesTheCallerAndLeavesThePoolUsable) {
+TEST(ThreadPool, AJobsExceptionReachesTheCallerAndLeavesThePoolUsable) {
     for (const unsigned threads : {1u, 2u}) {
-        RowBandPool pool(threads);
+        ThreadPool pool(threads);
         std::atomic<int> calls = 0;
         for (const std::size_t bad : {0u, 1u, 7u})
             EXPECT_THROW(pool.run(8, [bad](std::size_t at, unsigned) { at == bad ? throw 7 : 0; }), int);

@@ -22,14 +22,14 @@ namespace Tessaloom::BilateralBlur {
 ///
 /// Any thread may call `run`; calls from several threads take their turns. `run` isn't for use from inside a
 /// job.
-class RowBandPool {
+class ThreadPool {
 public:
     /// @param threads how many threads work on a frame, the caller included; 0 takes what the process may use
     ///                at once, by the calling thread's CPU affinity and the cgroup's quota.
-    explicit RowBandPool(unsigned threads = 0);
-    ~RowBandPool();
-    RowBandPool(const RowBandPool&) = delete;
-    RowBandPool& operator=(const RowBandPool&) = delete;
+    explicit ThreadPool(unsigned threads = 0);
+    ~ThreadPool();
+    ThreadPool(const ThreadPool&) = delete;
+    ThreadPool& operator=(const ThreadPool&) = delete;
 
     /// How many threads work on a frame, the caller included: at least 1.
     unsigned threads() const { return static_cast<unsigned>(mThreads.size()) + 1; }

@@ -21,10 +21,10 @@
 // One row at a time needs fewer loads, but then waits for its own sums (2 % faster, 10 % slower with constant
 // alpha); aligned loads would gain 5 % there and nothing with constant alpha.
 
-#include "Plugins/BilateralBlur/Sources/Cpu/BilateralBlurKernel.h"
+#include "Plugins/Shared/Cpu/Kernel.h"
 
-#include "Plugins/BilateralBlur/Sources/Cpu/BilateralBlurBlock.h"
 #include "Plugins/BilateralBlur/Sources/FilterConstants.h"
+#include "Plugins/Shared/Cpu/Blocks.h"
 
 #include <algorithm>
 #include <array>
@@ -36,7 +36,7 @@
 #define HWY_DISABLED_TARGETS (HWY_SVE | HWY_SVE2 | HWY_SVE_256 | HWY_SVE2_128 | HWY_RVV)
 #define HWY_WANT_AVX3_DL
 #undef HWY_TARGET_INCLUDE
-#define HWY_TARGET_INCLUDE "Plugins/BilateralBlur/Sources/Cpu/BilateralBlurKernel.cpp"
+#define HWY_TARGET_INCLUDE "Plugins/Shared/Cpu/Kernel.cpp"
 #include <hwy/foreach_target.h>
 #include <hwy/highway.h>
 
@@ -520,7 +520,7 @@ void storeMeans(const Frame& frame, const Block& block, int row, const Means& me
 }
 
 void bilateralBlur(const std::uint8_t* source, std::ptrdiff_t sourceStride, std::uint8_t* target,
-                   std::ptrdiff_t targetStride, int width, int height, int blurSize, RowBandPool& pool) {
+                   std::ptrdiff_t targetStride, int width, int height, int blurSize, ThreadPool& pool) {
     if (width <= 0 || height <= 0)
         return;
     Frame frame{source, sourceStride, target, targetStride, width, height, 0, {}, {}};

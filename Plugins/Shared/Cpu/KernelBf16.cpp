@@ -15,7 +15,7 @@
 //
 // Three rows at a time were 5 % slower than two.
 
-#include "Plugins/BilateralBlur/Sources/Cpu/BilateralBlurBlock.h"
+#include "Plugins/Shared/Cpu/Blocks.h"
 
 #include <hwy/targets.h>
 #include <immintrin.h>

@@ -1,4 +1,4 @@
-#include "Plugins/BilateralBlur/Sources/Cpu/BilateralBlurKernel.h"
+#include "Plugins/Shared/Cpu/Kernel.h"
 #include "Tests/Support/Oracle.h"
 #include "Tests/Support/Pictures.h"
 
@@ -35,7 +35,7 @@ constexpr int kLeastBf16Size = 9;
 
 /// Runs the kernel on pixels without padding.
 std::vector<std::uint8_t> blur(const std::vector<std::uint8_t>& pixels, int width, int blurSize,
-                               RowBandPool& pool) {
+                               ThreadPool& pool) {
     std::vector<std::uint8_t> result(pixels.size(), 0xA5);
     const std::ptrdiff_t stride = std::ptrdiff_t{4} * width;
     const int height = width ? static_cast<int>(pixels.size()) / (4 * width) : 5;
@@ -108,7 +108,7 @@ protected:
                     GetParam() == kBest && blurSize >= kLeastBf16Size ? kBf16 : kPortable);
     }
 
-    RowBandPool mPool{2};
+    ThreadPool mPool{2};
 };
 
 TEST_P(Kernel, EveryBlurSizeIsTheOraclesPicture) {

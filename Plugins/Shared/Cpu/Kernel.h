@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Plugins/BilateralBlur/Sources/Cpu/RowBandPool.h"
+#include "Plugins/Shared/Cpu/ThreadPool.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -31,6 +31,6 @@ namespace Tessaloom::BilateralBlur {
 /// @param target likewise.
 /// @param targetStride likewise.
 void bilateralBlur(const std::uint8_t* source, std::ptrdiff_t sourceStride, std::uint8_t* target,
-                   std::ptrdiff_t targetStride, int width, int height, int blurSize, RowBandPool& pool);
+                   std::ptrdiff_t targetStride, int width, int height, int blurSize, ThreadPool& pool);
 
 } // namespace Tessaloom::BilateralBlur
