@@ -19,12 +19,20 @@ namespace {
 
 Host::Resource declaredResource() {
     Host::Resource resource;
-    resource.name = Declaration::kName;
-    resource.version = Declaration::kPackedVersion;
-    resource.outFlags = Declaration::kOutFlags;
-    resource.outFlags2 = Declaration::kOutFlags2;
+    resource.name = kDeclaration.name;
+    resource.version = kDeclaration.packedVersion;
+    resource.outFlags = kDeclaration.outFlags;
+    resource.outFlags2 = kDeclaration.outFlags2;
     for (const Slider& slider : kSliders)
-        resource.sliders.push_back({slider.name, slider.minimum, slider.maximum, slider.defaultValue});
+        resource.sliders.push_back({.name = slider.name,
+                                    .key = slider.key,
+                                    .description = slider.description,
+                                    .minimum = slider.minimum,
+                                    .maximum = slider.maximum,
+                                    .defaultValue = slider.defaultValue,
+                                    .steps = slider.steps,
+                                    .isDistance = slider.isDistance,
+                                    .isRequired = slider.isRequired});
     return resource;
 }
 

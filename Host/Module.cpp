@@ -16,14 +16,16 @@ constexpr const char* kEntryName = "EntryPointFunc";
     throw ModuleError(path.string() + ": " + why);
 }
 
+pugi::xml_node keyOf(const pugi::xml_node& dict, const char* key) {
+    return dict.find_child([&](const pugi::xml_node& node) {
+        return std::string(node.name()) == "key" && std::string(node.child_value()) == key;
+    });
+}
+
 /// The value that follows a key: in a property list the two are neighbours.
 pugi::xml_node valueOf(const pugi::xml_node& dict, const char* key, const char* type,
                        const std::filesystem::path& path) {
-    const pugi::xml_node value =
-        dict.find_child([&](const pugi::xml_node& node) {
-                return std::string(node.name()) == "key" && std::string(node.child_value()) == key;
-            })
-            .next_sibling();
+    const pugi::xml_node value = keyOf(dict, key).next_sibling();
     if (std::string(value.name()) != type)
         refuse(path, std::string("the property list has no ") + type + " \"" + key + "\"");
     return value;
@@ -38,6 +40,25 @@ std::int32_t numberOf(const pugi::xml_node& dict, const char* key, const std::fi
     return static_cast<std::int32_t>(valueOf(dict, key, "integer", path).text().as_llong());
 }
 
+bool flagOf(const pugi::xml_node& dict, const char* key, const std::filesystem::path& path) {
+    const std::string value = keyOf(dict, key).next_sibling().name();
+    if (value != "true" && value != "false")
+        refuse(path, std::string("the property list has no boolean \"") + key + "\"");
+    return value == "true";
+}
+
+Slider sliderOf(const pugi::xml_node& dict, const std::filesystem::path& path) {
+    return {.name = textOf(dict, "Name", path),
+            .key = textOf(dict, "Key", path),
+            .description = textOf(dict, "Description", path),
+            .minimum = numberOf(dict, "Minimum", path),
+            .maximum = numberOf(dict, "Maximum", path),
+            .defaultValue = numberOf(dict, "Default", path),
+            .steps = numberOf(dict, "Steps", path),
+            .isDistance = flagOf(dict, "IsDistance", path),
+            .isRequired = flagOf(dict, "IsRequired", path)};
+}
+
 } // namespace
 
 Resource readResource(const std::filesystem::path& path) {
@@ -50,12 +71,15 @@ Resource readResource(const std::filesystem::path& path) {
         refuse(path, "this isn't an XML property list");
     const auto text = [&](const char* key) { return textOf(dict, key, path); };
     const auto number = [&](const char* key) { return numberOf(dict, key, path); };
-    Resource resource{text("Name"),       text("Category"),
-                      text("EntryPoint"), static_cast<std::uint32_t>(number("Version")),
-                      number("OutFlags"), number("OutFlags2")};
+    Resource resource{.name = text("Name"),
+                      .category = text("Category"),
+                      .description = text("Description"),
+                      .entry = text("EntryPoint"),
+                      .version = static_cast<std::uint32_t>(number("Version")),
+                      .outFlags = number("OutFlags"),
+                      .outFlags2 = number("OutFlags2")};
     for (const pugi::xml_node& slider : valueOf(dict, "Sliders", "array", path))
-        resource.sliders.push_back({textOf(slider, "Name", path), numberOf(slider, "Minimum", path),
-                                    numberOf(slider, "Maximum", path), numberOf(slider, "Default", path)});
+        resource.sliders.push_back(sliderOf(slider, path));
     return resource;
 }
 

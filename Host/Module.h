@@ -19,13 +19,19 @@ public:
 /// A slider that an effect declares.
 struct Slider {
     std::string name;
+    std::string key;         ///< the name in options and properties: "blur-scale"
+    std::string description; ///< one line, for users
     std::int32_t minimum = 0, maximum = 0, defaultValue = 0;
+    std::int32_t steps = 1;  ///< how many of the values make 1 of what users see: 1, or 1000 for thousandths
+    bool isDistance = false; ///< counts pixels: half as many in an image of half the size
+    bool isRequired = false; ///< the default leaves an image as it is, so a program asks for a value
 };
 
 /// The property list of a module.
 struct Resource {
     std::string name;
     std::string category;
+    std::string description; ///< one line, for users
     std::string entry;
     std::uint32_t version = 0; ///< see `PF_VERSION`
     std::int32_t outFlags = 0, outFlags2 = 0;

@@ -56,11 +56,11 @@ void reportOutOfRange(const Slider& slider, double given, double used) {
     static std::atomic_flag kHasReported;
     if (!kHasReported.test_and_set())
         std::fprintf(stderr, "%s: %s %g is out of range, 0 to 1 (which means %d to %d); using %g\n",
-                     Declaration::kName, slider.name, given, slider.minimum, slider.maximum, used);
+                     kDeclaration.name, slider.name, given, slider.minimum, slider.maximum, used);
 }
 
 void reportFailure(const char* reason) {
-    std::fprintf(stderr, "%s: passing frames through unfiltered: %s\n", Declaration::kName, reason);
+    std::fprintf(stderr, "%s: passing frames through unfiltered: %s\n", kDeclaration.name, reason);
 }
 
 class Instance {
@@ -105,7 +105,7 @@ bool isParameter(int index) {
 } // namespace Tessaloom::BilateralBlur::Frei0r
 
 using namespace Tessaloom::BilateralBlur::Frei0r;
-namespace Declaration = Tessaloom::BilateralBlur::Declaration;
+using Tessaloom::BilateralBlur::kDeclaration;
 
 int f0r_init() {
     return 1;
@@ -114,13 +114,13 @@ int f0r_init() {
 void f0r_deinit() {}
 
 void f0r_get_plugin_info(f0r_plugin_info_t* info) {
-    info->name = Declaration::kName;
+    info->name = kDeclaration.name;
     info->author = "the Bilateral Blur authors";
     info->plugin_type = F0R_PLUGIN_TYPE_FILTER;
     info->color_model = F0R_COLOR_MODEL_RGBA8888;
     info->frei0r_version = FREI0R_MAJOR_VERSION;
-    info->major_version = Declaration::kVersion;
-    info->minor_version = Declaration::kSubversion;
+    info->major_version = kDeclaration.version;
+    info->minor_version = kDeclaration.subversion;
     info->num_params = kCount;
     info->explanation = "Smooths surfaces and keeps edges";
 }

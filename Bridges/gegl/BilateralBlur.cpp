@@ -37,7 +37,7 @@ Operation& self(gpointer instance) {
 }
 
 void reportFailure(const char* reason) {
-    g_log("GEGL", G_LOG_LEVEL_WARNING, "%s: passing pixels through unfiltered: %s", Declaration::kName,
+    g_log("GEGL", G_LOG_LEVEL_WARNING, "%s: passing pixels through unfiltered: %s", kDeclaration.name,
           reason);
 }
 
@@ -159,7 +159,7 @@ void initClass(gpointer klass, gpointer) {
     GEGL_OPERATION_FILTER_CLASS(klass)->process = process;
     GEGL_OPERATION_AREA_FILTER_CLASS(klass)->get_abyss_policy = abyssPolicy;
     gegl_operation_class_set_keys(operation, "name", "bilateral-blur:bilateral-blur", "title",
-                                  Declaration::kName, "categories", "blur", "description",
+                                  kDeclaration.name, "categories", "blur", "description",
                                   "Smooths surfaces and keeps edges", nullptr);
 }
 

@@ -28,8 +28,8 @@ bool mIsSetUp = false;
 
 // It draws nothing.
 PF_Err EntryPointFunc(PF_Cmd cmd, PF_InData* in, PF_OutData* out, PF_ParamDef*[], PF_LayerDef*, void*) {
-    out->my_version = Declaration::kPackedVersion;
-    out->out_flags2 = Declaration::kOutFlags2;
+    out->my_version = kDeclaration.packedVersion;
+    out->out_flags2 = kDeclaration.outFlags2;
     out->num_params = 3;
     if (cmd == PF_Cmd_GLOBAL_SETUP || cmd == PF_Cmd_GLOBAL_SETDOWN)
         mIsSetUp = cmd == PF_Cmd_GLOBAL_SETUP;

@@ -3,6 +3,7 @@
 #include "Plugins/BilateralBlur/Sources/BilateralBlurDeclaration.h"
 #include "Plugins/BilateralBlur/Sources/BilateralBlurRender.h"
 #include "Plugins/BilateralBlur/Sources/Cpu/CpuFilter.h"
+#include "Plugins/BilateralBlur/Sources/FilterConstants.h"
 #include "Plugins/BilateralBlur/Sources/Frame.h"
 #include "Plugins/BilateralBlur/Sources/FrameChecks.h"
 #include "Plugins/BilateralBlur/Sources/HostGLContext.h"
@@ -19,6 +20,9 @@ namespace Tessaloom::BilateralBlur {
 
 namespace {
 
+static_assert(kDeclaration.outFlags2 == PF_OutFlag2_SUPPORTS_SMART_RENDER);
+static_assert(kDeclaration.sliders[0].maximum == kLargestBlurScale);
+
 // Either is made again by the first frame after a setdown. At the end of a process that sends no setdown they
 // stay: a frame may be under way on another thread.
 BilateralBlurRender* mRender = new BilateralBlurRender;
@@ -28,8 +32,8 @@ bool mIsSetDown = false;
 
 PF_Err about(const PF_InData* in_data, PF_OutData* out_data) {
     const SuiteScoper<PF_ANSICallbacksSuite1> ansi(in_data, "PF ANSI Suite", 1, nullptr, nullptr);
-    ansi->sprintf(out_data->return_msg, "%s v%d.%d\r%s", Declaration::kName, Declaration::kVersion,
-                  Declaration::kSubversion, Declaration::kName);
+    ansi->sprintf(out_data->return_msg, "%s v%d.%d\r%s", kDeclaration.name, kDeclaration.version,
+                  kDeclaration.subversion, kDeclaration.name);
     return PF_Err_NONE;
 }
 
@@ -80,9 +84,9 @@ PF_Err globalSetdown() {
 // A repeated setup restarts the effect. Without a data context, whatever the reason, frames are filtered on
 // the CPU until the next setup.
 PF_Err globalSetup(PF_OutData* out_data) {
-    out_data->my_version = Declaration::kPackedVersion;
-    out_data->out_flags = Declaration::kOutFlags;
-    out_data->out_flags2 = Declaration::kOutFlags2;
+    out_data->my_version = kDeclaration.packedVersion;
+    out_data->out_flags = kDeclaration.outFlags;
+    out_data->out_flags2 = kDeclaration.outFlags2;
 
     if (AEOpenGLContextManager::getSharedDataContext())
         globalSetdown();
@@ -96,17 +100,21 @@ PF_Err globalSetup(PF_OutData* out_data) {
 }
 
 PF_Err paramsSetup(PF_InData* in_data, PF_OutData* out_data) {
-    out_data->num_params = Declaration::kNumParams;
-    PF_ParamDef def;
-    std::memset(&def, 0, sizeof def);
-    def.param_type = PF_Param_SLIDER;
-    in_data->utils->ansi.strcpy(def.name, Declaration::kBlurScaleName);
-    def.uu.id = Declaration::kBlurScaleId;
-    def.u.sd.value = Declaration::kBlurScaleDefault;
-    def.u.sd.valid_min = def.u.sd.slider_min = Declaration::kBlurScaleMinimum;
-    def.u.sd.valid_max = def.u.sd.slider_max = Declaration::kBlurScaleMaximum;
-    def.u.sd.dephault = Declaration::kBlurScaleDefault;
-    return in_data->inter.add_param(in_data->effect_ref, -1, &def);
+    out_data->num_params = 1 + static_cast<std::int32_t>(kDeclaration.sliders.size());
+    std::int32_t id = 0;
+    for (const SliderDeclaration& slider : kDeclaration.sliders) {
+        PF_ParamDef def;
+        std::memset(&def, 0, sizeof def);
+        def.param_type = PF_Param_SLIDER;
+        in_data->utils->ansi.strcpy(def.name, slider.name);
+        def.uu.id = ++id;
+        def.u.sd.value = def.u.sd.dephault = slider.defaultValue;
+        def.u.sd.valid_min = def.u.sd.slider_min = slider.minimum;
+        def.u.sd.valid_max = def.u.sd.slider_max = slider.maximum;
+        if (const PF_Err error = in_data->inter.add_param(in_data->effect_ref, -1, &def))
+            return error;
+    }
+    return PF_Err_NONE;
 }
 
 void UnionRect(const PF_LRect* src, PF_LRect* dst) {

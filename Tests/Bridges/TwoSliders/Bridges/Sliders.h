@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Plugins/Shared/Effect/Declaration.h"
+
 #include <array>
 #include <cstdint>
 
@@ -7,15 +9,10 @@
 
 namespace Tessaloom::BilateralBlur::Bridges {
 
-struct Slider {
-    const char* name;
-    const char* description;
-    std::int32_t minimum, maximum, defaultValue;
-    bool isDistance;
-};
+using Slider = SliderDeclaration;
 
-inline constexpr std::array kSliders{Slider{"Reach", "", 0, 60, 3, true},
-                                     Slider{"Odd Angle", "", -50, 150, 7, false}};
+inline constexpr std::array kSliders{Slider{"Reach", "reach", "", 0, 60, 3, 1, true, false},
+                                     Slider{"Odd Angle", "odd-angle", "", -50, 150, 7, 1, false, false}};
 
 using SliderValues = std::array<std::int32_t, kSliders.size()>;
 

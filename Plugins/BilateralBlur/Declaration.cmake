@@ -1,0 +1,8 @@
+# What the effect declares, read by all that depends on it; Plugins/Declaration.cmake explains how.
+set(EFFECT_NAME "Bilateral Blur")
+set(EFFECT_MATCH_NAME "Tessaloom Bilateral Blur")
+set(EFFECT_CATEGORY "Blur")
+set(EFFECT_DESCRIPTION "Smooths surfaces and keeps edges")
+set(EFFECT_OUT_FLAGS 0)
+set(EFFECT_OUT_FLAGS2 1024)
+slider(NAME "Blur Scale" DESCRIPTION "How far the blur reaches" MINIMUM 0 MAXIMUM 60 DEFAULT 0 IS_DISTANCE IS_REQUIRED)
