@@ -3,7 +3,6 @@
 #include "HostInterface/EffectHost.h"
 #include "Plugins/Shared/Helper/SuiteScoper.h"
 
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -38,7 +37,7 @@ private:
 };
 
 /// The address of the first pixel of a world whose pixels are `PF_Pixel8` or `PF_Pixel16`, as the host gives
-/// it. Throws the integer 516 where it gives none.
+/// it. Throws the integer 516 where it gives none, unless the rows are empty.
 template<typename Pixel>
 std::byte* baseAddress(PF_InData* in_data, PF_LayerDef* world) {
     Pixel* base = nullptr;
@@ -46,23 +45,25 @@ std::byte* baseAddress(PF_InData* in_data, PF_LayerDef* world) {
         in_data->utils->get_pixel_data8(world, nullptr, &base);
     else
         in_data->utils->get_pixel_data16(world, nullptr, &base);
-    if (!base)
+    if (!base && world->width > 0)
         throw int{PF_Err_BAD_CALLBACK_PARAM};
     return reinterpret_cast<std::byte*>(base);
 }
 
 /// Copies the top left of a picture into all of `output`. The rows of `picture` are `pictureWidth` pixels
-/// apart, those of `output` `rowbytes`, rounded down to whole pixels; padding behind them isn't written. The
-/// host is asked for the base address at each row. Throws as `baseAddress` does.
+/// apart. Row y of `output` begins y times `rowbytes` behind its base, or before it where that is negative,
+/// rounded towards the base to whole pixels; padding behind the rows isn't written. The host is asked for the
+/// base address at each row. Throws as `baseAddress` does.
 template<typename Pixel>
 void copyRows(PF_InData* in_data, PF_LayerDef* output, const std::byte* picture, std::size_t pictureWidth) {
     constexpr std::ptrdiff_t kPixel = sizeof(Pixel);
-    const std::size_t rowSize = static_cast<std::size_t>(std::max(output->width, 0)) * sizeof(Pixel);
     for (std::int32_t row = 0; row < output->height; ++row) {
         std::byte* base = baseAddress<Pixel>(in_data, output);
-        const std::ptrdiff_t offset = std::ptrdiff_t{row} * output->rowbytes & -kPixel;
+        if (output->width <= 0)
+            continue;
+        const std::ptrdiff_t offset = std::ptrdiff_t{row} * output->rowbytes / kPixel * kPixel;
         std::memcpy(base + offset, picture + static_cast<std::size_t>(row) * pictureWidth * sizeof(Pixel),
-                    rowSize);
+                    static_cast<std::size_t>(output->width) * sizeof(Pixel));
     }
 }
 

@@ -11,8 +11,8 @@ void reportSuiteError(const PF_InData* in_data, PF_OutData* out_data, const char
 
 /// Holds a host suite for the length of a scope. `T` is the suite's function table.
 ///
-/// The name isn't copied and must outlive the scoper. If the host doesn't have the suite, the integer 13 is
-/// thrown.
+/// The name isn't copied and must outlive the scoper. If the host doesn't have the suite, or gives out a null
+/// table for it, the integer 13 is thrown.
 template<typename T>
 class SuiteScoper {
 public:
@@ -51,8 +51,11 @@ private:
         const void* suite = nullptr;
         if (mBasicSuite->AcquireSuite(mSuiteName, mVersion, &suite) != PF_Err_NONE)
             return false;
+        // To the host, a suite without a table is acquired all the same.
+        if (!suite)
+            mBasicSuite->ReleaseSuite(mSuiteName, mVersion);
         mSuite = static_cast<const T*>(suite);
-        return true;
+        return mSuite;
     }
 
     const T* mSuite = nullptr;
