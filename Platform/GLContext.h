@@ -21,13 +21,34 @@ struct CGLContextObj {
     friend bool operator==(const CGLContextObj& a, const CGLContextObj& b) { return a.context == b.context; }
 };
 
+/// Why the system made nothing current.
+enum class CGLError {
+    None,
+    Refused,      ///< current on another thread, or no memory
+    ContextLost,  ///< for good: a reset of the GPU, say
+    OtherApi,     ///< `CGLIsOtherApiCurrent`
+    OtherProcess, ///< the context was made by the process that this one was forked from
+};
+
+/// The error in words, for a sentence's end: "the system refused it".
+const char* CGLErrorString(CGLError error);
+
 /// The context current on the calling thread, whoever made it.
 CGLContextObj CGLGetCurrentContext();
 
-/// Makes `context` current on the calling thread, or none if it is null. False if the system refuses.
-bool CGLSetCurrentContext(const CGLContextObj& context);
+/// Makes `context` current on the calling thread, or none if it is null. On an error nothing changes.
+CGLError CGLSetCurrentContext(const CGLContextObj& context);
 
-/// True if the CPU renders the context.
+/// True if another API of the window system, GLX on X11, has a context current on the calling thread, so that
+/// none of this header can be made current there. Cheap, and false before the first context was made.
+bool CGLIsOtherApiCurrent();
+
+/// True in a process forked from one that has made a context here. The child has neither the driver's threads
+/// nor a connection to the GPU of its own: GL isn't for it, and nothing of GL is to be deleted there.
+bool CGLIsForked();
+
+/// True if the CPU renders the context, which must be current on the calling thread: its device says so, or
+/// its renderer's name, which knows it also where the device is a virtual one.
 bool CGLIsSoftwareRenderer(const CGLContextObj& context);
 
 /// Reference counting for the classes below. A new object has one reference, which belongs to its maker; the
@@ -85,7 +106,8 @@ public:
 };
 
 /// A context. Its last release destroys it at once if it is current on the calling thread or on none, and
-/// otherwise as soon as the thread that has it current ends or asks for its current context.
+/// otherwise as soon as the thread that has it current ends or asks for its current context. Where
+/// `CGLIsForked`, none can be made or made current, and the last release destroys nothing.
 class NSOpenGLContext : public NSObject {
 public:
     /// A core context of at least version 3.3, in the share group of `share`, or in a new one if that is
@@ -96,13 +118,14 @@ public:
     /// or another one is current, or if it was made current by `CGLSetCurrentContext`.
     static NSOpenGLContext* currentContext();
 
-    void makeCurrentContext();
+    /// On an error the thread's current context stays.
+    CGLError makeCurrentContext();
     ::CGLContextObj CGLContextObj() const;
 
     struct Native;
 
 private:
-    explicit NSOpenGLContext(const ::CGLContextObj& handle);
+    explicit NSOpenGLContext(std::shared_ptr<Native> native);
     ~NSOpenGLContext() override;
 
     std::shared_ptr<Native> mNative;

@@ -1,12 +1,18 @@
 #include "Platform/GLContext.h"
 
+#include "Platform/MakerProcess.h"
+
 #include <EGL/egl.h>
 #include <EGL/eglext.h>
 
-#include <cstring>
+#include <algorithm>
+#include <cctype>
 #include <memory>
 #include <mutex>
+#include <optional>
+#include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -90,13 +96,21 @@ EGLDisplay chooseDisplay() {
 // 3.3, otherwise Mesa's surfaceless platform. It is never terminated: other code in the process may use the
 // same display, and its contexts would break. Only success is remembered: a process that found no display
 // may find one later.
+std::mutex mDisplayMutex;
+std::atomic<EGLDisplay> mDisplay{EGL_NO_DISPLAY};
+MakerProcess mDisplayMaker;
+
 EGLDisplay processDisplay() {
-    static std::mutex kMutex;
-    static EGLDisplay kDisplay = EGL_NO_DISPLAY;
-    const std::lock_guard lock(kMutex);
-    if (kDisplay == EGL_NO_DISPLAY)
-        kDisplay = chooseDisplay();
-    return kDisplay;
+    if (CGLIsForked())
+        return EGL_NO_DISPLAY;
+    if (mDisplay == EGL_NO_DISPLAY) {
+        const std::lock_guard lock(mDisplayMutex);
+        if (mDisplay == EGL_NO_DISPLAY) {
+            mDisplayMaker = {};
+            mDisplay = chooseDisplay();
+        }
+    }
+    return mDisplay;
 }
 
 } // namespace
@@ -108,8 +122,11 @@ struct NSOpenGLContext::Native {
     ::CGLContextObj handle;
     std::atomic<bool> alive{true};
 
-    explicit Native(const ::CGLContextObj& native) : handle(native) {}
-    ~Native() { eglDestroyContext(handle.display, handle.context); }
+    Native() = default;
+    ~Native() {
+        if (handle && !CGLIsForked())
+            eglDestroyContext(handle.display, handle.context);
+    }
     Native(const Native&) = delete;
     Native& operator=(const Native&) = delete;
 };
@@ -127,7 +144,7 @@ struct ThreadBinding {
     ~ThreadBinding() { unbind(); }
 
     void unbind() {
-        if (handle && eglGetCurrentContext() == handle.context)
+        if (handle && !CGLIsForked() && eglGetCurrentContext() == handle.context)
             eglMakeCurrent(handle.display, EGL_NO_SURFACE, EGL_NO_SURFACE, EGL_NO_CONTEXT);
         handle = {};
         context = nullptr;
@@ -137,7 +154,40 @@ struct ThreadBinding {
 
 thread_local ThreadBinding mBinding;
 
+// To be asked right after a call that failed.
+CGLError lastError() {
+    const EGLint error = eglGetError();
+    if (error == EGL_CONTEXT_LOST)
+        return CGLError::ContextLost;
+    return error == EGL_BAD_ACCESS && CGLIsOtherApiCurrent() ? CGLError::OtherApi : CGLError::Refused;
+}
+
+// In lower case.
+std::string rendererName() {
+    const auto getString = eglFunction<const unsigned char* (*)(unsigned)>("glGetString");
+    constexpr unsigned kRenderer = 0x1F01; // GL_RENDERER
+    const unsigned char* const text = getString ? getString(kRenderer) : nullptr;
+    std::string name(text ? reinterpret_cast<const char*>(text) : "");
+    std::transform(name.begin(), name.end(), name.begin(), [](unsigned char c) { return std::tolower(c); });
+    return name;
+}
+
 } // namespace
+
+const char* CGLErrorString(CGLError error) {
+    switch (error) {
+    case CGLError::None:
+        return "nothing failed";
+    case CGLError::ContextLost:
+        return "the context is lost";
+    case CGLError::OtherApi:
+        return "another OpenGL interface has a context current on this thread";
+    case CGLError::OtherProcess:
+        return "this process was forked from the one that made it";
+    default:
+        return "the system refused it";
+    }
+}
 
 CGLContextObj CGLGetCurrentContext() {
     if (mBinding.native && !mBinding.native->alive)
@@ -151,24 +201,45 @@ CGLContextObj CGLGetCurrentContext() {
             0};
 }
 
-bool CGLSetCurrentContext(const CGLContextObj& context) {
+CGLError CGLSetCurrentContext(const CGLContextObj& context) {
     const CGLContextObj current = CGLGetCurrentContext();
     const EGLDisplay display = context ? context.display : current.display;
     if (display == EGL_NO_DISPLAY)
-        return true;
+        return CGLError::None;
+    if (CGLIsForked() && (context.serial || current.serial))
+        return CGLError::OtherProcess;
     if (!eglMakeCurrent(display, context.draw, context.read, context.context))
-        return false;
+        return lastError();
     mBinding.handle = context.serial ? context : CGLContextObj{};
     mBinding.context = nullptr;
     mBinding.native.reset();
-    return true;
+    return CGLError::None;
+}
+
+// EGL then refuses to make even nothing current.
+bool CGLIsOtherApiCurrent() {
+    const EGLDisplay display = mDisplay;
+    return display != EGL_NO_DISPLAY && !CGLIsForked() && eglGetCurrentContext() == EGL_NO_CONTEXT &&
+           !eglMakeCurrent(display, EGL_NO_SURFACE, EGL_NO_SURFACE, EGL_NO_CONTEXT) &&
+           eglGetError() == EGL_BAD_ACCESS;
+}
+
+bool CGLIsForked() {
+    return mDisplay != EGL_NO_DISPLAY && !mDisplayMaker.isThisOne();
 }
 
 bool CGLIsSoftwareRenderer(const CGLContextObj& context) {
+    if (!context)
+        return false;
     const auto query = eglFunction<PFNEGLQUERYDISPLAYATTRIBEXTPROC>("eglQueryDisplayAttribEXT");
     EGLAttrib device = 0;
-    return context && query && query(context.display, EGL_DEVICE_EXT, &device) &&
-           isSoftwareDevice(reinterpret_cast<EGLDeviceEXT>(device));
+    if (query && query(context.display, EGL_DEVICE_EXT, &device) &&
+        isSoftwareDevice(reinterpret_cast<EGLDeviceEXT>(device)))
+        return true;
+    const std::string name = rendererName();
+    constexpr std::string_view kSoftware[] = {"llvmpipe", "softpipe", "swiftshader", "basic render driver"};
+    return std::any_of(std::begin(kSoftware), std::end(kSoftware),
+                       [&](std::string_view software) { return name.find(software) != std::string::npos; });
 }
 
 void NSObject::release() {
@@ -205,11 +276,14 @@ NSOpenGLContext* NSOpenGLContext::initWithFormat(const NSOpenGLPixelFormat* form
     const EGLDisplay display = format ? processDisplay() : EGL_NO_DISPLAY;
     if (display == EGL_NO_DISPLAY)
         return nullptr;
+    // Before the EGL context, which nobody would own where there is no memory for it.
+    auto native = std::make_shared<Native>();
     const EGLContext context =
         createCoreContext(display, share ? share->mNative->handle.context : EGL_NO_CONTEXT);
     if (context == EGL_NO_CONTEXT)
         return nullptr;
-    return new NSOpenGLContext({context, display, EGL_NO_SURFACE, EGL_NO_SURFACE, kNextSerial++});
+    native->handle = {context, display, EGL_NO_SURFACE, EGL_NO_SURFACE, kNextSerial++};
+    return new NSOpenGLContext(std::move(native));
 }
 
 NSOpenGLContext* NSOpenGLContext::currentContext() {
@@ -217,18 +291,19 @@ NSOpenGLContext* NSOpenGLContext::currentContext() {
     return current && current == mBinding.handle ? mBinding.context : nullptr;
 }
 
-void NSOpenGLContext::makeCurrentContext() {
-    if (!CGLSetCurrentContext(mNative->handle))
-        return;
+CGLError NSOpenGLContext::makeCurrentContext() {
+    if (const CGLError error = CGLSetCurrentContext(mNative->handle); error != CGLError::None)
+        return error;
     mBinding.context = this;
     mBinding.native = mNative;
+    return CGLError::None;
 }
 
 ::CGLContextObj NSOpenGLContext::CGLContextObj() const {
     return mNative->handle;
 }
 
-NSOpenGLContext::NSOpenGLContext(const ::CGLContextObj& handle) : mNative(std::make_shared<Native>(handle)) {}
+NSOpenGLContext::NSOpenGLContext(std::shared_ptr<Native> native) : mNative(std::move(native)) {}
 
 NSOpenGLContext::~NSOpenGLContext() {
     mNative->alive = false;

@@ -19,7 +19,8 @@ TEST(GLContext, ReadsWhatIsCurrentOnEachThread) {
     EXPECT_EQ(CGLGetCurrentContext().serial, second->CGLContextObj().serial);
     EXPECT_EQ(NSOpenGLContext::currentContext(), nullptr) << "made current on the low level";
     std::thread([&] {
-        EXPECT_FALSE(CGLSetCurrentContext(second->CGLContextObj())) << "current on the other thread";
+        EXPECT_EQ(CGLSetCurrentContext(second->CGLContextObj()), CGLError::Refused)
+            << "current on the other thread";
         first->makeCurrentContext();
     }).join();
     first->makeCurrentContext();
@@ -46,7 +47,7 @@ TEST(GLContext, RestoresAContextOfTheHost) {
     own->makeCurrentContext();
     makeContext()->release();
     EXPECT_EQ(eglQueryAPI(), EGLenum{EGL_OPENGL_ES_API});
-    EXPECT_TRUE(CGLSetCurrentContext(saved));
+    EXPECT_EQ(CGLSetCurrentContext(saved), CGLError::None);
     EXPECT_EQ(eglGetCurrentContext(), context);
     EXPECT_EQ(eglGetCurrentSurface(EGL_DRAW), surface);
     CGLSetCurrentContext({});

@@ -4,17 +4,29 @@
 #include <EGL/eglext.h>
 #include <cstring>
 #include <dlfcn.h>
+#include <mutex>
+#include <set>
+#include <utility>
 
 namespace Tessaloom::BilateralBlur::EglWatch {
 
 std::atomic<int> liveContexts{0};
 std::atomic<Failing> failing{Failing::Nothing};
+std::atomic<bool> isOtherApiCurrent{false};
 std::atomic<bool> hardware{false};
+std::atomic<const char*> renderer{"A GPU"};
+std::atomic<const char*> missing{""};
 
 namespace {
 
 // The last context, where it was created while bindings fail.
 EGLContext mUnbindable = EGL_NO_CONTEXT;
+
+std::mutex mMutex;
+std::set<EGLContext> mLive, mLost;
+
+// Of the last binding on this thread, where it is ours that failed.
+thread_local EGLint mError = EGL_SUCCESS;
 
 template<typename Function>
 Function* next(const char* name) {
@@ -22,6 +34,12 @@ Function* next(const char* name) {
 }
 
 } // namespace
+
+void loseContexts() {
+    const std::lock_guard lock(mMutex);
+    mLost = mLive;
+    mLost.erase(eglGetCurrentContext());
+}
 
 NSOpenGLContext* makeContext() {
     constexpr std::uint32_t kCore[] = {NSOpenGLPFAOpenGLProfile, NSOpenGLProfileVersion3_2Core, 0};
@@ -43,28 +61,50 @@ EGLContext eglCreateContext(EGLDisplay display, EGLConfig config, EGLContext sha
     const EGLContext context = kNext(display, config, share, attributes);
     liveContexts += context != EGL_NO_CONTEXT;
     mUnbindable = failing == Failing::Binding ? context : EGL_NO_CONTEXT;
+    const std::lock_guard lock(mMutex);
+    mLive.insert(context);
     return context;
 }
 
 EGLBoolean eglMakeCurrent(EGLDisplay display, EGLSurface draw, EGLSurface read, EGLContext context) {
     static const auto kNext = next<decltype(eglMakeCurrent)>("eglMakeCurrent");
-    const bool fails = context != EGL_NO_CONTEXT && context == mUnbindable;
-    return fails ? EGL_FALSE : kNext(display, draw, read, context);
+    mError = EGL_SUCCESS;
+    if (isOtherApiCurrent && eglGetCurrentContext() == EGL_NO_CONTEXT)
+        mError = EGL_BAD_ACCESS;
+    else if (context != EGL_NO_CONTEXT && context == mUnbindable)
+        mError = EGL_BAD_ALLOC;
+    else if (const std::lock_guard lock(mMutex); mLost.count(context))
+        mError = EGL_CONTEXT_LOST;
+    return mError == EGL_SUCCESS ? kNext(display, draw, read, context) : EGL_FALSE;
+}
+
+EGLint eglGetError() {
+    static const auto kNext = next<decltype(eglGetError)>("eglGetError");
+    const EGLint ours = std::exchange(mError, EGL_SUCCESS);
+    return ours == EGL_SUCCESS ? kNext() : ours;
 }
 
 EGLBoolean eglDestroyContext(EGLDisplay display, EGLContext context) {
     static const auto kNext = next<decltype(eglDestroyContext)>("eglDestroyContext");
     --liveContexts;
+    const std::lock_guard lock(mMutex);
+    mLive.erase(context);
+    mLost.erase(context);
     return kNext(display, context);
 }
 
 __eglMustCastToProperFunctionPointerType eglGetProcAddress(const char* name) {
     static const auto kNext = next<decltype(eglGetProcAddress)>("eglGetProcAddress");
-    if (!hardware || std::strcmp(name, "eglQueryDeviceStringEXT") != 0)
-        return kNext(name);
+    using Function = __eglMustCastToProperFunctionPointerType;
+    if (std::strcmp(name, missing) == 0)
+        return nullptr;
     // A device of software names itself in its extensions.
-    return reinterpret_cast<__eglMustCastToProperFunctionPointerType>(
-        +[](EGLDeviceEXT, EGLint) { return ""; });
+    if (hardware && std::strcmp(name, "eglQueryDeviceStringEXT") == 0)
+        return reinterpret_cast<Function>(+[](EGLDeviceEXT, EGLint) { return ""; });
+    // Asked for the renderer's name alone.
+    if (hardware && std::strcmp(name, "glGetString") == 0)
+        return reinterpret_cast<Function>(+[](unsigned) { return renderer.load(); });
+    return kNext(name);
 }
 }
 #pragma GCC visibility pop

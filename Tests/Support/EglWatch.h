@@ -12,8 +12,19 @@ extern std::atomic<int> liveContexts;
 enum class Failing { Nothing, Creation, Binding };
 extern std::atomic<Failing> failing;
 
-/// While it is set, devices that render by software look like GPUs.
+/// Every context but the one that is current on the calling thread is lost: bindings fail for good.
+void loseContexts();
+
+/// While it is set, another API of the window system has a context on every thread: bindings fail where EGL
+/// has no context current.
+extern std::atomic<bool> isOtherApiCurrent;
+
+/// While it is set, devices that render by software look like GPUs, and their renderer has this name.
 extern std::atomic<bool> hardware;
+extern std::atomic<const char*> renderer;
+
+/// A function that EGL doesn't know while this is its name.
+extern std::atomic<const char*> missing;
 
 /// A core context that shares with no other, for the caller to release.
 NSOpenGLContext* makeContext();
