@@ -11,13 +11,14 @@ SaveRestoreGLContextMac* SaveRestoreGLContextMac::init() {
     return this;
 }
 
-void SaveRestoreGLContextMac::restore() {
+// A context of ours that stayed current would be in the way of a host that uses another API of the window
+// system: that can make nothing current on a thread where EGL has something.
+void SaveRestoreGLContextMac::restore() noexcept {
     if (mHasRestored)
         return;
     if (mSavedContext && NSOpenGLContext::currentContext() != mSavedContext)
         mSavedContext->makeCurrentContext();
-    if (mSavedRC)
-        AEOpenGLContext::makeCurrentFlush(mSavedRC);
+    AEOpenGLContext::makeCurrentFlush(mSavedRC);
     mHasRestored = true;
 }
 

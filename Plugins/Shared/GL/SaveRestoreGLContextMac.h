@@ -14,9 +14,9 @@ public:
     /// Saves the current context. Returns the object itself.
     SaveRestoreGLContextMac* init();
 
-    /// Makes the saved context current again, flushing the one that is current. Only the first call does
-    /// anything. If no context was current at `init`, nothing changes.
-    void restore();
+    /// Makes the saved context current again, flushing the one that is current; if none was current at `init`,
+    /// none is afterwards. Only the first call does anything.
+    void restore() noexcept;
 
     NSOpenGLContext* mContext() const { return mSavedContext; } ///< retained; may be null
     void setMContext(NSOpenGLContext* context);
