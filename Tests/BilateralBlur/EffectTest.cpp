@@ -163,7 +163,7 @@ TEST_P(GpuTest, ReportsExhaustedGLMemoryAndStartsFromNothingAfterIt) {
         {"glRenderbufferStorageMultisample", takeStorageAway, "no storage"},
         {"glTexSubImage2D", exhaustMemory, "ran out of memory"},
         {"glDrawArrays", exhaustMemory, "ran out of memory"},
-        {"glReadPixels", exhaustMemory, "no memory"},
+        {"glReadPixels", exhaustMemory, "ran out of memory"},
         {"glUseProgram", [] { gl::glUseProgram(~0u); }, "noted the error 1281"},
     };
     for (const auto& [function, fault, message] : cases) {

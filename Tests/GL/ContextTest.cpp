@@ -1,3 +1,4 @@
+#include "Plugins/Shared/GL/GLFailure.h"
 #include "Plugins/Shared/GL/SaveRestoreGLContextMac.h"
 #include "Tests/GL/GLTest.h"
 
@@ -37,7 +38,7 @@ TEST_F(ContextTest, RestoresTheHostsContextOnce) {
     saved->restore();
     EXPECT_FALSE(CGLGetCurrentContext() == host);
     saved->release();
-    std::thread([&] { EXPECT_THROW(other.makeContextCurrent(), int) << "in use"; }).join();
+    std::thread([&] { EXPECT_THROW(other.makeContextCurrent(), GLFailure) << "in use"; }).join();
     context.makeContextCurrent();
 }
 

@@ -47,10 +47,10 @@ void makeSharedContextCurrent() {
         return;
     try {
         data->makeContextCurrent();
-    } catch (int) {
+    } catch (...) {
         try {
             AEOpenGLContextManager::getCurrentRenderContext()->makeContextCurrent();
-        } catch (int) {
+        } catch (...) {
             AEOpenGLContext::makeNoneCurrent();
         }
     }

@@ -6,6 +6,7 @@
 #include "Plugins/BilateralBlur/Sources/GpuFrame.h"
 #include "Plugins/BilateralBlur/Sources/HostGLContext.h"
 #include "Plugins/Shared/GL/AEOpenGLContextManager.h"
+#include "Plugins/Shared/GL/GLFailure.h"
 #include "Plugins/Shared/Helper/SuiteScoper.h"
 
 #include <cstring>
@@ -25,7 +26,7 @@ bool makeGpuContextCurrent() {
     try {
         AEOpenGLContextManager::getCurrentRenderContext()->makeContextCurrent();
         return true;
-    } catch (int) {
+    } catch (const GLFailure&) {
         return false;
     }
 }
@@ -88,6 +89,10 @@ PF_Err renderFrame(PF_InData* in_data, PF_OutData* out_data, PF_LayerDef* input,
         if (code == PF_Err_OUT_OF_MEMORY)
             showMemoryMessage(out_data, *input);
         throw;
+    } catch (const GLFailure& failure) {
+        showMessage(out_data, "%s for a frame of %d x %d pixels.", failure.what(), input->width,
+                    input->height);
+        throw int{PF_Err_BAD_CALLBACK_PARAM};
     } catch (const std::bad_alloc&) {
         showMemoryMessage(out_data, *input);
         throw;

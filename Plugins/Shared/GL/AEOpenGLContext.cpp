@@ -1,6 +1,6 @@
 #include "Plugins/Shared/GL/AEOpenGLContext.h"
 
-#include "HostInterface/EffectHost.h"
+#include "Plugins/Shared/GL/GLFailure.h"
 
 #include <glbinding/Binding.h>
 #include <glbinding/ContextInfo.h>
@@ -10,17 +10,31 @@
 #include <glbinding/gl/functions.h>
 
 #include <iostream>
+#include <new>
+#include <string>
 
 namespace Tessaloom::BilateralBlur {
 
+namespace {
+
+void check(CGLError error) {
+    if (error != CGLError::None)
+        throw GLFailure(std::string("OpenGL's context can't be made current, as ") + CGLErrorString(error),
+                        error == CGLError::ContextLost);
+}
+
+} // namespace
+
+// The making of a context takes milliseconds, so what can be known before is asked first.
 AEOpenGLContext::AEOpenGLContext(const AEOpenGLContext* share) {
+    check(CGLIsForked()            ? CGLError::OtherProcess
+          : CGLIsOtherApiCurrent() ? CGLError::OtherApi
+                                   : CGLError::None);
     mNSContext = createNSContext(share ? share->mNSContext : nullptr, mCGLContext);
     if (!mNSContext)
-        throw int{PF_Err_BAD_CALLBACK_PARAM};
+        throw GLFailure("The system gives no OpenGL context");
     try {
-        mNSContext->makeCurrentContext();
-        if (!(CGLGetCurrentContext() == mCGLContext))
-            throw int{PF_Err_BAD_CALLBACK_PARAM};
+        check(mNSContext->makeCurrentContext());
         InitializeOpenGLBindings();
         mExtensions = glbinding::ContextInfo::extensions();
         mIsSoftware = CGLIsSoftwareRenderer(mCGLContext);
@@ -36,11 +50,8 @@ AEOpenGLContext::~AEOpenGLContext() {
 
 void AEOpenGLContext::makeContextCurrent() {
     const NSAutoreleasePool pool;
-    if (mNSContext)
-        mNSContext->makeCurrentContext();
+    check(mNSContext->makeCurrentContext());
     makeCurrentFlush(mCGLContext);
-    if (!(CGLGetCurrentContext() == mCGLContext))
-        throw int{PF_Err_BAD_CALLBACK_PARAM};
     glbinding::Binding::useCurrentContext();
 }
 
@@ -71,23 +82,27 @@ NSOpenGLContext* AEOpenGLContext::createNSContext(NSOpenGLContext* share, CGLCon
     return context;
 }
 
-void AEOpenGLContext::makeCurrentFlush(const CGLContextObj& context) {
+void AEOpenGLContext::makeCurrentFlush(const CGLContextObj& context) noexcept {
     const CGLContextObj current = CGLGetCurrentContext();
-    if (current == context)
+    if (current == context || CGLIsForked())
         return;
     if (current)
         flushCompleteFrameBuffer();
     CGLSetCurrentContext(context);
 }
 
-// The thread may be new to glbinding, when the host's context is the first to be flushed.
-void AEOpenGLContext::flushCompleteFrameBuffer() {
-    glbinding::Binding::useCurrentContext();
-    gl::GLint drawFrameBuffer = 0;
-    gl::glGetIntegerv(gl::GL_DRAW_FRAMEBUFFER_BINDING, &drawFrameBuffer);
-    if (drawFrameBuffer == 0 ||
-        gl::glCheckFramebufferStatus(gl::GL_FRAMEBUFFER) == gl::GL_FRAMEBUFFER_COMPLETE)
-        gl::glFlush();
+// The thread may be new to glbinding, when the host's context is the first to be flushed. Where there is no
+// memory for that, the switch matters more than the flush.
+void AEOpenGLContext::flushCompleteFrameBuffer() noexcept {
+    try {
+        glbinding::Binding::useCurrentContext();
+        gl::GLint drawFrameBuffer = 0;
+        gl::glGetIntegerv(gl::GL_DRAW_FRAMEBUFFER_BINDING, &drawFrameBuffer);
+        if (drawFrameBuffer == 0 ||
+            gl::glCheckFramebufferStatus(gl::GL_FRAMEBUFFER) == gl::GL_FRAMEBUFFER_COMPLETE)
+            gl::glFlush();
+    } catch (const std::bad_alloc&) {
+    }
 }
 
 // glbinding identifies a context by a handle that is the same for all EGL contexts, and ignores a handle that
@@ -95,8 +110,11 @@ void AEOpenGLContext::flushCompleteFrameBuffer() {
 void AEOpenGLContext::InitializeOpenGLBindings() {
     glbinding::Binding::initialize(false);
     glbinding::Binding::useCurrentContext();
+    // Its own text has no numbers for a version that glbinding doesn't know.
+    const glbinding::Version version = glbinding::ContextInfo::version();
     std::cout << std::endl;
-    std::cout << "OpenGL Version:  " << glbinding::ContextInfo::version().toString() << std::endl;
+    std::cout << "OpenGL Version:  " << +version.majorVersion() << '.' << +version.minorVersion()
+              << std::endl;
     std::cout << "OpenGL Vendor:   " << glbinding::ContextInfo::vendor() << std::endl;
     std::cout << "OpenGL Renderer: " << glbinding::ContextInfo::renderer() << std::endl;
     std::cout << "OpenGL Revision: " << glbinding::Meta::glRevision() << " (gl.xml)" << std::endl;

@@ -13,14 +13,14 @@ namespace Tessaloom::BilateralBlur {
 class AEOpenGLContext {
 public:
     /// Creates the context in the share group of `share`, or in a new one if that is null, leaves it current
-    /// on the calling thread and prints its identity to standard output. If the system can't create it, the
-    /// integer 516 is thrown and the current context stays as it was.
+    /// on the calling thread and prints its identity to standard output. Throws a `GLFailure` if the system
+    /// can't create it or make it current; the current context stays as it was then.
     explicit AEOpenGLContext(const AEOpenGLContext* share);
     virtual ~AEOpenGLContext();
     AEOpenGLContext(const AEOpenGLContext&) = delete;
     AEOpenGLContext& operator=(const AEOpenGLContext&) = delete;
 
-    /// Makes the context current on the calling thread and points glbinding at it. Throws the integer 516 if
+    /// Makes the context current on the calling thread and points glbinding at it. Throws a `GLFailure` if
     /// the system refuses: GL calls would otherwise reach another context.
     void makeContextCurrent();
 
@@ -37,12 +37,12 @@ public:
     /// `out`. Null if the system can't create one.
     static NSOpenGLContext* createNSContext(NSOpenGLContext* share, CGLContextObj& out);
 
-    /// Switches to `context`, flushing the one that was current unless its draw framebuffer is incomplete.
-    /// Does nothing if `context` is already current.
-    static void makeCurrentFlush(const CGLContextObj& context);
+    /// Switches to `context`, or to none if it is null, flushing the one that was current unless its draw
+    /// framebuffer is incomplete. Does nothing if `context` is already current, or where `CGLIsForked`.
+    static void makeCurrentFlush(const CGLContextObj& context) noexcept;
 
     /// Flushes the current context, whoever made it, unless its draw framebuffer is bound and incomplete.
-    static void flushCompleteFrameBuffer();
+    static void flushCompleteFrameBuffer() noexcept;
 
     /// Connects glbinding to the current context and prints the context's identity in six lines.
     static void InitializeOpenGLBindings();

@@ -1,13 +1,15 @@
 #include "Plugins/Shared/GL/AEOpenGLUtilities.h"
 
+#include "Plugins/Shared/GL/GLFailure.h"
+#include "Plugins/Shared/GL/TextureOwner.h"
 #include "Plugins/Shared/Helper/HostPixels.h"
 #include "Plugins/Shared/Helper/SuiteScoper.h"
 
 #include <glbinding/gl/enum.h>
 #include <glbinding/gl/functions.h>
 
+#include <algorithm>
 #include <memory>
-#include <utility>
 
 namespace Tessaloom::BilateralBlur {
 
@@ -24,25 +26,20 @@ struct StagingPicture {
     }
 };
 
-// Deletes the texture unless `handOver` was called.
-class TextureOwner {
+// Rows of the pixels to come are `pixels` long, until the end of the scope.
+class RowLength {
 public:
-    TextureOwner() { gl::glGenTextures(1, &mName); }
-    ~TextureOwner() {
-        if (!mName)
-            return;
-        gl::glPixelStorei(gl::GL_UNPACK_ROW_LENGTH, 0);
-        gl::glDeleteTextures(1, &mName);
-    }
-    TextureOwner(const TextureOwner&) = delete;
-    TextureOwner& operator=(const TextureOwner&) = delete;
-
-    gl::GLuint name() const { return mName; }
-    gl::GLuint handOver() { return std::exchange(mName, 0); }
-
-private:
-    gl::GLuint mName = 0;
+    explicit RowLength(int pixels) { gl::glPixelStorei(gl::GL_UNPACK_ROW_LENGTH, pixels); }
+    ~RowLength() { gl::glPixelStorei(gl::GL_UNPACK_ROW_LENGTH, 0); }
+    RowLength(const RowLength&) = delete;
+    RowLength& operator=(const RowLength&) = delete;
 };
+
+gl::GLuint makeTexture() {
+    gl::GLuint name = 0;
+    gl::glGenTextures(1, &name);
+    return name;
+}
 
 void iterateFloat(PF_InData* in_data, PF_LayerDef* source, StagingPicture picture,
                   PF_IteratePixelFloatFunc function, PF_LayerDef* destination) {
@@ -53,13 +50,21 @@ void iterateFloat(PF_InData* in_data, PF_LayerDef* source, StagingPicture pictur
         throw int{result};
 }
 
-// Rows of the pixels to come are as long as this many pixels.
-void setRowLength(int pixels) {
-    gl::glPixelStorei(gl::GL_UNPACK_ROW_LENGTH, pixels);
+void uploadRows(int firstRow, int width, int rows, gl::GLenum type, const void* pixels) {
+    gl::glTexSubImage2D(gl::GL_TEXTURE_2D, 0, 0, firstRow, width, rows, gl::GL_RGBA, type, pixels);
 }
 
-void uploadPixels(const PF_LayerDef* world, gl::GLenum type, const void* pixels) {
-    gl::glTexSubImage2D(gl::GL_TEXTURE_2D, 0, 0, 0, world->width, world->height, gl::GL_RGBA, type, pixels);
+// Rows that run upwards in memory go up one by one: GL has no negative distance.
+template<typename Pixel>
+void uploadWorld(PF_InData* in_data, PF_LayerDef* input, gl::GLenum type) {
+    const int distance = input->rowbytes / static_cast<int>(sizeof(Pixel));
+    const RowLength rowLength(std::max(distance, 0));
+    const auto* pixels = reinterpret_cast<const Pixel*>(baseAddress<Pixel>(in_data, input));
+    if (distance >= 0)
+        uploadRows(0, input->width, input->height, type, pixels);
+    else
+        for (int row = 0; row < input->height; ++row)
+            uploadRows(row, input->width, 1, type, pixels + std::ptrdiff_t{row} * distance);
 }
 
 void uploadFloat(PF_InData* in_data, PF_LayerDef* input) {
@@ -67,8 +72,8 @@ void uploadFloat(PF_InData* in_data, PF_LayerDef* input) {
         static_cast<std::size_t>(input->width) * static_cast<std::size_t>(input->height);
     const std::unique_ptr<PF_PixelFloat[]> buffer(new PF_PixelFloat[pixels]);
     iterateFloat(in_data, input, {buffer.get(), input}, AEOpenGLUtilities::CopyPixelFloatIn, input);
-    setRowLength(input->width);
-    uploadPixels(input, gl::GL_FLOAT, buffer.get());
+    const RowLength rowLength(input->width);
+    uploadRows(0, input->width, input->height, gl::GL_FLOAT, buffer.get());
 }
 
 } // namespace
@@ -76,7 +81,7 @@ void uploadFloat(PF_InData* in_data, PF_LayerDef* input) {
 gl::GLuint AEOpenGLUtilities::UploadTexture(int format, PF_LayerDef* input, PF_LayerDef*, PF_InData* in_data,
                                             unsigned long& pixelSize, gl::GLenum& pixelType,
                                             float& multiplier16bit, bool mipmapped) {
-    TextureOwner texture;
+    TextureOwner texture(makeTexture());
     gl::glBindTexture(gl::GL_TEXTURE_2D, texture.name());
     // Magnification knows no mip levels, so it is linear in either case.
     gl::glTexParameteri(gl::GL_TEXTURE_2D, gl::GL_TEXTURE_MAG_FILTER, gl::GL_LINEAR);
@@ -92,15 +97,13 @@ gl::GLuint AEOpenGLUtilities::UploadTexture(int format, PF_LayerDef* input, PF_L
     case PF_PixelFormat_ARGB32:
         pixelType = gl::GL_UNSIGNED_BYTE;
         pixelSize = sizeof(PF_Pixel8);
-        setRowLength(input->rowbytes >> 2);
-        uploadPixels(input, pixelType, baseAddress<PF_Pixel8>(in_data, input));
+        uploadWorld<PF_Pixel8>(in_data, input, pixelType);
         break;
     case PF_PixelFormat_ARGB64:
         pixelType = gl::GL_UNSIGNED_SHORT;
         pixelSize = sizeof(PF_Pixel16);
         multiplier16bit = 65535.0f / 32768.0f;
-        setRowLength(input->rowbytes >> 3);
-        uploadPixels(input, pixelType, baseAddress<PF_Pixel16>(in_data, input));
+        uploadWorld<PF_Pixel16>(in_data, input, pixelType);
         break;
     case PF_PixelFormat_ARGB128:
         pixelType = gl::GL_FLOAT;
@@ -110,7 +113,6 @@ gl::GLuint AEOpenGLUtilities::UploadTexture(int format, PF_LayerDef* input, PF_L
     default:
         throw int{PF_Err_BAD_CALLBACK_PARAM};
     }
-    gl::glPixelStorei(gl::GL_UNPACK_ROW_LENGTH, 0);
     gl::glBindTexture(gl::GL_TEXTURE_2D, 0);
     return texture.handOver();
 }
@@ -121,11 +123,11 @@ void AEOpenGLUtilities::DownloadTexture(unsigned width, unsigned height, PF_Laye
     const SuiteScoper<PF_HandleSuite1> suite(in_data, "PF Handle Suite", 2, nullptr, nullptr);
     const LockedHandle picture(suite, static_cast<std::uint64_t>(width * height) * pixelSize);
     gl::glReadBuffer(gl::GL_COLOR_ATTACHMENT0);
-    gl::glGetError(); // of an earlier call
+    takeGLErrors(); // of earlier calls
     gl::glReadPixels(0, 0, static_cast<gl::GLsizei>(width), static_cast<gl::GLsizei>(height), gl::GL_RGBA,
                      pixelType, picture.data());
-    if (gl::glGetError() != gl::GL_NO_ERROR)
-        throw int{PF_Err_OUT_OF_MEMORY};
+    if (const gl::GLenum error = takeGLErrors(); error != gl::GL_NO_ERROR)
+        throw GLFailure(error);
 
     // The rows of a larger output would be read from beyond the picture.
     const bool isEmpty = output->width <= 0 || output->height <= 0;
