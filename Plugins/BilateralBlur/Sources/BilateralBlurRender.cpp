@@ -58,7 +58,7 @@ void main() {
 
 } // namespace
 
-BilateralBlurRender::BilateralBlurRender() : mPass(kVertexStage, kFragmentStage, 2) {}
+BilateralBlurRender::BilateralBlurRender() : mPass(kVertexStage, kFragmentStage, FullFrameVertices::kFlat) {}
 
 BilateralBlurRender::~BilateralBlurRender() {
     mPass.deleteShader();

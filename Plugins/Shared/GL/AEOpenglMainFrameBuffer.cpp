@@ -1,6 +1,6 @@
 #include "Plugins/Shared/GL/AEOpenglMainFrameBuffer.h"
 
-#include "HostInterface/EffectHost.h"
+#include "Plugins/Shared/GL/TextureOwner.h"
 #include "Plugins/Shared/Math/Vec2.h"
 
 #include <glbinding/gl/bitfield.h>
@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <memory>
+#include <new>
 #include <utility>
 
 namespace Tessaloom::BilateralBlur {
@@ -41,12 +42,25 @@ void bindTemporaryFrameBuffer(gl::GLuint texture, int level) {
     clearTarget();
 }
 
+// A driver may sample a hair off a texel's centre. Next to an opaque pixel, a transparent one would then get
+// an alpha that isn't quite 0, and the screen pass would divide its share of the neighbour's colour by it.
+void readUnfiltered(gl::GLuint texture) {
+    gl::glBindTexture(gl::GL_TEXTURE_2D, texture);
+    gl::glTexParameteri(gl::GL_TEXTURE_2D, gl::GL_TEXTURE_MAG_FILTER, gl::GL_NEAREST);
+    gl::glTexParameteri(gl::GL_TEXTURE_2D, gl::GL_TEXTURE_MIN_FILTER, gl::GL_NEAREST);
+}
+
+void deleteRenderbuffer(gl::GLuint name) {
+    if (name && !CGLIsForked())
+        gl::glDeleteRenderbuffers(1, &name);
+}
+
 // `bytes` are those of the first content: zeros of 8-bit RGBA, which are zeros in every format.
 gl::GLuint createTexture(gl::GLenum internalFormat, bool linear, bool mipmapped, gl::GLsizei width,
                          gl::GLsizei height, std::uint64_t bytes) {
     const std::unique_ptr<void, decltype(&std::free)> staging(std::calloc(bytes, 1), &std::free);
     if (!staging && bytes)
-        throw int{PF_Err_OUT_OF_MEMORY};
+        throw std::bad_alloc();
 
     // Magnification has no mipmap filters.
     const gl::GLenum magnification = linear ? gl::GL_LINEAR : gl::GL_NEAREST;
@@ -93,13 +107,14 @@ void AEOpenglMainFrameBuffer::prepare(long width, long height, bool multisample)
     mWidth = static_cast<std::uint32_t>(width);
     mHeight = static_cast<std::uint32_t>(height);
     mMultisample = multisample;
-    mDiscarded = false;
+    mDiscarded = true; // until all is made
     ++mGeneration;
     makeFrameBuffers();
     gl::glGenRenderbuffers(1, &mScreenRenderBuffer);
     gl::glBindRenderbuffer(gl::GL_RENDERBUFFER, mScreenRenderBuffer);
     gl::glRenderbufferStorage(gl::GL_RENDERBUFFER, gl::GL_RGBA, static_cast<gl::GLsizei>(mWidth),
                               static_cast<gl::GLsizei>(mHeight));
+    mDiscarded = false;
 }
 
 // After a change of size in another context this one still has its old set, whose attachments would keep
@@ -116,9 +131,11 @@ void AEOpenglMainFrameBuffer::makeFrameBuffers() {
 }
 
 void AEOpenglMainFrameBuffer::deleteFrameBuffers() {
-    FrameBuffers& own = mFrameBuffers.current();
-    for (gl::GLuint* name : {&own.mResolveFrameBuffer, &own.mFrameBuffer, &own.mMultisampleFrameBuffer}) {
-        if (*name)
+    FrameBuffers* own = mFrameBuffers.find();
+    if (!own)
+        return;
+    for (gl::GLuint* name : {&own->mResolveFrameBuffer, &own->mFrameBuffer, &own->mMultisampleFrameBuffer}) {
+        if (*name && !CGLIsForked())
             gl::glDeleteFramebuffers(1, name);
         *name = 0;
     }
@@ -126,14 +143,15 @@ void AEOpenglMainFrameBuffer::deleteFrameBuffers() {
 
 void AEOpenglMainFrameBuffer::unprepare() {
     deleteFrameBuffers();
-    if (mScreenRenderBuffer)
-        gl::glDeleteRenderbuffers(1, &mScreenRenderBuffer);
+    deleteRenderbuffer(mScreenRenderBuffer);
     mScreenRenderBuffer = 0;
     clearStack();
 }
 
 void AEOpenglMainFrameBuffer::discard() {
     unprepare();
+    if (mScreenRender)
+        mScreenRender->discard();
     mDiscarded = true;
 }
 
@@ -153,8 +171,8 @@ void AEOpenglMainFrameBuffer::beginDrawing() {
 }
 
 void AEOpenglMainFrameBuffer::endDrawing(float multiplier16bit) {
-    const gl::GLuint texture = popRenderContext();
-    if (!texture)
+    const TextureOwner texture(popRenderContext());
+    if (!texture.name())
         return;
     gl::glBindFramebuffer(gl::GL_FRAMEBUFFER, mFrameBuffers.current().mFrameBuffer);
     gl::glFramebufferRenderbuffer(gl::GL_FRAMEBUFFER, gl::GL_COLOR_ATTACHMENT0, gl::GL_RENDERBUFFER,
@@ -164,8 +182,8 @@ void AEOpenglMainFrameBuffer::endDrawing(float multiplier16bit) {
     gl::glClear(gl::GL_COLOR_BUFFER_BIT);
     if (!mScreenRender)
         mScreenRender = new ScreenRender;
-    mScreenRender->draw(texture, multiplier16bit);
-    gl::glDeleteTextures(1, &texture);
+    readUnfiltered(texture.name());
+    mScreenRender->draw(texture.name(), multiplier16bit);
 }
 
 gl::GLuint AEOpenglMainFrameBuffer::stackFrameBuffer() {
@@ -182,22 +200,21 @@ void AEOpenglMainFrameBuffer::storage(gl::GLenum format) const {
 }
 
 void AEOpenglMainFrameBuffer::pushRenderContext(bool, bool withStencil) {
-    gl::GLuint colour = 0;
+    // On the stack before it is made, so that it is never without an owner; the same for the stencil buffer.
+    gl::GLuint& colour = mRenderBufferStack.emplace_back(0);
     gl::glGenRenderbuffers(1, &colour);
     gl::glBindRenderbuffer(gl::GL_RENDERBUFFER, colour);
     storage(gl::GL_RGBA);
     gl::glBindFramebuffer(gl::GL_FRAMEBUFFER, stackFrameBuffer());
     gl::glFramebufferRenderbuffer(gl::GL_FRAMEBUFFER, gl::GL_COLOR_ATTACHMENT0, gl::GL_RENDERBUFFER, colour);
     if (withStencil) {
-        gl::GLuint stencil = 0;
+        gl::GLuint& stencil = mStencilBuffers[colour];
         gl::glGenRenderbuffers(1, &stencil);
         gl::glBindRenderbuffer(gl::GL_RENDERBUFFER, stencil);
         storage(gl::GL_STENCIL_INDEX8);
         gl::glFramebufferRenderbuffer(gl::GL_FRAMEBUFFER, gl::GL_STENCIL_ATTACHMENT, gl::GL_RENDERBUFFER,
                                       stencil);
-        mStencilBuffers.emplace(colour, stencil);
     }
-    mRenderBufferStack.push_back(colour);
     clearTarget();
 }
 
@@ -236,13 +253,13 @@ void AEOpenglMainFrameBuffer::attachTop() {
 }
 
 void AEOpenglMainFrameBuffer::deleteLevel(gl::GLuint colour) {
-    gl::glDeleteRenderbuffers(1, &colour);
+    deleteRenderbuffer(colour);
     const auto stencil = mStencilBuffers.find(colour);
     if (stencil == mStencilBuffers.end())
         return;
     const gl::GLuint name = stencil->second;
     mStencilBuffers.erase(stencil);
-    gl::glDeleteRenderbuffers(1, &name);
+    deleteRenderbuffer(name);
 }
 
 void AEOpenglMainFrameBuffer::clearStack() {

@@ -18,7 +18,7 @@ class Vec2;
 ///
 /// A frame: `prepare`, `beginDrawing`, the passes' drawing, `endDrawing`; then the finished picture is read
 /// from the framebuffer that is left bound. GL errors aren't read and nothing is reported: a failed GL call
-/// shows as a wrong picture. Exhausted memory for a texture's first content is the thrown integer 4.
+/// shows as a wrong picture. Exhausted memory is std::bad_alloc.
 ///
 /// Renderbuffers and textures are common to the share group. Framebuffers aren't: each context that draws
 /// gets a set of its own, made by its first `prepare` for the size, so frames may come from any thread.
@@ -35,8 +35,8 @@ public:
     /// `prepare` with the same one makes nothing.
     void unprepare();
 
-    /// The same, and the next `prepare` makes everything again, whatever its size. For after a frame that
-    /// failed: `prepare` can't see that GL had no memory for what it made.
+    /// The same with the GL objects of the screen pass, and the next frame makes everything again, whatever its
+    /// size. For after a frame that wasn't rendered to its end: what was made for it may be without storage.
     void discard();
 
     /// `discard`, and deletes the screen pass. The instance may be used again, from `prepare` on, and its

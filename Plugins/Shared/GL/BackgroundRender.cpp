@@ -19,7 +19,7 @@ void main() {
 
 } // namespace
 
-BackgroundRender::BackgroundRender() : mPass(kVertexStage, kFragmentStage, 3) {}
+BackgroundRender::BackgroundRender() : mPass(kVertexStage, kFragmentStage, FullFrameVertices::kSolid) {}
 
 void BackgroundRender::draw(unsigned texture, float multiplier16bit) {
     mPass.draw(texture, multiplier16bit);

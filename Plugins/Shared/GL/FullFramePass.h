@@ -3,22 +3,32 @@
 #include "Plugins/Shared/GL/OpenglShader.h"
 #include "Plugins/Shared/GL/PerContext.h"
 
-#include <optional>
+#include <span>
 
 namespace Tessaloom::BilateralBlur {
 
-/// A pass that draws a texture over the whole viewport: its program, and six vertices that make two
-/// triangles, each a position (attribute 0, "position") and a texture coordinate (attribute 1, "input_uv").
-/// The bottom of the clip square has the texture's first row, so a picture whose first row was uploaded first
-/// isn't flipped.
+/// The vertices of a pass: six, which make the two triangles of the clip square, each a position and a texture
+/// coordinate. The bottom of the square has the texture's first row, so a picture whose first row was uploaded
+/// first isn't flipped.
+struct FullFrameVertices {
+    std::span<const float> values;
+    int positionComponents; ///< the rest of a vertex is the texture coordinate
+    void (OpenglShader::*setPosition)(int location, const float* data, int stride) const;
+    bool bindsArrayAtOnce; ///< as soon as the vertex array is made, otherwise not before the drawing
+
+    static const FullFrameVertices kFlat;  ///< x, y, u, v
+    static const FullFrameVertices kSolid; ///< x, y, z, u, v with a z of 0; binds at once
+};
+
+/// A pass that draws a texture over the whole viewport: its program, whose attributes are "position" at
+/// location 0 and "input_uv" at 1, and its vertices.
 ///
 /// Program and vertex buffer are common to a share group, while a vertex array exists only in the context
 /// that made it: each context that draws gets one of its own.
 class FullFramePass {
 public:
-    /// A pass with these stages, whose "position" has 2 or 3 components, the third always 0. Makes no GL call
-    /// and needs no context.
-    FullFramePass(const char* vertexStage, const char* fragmentStage, int positionComponents);
+    /// Makes no GL call and needs no context. `vertices` must outlive the pass.
+    FullFramePass(const char* vertexStage, const char* fragmentStage, const FullFrameVertices& vertices);
 
     /// Deletes the vertex array of the context that is current, the vertex buffer and then the program.
     /// Vertex arrays of other contexts end with these. Makes no GL call if nothing was drawn.
@@ -26,9 +36,12 @@ public:
     FullFramePass(const FullFramePass&) = delete;
     FullFramePass& operator=(const FullFramePass&) = delete;
 
-    /// Deletes the program, for an owner that doesn't leave that to the destructor. The pass can't draw any
-    /// more.
-    void deleteShader() { mShader.reset(); }
+    /// Deletes the program, for an owner that wants it gone before the vertices.
+    void deleteShader() { mShader.deleteProgram(); }
+
+    /// Deletes all that the destructor does; the next `draw` makes it again. For after a frame that wasn't
+    /// rendered to its end: what was made for it may be without storage.
+    void discard();
 
     /// Draws `texture` into the framebuffer that is bound. `multiplier16bit` becomes the uniform of that
     /// name.
@@ -43,9 +56,10 @@ public:
 
 private:
     void makeObjects();
+    void deleteVertices();
 
-    std::optional<OpenglShader> mShader;
-    int mPositionComponents;
+    OpenglShader mShader;
+    const FullFrameVertices& mVertices;
     PerContext<gl::GLuint> mVertexArray;
     gl::GLuint mVertexBuffer = 0;
 };

@@ -1,5 +1,6 @@
 #include "Plugins/Shared/GL/OpenglShader.h"
 
+#include "Platform/GLContext.h"
 #include "Plugins/Shared/Math/Affine.h"
 #include "Plugins/Shared/Math/Color.h"
 #include "Plugins/Shared/Math/Mat4.h"
@@ -54,8 +55,13 @@ OpenglShader::OpenglShader(const std::string& vertex, const std::string& fragmen
     : mVertexSource(vertex), mFragmentSource(fragment), mGeometrySource(geometry) {}
 
 OpenglShader::~OpenglShader() {
-    if (mProgram)
+    deleteProgram();
+}
+
+void OpenglShader::deleteProgram() {
+    if (mProgram && !CGLIsForked())
         gl::glDeleteProgram(mProgram);
+    mProgram = 0;
 }
 
 void OpenglShader::addAttributeBinding(const std::string& name, int location) {

@@ -28,7 +28,7 @@ public:
     OpenglShader(const std::string& vertex, const std::string& fragment);
     /// An empty `geometry` means no geometry stage.
     OpenglShader(const std::string& vertex, const std::string& fragment, const std::string& geometry);
-    /// If a program was built, a context of its share group must be current.
+    /// Deletes the program, if one was built: then a context of its share group must be current.
     virtual ~OpenglShader();
     OpenglShader(const OpenglShader&) = delete;
     OpenglShader& operator=(const OpenglShader&) = delete;
@@ -39,6 +39,9 @@ public:
 
     /// Builds the program if there is none, and makes it the current one.
     void useProgram();
+
+    /// Deletes the program now. The next `useProgram` builds another one.
+    void deleteProgram();
 
     /// -1 if the program has no such uniform, or if there is no program.
     int getUniformLocation(const std::string& name) const;

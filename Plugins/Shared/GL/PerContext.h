@@ -17,6 +17,15 @@ public:
     /// The entry of the context that is current on the calling thread, made on first use.
     T& current() { return mValues[CGLGetCurrentContext().serial]; }
 
+    /// The same, null if there is none: for destructors and deletions, which mustn't need memory.
+    T* find() {
+        const auto found = mValues.find(CGLGetCurrentContext().serial);
+        return found == mValues.end() ? nullptr : &found->second;
+    }
+
+    /// Removes the entry of the context that is current, if there is one.
+    void forget() { mValues.erase(CGLGetCurrentContext().serial); }
+
     void clear() { mValues.clear(); }
 
 private:

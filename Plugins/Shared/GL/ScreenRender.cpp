@@ -32,7 +32,7 @@ void main() {
 
 } // namespace
 
-ScreenRender::ScreenRender() : mPass(kVertexStage, kFragmentStage, 3) {}
+ScreenRender::ScreenRender() : mPass(kVertexStage, kFragmentStage, FullFrameVertices::kSolid) {}
 
 void ScreenRender::draw(unsigned texture, float multiplier16bit) {
     mPass.draw(texture, multiplier16bit);

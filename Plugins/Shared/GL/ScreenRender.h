@@ -15,6 +15,9 @@ public:
     /// `multiplier16bit` is 1 for 8-bit and float pixels and 65535 / 32768 for 16-bit pixels.
     void draw(unsigned texture, float multiplier16bit);
 
+    /// Deletes its GL objects, which the next `draw` makes again.
+    void discard() { mPass.discard(); }
+
 private:
     FullFramePass mPass;
 };
