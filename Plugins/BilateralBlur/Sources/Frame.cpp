@@ -2,9 +2,9 @@
 
 #include "Plugins/BilateralBlur/Sources/BilateralBlurRender.h"
 #include "Plugins/BilateralBlur/Sources/Cpu/CpuFilter.h"
-#include "Plugins/BilateralBlur/Sources/FrameChecks.h"
 #include "Plugins/BilateralBlur/Sources/GpuFrame.h"
-#include "Plugins/BilateralBlur/Sources/HostGLContext.h"
+#include "Plugins/Shared/Effect/FrameChecks.h"
+#include "Plugins/Shared/Effect/HostGLContext.h"
 #include "Plugins/Shared/GL/AEOpenGLContextManager.h"
 #include "Plugins/Shared/GL/GLFailure.h"
 #include "Plugins/Shared/Helper/SuiteScoper.h"

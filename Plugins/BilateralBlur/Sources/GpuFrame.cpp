@@ -1,7 +1,7 @@
 #include "Plugins/BilateralBlur/Sources/GpuFrame.h"
 
 #include "Plugins/BilateralBlur/Sources/BilateralBlurRender.h"
-#include "Plugins/BilateralBlur/Sources/FrameChecks.h"
+#include "Plugins/Shared/Effect/FrameChecks.h"
 #include "Plugins/Shared/GL/AEOpenGLUtilities.h"
 
 #include <glbinding/gl/enum.h>

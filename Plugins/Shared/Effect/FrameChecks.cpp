@@ -1,4 +1,4 @@
-#include "Plugins/BilateralBlur/Sources/FrameChecks.h"
+#include "Plugins/Shared/Effect/FrameChecks.h"
 
 #include <cstdarg>
 #include <cstdint>
