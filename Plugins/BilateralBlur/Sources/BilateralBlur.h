@@ -9,17 +9,10 @@
 /// The host sends one render command at a time, from whichever threads it likes; global setup and setdown
 /// must not overlap any other command. A setup may follow a setdown.
 ///
-/// Returns 0 or an error code; no exception comes out. A frame that can't be drawn sets
+/// Returns 0 or an error code; no exception comes out. A frame that can't be rendered sets
 /// `PF_OutFlag_DISPLAY_ERROR_MESSAGE` and says why in `out_data->return_msg`, where the reason is one that a
-/// user can do something about: worlds that don't fit each other, a size beyond what OpenGL takes, no OpenGL.
+/// user can do something about.
 extern "C" __attribute__((visibility("default"))) PF_Err EntryPointFunc(PF_Cmd cmd, PF_InData* in_data,
                                                                         PF_OutData* out_data,
                                                                         PF_ParamDef* params[],
                                                                         PF_LayerDef* output, void* extra);
-
-namespace Tessaloom::BilateralBlur {
-
-/// True where `left >= right` or `top >= bottom`.
-bool IsEmptyRect(const PF_LRect* rect);
-
-} // namespace Tessaloom::BilateralBlur

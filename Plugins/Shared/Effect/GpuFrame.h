@@ -1,13 +1,12 @@
 #pragma once
 
 #include "HostInterface/EffectHost.h"
+#include "Plugins/Shared/Effect/Effect.h"
 #include "Plugins/Shared/GL/AEOpenglMainFrameBuffer.h"
 
 #include <string>
 
 namespace Tessaloom::BilateralBlur {
-
-class BilateralBlurRender;
 
 /// A frame on the GPU, in the context that is current on the calling thread.
 ///
@@ -26,9 +25,10 @@ public:
     /// Makes what the main framebuffer lacks for the frame, and starts drawing.
     void begin();
 
-    /// Uploads `input`, draws `pass` and the screen pass, and downloads the result into `output`. Called
+    /// Uploads `input`, draws the effect's pass and the screen pass, and downloads the result into `output`. Called
     /// once. Beside its own failures it throws those of the transfer.
-    void render(PF_InData* in_data, BilateralBlurRender& pass, PF_LayerDef* input, PF_LayerDef* output);
+    void render(const Effect& effect, SliderValues values, PF_InData* in_data, PF_LayerDef* input,
+                PF_LayerDef* output);
 
 private:
     [[noreturn]] void fail(const std::string& reason) const;

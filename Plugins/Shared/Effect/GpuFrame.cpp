@@ -1,6 +1,5 @@
-#include "Plugins/BilateralBlur/Sources/GpuFrame.h"
+#include "Plugins/Shared/Effect/GpuFrame.h"
 
-#include "Plugins/BilateralBlur/Sources/BilateralBlurRender.h"
 #include "Plugins/Shared/Effect/FrameChecks.h"
 #include "Plugins/Shared/GL/AEOpenGLUtilities.h"
 
@@ -95,7 +94,7 @@ void GpuFrame::checkErrors() const {
         fail("OpenGL noted the error " + std::to_string(static_cast<unsigned>(error)));
 }
 
-void GpuFrame::render(PF_InData* in_data, BilateralBlurRender& pass, PF_LayerDef* input,
+void GpuFrame::render(const Effect& effect, SliderValues values, PF_InData* in_data, PF_LayerDef* input,
                       PF_LayerDef* output) {
     float multiplier16bit = 1.0f;
     unsigned long pixelSize = sizeof(PF_Pixel8);
@@ -103,7 +102,7 @@ void GpuFrame::render(PF_InData* in_data, BilateralBlurRender& pass, PF_LayerDef
     {
         const InputTexture texture(AEOpenGLUtilities::UploadTexture(
             PF_PixelFormat_ARGB32, input, output, in_data, pixelSize, pixelType, multiplier16bit, false));
-        pass.draw(texture.name(), multiplier16bit);
+        effect.draw(values, texture.name(), multiplier16bit);
     }
     mFrameBuffer.endDrawing(multiplier16bit);
     checkTarget();

@@ -1,9 +1,8 @@
-#include "Plugins/BilateralBlur/Sources/Frame.h"
+#include "Plugins/Shared/Effect/Frame.h"
 
-#include "Plugins/BilateralBlur/Sources/BilateralBlurRender.h"
-#include "Plugins/BilateralBlur/Sources/Cpu/CpuFilter.h"
-#include "Plugins/BilateralBlur/Sources/GpuFrame.h"
+#include "Plugins/Shared/Effect/CpuFrame.h"
 #include "Plugins/Shared/Effect/FrameChecks.h"
+#include "Plugins/Shared/Effect/GpuFrame.h"
 #include "Plugins/Shared/Effect/HostGLContext.h"
 #include "Plugins/Shared/GL/AEOpenGLContextManager.h"
 #include "Plugins/Shared/GL/GLFailure.h"
@@ -12,6 +11,7 @@
 #include <cstring>
 #include <new>
 #include <optional>
+#include <vector>
 
 namespace Tessaloom::BilateralBlur {
 
@@ -31,23 +31,33 @@ bool makeGpuContextCurrent() {
     }
 }
 
-struct BlurScale {
-    int value;
-    PF_Err code; // of the checkout, or else of the checkin
+// The values of the sliders, and the first code of a checkout or checkin that isn't 0.
+struct Parameters {
+    std::vector<std::int32_t> values;
+    PF_Err code = PF_Err_NONE;
 };
 
-BlurScale readBlurScale(PF_InData* in_data) {
-    PF_ParamDef paramDef;
-    std::memset(&paramDef, 0, sizeof paramDef);
-    const PF_Err checkout = in_data->inter.checkout_param(in_data->effect_ref, 1, in_data->current_time,
-                                                          in_data->time_step, in_data->time_scale, &paramDef);
-    const int value = paramDef.u.sd.value;
-    const PF_Err checkin = in_data->inter.checkin_param(in_data->effect_ref, &paramDef);
-    return {value, checkout != PF_Err_NONE ? checkout : checkin};
+Parameters readParameters(const EffectDeclaration& effect, PF_InData* in_data) {
+    Parameters parameters;
+    parameters.values.reserve(effect.sliders.size());
+    while (parameters.values.size() < effect.sliders.size()) {
+        const auto index = static_cast<std::int32_t>(1 + parameters.values.size());
+        PF_ParamDef paramDef;
+        std::memset(&paramDef, 0, sizeof paramDef);
+        const PF_Err checkout =
+            in_data->inter.checkout_param(in_data->effect_ref, index, in_data->current_time,
+                                          in_data->time_step, in_data->time_scale, &paramDef);
+        parameters.values.push_back(paramDef.u.sd.value);
+        const PF_Err checkin = in_data->inter.checkin_param(in_data->effect_ref, &paramDef);
+        for (const PF_Err code : {checkout, checkin})
+            if (parameters.code == PF_Err_NONE)
+                parameters.code = code;
+    }
+    return parameters;
 }
 
-PF_Err renderWorlds(PF_InData* in_data, PF_OutData* out_data, PF_LayerDef* input, PF_LayerDef* output,
-                    BilateralBlurRender& render, CpuFilter& cpuFilter) {
+PF_Err renderWorlds(const Effect& effect, PF_InData* in_data, PF_OutData* out_data, PF_LayerDef* input,
+                    PF_LayerDef* output, ThreadPool& (*pool)()) {
     HostGLContext host;
     std::optional<GpuFrame> gpuFrame;
     const bool isEmpty = isEmptyWorld(*input);
@@ -62,17 +72,15 @@ PF_Err renderWorlds(PF_InData* in_data, PF_OutData* out_data, PF_LayerDef* input
                                                              nullptr);
     const SuiteScoper<AEGP_LayerSuite5> layerSuite(in_data, "AEGP Layer Suite", 11, nullptr, nullptr);
     const SuiteScoper<AEGP_ItemSuite6> itemSuite(in_data, "AEGP Item Suite", 10, nullptr, nullptr);
-    const BlurScale scale = readBlurScale(in_data);
+    const Parameters parameters = readParameters(effect.declaration, in_data);
 
     // A world without pixels has no address to ask the host for, and no texture can have its size.
-    if (gpuFrame) {
-        render.setBlurScale(scale.value);
-        gpuFrame->render(in_data, render, input, output);
-    } else if (!isEmpty) {
-        cpuFilter.render(in_data, input, output, scale.value);
-    }
+    if (gpuFrame)
+        gpuFrame->render(effect, parameters.values, in_data, input, output);
+    else if (!isEmpty)
+        renderOnCpu(effect, parameters.values, in_data, input, output, pool());
     host.restore();
-    return scale.code;
+    return parameters.code;
 }
 
 void showMemoryMessage(PF_OutData* out_data, const PF_LayerDef& input) {
@@ -81,10 +89,10 @@ void showMemoryMessage(PF_OutData* out_data, const PF_LayerDef& input) {
 
 } // namespace
 
-PF_Err renderFrame(PF_InData* in_data, PF_OutData* out_data, PF_LayerDef* input, PF_LayerDef* output,
-                   BilateralBlurRender& render, CpuFilter& cpuFilter) {
+PF_Err renderFrame(const Effect& effect, PF_InData* in_data, PF_OutData* out_data, PF_LayerDef* input,
+                   PF_LayerDef* output, ThreadPool& (*pool)()) {
     try {
-        return renderWorlds(in_data, out_data, input, output, render, cpuFilter);
+        return renderWorlds(effect, in_data, out_data, input, output, pool);
     } catch (int code) {
         if (code == PF_Err_OUT_OF_MEMORY)
             showMemoryMessage(out_data, *input);

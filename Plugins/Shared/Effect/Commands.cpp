@@ -1,0 +1,168 @@
+#include "Plugins/Shared/Effect/Effect.h"
+#include "Plugins/Shared/Effect/Frame.h"
+#include "Plugins/Shared/Effect/FrameChecks.h"
+#include "Plugins/Shared/Effect/HostGLContext.h"
+#include "Plugins/Shared/Effect/PreRender.h"
+#include "Plugins/Shared/GL/AEOpenGLContextManager.h"
+#include "Plugins/Shared/GL/AEOpenglMainFrameBuffer.h"
+#include "Plugins/Shared/Helper/SuiteScoper.h"
+
+#include <cstring>
+#include <new>
+#include <utility>
+
+namespace Tessaloom::BilateralBlur {
+
+namespace {
+
+// Made by the first frame after a setup that is filtered on the CPU. At the end of a process that sends no setdown it
+// stays: a frame may be under way on another thread.
+ThreadPool* mPool = nullptr;
+
+ThreadPool& pool() {
+    if (!mPool)
+        mPool = new ThreadPool;
+    return *mPool;
+}
+
+bool mIsSetDown = false;
+
+PF_Err about(const EffectDeclaration& effect, const PF_InData* in_data, PF_OutData* out_data) {
+    const SuiteScoper<PF_ANSICallbacksSuite1> ansi(in_data, "PF ANSI Suite", 1, nullptr, nullptr);
+    ansi->sprintf(out_data->return_msg, "%s v%d.%d\r%s", effect.name, effect.version, effect.subversion,
+                  effect.name);
+    return PF_Err_NONE;
+}
+
+// Without a data context no GL object was ever made. It can be current on another thread, where a setup on
+// that thread left it because the host had none current; this thread's render context serves as well then, as
+// objects are common to the share group. With no context at all GL calls do nothing, as they should rather
+// than reach the host's objects: ours end with their contexts.
+void makeSharedContextCurrent() {
+    AEOpenGLContext* data = AEOpenGLContextManager::getSharedDataContext();
+    if (!data)
+        return;
+    try {
+        data->makeContextCurrent();
+    } catch (...) {
+        try {
+            AEOpenGLContextManager::getCurrentRenderContext()->makeContextCurrent();
+        } catch (...) {
+            AEOpenGLContext::makeNoneCurrent();
+        }
+    }
+}
+
+// Setup and setdown have no code for a failure.
+template<typename Step>
+void tryTo(Step step) {
+    try {
+        step();
+    } catch (...) {
+    }
+}
+
+// Objects go while the contexts live: everything but the vertex arrays and framebuffers of the render
+// contexts, which end with these.
+PF_Err globalSetdown(const Effect& effect) {
+    mIsSetDown = true;
+    tryTo([&] {
+        HostGLContext host;
+        makeSharedContextCurrent();
+        AEOpenglMainFrameBuffer::mainFrameBuffer()->destory();
+        effect.releasePass();
+        delete std::exchange(mPool, nullptr);
+        AEOpenGLContextManager::releaseContextManager();
+        host.restore();
+    });
+    return PF_Err_NONE;
+}
+
+// A repeated setup restarts the effect. Without a data context, whatever the reason, frames are filtered on
+// the CPU until the next setup.
+PF_Err globalSetup(const Effect& effect, PF_OutData* out_data) {
+    out_data->my_version = effect.declaration.packedVersion;
+    out_data->out_flags = effect.declaration.outFlags;
+    out_data->out_flags2 = effect.declaration.outFlags2;
+
+    if (AEOpenGLContextManager::getSharedDataContext())
+        globalSetdown(effect);
+    mIsSetDown = false;
+    tryTo([] {
+        HostGLContext host;
+        AEOpenGLContextManager::setupContextManager();
+        host.restore();
+    });
+    return PF_Err_NONE;
+}
+
+PF_Err paramsSetup(const EffectDeclaration& effect, PF_InData* in_data, PF_OutData* out_data) {
+    out_data->num_params = 1 + static_cast<std::int32_t>(effect.sliders.size());
+    std::int32_t id = 0;
+    for (const SliderDeclaration& slider : effect.sliders) {
+        PF_ParamDef def;
+        std::memset(&def, 0, sizeof def);
+        def.param_type = PF_Param_SLIDER;
+        in_data->utils->ansi.strcpy(def.name, slider.name);
+        def.uu.id = ++id;
+        def.u.sd.value = def.u.sd.dephault = slider.defaultValue;
+        def.u.sd.valid_min = def.u.sd.slider_min = slider.minimum;
+        def.u.sd.valid_max = def.u.sd.slider_max = slider.maximum;
+        if (const PF_Err error = in_data->inter.add_param(in_data->effect_ref, -1, &def))
+            return error;
+    }
+    return PF_Err_NONE;
+}
+
+PF_Err smartRender(const Effect& effect, PF_InData* in_data, PF_OutData* out_data,
+                   PF_SmartRenderExtra* extra) {
+    PF_LayerDef* input = nullptr;
+    PF_LayerDef* output = nullptr;
+    if (const PF_Err error = extra->cb->checkout_layer_pixels(in_data->effect_ref, 0, &input))
+        return error;
+    if (const PF_Err error = extra->cb->checkout_output(in_data->effect_ref, &output))
+        return error;
+    checkWorlds(out_data, input, output);
+    if (mIsSetDown) {
+        showMessage(out_data, "The effect was asked for a frame after its global setdown.");
+        return PF_Err_BAD_CALLBACK_PARAM;
+    }
+    return renderFrame(effect, in_data, out_data, input, output, pool);
+}
+
+PF_Err dispatch(const Effect& effect, PF_Cmd cmd, PF_InData* in_data, PF_OutData* out_data, void* extra) {
+    switch (cmd) {
+    case PF_Cmd_ABOUT:
+        return about(effect.declaration, in_data, out_data);
+    case PF_Cmd_GLOBAL_SETUP:
+        return globalSetup(effect, out_data);
+    case PF_Cmd_GLOBAL_SETDOWN:
+        return globalSetdown(effect);
+    case PF_Cmd_PARAMS_SETUP:
+        return paramsSetup(effect.declaration, in_data, out_data);
+    case PF_Cmd_SMART_PRE_RENDER:
+        return smartPreRender(in_data, static_cast<PF_PreRenderExtra*>(extra));
+    case PF_Cmd_SMART_RENDER:
+        return smartRender(effect, in_data, out_data, static_cast<PF_SmartRenderExtra*>(extra));
+    default:
+        return PF_Err_NONE;
+    }
+}
+
+} // namespace
+
+// Inside an effect a failure is a thrown integer, of which the host sees one code. The standard library's
+// exceptions mustn't reach the host either: exhausted memory has a code of its own there.
+PF_Err runCommand(const Effect& effect, PF_Cmd cmd, PF_InData* in_data, PF_OutData* out_data, void* extra) {
+    try {
+        return dispatch(effect, cmd, in_data, out_data, extra);
+    } catch (int) {
+        return PF_Err_BAD_CALLBACK_PARAM;
+    } catch (const std::bad_alloc&) {
+        return PF_Err_OUT_OF_MEMORY;
+    } catch (...) {
+        return PF_Err_BAD_CALLBACK_PARAM;
+    }
+}
+
+} // namespace Tessaloom::BilateralBlur

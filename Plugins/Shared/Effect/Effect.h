@@ -1,0 +1,51 @@
+#pragma once
+
+#include "HostInterface/EffectHost.h"
+#include "Plugins/Shared/Cpu/ThreadPool.h"
+#include "Plugins/Shared/Effect/Declaration.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+namespace Tessaloom::BilateralBlur {
+
+/// A value for each slider, in the order of their declaration. The host's, so it may be beyond a slider's range.
+using SliderValues = std::span<const std::int32_t>;
+
+/// The pixels of a frame on the CPU: 4 bytes each, alpha, red, green, blue, straight. `source` and `target` don't
+/// overlap and have the same size, of at least one pixel; strides are the bytes from one row to the next.
+struct CpuImages {
+    const std::uint8_t* source;
+    std::ptrdiff_t sourceStride;
+    std::uint8_t* target;
+    std::ptrdiff_t targetStride;
+    int width, height;
+};
+
+/// What an effect does itself; the commands and all else are what effects share. A module has one effect.
+struct Effect {
+    const EffectDeclaration& declaration;
+
+    /// Draws the effect's pass with `texture` as its input into the framebuffer that is bound. Texture, viewport and
+    /// main framebuffer have the same size; `multiplier16bit` is that of the texture's upload. Makes the pass
+    /// where there is none.
+    void (*draw)(SliderValues values, unsigned texture, float multiplier16bit);
+
+    /// Deletes the pass, if there is one. If it has drawn, a context of the share group is current.
+    void (*releasePass)();
+
+    /// Filters a frame on the CPU, on the pool's threads. Gives the picture that `draw` and the screen pass after it
+    /// give. Throws std::bad_alloc where there is no memory for that.
+    void (*filter)(SliderValues values, const CpuImages& images, ThreadPool& pool);
+};
+
+/// Runs a command of the host's for an effect: all that EntryPointFunc has to do. Commands that effects don't know
+/// return 0 and touch nothing.
+///
+/// Returns 0 or an error code; no exception comes out. A frame that can't be rendered sets
+/// `PF_OutFlag_DISPLAY_ERROR_MESSAGE` and says why in `out_data->return_msg`, where the reason is one that a user can
+/// do something about.
+PF_Err runCommand(const Effect& effect, PF_Cmd cmd, PF_InData* in_data, PF_OutData* out_data, void* extra);
+
+} // namespace Tessaloom::BilateralBlur
