@@ -4,7 +4,7 @@
 #include "Benchmarks/Kernel/FmaRate.h"
 #include "Platform/UsableCpus.h"
 #include "Plugins/BilateralBlur/Sources/FilterConstants.h"
-#include "Plugins/Shared/Cpu/Kernel.h"
+#include "Plugins/BilateralBlur/Sources/CpuFormula.h"
 #include "Tests/Support/Pictures.h"
 
 #include <benchmark/benchmark.h>

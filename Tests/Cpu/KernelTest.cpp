@@ -1,4 +1,4 @@
-#include "Plugins/Shared/Cpu/Kernel.h"
+#include "Plugins/BilateralBlur/Sources/CpuFormula.h"
 #include "Tests/Support/Oracle.h"
 #include "Tests/Support/Pictures.h"
 

@@ -2,8 +2,8 @@
 
 #include "Plugins/BilateralBlur/Sources/BilateralBlurDeclaration.h"
 #include "Plugins/BilateralBlur/Sources/BilateralBlurRender.h"
+#include "Plugins/BilateralBlur/Sources/CpuFormula.h"
 #include "Plugins/BilateralBlur/Sources/FilterConstants.h"
-#include "Plugins/Shared/Cpu/Kernel.h"
 #include "Plugins/Shared/Effect/Effect.h"
 
 #include <utility>

@@ -1,7 +1,11 @@
 #pragma once
 
-/// The numbers of the bilateral filter. The shader of BilateralBlurRender repeats them in its text, which a
-/// test compares with these.
+#include "Plugins/Shared/Cpu/BilateralFilter.h"
+
+#include <algorithm>
+
+/// The numbers of the effect's bilateral filter. The shader of BilateralBlurRender has the sigmas and the number of
+/// its weights in its text, which must be changed with them.
 namespace Tessaloom::BilateralBlur {
 
 /// Standard deviation of the weights by distance, in pixels.
@@ -15,9 +19,15 @@ constexpr int kLargestBlurScale = 60;
 
 /// How far the neighbourhood of a pixel extends to each side at a blur scale, in pixels.
 constexpr int reachOf(int blurScale) {
-    return (blurScale - 1) / 2;
+    return (std::clamp(blurScale, 1, kLargestBlurScale) - 1) / 2;
 }
 
 constexpr int kLargestReach = reachOf(kLargestBlurScale);
+static_assert(kLargestReach <= kReachLimit);
+
+/// The filter at a blur scale.
+constexpr BilateralFilter filterOf(int blurScale) {
+    return {reachOf(blurScale), kSpatialSigma, kRangeSigma};
+}
 
 } // namespace Tessaloom::BilateralBlur

@@ -1,0 +1,53 @@
+// The loop over the tiles of a block, for all kinds of weights. Each set of instructions includes it inside its own
+// namespace, as functions can be inlined only into those that are compiled for the same set.
+
+/// Filters a block from its planes. A tile is the running sums of `kLanes` neighbouring pixels of one row. Two rows of
+/// tiles share each neighbour that both reach.
+///
+/// @param first the mean of the first channel, where the weights filter the others alone.
+template<class Weights>
+void filterTiles(const Weights& weights, const Frame& frame, const Block& block, float first) {
+    using Tile = typename Weights::Tile;
+    const int reach = frame.reach;
+    Means means[2];
+    for (Means& row : means)
+        row[0].fill(first);
+    for (int y = 0; y + 1 < block.height; y += 2) {
+        for (int column = 0; column < block.width; column += Weights::kLanes) {
+            Tile upper(weights, y + reach, column + reach);
+            Tile lower(weights, y + 1 + reach, column + reach);
+            weights.addRow(y, column, upper);
+            for (int row = y + 1; row <= y + 2 * reach; ++row)
+                weights.addRow(row, column, upper, lower);
+            weights.addRow(y + 1 + 2 * reach, column, lower);
+            upper.store(means[0], column);
+            lower.store(means[1], column);
+        }
+        frame.formula.store(block, y, means[0]);
+        frame.formula.store(block, y + 1, means[1]);
+    }
+    if (block.height % 2 == 0)
+        return;
+    const int y = block.height - 1;
+    for (int column = 0; column < block.width; column += Weights::kLanes) {
+        Tile tile(weights, y + reach, column + reach);
+        for (int row = y; row <= y + 2 * reach; ++row)
+            weights.addRow(row, column, tile);
+        tile.store(means[0], column);
+    }
+    frame.formula.store(block, y, means[0]);
+}
+
+/// Fills a block's planes and filters it: all three channels, or two where the first has one value all over the
+/// block and its margins, and so no part in the weights.
+template<class Planes, class Numbers>
+void filterBlock(const Frame& frame, const Numbers& numbers, const Block& block, unsigned worker) {
+    Planes& planes = *new (frame.pool.scratch(worker, sizeof(Planes))) Planes;
+    if (!planes.fill(frame, numbers, block))
+        return filterTiles(typename Planes::template Weights<3>(frame, numbers, planes), frame, block, 0);
+    const std::uint8_t first = frame.image.row(block.y)[4 * block.x];
+    if (frame.formula.storeUniform(block, first))
+        return;
+    planes.dropFirst(frame, numbers, block);
+    filterTiles(typename Planes::template Weights<2>(frame, numbers, planes), frame, block, first);
+}
