@@ -5,7 +5,9 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <functional>
 #include <new>
+#include <string_view>
 
 namespace Tessaloom::BilateralBlur::Host {
 
@@ -18,17 +20,17 @@ PF_LRect boundsOf(const World& world) {
     return {0, 0, world.width, world.height};
 }
 
+bool equal(const PF_LRect& a, const PF_LRect& b) {
+    return a.left == b.left && a.top == b.top && a.right == b.right && a.bottom == b.bottom;
+}
+
+bool equal(const PF_LayerDef& a, const PF_LayerDef& b) {
+    return a.width == b.width && a.height == b.height && a.rowbytes == b.rowbytes;
+}
+
 PF_LRect intersection(const PF_LRect& a, const PF_LRect& b) {
     return {std::max(a.left, b.left), std::max(a.top, b.top), std::min(a.right, b.right),
             std::min(a.bottom, b.bottom)};
-}
-
-bool isEmpty(const PF_LRect& rect) {
-    return rect.left >= rect.right || rect.top >= rect.bottom;
-}
-
-bool equal(const PF_LRect& a, const PF_LRect& b) {
-    return a.left == b.left && a.top == b.top && a.right == b.right && a.bottom == b.bottom;
 }
 
 std::string textOf(const PF_LRect& rect) {
@@ -48,17 +50,25 @@ std::string recordText(const char* what, const void* record) {
     return text;
 }
 
-/// Copies `part` into `whole` with its first pixel at the given place; it has to fit.
-void place(const World& part, World& whole, int left, int top) {
-    for (int y = 0; y < part.height; ++y)
-        std::copy_n(part.row(y), part.width, whole.row(top + y) + left);
+/// Each run of line ends becomes a blank.
+std::string inOneLine(const std::string& text) {
+    std::string line;
+    for (const char c : text)
+        if (c != '\r' && c != '\n')
+            line += c;
+        else if (!line.ends_with(' '))
+            line += ' ';
+    return line;
+}
+
+[[noreturn]] void refuse(const Module& module, const std::string& complaint) {
+    throw ModuleError(module.path().string() + ": " + inOneLine(complaint));
 }
 
 void requireSame(const Module& module, const std::string& what, const std::string& listed,
                  const std::string& declared) {
     if (listed != declared)
-        throw ModuleError(module.path().string() + ": " + what + " is " + listed +
-                          " in the property list, but the effect declares " + declared);
+        refuse(module, what + " is " + listed + " in the property list, but the effect declares " + declared);
 }
 
 void requireSame(const Module& module, const std::string& what, std::int64_t listed, std::int64_t declared) {
@@ -96,9 +106,7 @@ std::string Result::text() const {
                                             : "the effect failed with code " + std::to_string(code);
     for (const std::string& imbalance : mistakes)
         text += (text.empty() ? "" : "; ") + imbalance;
-    std::replace_if(
-        text.begin(), text.end(), [](char c) { return c == '\r' || c == '\n'; }, ' ');
-    return text;
+    return inOneLine(text);
 }
 
 /// What the effect calls back with its `effect_ref`.
@@ -107,12 +115,13 @@ struct Effect::Callbacks {
 
     static PF_Err addParam(void* effectRef, std::int32_t index, PF_ParamDef* param) {
         Effect& effect = self(effectRef);
-        const auto count = static_cast<std::int32_t>(effect.mParameters.size());
-        if (!param || index < -1 || index == 0 || index > count)
+        if (!effect.mTakesParameters)
+            effect.mServices.ledger().noteMistake("a parameter was added outside of parameters setup");
+        if (!effect.mTakesParameters || !param || index != -1)
             return PF_Err_BAD_CALLBACK_PARAM;
         if (param->param_type != PF_Param_SLIDER)
             return PF_Err_UNRECOGNIZED_PARAM_TYPE;
-        effect.mParameters.insert(effect.mParameters.begin() + (index < 0 ? count : index), *param);
+        effect.mParameters.push_back(*param);
         return PF_Err_NONE;
     }
 
@@ -136,36 +145,54 @@ struct Effect::Callbacks {
                                 const PF_RenderRequest* request, std::int32_t, std::int32_t, std::uint32_t,
                                 PF_CheckoutResult* result) {
         Effect& effect = self(effectRef);
-        if (!effect.mFrame.input || index != 0 || !request || !result)
+        if (!effect.mInput || index != 0 || !request || !result)
             return PF_Err_BAD_CALLBACK_PARAM;
-        effect.mFrame.layers.insert(checkoutId);
-        result->max_result_rect = boundsOf(*effect.mFrame.input);
+        effect.mLayers.insert(checkoutId);
+        result->max_result_rect = boundsOf(*effect.mInput);
         result->result_rect = intersection(request->rect, result->max_result_rect);
         return PF_Err_NONE;
     }
 
     static PF_Err checkoutLayerPixels(void* effectRef, std::int32_t checkoutId, PF_LayerDef** world) {
         Effect& effect = self(effectRef);
-        if (!world || !effect.mFrame.layers.count(checkoutId))
+        if (!world || !effect.mLayers.count(checkoutId))
             return PF_Err_BAD_CALLBACK_PARAM;
-        *world = effect.mFrame.input;
+        *world = effect.mInput;
         return PF_Err_NONE;
     }
 
     /// Layers go back to the host by themselves when the command ends; an effect may be earlier.
     static PF_Err checkinLayerPixels(void* effectRef, std::int32_t checkoutId) {
         Effect& effect = self(effectRef);
-        return effect.mFrame.layers.erase(checkoutId) ? PF_Err_NONE : PF_Err_BAD_CALLBACK_PARAM;
+        return effect.mLayers.erase(checkoutId) ? PF_Err_NONE : PF_Err_BAD_CALLBACK_PARAM;
     }
 
     static PF_Err checkoutOutput(void* effectRef, PF_LayerDef** world) {
         Effect& effect = self(effectRef);
-        if (!effect.mFrame.input || !world)
+        if (!effect.mInput || !world)
             return PF_Err_BAD_CALLBACK_PARAM;
         *world = &effect.mSpare;
         return PF_Err_NONE;
     }
 };
+
+namespace {
+
+std::mutex mClaiming;
+std::set<PF_EntryPointFunc> mClaimed;
+
+} // namespace
+
+Effect::Claim::Claim(const Module& module) : mEntry(module.entry()) {
+    const std::lock_guard lock(mClaiming);
+    if (!mClaimed.insert(mEntry).second)
+        refuse(module, "the process has this effect already; end the one before the other begins");
+}
+
+Effect::Claim::~Claim() {
+    const std::lock_guard lock(mClaiming);
+    mClaimed.erase(mEntry);
+}
 
 Effect::Effect(const Module& module) : mModule(module) {
     mInData.inter = {Callbacks::checkoutParam, Callbacks::checkinParam, Callbacks::addParam};
@@ -190,18 +217,18 @@ Effect::~Effect() {
 }
 
 void Effect::setUp() {
-    const auto require = [this](bool fulfilled, const std::string& complaint) {
-        if (!fulfilled)
-            throw ModuleError(mModule.path().string() + ": " + complaint);
-    };
     Result result = send(PF_Cmd_GLOBAL_SETUP);
-    require(result.ok(), "global setup failed: " + result.text());
+    if (!result.ok())
+        refuse(mModule, "global setup failed: " + result.text());
     checkGlobals(mModule, mOutData);
+    mTakesParameters = true;
     result = send(PF_Cmd_PARAMS_SETUP);
-    require(result.ok(), "parameters setup failed: " + result.text());
-    require(mOutData.num_params == static_cast<std::int32_t>(mParameters.size()),
-            "the effect reports " + std::to_string(mOutData.num_params) + " parameters but added " +
-                std::to_string(mParameters.size()));
+    mTakesParameters = false;
+    if (!result.ok())
+        refuse(mModule, "parameters setup failed: " + result.text());
+    if (mOutData.num_params != std::ssize(mParameters))
+        refuse(mModule, "the effect reports " + std::to_string(mOutData.num_params) +
+                            " parameters but added " + std::to_string(mParameters.size()));
     checkSliders(mModule, mParameters);
 }
 
@@ -233,82 +260,102 @@ Result Effect::send(PF_Cmd cmd, void* extra) {
     return result;
 }
 
+/// Returns what is wrong with the values, empty if nothing is.
+std::string Effect::setValues(std::span<const std::int32_t> values) {
+    const std::vector<Slider>& sliders = mModule.resource().sliders;
+    if (values.size() > sliders.size())
+        return std::to_string(values.size()) + " values were given for " + std::to_string(sliders.size()) +
+               " sliders";
+    for (std::size_t i = 0; i < sliders.size(); ++i) {
+        const Slider& slider = sliders[i];
+        const std::int32_t value = i < values.size() ? values[i] : slider.defaultValue;
+        if (value < slider.minimum || value > slider.maximum)
+            return slider.name + " " + std::to_string(value) + " is out of range, " +
+                   std::to_string(slider.minimum) + " to " + std::to_string(slider.maximum);
+        mParameters[i + 1].u.sd.value = value;
+    }
+    return "";
+}
+
 Result Effect::render(World& input, World& output, std::span<const std::int32_t> values, Time time) {
     const std::lock_guard lock(mMutex);
     if (input.format() != PF_PixelFormat_ARGB32)
         return {PF_Err_BAD_CALLBACK_PARAM, "the effect takes worlds of 8 bits a channel", {}};
-    if (values.size() + 1 != mParameters.size())
-        return {PF_Err_BAD_CALLBACK_PARAM,
-                std::to_string(values.size()) + " values were given for " +
-                    std::to_string(mParameters.size() - 1) + " sliders",
-                {}};
-    for (std::size_t i = 0; i < values.size(); ++i)
-        mParameters[i + 1].u.sd.value = values[i];
+    if (const std::string complaint = setValues(values); !complaint.empty())
+        return {PF_Err_BAD_CALLBACK_PARAM, complaint, {}};
     mInData.current_time = time.current;
     mInData.time_step = time.step;
     mInData.time_scale = time.scale;
 
     Result result;
-    mFrame = {&input};
+    mInput = &input;
     try {
         result = renderInto(output);
     } catch (const std::bad_alloc&) {
         result.code = PF_Err_OUT_OF_MEMORY;
     }
-    mFrame = {};
+    mInput = nullptr;
+    mLayers.clear();
     return result;
 }
 
 Result Effect::renderInto(World& output) {
-    PF_LRect promised{};
-    Result result = preRender(promised);
+    Result result = preRender();
     if (result.ok())
-        result = smartRender(promised);
-    if (!result.ok())
-        return result;
-    const World& input = *mFrame.input;
-    if (mSpare.sameShape(input)) {
+        result = smartRender();
+    if (result.ok())
         output.swap(mSpare);
-    } else {
-        World whole(input.width, input.height);
-        place(mSpare, whole, promised.left, promised.top);
-        output.swap(whole);
-    }
     return result;
 }
 
-Result Effect::preRender(PF_LRect& promised) {
-    PF_PreRenderInput input{{boundsOf(*mFrame.input), kAllChannels}};
+Result Effect::preRender() {
+    const PF_LRect whole = boundsOf(*mInput);
+    PF_PreRenderInput input{{whole, kAllChannels}};
     PF_PreRenderOutput output{};
     PF_PreRenderCallbacks callbacks{Callbacks::checkoutLayer};
     PF_PreRenderExtra extra{&input, &output, &callbacks};
     Result result = send(PF_Cmd_SMART_PRE_RENDER, &extra);
-    promised = output.result_rect;
-    if (result.ok() && !isEmpty(promised) &&
-        !equal(promised, intersection(promised, boundsOf(*mFrame.input))))
-        result = {
-            PF_Err_BAD_CALLBACK_PARAM, "the effect promises more than was asked, " + textOf(promised), {}};
+    if (result.ok() && !equal(output.result_rect, whole))
+        result.mistakes.push_back("the effect promises " + textOf(output.result_rect) + " instead of " +
+                                  textOf(whole));
     return result;
 }
 
-Result Effect::smartRender(PF_LRect promised) {
-    if (isEmpty(promised))
-        promised = {};
-    const int width = promised.right - promised.left, height = promised.bottom - promised.top;
-    if (mSpare.width == width && mSpare.height == height && mSpare.format() == PF_PixelFormat_ARGB32)
+Result Effect::smartRender() {
+    if (mSpare.sameShape(*mInput))
         mSpare.clear();
     else
-        mSpare = World(width, height);
-    PF_SmartRenderInput input{{promised, kAllChannels}, kBitDepth};
+        mSpare = World(mInput->width, mInput->height);
+    const PF_LayerDef inputRecord = *mInput, outputRecord = mSpare;
+    const std::size_t rows = rowsOfInput();
+    PF_SmartRenderInput input{{boundsOf(*mInput), kAllChannels}, kBitDepth};
     PF_SmartRenderCallbacks callbacks{Callbacks::checkoutLayerPixels, Callbacks::checkinLayerPixels,
                                       Callbacks::checkoutOutput};
     PF_SmartRenderExtra extra{&input, &callbacks};
     Result result = send(PF_Cmd_SMART_RENDER, &extra);
+
+    if (!equal(*mInput, inputRecord) || !equal(mSpare, outputRecord))
+        result.mistakes.push_back("the record of a world was overwritten");
+    static_cast<PF_LayerDef&>(*mInput) = inputRecord;
+    static_cast<PF_LayerDef&>(mSpare) = outputRecord;
+    if (rowsOfInput() != rows)
+        result.mistakes.push_back("the input was overwritten");
     if (!mSpare.paddingIntact()) {
         result.mistakes.push_back("the padding of the output's rows was overwritten");
         mSpare = World(0, 0);
     }
+    ++mFrames;
     return result;
+}
+
+/// A hash of some rows, padding included. To read all would take as long as a small blur does.
+std::size_t Effect::rowsOfInput() const {
+    const int step = std::max(1, mInput->height / 64);
+    std::size_t hash = 0;
+    for (int y = mFrames % step; y < mInput->height; y += step)
+        hash = 31 * hash + std::hash<std::string_view>{}(
+                               {mInput->row<char>(y), static_cast<std::size_t>(mInput->rowbytes)});
+    return hash;
 }
 
 } // namespace Tessaloom::BilateralBlur::Host

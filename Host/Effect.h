@@ -5,6 +5,7 @@
 #include "Host/World.h"
 #include "HostInterface/EffectHost.h"
 
+#include <cstddef>
 #include <mutex>
 #include <set>
 #include <span>
@@ -33,15 +34,18 @@ struct Time {
     std::uint32_t scale = 1;
 };
 
-/// An effect from global setup to global setdown.
+/// An effect from global setup to global setdown. Its state is the module's, so a process has one of each
+/// module at a time.
 ///
 /// Every command is sent under a lock, since an effect that doesn't declare itself thread-safe gets one at a
 /// time; any thread may ask for frames.
 class Effect {
 public:
     /// Sends global setup and parameters setup. `module` must outlive the effect. Throws ModuleError where a
-    /// command fails or the effect declares something else than its property list.
+    /// command fails, the effect declares something else than its property list, or the process has this
+    /// effect already.
     explicit Effect(const Module& module);
+    explicit Effect(const Module&& module) = delete;
 
     /// Sends global setdown.
     ~Effect();
@@ -53,36 +57,50 @@ public:
 
     /// Filters a frame: smart pre-render, then smart render into a world of the host's own, which is swapped
     /// with `output` if all went well. `output` then has the size of `input` and other pixels, else it is
-    /// untouched. An effect that promises a smaller rectangle gets a world of that size, and the rest of
-    /// `output` is 0. The effect must not write to `input`. The two may be one world. A further frame takes
-    /// no memory where `output` has the size of `input` already. Exhausted memory is a result with the code
-    /// `PF_Err_OUT_OF_MEMORY`.
+    /// untouched. The two may be one world. A further frame takes no memory where `output` has the size of
+    /// `input` already. Exhausted memory is a result with the code `PF_Err_OUT_OF_MEMORY`.
     ///
-    /// @param values one for each slider of the property list, in its order; each within the slider's range.
+    /// The effect has to promise the whole of `input`, to leave both worlds' records and the padding of their
+    /// rows alone, and not to write to `input`, of which some 64 rows are checked, others in each frame.
+    ///
+    /// @param values for the sliders of the property list, in its order, each within the slider's range.
+    ///               Sliders without one have their default.
     Result render(World& input, World& output, std::span<const std::int32_t> values, Time time = {});
 
 private:
     struct Callbacks;
 
-    /// The frame being rendered, if any.
-    struct Frame {
-        World* input = nullptr;
-        std::set<std::int32_t> layers{}; ///< checkout ids of pre-render
+    /// Marks an entry as in use.
+    class Claim {
+    public:
+        explicit Claim(const Module& module);
+        ~Claim();
+        Claim(const Claim&) = delete;
+        Claim& operator=(const Claim&) = delete;
+
+    private:
+        const PF_EntryPointFunc mEntry;
     };
 
     void setUp();
+    std::string setValues(std::span<const std::int32_t> values);
     Result renderInto(World& output);
-    Result preRender(PF_LRect& promised);
-    Result smartRender(PF_LRect promised);
+    Result preRender();
+    Result smartRender();
+    std::size_t rowsOfInput() const;
     Result send(PF_Cmd cmd, void* extra = nullptr);
 
     const Module& mModule;
+    const Claim mClaim{mModule};
     Services mServices;
     std::mutex mMutex;
     PF_InData mInData{};
     PF_OutData mOutData{};
     std::vector<PF_ParamDef> mParameters; ///< the input layer, then the sliders with their present values
-    Frame mFrame;
+    bool mTakesParameters = false;
+    World* mInput = nullptr;          ///< of the frame being rendered, if any
+    std::set<std::int32_t> mLayers{}; ///< checkout ids of pre-render
+    int mFrames = 0;
     World mSpare{0, 0};
 };
 

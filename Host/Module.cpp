@@ -100,7 +100,10 @@ Module::Module(const std::filesystem::path& path) : mPath(std::filesystem::absol
 }
 
 Module::Module(PF_EntryPointFunc entry, Resource resource)
-    : mPath(resource.name), mEntry(entry), mResource(std::move(resource)) {}
+    : mPath(resource.name), mEntry(entry), mResource(std::move(resource)) {
+    if (!mEntry)
+        refuse(mPath, "this effect has no entry");
+}
 
 Module::~Module() {
     if (mLibrary)

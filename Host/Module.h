@@ -50,7 +50,7 @@ public:
     explicit Module(const std::filesystem::path& path);
 
     /// An effect that is linked into the program. `resource` is in place of a property list, its name in
-    /// place of the path.
+    /// place of the path. Throws ModuleError where `entry` is null.
     Module(PF_EntryPointFunc entry, Resource resource);
     ~Module();
     Module(const Module&) = delete;

@@ -3,8 +3,8 @@
 #include <cstdint>
 
 /// The records, callbacks and suites through which a host and the effect talk. A host fills them in and
-/// owns them; the effect borrows them for the length of one command. Each record holds the fields that
-/// somebody uses and no others, so a host and a module built from the same header agree on every offset.
+/// owns them; the effect borrows them for the length of one command. A host and a module agree on the offset
+/// of every field only if both are built from this header.
 ///
 /// Pixels have their channels in the order alpha, red, green, blue. All text is zero-terminated.
 

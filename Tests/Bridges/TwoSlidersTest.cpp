@@ -27,7 +27,7 @@ bool mIsSetUp = false;
 } // namespace
 
 // It draws nothing.
-PF_Err EntryPointFunc(PF_Cmd cmd, PF_InData* in, PF_OutData* out, PF_ParamDef*[], PF_LayerDef*, void*) {
+PF_Err EntryPointFunc(PF_Cmd cmd, PF_InData* in, PF_OutData* out, PF_ParamDef*[], PF_LayerDef*, void* extra) {
     out->my_version = kDeclaration.packedVersion;
     out->out_flags2 = kDeclaration.outFlags2;
     out->num_params = 3;
@@ -43,6 +43,10 @@ PF_Err EntryPointFunc(PF_Cmd cmd, PF_InData* in, PF_OutData* out, PF_ParamDef*[]
             slider.u.sd.dephault = listed.defaultValue;
             in->inter.add_param(in->effect_ref, -1, &slider);
         }
+    if (cmd == PF_Cmd_SMART_PRE_RENDER) {
+        const auto& render = *static_cast<PF_PreRenderExtra*>(extra);
+        render.output->result_rect = render.input->output_request.rect;
+    }
     if (cmd == PF_Cmd_SMART_RENDER) {
         mValues.clear();
         for (const int index : {1, 2}) {
@@ -58,7 +62,7 @@ TEST(TwoSliders, GetAValueEachFromFrei0r) {
     const f0r_instance_t instance = f0r_construct(1, 1);
     std::uint32_t pixel = 77;
     f0r_update(instance, 0, &pixel, &pixel);
-    EXPECT_EQ(pixel, 0u) << "the effect promised no pixels";
+    EXPECT_EQ(pixel, 0u) << "the effect drew nothing";
     EXPECT_THAT(mValues, ElementsAre(3, 7));
     double reach = 0.2, angle = 0.75;
     f0r_set_param_value(instance, &reach, 0);

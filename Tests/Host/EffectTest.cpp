@@ -5,6 +5,9 @@
 
 #include <array>
 #include <climits>
+#include <cstring>
+#include <optional>
+#include <type_traits>
 
 namespace Tessaloom::BilateralBlur::Host::Test {
 
@@ -14,21 +17,22 @@ class EffectTest : public testing::Test {
 protected:
     const Module mModule{MODULE};
     FaultyHost mHost{mModule.entry(), mModule.resource()};
-    Effect mEffect{mHost.module()};
+    std::optional<Effect> mEffect{mHost.module()};
 };
 
 TEST_F(EffectTest, LeavesTheOutputOfAFailedFrameAlone) {
     World input(20, 10), output(3, 3), deep(20, 10, PF_PixelFormat_ARGB64), endless(2, 2);
     output.row(2)[2].red = 77;
     const auto expectFailure = [&](World& from, const std::string& text) {
-        EXPECT_EQ(mEffect.render(from, output, std::array{0}).text(), text);
+        EXPECT_EQ(mEffect->render(from, output, std::array{0}).text(), text);
         EXPECT_EQ(output.width, 3);
         EXPECT_EQ(output.row(2)[2].red, 77);
     };
-    for (const char* callback : {"checkout_layer", "checkout_output", "checkout_param"}) {
-        mHost.faults.failing = {{callback, 4321}};
-        expectFailure(output, "the effect failed with code 4321");
-    }
+    for (const char* callback : {"checkout_layer", "checkout_output", "checkout_param"})
+        for (const PF_Err code : {4321, -1}) {
+            mHost.faults.failing = {{callback, code}};
+            expectFailure(output, "the effect failed with code " + std::to_string(code));
+        }
     mHost.faults = {};
     expectFailure(deep, "the effect takes worlds of 8 bits a channel");
 #ifndef __SANITIZE_ADDRESS__ // which ends the process for want of memory
@@ -36,31 +40,138 @@ TEST_F(EffectTest, LeavesTheOutputOfAFailedFrameAlone) {
     expectFailure(endless, "out of memory");
 #endif
     for (World* into : {&deep, &output}) { // a world of another depth isn't taken for the next frame
-        EXPECT_EQ(mEffect.render(input, *into, std::array{0}).text(), "");
+        EXPECT_EQ(mEffect->render(input, *into, std::array{0}).text(), "");
         EXPECT_TRUE(into->sameShape(input));
     }
-    EXPECT_EQ(mEffect.render(input, output, {}).text(), "0 values were given for 1 sliders");
+    EXPECT_EQ(mEffect->render(input, output, std::array{0, 0}).text(), "2 values were given for 1 sliders");
+    for (const int value : {-1, 61})
+        EXPECT_EQ(mEffect->render(input, output, std::array{value}).text(),
+                  "Blur Scale " + std::to_string(value) + " is out of range, 0 to 60");
+    for (int i = 0; i < 200; ++i)
+        input.row(i / 20)[i % 20] = {255, static_cast<std::uint8_t>(100 + i % 2 * 9), 9, 9};
+    EXPECT_EQ(mEffect->render(input, output, {}).text(), "");
+    EXPECT_EQ(output.row(5)[10].red, 100) << "the default is 0, which filters nothing";
 }
 
 TEST_F(EffectTest, FailsWhenASuiteIsNotReleased) {
     mHost.faults.failing = {{"ReleaseSuite", 7}};
     World world(2, 2);
-    const Result result = mEffect.render(world, world, std::array{0});
+    const Result result = mEffect->render(world, world, std::array{0});
     EXPECT_FALSE(result.ok());
     EXPECT_THAT(result.text(),
                 testing::ContainsRegex("Item Suite\".* wasn't released; .*Layer Suite\".* wasn't released"));
 }
 
-TEST(Effect, IsSetDownWhereItIsRefused) {
-    static PF_Cmd kLast = 0;
-    const auto miscount = [](PF_Cmd cmd, PF_InData*, PF_OutData* out, PF_ParamDef**, PF_LayerDef*, void*) {
-        kLast = cmd;
-        out->num_params = 2;
-        return PF_Err{0};
+TEST_F(EffectTest, IsOneOfItsModuleAtATime) {
+    const auto complaint = [this] {
+        try {
+            const Effect other(mHost.module());
+            return std::string();
+        } catch (const ModuleError& error) {
+            return std::string(error.what());
+        }
     };
-    const Module module(miscount, {});
-    EXPECT_THROW(Effect{module}, ModuleError);
-    EXPECT_EQ(kLast, PF_Cmd_GLOBAL_SETDOWN);
+    EXPECT_THAT(complaint(), testing::HasSubstr("the process has this effect already"));
+    World world(2, 2);
+    EXPECT_TRUE(mEffect->render(world, world, {}).ok()) << "it goes on";
+    mEffect.reset();
+    mHost.faults.failing = {{"add_param", -1}};
+    EXPECT_THAT(complaint(), testing::HasSubstr("parameters setup failed: the effect failed with code -1"));
+    mHost.faults = {};
+    mEffect.emplace(mHost.module());
+    static_assert(!std::is_constructible_v<Effect, Module>);
+    EXPECT_THROW(Module(nullptr, {}), ModuleError);
+}
+
+/// What an effect without sliders does to its host.
+class Misdeeds : public testing::Test {
+protected:
+    struct Rendering {
+        PF_InData* in;
+        PF_LayerDef *input, *output;
+    };
+
+    static PF_Err entry(PF_Cmd cmd, PF_InData* in, PF_OutData* out, PF_ParamDef**, PF_LayerDef*,
+                        void* extra) {
+        mLast = cmd;
+        out->num_params = mParameters;
+        if (cmd == PF_Cmd_SMART_PRE_RENDER) {
+            const auto& render = *static_cast<PF_PreRenderExtra*>(extra);
+            PF_CheckoutResult result;
+            render.cb->checkout_layer(in->effect_ref, 0, 7, &render.input->output_request, 0, 1, 1, &result);
+            render.output->result_rect = result.result_rect;
+            render.output->result_rect.bottom -= mMissing;
+        }
+        if (cmd != PF_Cmd_SMART_RENDER)
+            return PF_Err_NONE;
+        const auto& render = *static_cast<PF_SmartRenderExtra*>(extra);
+        PF_LayerDef *input = nullptr, *output = nullptr;
+        render.cb->checkout_layer_pixels(in->effect_ref, 7, &input);
+        render.cb->checkout_output(in->effect_ref, &output);
+        return mRender({in, input, output}, *out);
+    }
+
+    static PF_Pixel8* pixels(const Rendering& frame, PF_LayerDef* world) {
+        PF_Pixel8* base = nullptr;
+        frame.in->utils->get_pixel_data8(world, nullptr, &base);
+        return base;
+    }
+
+    /// What the host says of a frame.
+    std::string complaint(PF_Err (*render)(const Rendering&, PF_OutData&)) {
+        mRender = render;
+        World output(0, 0);
+        std::string text = mEffect->render(mInput, output, {}).text();
+        EXPECT_EQ(output.width, text.empty() ? 9 : 0);
+        return text;
+    }
+
+    static inline PF_Cmd mLast = 0;
+    static inline int mParameters = 1, mMissing = 0;
+    static inline PF_Err (*mRender)(const Rendering&, PF_OutData&) = nullptr;
+    const Module mModule{entry, {}};
+    std::optional<Effect> mEffect{mModule};
+    World mInput{9, 300};
+};
+
+TEST_F(Misdeeds, AreReportedInOneLine) {
+    EXPECT_EQ(complaint([](auto&, auto&) { return PF_Err{0}; }), "");
+    EXPECT_EQ(complaint([](auto& frame, auto&) { return frame.input->width++, PF_Err{0}; }),
+              "the record of a world was overwritten");
+    EXPECT_EQ(complaint([](auto& frame, auto&) { return frame.output->rowbytes++, PF_Err{0}; }),
+              "the record of a world was overwritten");
+    EXPECT_EQ(complaint([](auto& frame, auto&) { return pixels(frame, frame.output)[9].red++, PF_Err{0}; }),
+              "the padding of the output's rows was overwritten");
+    EXPECT_EQ(complaint([](auto& frame, auto&) {
+                  PF_ParamDef slider{};
+                  slider.param_type = PF_Param_SLIDER;
+                  return frame.in->inter.add_param(frame.in->effect_ref, -1, &slider);
+              }),
+              "the effect failed with code 516; a parameter was added outside of parameters setup");
+    EXPECT_EQ(complaint([](auto&, auto& out) {
+                  std::strcpy(out.return_msg, "too\r\nlarge");
+                  return out.out_flags = PF_OutFlag_DISPLAY_ERROR_MESSAGE, PF_Err{5};
+              }),
+              "too large");
+    EXPECT_EQ(complaint([](auto&, auto&) -> PF_Err { throw 5; }), "an exception left the entry");
+    int noticed = 0;
+    for (int i = 0; i < 4; ++i) // a row in four is checked
+        noticed += complaint([](auto& frame, auto&) {
+                       return pixels(frame, frame.input)[0].red++, PF_Err{0};
+                   }) == "the input was overwritten";
+    EXPECT_EQ(noticed, 1);
+    mMissing = 1;
+    EXPECT_EQ(complaint(nullptr), "the effect promises 0,0 to 9,299 instead of 0,0 to 9,300");
+    mMissing = 0;
+}
+
+TEST_F(Misdeeds, InTheSetupEndWithASetdown) {
+    mEffect.reset();
+    mParameters = 2;
+    EXPECT_THROW(Effect{mModule}, ModuleError);
+    EXPECT_EQ(mLast, PF_Cmd_GLOBAL_SETDOWN);
+    mParameters = 1;
+    mEffect.emplace(mModule);
 }
 
 } // namespace
