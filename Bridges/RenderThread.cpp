@@ -4,26 +4,27 @@
 #include "Host/Module.h"
 #include "Host/Pixels.h"
 #include "Host/World.h"
+#include "Platform/MakerProcess.h"
 #include "Platform/SignalsBlocked.h"
-#include "Plugins/BilateralBlur/Sources/BilateralBlur.h"
-#include "Plugins/BilateralBlur/Sources/BilateralBlurDeclaration.h"
 
 #include <cstring>
+#include <exception>
+#include <new>
 #include <optional>
-#include <stdexcept>
 #include <utility>
 
 namespace Tessaloom::BilateralBlur::Bridges {
 
 namespace {
 
-Host::Resource declaredResource() {
+Host::Resource linkedResource() {
+    const EffectDeclaration& declaration = linkedEffect().declaration;
     Host::Resource resource;
-    resource.name = kDeclaration.name;
-    resource.version = kDeclaration.packedVersion;
-    resource.outFlags = kDeclaration.outFlags;
-    resource.outFlags2 = kDeclaration.outFlags2;
-    for (const Slider& slider : kSliders)
+    resource.name = declaration.name;
+    resource.version = declaration.packedVersion;
+    resource.outFlags = declaration.outFlags;
+    resource.outFlags2 = declaration.outFlags2;
+    for (const SliderDeclaration& slider : declaration.sliders)
         resource.sliders.push_back({.name = slider.name,
                                     .key = slider.key,
                                     .description = slider.description,
@@ -36,49 +37,86 @@ Host::Resource declaredResource() {
     return resource;
 }
 
-std::size_t rowBytes(const Frame& frame) {
-    return std::size_t{4} * frame.width;
+std::size_t rowBytes(const Image& image) {
+    return std::size_t{4} * image.width;
 }
 
 template<class Byte>
-Byte* rowOf(Byte* pixels, const Frame& frame, int y) {
-    return pixels + rowBytes(frame) * static_cast<std::size_t>(y);
+Byte* rowOf(Byte* pixels, const Image& image, int y) {
+    return pixels + rowBytes(image) * static_cast<std::size_t>(y);
 }
 
-/// The effect and its worlds, which are kept from frame to frame. All of it belongs to one thread.
+void copy(const Image& image) {
+    std::memmove(image.output, image.input, rowBytes(image) * image.height);
+}
+
+/// The effect, from setup to setdown, and its worlds, which are kept from image to image. All of it belongs
+/// to one thread.
 class Studio {
 public:
-    /// Sets the effect up with the first frame. Throws std::exception with what went wrong.
-    void render(const Frame& frame) {
-        if (!mEffect)
-            mEffect.emplace(mModule);
-        read(frame);
-        const Host::Result result = mEffect->render(mInput, mOutput, frame.values);
+    /// Returns what went wrong, in one line; empty if nothing did.
+    std::string render(const Image& image) {
+        read(image);
+        const Host::Result result =
+            mEffect.render(mInput, mOutput, {image.values.data(), linkedEffect().declaration.sliders.size()});
         if (!result.ok())
-            throw std::runtime_error(result.text());
+            return result.text();
         for (int y = 0; y < mOutput.height; ++y)
-            Host::packRow(mOutput.row(y), mOutput.width, 4, rowOf(frame.output, frame, y));
+            Host::packRow(mOutput.row(y), mOutput.width, 4, rowOf(image.output, image, y));
+        return "";
     }
 
 private:
-    void read(const Frame& frame) {
+    void read(const Image& image) {
         // A size that an int doesn't hold turns negative and is refused.
-        const int width = static_cast<int>(frame.width), height = static_cast<int>(frame.height);
+        const int width = static_cast<int>(image.width), height = static_cast<int>(image.height);
         if (mInput.width != width || mInput.height != height) {
             mInput = Host::World(width, height);
             mOutput = Host::World(width, height);
         }
         for (int y = 0; y < height; ++y)
-            Host::unpackRow(rowOf(frame.input, frame, y), 4, width, mInput.row(y));
+            Host::unpackRow(rowOf(image.input, image, y), 4, width, mInput.row(y));
     }
 
-    const Host::Module mModule{EntryPointFunc, declaredResource()};
-    std::optional<Host::Effect> mEffect;
+    const Host::Module mModule{linkedEffect().entry, linkedResource()};
+    Host::Effect mEffect{mModule};
     Host::World mInput{0, 0};
     Host::World mOutput{0, 0};
 };
 
+/// The process of the first call.
+const MakerProcess& filteringProcess() {
+    static const MakerProcess kProcess;
+    return kProcess;
+}
+
+/// What `work` returns: why it failed, in one line, empty if it didn't. Exceptions count as failures; short
+/// texts need no memory.
+template<class Work>
+std::string failureOf(Work work) {
+    try {
+        try {
+            return work();
+        } catch (const std::bad_alloc&) {
+            return "out of memory";
+        } catch (const std::exception& exception) {
+            return exception.what();
+        }
+    } catch (const std::bad_alloc&) {
+        return "out of memory";
+    }
+}
+
 } // namespace
+
+// At its exit a process first ends what belongs to the exiting thread, then what is left, the last made first;
+// what the driver has made is among that. So a setup is waited for by a thread's end, and an image by an object
+// that is made after the setup. A thread that exits without ever having called the bridge doesn't wait for a
+// setup; threads that load a bridge call it.
+
+struct RenderThread::AtThreadEnd {
+    ~AtThreadEnd() { shared().waitForSetup(); }
+};
 
 struct RenderThread::AtExit {
     ~AtExit() { shared().close(); }
@@ -86,7 +124,13 @@ struct RenderThread::AtExit {
 
 RenderThread& RenderThread::shared() {
     static RenderThread& kShared = *new RenderThread;
+    static const AtExit kAtExit;
+    static thread_local const AtThreadEnd kAtThreadEnd;
     return kShared;
+}
+
+bool RenderThread::isFork() const {
+    return mHasFiltered && !filteringProcess().isThisOne();
 }
 
 void RenderThread::enter() {
@@ -94,7 +138,7 @@ void RenderThread::enter() {
 }
 
 void RenderThread::leave() {
-    if (--mInstances > 0)
+    if (--mInstances > 0 || isFork())
         return;
     {
         // When the process exits, the GL driver may be gone already.
@@ -108,32 +152,36 @@ void RenderThread::leave() {
         stop();
 }
 
-void RenderThread::filter(const Frame& frame, void (*report)(const char* reason)) noexcept {
-    if (frame.width == 0 || frame.height == 0)
+void RenderThread::filter(const Image& image, void (*report)(const char* reason)) noexcept {
+    if (image.width == 0 || image.height == 0)
         return;
-    const std::lock_guard turn(mTurn);
-    try {
-        render(frame);
-    } catch (const std::exception& failure) {
-        std::memmove(frame.output, frame.input, rowBytes(frame) * frame.height);
-        if (!std::exchange(mHasReported, true))
-            report(failure.what());
-    }
+    filteringProcess();
+    mHasFiltered = true;
+    const std::string failure = failureOf([&]() -> std::string {
+        if (isFork())
+            return "this process is a fork of the one that filters";
+        return render(image);
+    });
+    if (failure.empty())
+        return;
+    copy(image);
+    if (!mHasReported.exchange(true))
+        report(failure.c_str());
 }
 
-void RenderThread::render(const Frame& frame) {
-    if (!mThread.joinable())
-        start();
+std::string RenderThread::render(const Image& image) {
+    const std::lock_guard turn(mTurn);
     std::unique_lock lock(mMutex);
     if (mClosed) {
         mHasReported = true; // not worth a message
-        throw std::runtime_error("the process exits");
+        return "the process exits";
     }
-    mFrame = &frame;
+    if (!mThread.joinable())
+        start();
+    mImage = &image;
     mChanged.notify_all();
-    mChanged.wait(lock, [this] { return !mFrame; });
-    if (const std::exception_ptr failure = std::exchange(mFailure, nullptr))
-        std::rethrow_exception(failure);
+    mChanged.wait(lock, [this] { return !mImage; });
+    return std::exchange(mFailure, {});
 }
 
 void RenderThread::start() {
@@ -152,34 +200,47 @@ void RenderThread::stop() {
 }
 
 void RenderThread::serve() {
-    Studio studio;
+    std::optional<Studio> studio;
     std::unique_lock lock(mMutex);
     while (true) {
-        mChanged.wait(lock, [this] { return mFrame || mStopping; });
-        if (!mFrame)
-            return;
+        mChanged.wait(lock, [this] { return mImage || mStopping; });
+        if (!mImage)
+            break;
         lock.unlock();
-        std::exception_ptr failure;
-        try {
-            studio.render(*mFrame);
-        } catch (...) {
-            failure = std::current_exception();
-        }
-        // Constructed only after the driver was loaded, and so destroyed before the driver's own statics are.
-        static const AtExit kAtExit;
+        std::string failure = failureOf([&] {
+            if (!studio) {
+                studio.emplace();
+                static const AtExit kAfterTheDrivers;
+            }
+            lock.lock();
+            mIsSetUp = true;
+            mChanged.notify_all();
+            lock.unlock();
+            return studio->render(*mImage);
+        });
         lock.lock();
         mFailure = std::move(failure);
-        mFrame = nullptr;
+        mImage = nullptr;
         mChanged.notify_all();
     }
+    mIsSetUp = false;
 }
 
-// A host may exit from a signal handler on a thread that waits for a frame. So this doesn't wait for its
-// turn, but only for the frame that is being rendered.
+void RenderThread::waitForSetup() {
+    if (isFork())
+        return;
+    std::unique_lock lock(mMutex);
+    mChanged.wait(lock, [this] { return mIsSetUp || !mImage; });
+}
+
+// A host may exit from a signal handler on a thread that waits for an image. So this doesn't wait for its
+// turn, but only for the image that is being rendered.
 void RenderThread::close() {
+    if (isFork())
+        return;
     std::unique_lock lock(mMutex);
     mClosed = true;
-    mChanged.wait(lock, [this] { return !mFrame; });
+    mChanged.wait(lock, [this] { return !mImage; });
 }
 
 } // namespace Tessaloom::BilateralBlur::Bridges

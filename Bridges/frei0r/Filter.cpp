@@ -1,6 +1,4 @@
 #include "Bridges/RenderThread.h"
-#include "Bridges/Sliders.h"
-#include "Plugins/BilateralBlur/Sources/BilateralBlurDeclaration.h"
 
 // The filter's functions are all that the shared object exports. Their header is one for C.
 #pragma GCC visibility push(default)
@@ -14,8 +12,8 @@ extern "C" {
 #include <atomic>
 #include <cmath>
 #include <cstdio>
-#include <string>
-#include <vector>
+#include <new>
+#include <span>
 
 // The filter as frei0r hosts see it. They are not all careful: an instance can be null (some go on without
 // one), several threads can be in one instance at once, and some never call f0r_deinit.
@@ -24,50 +22,61 @@ namespace Tessaloom::BilateralBlur::Frei0r {
 
 namespace {
 
-using Bridges::kSliders;
-using Bridges::Slider;
+using Bridges::linkedEffect;
 
-constexpr int kCount = static_cast<int>(kSliders.size());
+std::span<const SliderDeclaration> sliders() {
+    return linkedEffect().declaration.sliders;
+}
 
 /// frei0r parameters go from 0, the slider's minimum, to 1, its maximum.
-std::int32_t valueAt(const Slider& slider, double position) {
+std::int32_t valueAt(const SliderDeclaration& slider, double position) {
     return slider.minimum +
            static_cast<std::int32_t>(std::lround(position * (slider.maximum - slider.minimum)));
 }
 
-double positionOf(const Slider& slider, std::int32_t value) {
+double positionOf(const SliderDeclaration& slider, std::int32_t value) {
     return static_cast<double>(value - slider.minimum) / (slider.maximum - slider.minimum);
 }
 
+using Text = std::array<char, 80>;
+
+/// "0 to 1 means 0 to 60", in what users see.
+Text rangeText(const SliderDeclaration& slider, const char* verb) {
+    Text text;
+    std::snprintf(text.data(), text.size(), "0 to 1%s %g to %g", verb,
+                  static_cast<double>(slider.minimum) / slider.steps,
+                  static_cast<double>(slider.maximum) / slider.steps);
+    return text;
+}
+
 /// Explanations of the parameters, in their order.
-const std::vector<std::string>& explanations() {
-    static const std::vector<std::string> kExplanations = [] {
-        std::vector<std::string> texts;
-        texts.reserve(kSliders.size());
-        for (const Slider& slider : kSliders)
-            texts.push_back("0 to 1 means " + std::to_string(slider.minimum) + " to " +
-                            std::to_string(slider.maximum));
+const std::array<Text, Bridges::kMostSliders>& explanations() {
+    static const auto kExplanations = [] {
+        std::array<Text, Bridges::kMostSliders> texts;
+        std::ranges::transform(sliders(), texts.begin(),
+                               [](const SliderDeclaration& slider) { return rangeText(slider, " means"); });
         return texts;
     }();
     return kExplanations;
 }
 
-void reportOutOfRange(const Slider& slider, double given, double used) {
+void reportOutOfRange(const SliderDeclaration& slider, double given, double used) {
     static std::atomic_flag kHasReported;
     if (!kHasReported.test_and_set())
-        std::fprintf(stderr, "%s: %s %g is out of range, 0 to 1 (which means %d to %d); using %g\n",
-                     kDeclaration.name, slider.name, given, slider.minimum, slider.maximum, used);
+        std::fprintf(stderr, "%s: %s %g is out of range, %s); using %g\n", linkedEffect().declaration.name,
+                     slider.name, given, rangeText(slider, " (which means").data(), used);
 }
 
 void reportFailure(const char* reason) {
-    std::fprintf(stderr, "%s: passing frames through unfiltered: %s\n", kDeclaration.name, reason);
+    std::fprintf(stderr, "%s: passing frames through unfiltered: %s\n", linkedEffect().declaration.name,
+                 reason);
 }
 
 class Instance {
 public:
     Instance(unsigned width, unsigned height) : mWidth(width), mHeight(height) {
-        for (int i = 0; i < kCount; ++i)
-            mPositions[i] = positionOf(kSliders[i], kSliders[i].defaultValue);
+        for (std::size_t i = 0; i < sliders().size(); ++i)
+            mPositions[i] = positionOf(sliders()[i], sliders()[i].defaultValue);
         Bridges::RenderThread::shared().enter();
     }
     ~Instance() { Bridges::RenderThread::shared().leave(); }
@@ -78,26 +87,26 @@ public:
     void setPosition(int index, double given) {
         const double used = std::isnan(given) ? position(index) : std::clamp(given, 0.0, 1.0);
         if (used != given)
-            reportOutOfRange(kSliders[index], given, used);
+            reportOutOfRange(sliders()[index], given, used);
         mPositions[index] = used;
     }
     double position(int index) const { return mPositions[index]; }
 
     void update(const std::uint32_t* input, std::uint32_t* output) const {
-        Bridges::Frame frame{mWidth, mHeight, reinterpret_cast<const std::uint8_t*>(input),
+        Bridges::Image image{mWidth, mHeight, reinterpret_cast<const std::uint8_t*>(input),
                              reinterpret_cast<std::uint8_t*>(output)};
-        for (int i = 0; i < kCount; ++i)
-            frame.values[i] = valueAt(kSliders[i], mPositions[i]);
-        Bridges::RenderThread::shared().filter(frame, reportFailure);
+        for (std::size_t i = 0; i < sliders().size(); ++i)
+            image.values[i] = valueAt(sliders()[i], mPositions[i]);
+        Bridges::RenderThread::shared().filter(image, reportFailure);
     }
 
 private:
     const unsigned mWidth, mHeight;
-    std::array<std::atomic<double>, kCount> mPositions;
+    std::array<std::atomic<double>, Bridges::kMostSliders> mPositions;
 };
 
 bool isParameter(int index) {
-    return 0 <= index && index < kCount;
+    return 0 <= index && index < std::ssize(sliders());
 }
 
 } // namespace
@@ -105,36 +114,42 @@ bool isParameter(int index) {
 } // namespace Tessaloom::BilateralBlur::Frei0r
 
 using namespace Tessaloom::BilateralBlur::Frei0r;
-using Tessaloom::BilateralBlur::kDeclaration;
+using namespace Tessaloom::BilateralBlur;
 
-int f0r_init() {
+int f0r_init() try {
+    Bridges::RenderThread::shared();
     return 1;
+} catch (const std::bad_alloc&) {
+    return 0;
 }
 
 void f0r_deinit() {}
 
 void f0r_get_plugin_info(f0r_plugin_info_t* info) {
-    info->name = kDeclaration.name;
+    const EffectDeclaration& effect = linkedEffect().declaration;
+    info->name = effect.name;
     info->author = "the Bilateral Blur authors";
     info->plugin_type = F0R_PLUGIN_TYPE_FILTER;
     info->color_model = F0R_COLOR_MODEL_RGBA8888;
     info->frei0r_version = FREI0R_MAJOR_VERSION;
-    info->major_version = kDeclaration.version;
-    info->minor_version = kDeclaration.subversion;
-    info->num_params = kCount;
-    info->explanation = "Smooths surfaces and keeps edges";
+    info->major_version = effect.version;
+    info->minor_version = effect.subversion;
+    info->num_params = static_cast<int>(sliders().size());
+    info->explanation = effect.description;
 }
 
 void f0r_get_param_info(f0r_param_info_t* info, int param_index) {
     if (!isParameter(param_index))
         return;
-    info->name = kSliders[param_index].name;
+    info->name = sliders()[param_index].name;
     info->type = F0R_PARAM_DOUBLE;
-    info->explanation = explanations()[param_index].c_str();
+    info->explanation = explanations()[param_index].data();
 }
 
-f0r_instance_t f0r_construct(unsigned int width, unsigned int height) {
+f0r_instance_t f0r_construct(unsigned int width, unsigned int height) try {
     return new Instance(width, height);
+} catch (const std::bad_alloc&) {
+    return nullptr;
 }
 
 void f0r_destruct(f0r_instance_t instance) {

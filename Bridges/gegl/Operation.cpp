@@ -1,25 +1,27 @@
 #include "Bridges/RenderThread.h"
-#include "Bridges/Sliders.h"
-#include "Plugins/BilateralBlur/Sources/BilateralBlurDeclaration.h"
-#include "Plugins/BilateralBlur/Sources/FilterConstants.h"
 
 #include <gegl-plugin.h>
 
 #include <algorithm>
+#include <cmath>
 #include <new>
+#include <span>
 #include <string>
 #include <vector>
 
-// The effect as an operation of GEGL. A pixel's result needs the pixels up to kLargestReach away, so any part of an
-// image gets the bytes that it has in the whole, as long as it is filtered with that margin. At the edges of
-// the image there is none: the effect repeats the last pixels there.
+// The effect as an operation of GEGL. A pixel's result needs the pixels up to the declaration's margin away, so any
+// part of an image gets the bytes that it has in the whole, as long as it is filtered with that margin. At the
+// edges of the image there is none: the effect repeats the last pixels there.
 
 namespace Tessaloom::BilateralBlur::Gegl {
 
 namespace {
 
-using Bridges::kSliders;
-using Bridges::Slider;
+using Bridges::linkedEffect;
+
+std::span<const SliderDeclaration> sliders() {
+    return linkedEffect().declaration.sliders;
+}
 
 constexpr int kBytesPerPixel = 4;
 
@@ -37,8 +39,8 @@ Operation& self(gpointer instance) {
 }
 
 void reportFailure(const char* reason) {
-    g_log("GEGL", G_LOG_LEVEL_WARNING, "%s: passing pixels through unfiltered: %s", kDeclaration.name,
-          reason);
+    g_log("GEGL", G_LOG_LEVEL_WARNING, "%s: passing pixels through unfiltered: %s",
+          linkedEffect().declaration.name, reason);
 }
 
 GeglRectangle scaled(const GeglRectangle& rectangle, int level) {
@@ -55,16 +57,16 @@ GeglRectangle grown(const GeglRectangle& rectangle, int margin) {
 /// A part of the work: filters `block` with its margin and writes it.
 void filterBlock(const Operation& operation, GeglBuffer* input, GeglBuffer* output, const Babl* format,
                  const GeglRectangle& image, const GeglRectangle& block, int level) {
-    GeglRectangle source = grown(block, kLargestReach >> level);
+    GeglRectangle source = grown(block, linkedEffect().declaration.margin >> level);
     gegl_rectangle_intersect(&source, &source, &image);
     const int rowBytes = kBytesPerPixel * source.width;
     std::vector<std::uint8_t> pixels(static_cast<std::size_t>(rowBytes) * source.height);
     gegl_buffer_get(input, &source, 1.0 / (1 << level), format, pixels.data(), rowBytes, GEGL_ABYSS_CLAMP);
-    Bridges::Frame frame{static_cast<unsigned>(source.width), static_cast<unsigned>(source.height),
-                         pixels.data(), pixels.data()};
-    for (std::size_t i = 0; i < kSliders.size(); ++i)
-        frame.values[i] = kSliders[i].isDistance ? operation.values[i] >> level : operation.values[i];
-    Bridges::RenderThread::shared().filter(frame, reportFailure);
+    Bridges::Image part{static_cast<unsigned>(source.width), static_cast<unsigned>(source.height),
+                        pixels.data(), pixels.data()};
+    for (std::size_t i = 0; i < sliders().size(); ++i)
+        part.values[i] = sliders()[i].isDistance ? operation.values[i] >> level : operation.values[i];
+    Bridges::RenderThread::shared().filter(part, reportFailure);
     const std::ptrdiff_t first =
         static_cast<std::ptrdiff_t>(rowBytes) * (block.y - source.y) + kBytesPerPixel * (block.x - source.x);
     gegl_buffer_set(output, &block, level, format, pixels.data() + first, rowBytes);
@@ -97,7 +99,7 @@ gboolean process(GeglOperation* operation, GeglBuffer* input, GeglBuffer* output
 
 void prepare(GeglOperation* operation) {
     GeglOperationAreaFilter& area = self(operation).parent;
-    area.left = area.right = area.top = area.bottom = kLargestReach;
+    area.left = area.right = area.top = area.bottom = linkedEffect().declaration.margin;
     const Babl* const format =
         babl_format_with_space("R'G'B'A u8", gegl_operation_get_source_space(operation, "input"));
     gegl_operation_set_format(operation, "input", format);
@@ -109,11 +111,18 @@ GeglAbyssPolicy abyssPolicy(GeglOperation*, const gchar*) {
 }
 
 void setProperty(GObject* object, guint id, const GValue* value, GParamSpec*) {
-    self(object).values[id - 1] = g_value_get_int(value);
+    const std::int32_t steps = sliders()[id - 1].steps;
+    self(object).values[id - 1] =
+        steps == 1 ? g_value_get_int(value)
+                   : static_cast<std::int32_t>(std::lround(g_value_get_double(value) * steps));
 }
 
 void getProperty(GObject* object, guint id, GValue* value, GParamSpec*) {
-    g_value_set_int(value, self(object).values[id - 1]);
+    const std::int32_t steps = sliders()[id - 1].steps, number = self(object).values[id - 1];
+    if (steps == 1)
+        g_value_set_int(value, number);
+    else
+        g_value_set_double(value, static_cast<double>(number) / steps);
 }
 
 gpointer parentClass = nullptr;
@@ -127,19 +136,20 @@ void initInstance(GTypeInstance*, gpointer) {
     Bridges::RenderThread::shared().enter();
 }
 
-/// "Blur Scale" is the property "blur-scale".
-GParamSpec* propertyOf(const Slider& slider) {
-    const std::string name = [&] {
-        std::string text = slider.name;
-        for (char& c : text)
-            c = c == ' ' ? '-' : g_ascii_tolower(c);
-        return text;
-    }();
+/// A slider of whole numbers is an integer, one of fractions a floating-point number.
+GParamSpec* propertyOf(const SliderDeclaration& slider) {
     constexpr double kLinear = 1;
-    return gegl_param_spec_int(
-        name.c_str(), slider.name, slider.description, slider.minimum, slider.maximum, slider.defaultValue,
-        slider.minimum, slider.maximum, kLinear,
-        static_cast<GParamFlags>(G_PARAM_READWRITE | G_PARAM_CONSTRUCT | GEGL_PARAM_PAD_INPUT));
+    constexpr auto kFlags =
+        static_cast<GParamFlags>(G_PARAM_READWRITE | G_PARAM_CONSTRUCT | GEGL_PARAM_PAD_INPUT);
+    const auto property = [&](auto make, auto minimum, auto maximum, auto defaultValue) {
+        return make(slider.key, slider.name, slider.description, minimum, maximum, defaultValue, minimum,
+                    maximum, kLinear, kFlags);
+    };
+    if (slider.steps == 1)
+        return property(gegl_param_spec_int, slider.minimum, slider.maximum, slider.defaultValue);
+    const double steps = slider.steps;
+    return property(gegl_param_spec_double, slider.minimum / steps, slider.maximum / steps,
+                    slider.defaultValue / steps);
 }
 
 void initClass(gpointer klass, gpointer) {
@@ -148,8 +158,8 @@ void initClass(gpointer klass, gpointer) {
     object->set_property = setProperty;
     object->get_property = getProperty;
     object->finalize = finalize;
-    for (std::size_t i = 0; i < kSliders.size(); ++i)
-        g_object_class_install_property(object, static_cast<guint>(i + 1), propertyOf(kSliders[i]));
+    for (std::size_t i = 0; i < sliders().size(); ++i)
+        g_object_class_install_property(object, static_cast<guint>(i + 1), propertyOf(sliders()[i]));
 
     GeglOperationClass* const operation = GEGL_OPERATION_CLASS(klass);
     operation->prepare = prepare;
@@ -158,15 +168,24 @@ void initClass(gpointer klass, gpointer) {
     operation->threaded = FALSE;
     GEGL_OPERATION_FILTER_CLASS(klass)->process = process;
     GEGL_OPERATION_AREA_FILTER_CLASS(klass)->get_abyss_policy = abyssPolicy;
-    gegl_operation_class_set_keys(operation, "name", "bilateral-blur:bilateral-blur", "title",
-                                  kDeclaration.name, "categories", "blur", "description",
-                                  "Smooths surfaces and keeps edges", nullptr);
+    const EffectDeclaration& effect = linkedEffect().declaration;
+    gegl_operation_class_set_keys(operation, "name", (std::string("bilateral-blur:") + effect.key).c_str(),
+                                  "title", effect.name, "categories", "blur", "description",
+                                  effect.description, nullptr);
+}
+
+/// "Bilateral Blur" is the type "BilateralBlurOperation".
+std::string typeName() {
+    std::string name = linkedEffect().declaration.name;
+    std::erase(name, ' ');
+    return name + "Operation";
 }
 
 } // namespace
 
 } // namespace Tessaloom::BilateralBlur::Gegl
 
+using namespace Tessaloom::BilateralBlur;
 using namespace Tessaloom::BilateralBlur::Gegl;
 
 extern "C" {
@@ -176,14 +195,17 @@ G_MODULE_EXPORT const GeglModuleInfo* gegl_module_query(GTypeModule*) {
     return &kInfo;
 }
 
-G_MODULE_EXPORT gboolean gegl_module_register(GTypeModule* module) {
+G_MODULE_EXPORT gboolean gegl_module_register(GTypeModule* module) try {
+    Bridges::RenderThread::shared();
     GTypeInfo info{};
     info.class_size = sizeof(GeglOperationAreaFilterClass);
     info.class_init = initClass;
     info.instance_size = sizeof(Operation);
     info.instance_init = initInstance;
-    gegl_module_register_type(module, GEGL_TYPE_OPERATION_AREA_FILTER, "BilateralBlurOperation", &info,
+    gegl_module_register_type(module, GEGL_TYPE_OPERATION_AREA_FILTER, typeName().c_str(), &info,
                               static_cast<GTypeFlags>(0));
     return TRUE;
+} catch (const std::bad_alloc&) {
+    return FALSE;
 }
 }

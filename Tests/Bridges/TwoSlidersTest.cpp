@@ -1,6 +1,4 @@
-#include "Bridges/Sliders.h"
-#include "Plugins/BilateralBlur/Sources/BilateralBlur.h"
-#include "Plugins/BilateralBlur/Sources/BilateralBlurDeclaration.h"
+#include "Bridges/LinkedEffect.h"
 
 #include <gegl-plugin.h>
 #include <gmock/gmock.h>
@@ -13,48 +11,49 @@ extern "C" {
 gboolean gegl_module_register(GTypeModule* module);
 }
 
-// The bridges' own sources with an effect of two sliders: each of the two has to get its own value.
+// The bridges around an effect of two sliders, a distance and a fraction: each of the two has to get its own
+// value.
 
-using namespace Tessaloom::BilateralBlur;
+namespace Tessaloom::BilateralBlur::Bridges {
 
 namespace {
 
 using testing::ElementsAre;
 
+constexpr SliderDeclaration kSliders[] = {{"Reach", "reach", "", 0, 60, 3, 1, true, false},
+                                          {"Odd Part", "odd-part", "", -50, 150, 7, 100, false, false}};
+constexpr EffectDeclaration kDeclaration{"Odd Effect", "odd", "", 1, 0, 0, 0, 0, 60, kSliders};
+
 std::vector<std::int32_t> mValues; // that the effect got for its last frame
 bool mIsSetUp = false;
 
-} // namespace
-
-// It draws nothing.
-PF_Err EntryPointFunc(PF_Cmd cmd, PF_InData* in, PF_OutData* out, PF_ParamDef*[], PF_LayerDef*, void* extra) {
-    out->my_version = kDeclaration.packedVersion;
-    out->out_flags2 = kDeclaration.outFlags2;
-    out->num_params = 3;
+/// It draws nothing.
+PF_Err entry(PF_Cmd cmd, PF_InData* in, PF_OutData* out, PF_ParamDef*[], PF_LayerDef*, void* extra) {
     if (cmd == PF_Cmd_GLOBAL_SETUP || cmd == PF_Cmd_GLOBAL_SETDOWN)
         mIsSetUp = cmd == PF_Cmd_GLOBAL_SETUP;
-    PF_ParamDef slider{};
-    if (cmd == PF_Cmd_PARAMS_SETUP)
-        for (const Bridges::Slider& listed : Bridges::kSliders) {
-            std::strcpy(slider.name, listed.name);
-            slider.param_type = PF_Param_SLIDER;
-            slider.u.sd.valid_min = listed.minimum;
-            slider.u.sd.valid_max = listed.maximum;
-            slider.u.sd.dephault = listed.defaultValue;
-            in->inter.add_param(in->effect_ref, -1, &slider);
-        }
     if (cmd == PF_Cmd_SMART_PRE_RENDER) {
         const auto& render = *static_cast<PF_PreRenderExtra*>(extra);
         render.output->result_rect = render.input->output_request.rect;
     }
-    if (cmd == PF_Cmd_SMART_RENDER) {
+    if (cmd == PF_Cmd_SMART_RENDER)
         mValues.clear();
-        for (const int index : {1, 2}) {
-            in->inter.checkout_param(in->effect_ref, index, 0, 1, 1, &slider);
-            mValues.push_back(slider.u.sd.value);
-            in->inter.checkin_param(in->effect_ref, &slider);
+    PF_ParamDef param{};
+    for (const SliderDeclaration& slider : kSliders) {
+        ++out->num_params;
+        if (cmd == PF_Cmd_PARAMS_SETUP) {
+            std::strcpy(param.name, slider.name);
+            param.param_type = PF_Param_SLIDER;
+            param.u.sd.valid_min = slider.minimum;
+            param.u.sd.valid_max = slider.maximum;
+            param.u.sd.dephault = slider.defaultValue;
+            in->inter.add_param(in->effect_ref, -1, &param);
+        } else if (cmd == PF_Cmd_SMART_RENDER) {
+            in->inter.checkout_param(in->effect_ref, out->num_params, 0, 1, 1, &param);
+            mValues.push_back(param.u.sd.value);
+            in->inter.checkin_param(in->effect_ref, &param);
         }
     }
+    ++out->num_params;
     return PF_Err_NONE;
 }
 
@@ -64,37 +63,33 @@ TEST(TwoSliders, GetAValueEachFromFrei0r) {
     f0r_update(instance, 0, &pixel, &pixel);
     EXPECT_EQ(pixel, 0u) << "the effect drew nothing";
     EXPECT_THAT(mValues, ElementsAre(3, 7));
-    double reach = 0.2, angle = 0.75;
+    double reach = 0.2, part = 0.75;
     f0r_set_param_value(instance, &reach, 0);
-    f0r_set_param_value(instance, &angle, 1);
+    f0r_set_param_value(instance, &part, 1);
     f0r_update(instance, 0, &pixel, &pixel);
     EXPECT_THAT(mValues, ElementsAre(12, 100));
-    EXPECT_TRUE(mIsSetUp);
-    f0r_destruct(instance);
-    EXPECT_FALSE(mIsSetUp);
-    // Some hosts go on without an instance.
-    f0r_set_param_value(nullptr, &angle, 1);
-    f0r_get_param_value(nullptr, &angle, 1);
-    f0r_update(nullptr, 0, &pixel, &pixel);
-    f0r_destruct(nullptr);
-    f0r_param_info_t info{};
-    f0r_get_param_info(&info, 1);
-    f0r_get_param_info(&info, 2);
-    EXPECT_STREQ(info.name, "Odd Angle");
-    EXPECT_STREQ(info.explanation, "0 to 1 means -50 to 150");
-}
 
-TEST(TwoSliders, StayWithinTheirRangesInFrei0r) {
     testing::internal::CaptureStderr();
-    const f0r_instance_t instance = f0r_construct(1, 1);
     for (auto [given, kept] : {std::pair{0.25, 0.25}, {20, 1}, {std::nan(""), 1}, {-HUGE_VAL, 0}}) {
         f0r_set_param_value(instance, &given, 1);
         f0r_get_param_value(instance, &given, 1);
         EXPECT_EQ(given, kept);
     }
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              "Bilateral Blur: Odd Angle 20 is out of range, 0 to 1 (which means -50 to 150); using 1\n");
+              "Odd Effect: Odd Part 20 is out of range, 0 to 1 (which means -0.5 to 1.5); using 1\n");
+    EXPECT_TRUE(mIsSetUp);
     f0r_destruct(instance);
+    EXPECT_FALSE(mIsSetUp);
+    // Some hosts go on without an instance.
+    f0r_set_param_value(nullptr, &part, 1);
+    f0r_get_param_value(nullptr, &part, 1);
+    f0r_update(nullptr, 0, &pixel, &pixel);
+    f0r_destruct(nullptr);
+    f0r_param_info_t info{};
+    f0r_get_param_info(&info, 1);
+    f0r_get_param_info(&info, 2);
+    EXPECT_STREQ(info.name, "Odd Part");
+    EXPECT_STREQ(info.explanation, "0 to 1 means -0.5 to 1.5");
 }
 
 TEST(TwoSliders, GetAValueEachFromGegl) {
@@ -104,19 +99,27 @@ TEST(TwoSliders, GetAValueEachFromGegl) {
     g_object_set(gegl_config(), "mipmap-rendering", TRUE, nullptr);
     GeglNode* const graph = gegl_node_new();
     GeglNode* const source = gegl_node_new_child(graph, "operation", "gegl:checkerboard", nullptr);
-    GeglNode* const blur = gegl_node_new_child(graph, "operation", "bilateral-blur:bilateral-blur", "reach",
-                                               40, "odd-angle", 100, nullptr);
-    gegl_node_link(source, blur);
-    int angle = 0;
-    gegl_node_get(blur, "odd-angle", &angle, nullptr);
-    EXPECT_EQ(angle, 100);
+    GeglNode* const odd =
+        gegl_node_new_child(graph, "operation", "bilateral-blur:odd", "reach", 40, "odd-part", 0.29, nullptr);
+    gegl_node_link(source, odd);
+    double part = 0;
+    gegl_node_get(odd, "odd-part", &part, nullptr);
+    EXPECT_EQ(part, 0.29);
     std::uint32_t pixel = 0;
     const GeglRectangle region{0, 0, 1, 1};
     for (const auto& [scale, reach] : {std::pair{1.0, 40}, {0.5, 20}}) {
-        gegl_node_blit(blur, scale, &region, babl_format("R'G'B'A u8"), &pixel, 4, GEGL_BLIT_DEFAULT);
-        EXPECT_THAT(mValues, ElementsAre(reach, 100)) << "only distances are shorter in a preview";
+        gegl_node_blit(odd, scale, &region, babl_format("R'G'B'A u8"), &pixel, 4, GEGL_BLIT_DEFAULT);
+        EXPECT_THAT(mValues, ElementsAre(reach, 29)) << "only distances are shorter in a preview";
     }
-    EXPECT_TRUE(mIsSetUp);
     g_object_unref(graph);
     EXPECT_FALSE(mIsSetUp);
 }
+
+} // namespace
+
+const LinkedEffect& linkedEffect() {
+    static constexpr LinkedEffect kEffect{entry, kDeclaration};
+    return kEffect;
+}
+
+} // namespace Tessaloom::BilateralBlur::Bridges

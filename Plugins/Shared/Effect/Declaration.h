@@ -25,6 +25,7 @@ struct EffectDeclaration {
     int version, subversion;
     std::uint32_t packedVersion; ///< see `PF_VERSION`
     std::int32_t outFlags, outFlags2;
+    std::int32_t margin; ///< how far from a pixel, each way, others are that its result depends on at most
     std::span<const SliderDeclaration> sliders; ///< parameters 1, 2 and so on; the input layer is 0
 };
 
