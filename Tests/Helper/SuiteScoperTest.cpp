@@ -8,10 +8,13 @@
 #include <gmock/gmock.h>
 
 #include <string>
+#include <vector>
 
 namespace Tessaloom::BilateralBlur {
 namespace {
 
+using testing::Contains;
+using testing::Not;
 using testing::Throws;
 
 class SuiteScoperTest : public testing::Test {
@@ -34,9 +37,14 @@ TEST_F(SuiteScoperTest, HoldsSuitesForAScope) {
     mOutData.out_flags = 1;
     scope(&mOutData, "");
     EXPECT_EQ(mOutData.out_flags, 1);
-    mHost.faults.failing = {{"AcquireSuite PF Handle Suite 2", 1}};
+    mHost.faults.suites = {{"PF Handle Suite", nullptr}};
+    EXPECT_THAT([&] { scope(nullptr, ""); }, Throws<int>(13));
+    EXPECT_THAT(mHost.calls, Contains("ReleaseSuite PF Handle Suite 2")) << "the host has counted it";
+    mHost.faults = {.failing = {{"AcquireSuite PF Handle Suite 2", 1}}};
+    mHost.calls.clear();
     EXPECT_THAT([&] { scope(nullptr, ""); }, Throws<int>(13));
     EXPECT_THAT([&] { scope(&mOutData, nullptr); }, Throws<int>(13));
+    EXPECT_THAT(mHost.calls, Not(Contains("ReleaseSuite PF Handle Suite 2")));
     EXPECT_STREQ(mOutData.return_msg, "Not able to acquire AEFX Suite.");
     EXPECT_EQ(mOutData.out_flags, 1 | PF_OutFlag_DISPLAY_ERROR_MESSAGE);
     EXPECT_THAT([&] { scope(&mOutData, ("%s" + std::string(1000, 'x')).c_str()); }, Throws<int>(13));
@@ -60,9 +68,44 @@ TEST_F(SuiteScoperTest, FreeFunctionsAcquireAndReleaseDrawingSuitesInOrder) {
     mHost.faults.suites["DRAWBOT Surface Suite"] = nullptr;
     EXPECT_EQ(AcquireDrawbotSuites(&mInData, &mOutData, &suites), 516);
     EXPECT_STREQ(mOutData.return_msg, "Not able to acquire AEFX Suite-DRAWBOT Surface Suite-2");
+    mHost.calls.clear();
+    mHost.faults.failing = {{"ReleaseSuite DRAWBOT Draw Suite 1", 77}};
+    EXPECT_EQ(ReleaseDrawbotSuites(&mInData, &mOutData), 0);
+    EXPECT_EQ(mHost.calls.size(), 4u) << "it goes on behind a failure";
+    mOutData.out_flags = 2;
     mInData.pica_basicP = nullptr;
     EXPECT_EQ(ReleaseSuite(&mInData, &mOutData, "A", 7, "message"), 516);
     EXPECT_STREQ(mOutData.return_msg, "message");
+    EXPECT_EQ(ReleaseDrawbotSuites(&mInData, &mOutData), 0);
+    EXPECT_STREQ(mOutData.return_msg, "Not able to release AEFX Suite.");
+    EXPECT_EQ(mOutData.out_flags, 2 | PF_OutFlag_DISPLAY_ERROR_MESSAGE);
+}
+
+// What a script's two handles go through, by their names.
+std::vector<std::string> mSteps;
+char mResult[] = "result", mError[] = "error";
+
+TEST_F(SuiteScoperTest, LocksAndFreesBothHandlesOfAScript) {
+    const AEGP_UtilitySuite5 utility{[](std::int32_t id, const char* script, std::uint8_t encoding,
+                                        AEGP_MemHandle* result, AEGP_MemHandle* error) -> PF_Err {
+        mSteps.push_back(std::to_string(id) + script + std::to_string(encoding));
+        *result = mResult;
+        *error = mError;
+        return PF_Err_NONE;
+    }};
+    const AEGP_MemorySuite1 memory{[](AEGP_MemHandle handle, void** address) -> PF_Err {
+                                       mSteps.push_back(std::string("lock ") + static_cast<char*>(handle));
+                                       *address = handle;
+                                       return PF_Err_NONE;
+                                   },
+                                   [](AEGP_MemHandle handle) -> PF_Err {
+                                       mSteps.push_back(std::string("free ") + static_cast<char*>(handle));
+                                       return PF_Err_NONE;
+                                   }};
+    mHost.faults.suites = {{"AEGP Utility Suite", &utility}, {"AEGP Memory Suite", &memory}};
+    EXPECT_EQ(ScriptHelper::RunSriptAndGetStringResult(mInData.pica_basicP, " script "), "result");
+    EXPECT_THAT(mSteps,
+                testing::ElementsAre("0 script 0", "lock result", "lock error", "free result", "free error"));
 }
 
 TEST_F(SuiteScoperTest, RunsScripts) {
