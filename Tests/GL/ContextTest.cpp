@@ -1,19 +1,37 @@
+#include "Plugins/Shared/GL/AEOpenGLContextManager.h"
+#include "Plugins/Shared/GL/AEOpenglMainFrameBuffer.h"
+#include "Plugins/Shared/GL/BackgroundRender.h"
 #include "Plugins/Shared/GL/GLFailure.h"
 #include "Plugins/Shared/GL/SaveRestoreGLContextMac.h"
 #include "Tests/GL/GLTest.h"
+#include "Tests/Support/EglWatch.h"
 
+#include <barrier>
+#include <optional>
 #include <thread>
+#include <unistd.h>
 
 namespace Tessaloom::BilateralBlur {
 namespace {
 
+using testing::ElementsAre;
+using testing::HasSubstr;
+using Manager = AEOpenGLContextManager;
 using ContextTest = GLTest;
+
+std::string text(gl::GLenum what) {
+    return reinterpret_cast<const char*>(gl::glGetString(what));
+}
 
 TEST_F(ContextTest, PrintsItsIdentityAndShares) {
     const gl::GLuint texture = makeTexture(1, 1);
     testing::internal::CaptureStdout();
     const AEOpenGLContext made(&context);
-    EXPECT_THAT(testing::internal::GetCapturedStdout(), testing::StartsWith("\nOpenGL Version:  "));
+    const std::string version = text(gl::GL_VERSION); // "4.6 (Core Profile) Mesa"
+    EXPECT_THAT(testing::internal::GetCapturedStdout(),
+                testing::StartsWith("\nOpenGL Version:  " + version.substr(0, version.find(' ')) +
+                                    "\nOpenGL Vendor:   " + text(gl::GL_VENDOR) +
+                                    "\nOpenGL Renderer: " + text(gl::GL_RENDERER) + "\nOpenGL Revision: "));
     EXPECT_EQ(gl::glIsTexture(texture), gl::GL_TRUE);
 }
 
@@ -29,17 +47,173 @@ TEST_F(ContextTest, FlushesBeforeASwitchUnlessTheFrameBufferIsIncomplete) {
 }
 
 TEST_F(ContextTest, RestoresTheHostsContextOnce) {
-    const CGLContextObj host = CGLGetCurrentContext();
-    auto* saved = (new SaveRestoreGLContextMac)->init();
+    const CGLContextObj own = CGLGetCurrentContext();
     AEOpenGLContext other(nullptr);
-    saved->restore();
-    EXPECT_TRUE(CGLGetCurrentContext() == host);
-    other.makeContextCurrent();
-    saved->restore();
-    EXPECT_FALSE(CGLGetCurrentContext() == host);
-    saved->release();
+    for (const CGLContextObj& host : {own, CGLContextObj{}}) {
+        CGLSetCurrentContext(host);
+        auto* saved = (new SaveRestoreGLContextMac)->init();
+        other.makeContextCurrent();
+        saved->restore();
+        EXPECT_TRUE(CGLGetCurrentContext() == host);
+        other.makeContextCurrent();
+        saved->restore();
+        EXPECT_FALSE(CGLGetCurrentContext() == host);
+        saved->release();
+    }
     std::thread([&] { EXPECT_THROW(other.makeContextCurrent(), GLFailure) << "in use"; }).join();
     context.makeContextCurrent();
+}
+
+TEST_F(ContextTest, IsSoftwareWhereItsDeviceOrItsRendererSaysSo) {
+    EXPECT_TRUE(context.isSoftware());
+    EglWatch::hardware = true;
+    const std::pair<const char*, bool> cases[] = {{"llvmpipe (LLVM 15.0.6, 256 bits)", true},
+                                                  {"virgl (LLVMPIPE (LLVM 15.0.6, 256 bits))", true},
+                                                  {"softpipe", true},
+                                                  {"ANGLE (Google, Vulkan 1.3.0 (SwiftShader Device))", true},
+                                                  {"D3D12 (Microsoft Basic Render Driver)", true},
+                                                  {"NVIDIA H100 PCIe/PCIe/SSE2", false}};
+    for (const char* missing : {"", "eglQueryDisplayAttribEXT"})
+        for (const auto& [renderer, isSoftware] : cases) {
+            EglWatch::missing = missing;
+            EglWatch::renderer = renderer;
+            EXPECT_EQ(AEOpenGLContext(nullptr).isSoftware(), isSoftware) << renderer << missing;
+        }
+    EglWatch::missing = "";
+    EglWatch::hardware = false;
+    context.makeContextCurrent();
+}
+
+// The text of what `step` throws, behind "lost: " where the context is.
+template<typename Step>
+std::string failureOf(Step step) {
+    try {
+        step();
+    } catch (const GLFailure& failure) {
+        return std::string(failure.isContextLost() ? "lost: " : "") + failure.what();
+    }
+    return "";
+}
+
+TEST_F(ContextTest, FailsWithAReason) {
+    const CGLContextObj own = CGLGetCurrentContext();
+    AEOpenGLContext other(nullptr);
+    context.makeContextCurrent();
+    const auto make = [&] { AEOpenGLContext made(&context); };
+    const auto switchTo = [&] { other.makeContextCurrent(); };
+    for (const auto failing : {EglWatch::Failing::Creation, EglWatch::Failing::Binding}) {
+        EglWatch::failing = failing;
+        EXPECT_THAT(failureOf(make), HasSubstr("system"));
+    }
+    EglWatch::failing = EglWatch::Failing::Nothing;
+    EXPECT_TRUE(CGLGetCurrentContext() == own);
+    EglWatch::loseContexts();
+    EXPECT_THAT(failureOf(switchTo), HasSubstr("lost: "));
+    EXPECT_EQ(failureOf(make), "") << "of another context";
+    CGLSetCurrentContext({});
+    EglWatch::isOtherApiCurrent = true;
+    const int made = EglWatch::madeContexts;
+    EXPECT_THAT(failureOf(make), HasSubstr("another OpenGL interface"));
+    EXPECT_EQ(EglWatch::madeContexts, made) << "takes no time";
+    EglWatch::isOtherApiCurrent = false;
+    EXPECT_EQ(failureOf([] { throw GLFailure(gl::GL_CONTEXT_LOST); }), "lost: OpenGL lost its context");
+    context.makeContextCurrent();
+}
+
+TEST_F(ContextTest, TakesAllErrorsAndTheWorstOfThem) {
+    gl::glEnable(gl::GL_TEXTURE0);
+    EXPECT_EQ(takeGLErrors(), gl::GL_INVALID_ENUM);
+    gl::glBufferData(gl::GL_ARRAY_BUFFER, 1, nullptr, gl::GL_TEXTURE0);
+    makeTexture(-1, 1);
+    EXPECT_NE(takeGLErrors(), gl::GL_NO_ERROR);
+    EXPECT_EQ(takeGLErrors(), gl::GL_NO_ERROR);
+}
+
+class ManagerTest : public testing::Test {
+protected:
+    ManagerTest() { Manager::setupContextManager(); }
+    ~ManagerTest() override {
+        AEOpenglMainFrameBuffer::mainFrameBuffer()->destory();
+        Manager::releaseContextManager();
+        EXPECT_EQ(EglWatch::liveContexts, 0);
+    }
+
+    static void beginFrame() {
+        Manager::getCurrentRenderContext()->makeContextCurrent();
+        AEOpenglMainFrameBuffer::mainFrameBuffer()->prepare(4, 4, true);
+        AEOpenglMainFrameBuffer::mainFrameBuffer()->beginDrawing();
+    }
+};
+
+TEST_F(ManagerTest, TakesBackTheContextsOfThreadsThatEnd) {
+    for (int i = 0; i < 20; ++i) {
+        std::thread([] {
+            beginFrame();
+            EXPECT_EQ(Manager::getCurrentRenderContext(), Manager::getCurrentRenderContext());
+            EXPECT_EQ(EglWatch::liveContexts, 2);
+        }).join();
+        EXPECT_EQ(EglWatch::liveContexts, 1);
+    }
+}
+
+TEST_F(ManagerTest, DeletesRenderContextsInTheirOrderAndTheDataContextLast) {
+    const int data = EglWatch::madeContexts;
+    std::barrier turns(3);
+    std::vector<std::jthread> threads;
+    for (int i = 0; i < 2; ++i) {
+        threads.emplace_back([&] {
+            Manager::getCurrentRenderContext();
+            CGLSetCurrentContext({});
+            turns.arrive_and_wait();
+            turns.arrive_and_wait();
+        });
+        while (EglWatch::madeContexts < data + i + 1)
+            std::this_thread::yield();
+    }
+    turns.arrive_and_wait();
+    Manager::releaseContextManager();
+    EXPECT_THAT(EglWatch::lastDestroyed, ElementsAre(data + 1, data + 2, data));
+    EXPECT_EQ(Manager::getSharedDataContext(), nullptr);
+    turns.arrive_and_wait();
+}
+
+TEST_F(ManagerTest, ThreadsMayEndDuringARelease) {
+    for (int round = 0; round < 10; ++round) {
+        constexpr int kThreads = 4;
+        std::barrier together(kThreads + 1);
+        std::vector<std::jthread> threads;
+        for (int i = 0; i < kThreads; ++i)
+            threads.emplace_back([&] {
+                Manager::getCurrentRenderContext();
+                together.arrive_and_wait();
+            });
+        together.arrive_and_wait();
+        Manager::releaseContextManager();
+        threads.clear();
+        EXPECT_EQ(EglWatch::liveContexts, 0);
+        Manager::setupContextManager();
+    }
+}
+
+// Of a process that has drawn a frame, and has a context current and objects made.
+TEST_F(ManagerTest, AForkedChildLeavesGLAlone) {
+    beginFrame();
+    std::optional<BackgroundRender> pass(std::in_place);
+    pass->draw(makeTexture(1, 1), 1);
+    const auto child = [&] {
+        alarm(60); // a child that waits for the driver's threads waits for ever
+        GLCalls calls;
+        const int live = EglWatch::liveContexts;
+        bool isRefused = failureOf(beginFrame) != "" &&
+                         failureOf([] { AEOpenGLContext made(nullptr); }) != "" &&
+                         failureOf([] { Manager::getSharedDataContext()->makeContextCurrent(); }) != "";
+        AEOpenGLContext::makeNoneCurrent();
+        pass.reset();
+        AEOpenglMainFrameBuffer::mainFrameBuffer()->destory();
+        Manager::releaseContextManager();
+        _exit(isRefused && calls.names.empty() && EglWatch::liveContexts == live ? 0 : 1);
+    };
+    EXPECT_EXIT(child(), testing::ExitedWithCode(0), "");
 }
 
 } // namespace

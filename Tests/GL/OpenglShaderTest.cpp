@@ -3,6 +3,9 @@
 #include "Plugins/Shared/Math/Affine.h"
 #include "Plugins/Shared/Math/Color.h"
 #include "Plugins/Shared/Math/Mat4.h"
+#include "Plugins/Shared/Math/Vec2.h"
+#include "Plugins/Shared/Math/Vec3.h"
+#include "Plugins/Shared/Math/Vec4.h"
 #include "Tests/GL/GLTest.h"
 
 #include <numeric>
@@ -20,8 +23,8 @@ void main() { gl_Position = position + vec4(other, 0, 0); }
 )";
 
 constexpr const char* kFragment = R"(#version 330
-uniform vec3 list[2]; uniform vec4 colour; uniform mat3 plane[2]; uniform mat4 space; out vec4 result;
-void main() { result = vec4(list[0] + plane[1] * list[1], 1) + space * colour; }
+uniform vec4 colour; uniform mat3 plane[2]; uniform mat4 space; out vec4 result;
+void main() { result = vec4(plane[1] * colour.xyz, 1) + space * colour; }
 )";
 
 constexpr const char* kGeometry = R"(#version 330
@@ -52,18 +55,59 @@ TEST_F(OpenglShaderTest, PrintsTheLogOfEachFailedBuildAndKeepsNothing) {
     EXPECT_EQ(calls.counts["glDeleteProgram"], calls.counts["glCreateProgram"]);
 }
 
+// What each setter of numbers leaves in a uniform of its type: the last of an array.
+TEST_F(OpenglShaderTest, SetsUniformsOfEachType) {
+    static constexpr int kInts[] = {1, -2, 3, -4, 5, -6, 7, -8};
+    static constexpr float kFloats[] = {1.5f, -2.5f, 3.5f, -4.5f, 5.5f, -6.5f, 7.5f, -8.5f};
+    const struct {
+        const char* type;
+        void (*set)(const OpenglShader&);
+        std::vector<float> expected;
+    } rows[] = {
+        {"int", [](const OpenglShader& s) { s.setUniform1i("u[1]", 3); }, {3}},
+        {"ivec2", [](const OpenglShader& s) { s.setUniform2i("u[1]", 3, 4); }, {3, 4}},
+        {"ivec3", [](const OpenglShader& s) { s.setUniform3i("u[1]", 3, 4, 5); }, {3, 4, 5}},
+        {"ivec4", [](const OpenglShader& s) { s.setUniform4i("u[1]", 3, 4, 5, 6); }, {3, 4, 5, 6}},
+        {"int", [](const OpenglShader& s) { s.setUniform1iv("u", kInts, 2); }, {-2}},
+        {"ivec2", [](const OpenglShader& s) { s.setUniform2iv("u", kInts, 2); }, {3, -4}},
+        {"ivec3", [](const OpenglShader& s) { s.setUniform3iv("u", kInts, 2); }, {-4, 5, -6}},
+        {"ivec4", [](const OpenglShader& s) { s.setUniform4iv("u", kInts, 2); }, {5, -6, 7, -8}},
+        {"float", [](const OpenglShader& s) { s.setUniform1f("u[1]", 0.5f); }, {0.5f}},
+        {"vec2", [](const OpenglShader& s) { s.setUniform2f("u[1]", 0.5f, 2); }, {0.5f, 2}},
+        {"vec3", [](const OpenglShader& s) { s.setUniform3f("u[1]", 0.5f, 2, 3); }, {0.5f, 2, 3}},
+        {"vec4", [](const OpenglShader& s) { s.setUniform4f("u[1]", 0.5f, 2, 3, 4); }, {0.5f, 2, 3, 4}},
+        {"float", [](const OpenglShader& s) { s.setUniform1fv("u", kFloats, 2); }, {-2.5f}},
+        {"vec2", [](const OpenglShader& s) { s.setUniform2fv("u", kFloats, 2); }, {3.5f, -4.5f}},
+        {"vec3", [](const OpenglShader& s) { s.setUniform3fv("u", kFloats, 2); }, {-4.5f, 5.5f, -6.5f}},
+        {"vec4", [](const OpenglShader& s) { s.setUniform4fv("u", kFloats, 2); }, {5.5f, -6.5f, 7.5f, -8.5f}},
+        {"vec2", [](const OpenglShader& s) { s.setUniform2f("u[1]", Vec2(1, 2)); }, {1, 2}},
+        {"vec3", [](const OpenglShader& s) { s.setUniform3f("u[1]", Vec3(1, 2, 3)); }, {1, 2, 3}},
+        {"vec4", [](const OpenglShader& s) { s.setUniform4f("u[1]", Vec4(1, 2, 3, 4)); }, {1, 2, 3, 4}},
+        {"vec4", [](const OpenglShader& s) { s.setUniform4f("u[1]", Color(0.5, 1, 0, 2)); }, {0.5f, 1, 0, 2}},
+    };
+    for (const auto& [type, set, expected] : rows) {
+        OpenglShader shader("#version 330\nvoid main() { gl_Position = vec4(0); }\n",
+                            std::string("#version 330\nuniform ") + type +
+                                " u[2]; uniform int which; out vec4 result;\n"
+                                "void main() { result = vec4(vec4(1) * float(u[which] == u[0])); }\n");
+        shader.useProgram();
+        set(shader);
+        std::vector<float> values(expected.size());
+        glGetUniformfv(integer<GLuint>(GL_CURRENT_PROGRAM), shader.getUniformLocation("u[1]"), values.data());
+        EXPECT_EQ(values, expected) << type;
+        glUseProgram(0);
+    }
+}
+
 TEST_F(OpenglShaderTest, SetsUniformsTexturesAndAttributesOnceItIsBuilt) {
     OpenglShader shader(kVertex, kFragment, kGeometry);
     shader.addAttributeBinding("other", 5);
     shader.addAttributeBinding("other", 7);
     const GLuint texture = makeTexture(1, 1);
-    const float list[] = {1, -2, 3, -4, 5, -6};
     Affine planes[] = {Affine(true), Affine(1.5, 2, 3, 4.25, 5, 6)};
     Mat4 space;
     std::iota(std::begin(space.m), std::end(space.m), 1);
     const auto set = [&] {
-        shader.setUniform3fv("list", list, 2);
-        shader.setUniform4f("colour", Color(0.5, 1, 0, 2));
         shader.setUniformMatrix3f("plane", planes, 2);
         shader.setUniformMatrix4f("space", space, 1);
         shader.setUniformTexture("absent", static_cast<int>(GL_TEXTURE_2D), static_cast<int>(texture), 3);
@@ -82,8 +126,6 @@ TEST_F(OpenglShaderTest, SetsUniformsTexturesAndAttributesOnceItIsBuilt) {
         glGetUniformfv(integer<GLuint>(GL_CURRENT_PROGRAM), shader.getUniformLocation(name), values.data());
         return values;
     };
-    EXPECT_THAT(uniform("list[1]", 3), ElementsAre(-4, 5, -6));
-    EXPECT_THAT(uniform("colour", 4), ElementsAre(0.5, 1, 0, 2));
     EXPECT_THAT(uniform("plane[1]", 9), ElementsAre(1.5, 2, 0, 3, 4.25, 0, 5, 6, 1));
     EXPECT_THAT(uniform("space", 16), testing::ElementsAreArray(space.m));
     EXPECT_NE(shader.getUniformLocation("shift"), -1) << "of the geometry stage";

@@ -2,10 +2,12 @@
 #include "Host/Suites.h"
 #include "Host/World.h"
 #include "Plugins/Shared/GL/AEOpenGLUtilities.h"
+#include "Plugins/Shared/GL/GLFailure.h"
 #include "Tests/GL/GLTest.h"
 #include "Tests/Support/FaultyHost.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <random>
 
@@ -22,10 +24,10 @@ protected:
                                                 mMultiplier, false);
     }
 
-    // From a framebuffer as large as `world`.
-    void download(std::int32_t format, World& world) {
-        AEOpenGLUtilities::DownloadTexture(static_cast<unsigned>(world.width),
-                                           static_cast<unsigned>(world.height), &world, &world, mInData,
+    // From a framebuffer as large as `input`.
+    void download(std::int32_t format, PF_LayerDef& input, PF_LayerDef& output) {
+        AEOpenGLUtilities::DownloadTexture(static_cast<unsigned>(input.width),
+                                           static_cast<unsigned>(input.height), &input, &output, mInData,
                                            format, mPixelSize, mType);
     }
 
@@ -33,27 +35,89 @@ protected:
     const Host::Services::Visit mVisit{mServices};
     FaultyHost mHost;
     PF_InData* mInData = FaultyHost::wrap({{}, Host::utilCallbacks(), nullptr, Host::basicSuite(), 0, 1, 1});
+    PF_UtilCallbacks mUtils{};
     unsigned long mPixelSize = 16;
     GLenum mType = GL_FLOAT;
     float mMultiplier = 0;
 };
 
-// The texture itself is the framebuffer that is read, so that no precision is lost between up and down.
+// The texture itself is the framebuffer that is read, so that no precision is lost between up and down. An
+// output may be smaller, and rows may run upwards in memory.
 TEST_F(TransferTest, KeepsPixelsOfEveryFormat) {
     std::mt19937 random(7);
     for (const std::int32_t format : {PF_PixelFormat_ARGB32, PF_PixelFormat_ARGB64, PF_PixelFormat_ARGB128}) {
-        World input(33, 5, format), output(33, 5, format);
+        World input(33, 5, format), output(33, 5, format), smaller(20, 3, format);
         std::generate_n(input.row<std::uint32_t>(0), 5 * input.rowbytes / 4, [&] {
             return random() & 0xBFFFFFFF; // a float from -2 to 2, not a NaN
         });
         drawInto(upload(format, input), 33, 5);
         EXPECT_EQ(mPixelSize, static_cast<unsigned long>(Host::bytesPerPixel(format)));
         EXPECT_EQ(mMultiplier, format == PF_PixelFormat_ARGB64 ? 65535 / 32768.0f : 1);
-        download(format, output);
-        for (int y = 0; y < 5; ++y)
-            EXPECT_EQ(std::memcmp(output.row(y), input.row(y), 33 * mPixelSize), 0) << y;
-        EXPECT_TRUE(output.paddingIntact());
+        for (World* into : {&output, &smaller}) {
+            download(format, input, *into);
+            for (int y = 0; y < into->height; ++y)
+                EXPECT_EQ(std::memcmp(into->row(y), input.row(y), into->width * mPixelSize), 0) << y;
+            EXPECT_TRUE(into->paddingIntact());
+        }
     }
+}
+
+TEST_F(TransferTest, TakesRowsThatRunUpwards) {
+    std::vector<PF_Pixel8> memory(20, {1, 2, 3, 4});
+    static PF_Pixel8* mTop;
+    mTop = &memory[12];
+    mUtils = *mInData->utils;
+    mUtils.get_pixel_data8 = [](PF_LayerDef*, void*, PF_Pixel8** base) -> PF_Err {
+        *base = mTop;
+        return PF_Err_NONE;
+    };
+    mInData->utils = &mUtils;
+    for (int i = 0; i < 20; ++i)
+        memory[i].red = static_cast<std::uint8_t>(i);
+    // Rows of 4 pixels whose distance is 6 pixels and a half: the top one begins at pixel 12, the next at 6.
+    PF_LayerDef world{};
+    world.width = 4, world.height = 2, world.rowbytes = -26;
+    const std::vector<float> channels = texels(AEOpenGLUtilities::UploadTexture(
+        PF_PixelFormat_ARGB32, &world, nullptr, mInData, mPixelSize, mType, mMultiplier, false));
+    std::vector<int> reds;
+    for (std::size_t i = 1; i < channels.size(); i += 4)
+        reds.push_back(static_cast<int>(std::lround(255 * channels[i])));
+    EXPECT_THAT(reds, testing::ElementsAre(12, 13, 14, 15, 6, 7, 8, 9));
+
+    drawInto(makeTexture(4, 4), 4, 4);
+    world.height = 4, world.rowbytes = -15;
+    download(PF_PixelFormat_ARGB32, world, world);
+    // Row 3 begins 45 bytes before pixel 12, which is within pixel 0: it is written from pixel 1 on.
+    EXPECT_EQ(memory[0].blue, 4);
+    EXPECT_EQ(memory[1].blue, 0);
+    mTop = nullptr;
+    world.width = 0;
+    EXPECT_NO_THROW(download(PF_PixelFormat_ARGB32, world, world)) << "nothing is written";
+}
+
+TEST_F(TransferTest, AsksForAHandleOfAnySize) {
+    World world(3, 2, PF_PixelFormat_ARGB32);
+    mPixelSize = 16;
+    mHost.faults.failing = {{"host_new_handle", 1}};
+    EXPECT_THAT(
+        [&] {
+            AEOpenGLUtilities::DownloadTexture(16384, 16384, &world, &world, mInData, PF_PixelFormat_ARGB32,
+                                               mPixelSize, mType);
+        },
+        testing::Throws<int>(4));
+    EXPECT_THAT(mHost.calls, testing::Contains("host_new_handle 4294967296"));
+}
+
+// The caller can still write the pixels in another way.
+TEST_F(TransferTest, FailsBeforeAPixelIsWrittenWhereGLCanNotRead) {
+    World world(3, 2, PF_PixelFormat_ARGB32);
+    std::memset(world.row(0), 7, 12);
+    drawInto(0, 3, 2);
+    mType = GL_UNSIGNED_BYTE, mPixelSize = 4;
+    EXPECT_THROW(download(PF_PixelFormat_ARGB32, world, world), GLFailure);
+    EXPECT_EQ(world.row(0)->green, 7);
+    EXPECT_THAT(mHost.calls, testing::Not(testing::Contains(testing::StartsWith("get_pixel_data"))));
+    EXPECT_THAT(mServices.settle(), testing::IsEmpty());
 }
 
 // The faults of 8-bit pixels are among those of the effect's frames.
@@ -72,7 +136,7 @@ TEST_F(TransferTest, ThrowsACodeAndKeepsNothing) {
         SCOPED_TRACE(fault);
         mHost.faults.failing = {{fault, 77}};
         GLCalls calls;
-        EXPECT_THAT([&] { download(format, world); }, testing::Throws<int>(code));
+        EXPECT_THAT([&] { download(format, world, world); }, testing::Throws<int>(code));
         EXPECT_THAT([&] { upload(format, world); }, testing::Throws<int>(code));
         EXPECT_EQ(calls.kept("Textures"), 0);
         EXPECT_EQ(integer(GL_UNPACK_ROW_LENGTH), 0);

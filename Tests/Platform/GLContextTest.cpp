@@ -30,6 +30,15 @@ TEST(GLContext, ReadsWhatIsCurrentOnEachThread) {
     EXPECT_EQ(EglWatch::liveContexts, 0) << "also the one that is current";
 }
 
+TEST(GLContext, LooksAgainForADisplayThatItDidNotFind) {
+    EglWatch::failing = EglWatch::Failing::Creation;
+    EXPECT_EQ(makeContext(), nullptr);
+    EglWatch::failing = EglWatch::Failing::Nothing;
+    NSOpenGLContext* context = makeContext();
+    ASSERT_NE(context, nullptr);
+    context->release();
+}
+
 // A context that the rest of the process made, of another client API, with a surface.
 TEST(GLContext, RestoresAContextOfTheHost) {
     NSOpenGLContext* own = makeContext();

@@ -2,15 +2,16 @@
 
 #include <EGL/egl.h>
 #include <EGL/eglext.h>
+#include <algorithm>
 #include <cstring>
 #include <dlfcn.h>
 #include <mutex>
-#include <set>
 #include <utility>
 
 namespace Tessaloom::BilateralBlur::EglWatch {
 
-std::atomic<int> liveContexts{0};
+std::atomic<int> liveContexts{0}, madeContexts{0};
+std::array<int, 3> lastDestroyed{};
 std::atomic<Failing> failing{Failing::Nothing};
 std::atomic<bool> isOtherApiCurrent{false};
 std::atomic<bool> hardware{false};
@@ -23,7 +24,19 @@ namespace {
 EGLContext mUnbindable = EGL_NO_CONTEXT;
 
 std::mutex mMutex;
-std::set<EGLContext> mLive, mLost;
+// In an array, as tests exhaust the memory.
+struct Context {
+    EGLContext name;
+    int number;
+    bool isLost;
+};
+std::array<Context, 4096> mContexts{};
+
+// `EGL_NO_CONTEXT` finds a free place.
+Context& find(EGLContext name) {
+    return *std::find_if(mContexts.begin(), mContexts.end(),
+                         [name](const Context& context) { return context.name == name; });
+}
 
 // Of the last binding on this thread, where it is ours that failed.
 thread_local EGLint mError = EGL_SUCCESS;
@@ -37,8 +50,8 @@ Function* next(const char* name) {
 
 void loseContexts() {
     const std::lock_guard lock(mMutex);
-    mLost = mLive;
-    mLost.erase(eglGetCurrentContext());
+    for (Context& context : mContexts)
+        context.isLost = context.name != EGL_NO_CONTEXT && context.name != eglGetCurrentContext();
 }
 
 NSOpenGLContext* makeContext() {
@@ -62,7 +75,8 @@ EGLContext eglCreateContext(EGLDisplay display, EGLConfig config, EGLContext sha
     liveContexts += context != EGL_NO_CONTEXT;
     mUnbindable = failing == Failing::Binding ? context : EGL_NO_CONTEXT;
     const std::lock_guard lock(mMutex);
-    mLive.insert(context);
+    if (context != EGL_NO_CONTEXT)
+        find(EGL_NO_CONTEXT) = {context, ++madeContexts, false};
     return context;
 }
 
@@ -73,7 +87,7 @@ EGLBoolean eglMakeCurrent(EGLDisplay display, EGLSurface draw, EGLSurface read, 
         mError = EGL_BAD_ACCESS;
     else if (context != EGL_NO_CONTEXT && context == mUnbindable)
         mError = EGL_BAD_ALLOC;
-    else if (const std::lock_guard lock(mMutex); mLost.count(context))
+    else if (const std::lock_guard lock(mMutex); find(context).isLost)
         mError = EGL_CONTEXT_LOST;
     return mError == EGL_SUCCESS ? kNext(display, draw, read, context) : EGL_FALSE;
 }
@@ -88,8 +102,9 @@ EGLBoolean eglDestroyContext(EGLDisplay display, EGLContext context) {
     static const auto kNext = next<decltype(eglDestroyContext)>("eglDestroyContext");
     --liveContexts;
     const std::lock_guard lock(mMutex);
-    mLive.erase(context);
-    mLost.erase(context);
+    Context& destroyed = find(context);
+    lastDestroyed = {lastDestroyed[1], lastDestroyed[2], destroyed.number};
+    destroyed = {};
     return kNext(display, context);
 }
 

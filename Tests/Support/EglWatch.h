@@ -2,11 +2,18 @@
 
 #include "Platform/GLContext.h"
 
+#include <array>
+
 /// Stands between a test program, with the modules that it loads, and the system's EGL.
 namespace Tessaloom::BilateralBlur::EglWatch {
 
 /// Contexts of the process that were created and not destroyed.
 extern std::atomic<int> liveContexts;
+
+/// How many were created so far, and which were destroyed last, the latest at the end: numbers from 1 in the order
+/// of their creation.
+extern std::atomic<int> madeContexts;
+extern std::array<int, 3> lastDestroyed;
 
 /// What fails for contexts that are created now.
 enum class Failing { Nothing, Creation, Binding };
