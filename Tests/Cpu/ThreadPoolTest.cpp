@@ -1,11 +1,18 @@
 #include "Plugins/Shared/Cpu/ThreadPool.h"
 
+#include "Platform/UsableCpus.h"
+
 #include <gmock/gmock.h>
 
 #include <algorithm>
 #include <atomic>
+#include <csignal>
+#include <optional>
+#include <sched.h>
 #include <span>
+#include <sys/wait.h>
 #include <thread>
+#include <unistd.h>
 #include <vector>
 
 namespace Tessaloom::BilateralBlur {
@@ -44,6 +51,60 @@ TEST(ThreadPool, AJobsExceptionReachesTheCallerAndLeavesThePoolUsable) {
         pool.run(8, [&](std::size_t, unsigned) { ++calls; });
         EXPECT_EQ(calls, 8);
     }
+}
+
+TEST(ThreadPool, ItsThreadsBlockAllSignalsAndAreAsManyAsTheProcessMayUse) {
+    ThreadPool pool(3);
+    std::atomic<int> ready = 0;
+    sigset_t blocked[3];
+    pool.run(3, [&](std::size_t, unsigned worker) {
+        pthread_sigmask(SIG_SETMASK, nullptr, &blocked[worker]);
+        // Each worker takes one job.
+        for (++ready; ready < 3;)
+            std::this_thread::yield();
+    });
+    // The C library keeps some signals for itself.
+    for (const int signal : {SIGINT, SIGTERM, SIGSEGV, SIGCHLD, SIGRTMIN, SIGRTMAX}) {
+        EXPECT_EQ(sigismember(&blocked[1], signal), 1) << signal;
+        EXPECT_EQ(sigismember(&blocked[2], signal), 1) << signal;
+    }
+    EXPECT_EQ(sigismember(&blocked[0], SIGTERM), 0);
+
+    cpu_set_t all, one;
+    CPU_ZERO(&one);
+    ASSERT_EQ(sched_getaffinity(0, sizeof(all), &all), 0);
+    for (int cpu = 0; CPU_COUNT(&one) == 0; ++cpu)
+        if (CPU_ISSET(cpu, &all))
+            CPU_SET(cpu, &one);
+    ASSERT_EQ(sched_setaffinity(0, sizeof(one), &one), 0);
+    EXPECT_EQ(ThreadPool().threads(), 1u);
+    sched_setaffinity(0, sizeof(all), &all);
+    EXPECT_EQ(ThreadPool().threads(), usableCpus());
+}
+
+// The child has none of the threads, and a copy of whatever lock was held.
+TEST(ThreadPool, WorksAndEndsInAForkedChildWhateverTheOthersHeld) {
+    std::optional<ThreadPool> pool(4);
+    std::atomic<bool> stopping = false;
+    std::jthread busy([&] {
+        while (!stopping)
+            pool->run(20, [](std::size_t, unsigned) {});
+    });
+    for (int i = 0; i < 50; ++i) {
+        const pid_t child = fork();
+        if (child == 0) {
+            alarm(20);
+            int calls = 0;
+            pool->run(8, [&](std::size_t, unsigned worker) { calls += worker == 0; });
+            const bool alone = pool->threads() == 1;
+            pool.reset();
+            _exit(calls == 8 && alone ? 0 : 1);
+        }
+        int status = -1;
+        ASSERT_EQ(waitpid(child, &status, 0), child);
+        ASSERT_EQ(status, 0);
+    }
+    stopping = true;
 }
 
 } // namespace

@@ -1,12 +1,11 @@
 #pragma once
 
-#include <condition_variable>
+#include "Platform/MakerProcess.h"
+
 #include <cstddef>
 #include <exception>
 #include <functional>
 #include <memory>
-#include <mutex>
-#include <thread>
 #include <vector>
 
 namespace Tessaloom::BilateralBlur {
@@ -22,6 +21,10 @@ namespace Tessaloom::BilateralBlur {
 ///
 /// Any thread may call `run`; calls from several threads take their turns. `run` isn't for use from inside a
 /// job.
+///
+/// In a process forked from the one that made the pool there are no such threads, and another thread may have held a
+/// lock at the fork. There `run` does all jobs on the calling thread, one call at a time, and the destructor
+/// forgets the threads.
 class ThreadPool {
 public:
     /// @param threads how many threads work on a frame, the caller included; 0 takes what the process may use
@@ -32,7 +35,7 @@ public:
     ThreadPool& operator=(const ThreadPool&) = delete;
 
     /// How many threads work on a frame, the caller included: at least 1.
-    unsigned threads() const { return static_cast<unsigned>(mThreads.size()) + 1; }
+    unsigned threads() const;
 
     /// Calls `job(index, worker)` once for each index of 0 to `jobs` - 1, in any order and on any thread, and
     /// returns when all calls have ended. `worker`, 0 to threads() - 1, belongs to one thread for the length
@@ -55,22 +58,11 @@ private:
         std::size_t bytes = 0;
     };
 
-    void serve(unsigned worker);
-    void takeJobs(std::unique_lock<std::mutex>& lock, unsigned worker);
-    void stop();
+    struct Crew;
 
-    std::mutex mTurn;  // held for the length of a run
-    std::mutex mMutex; // guards everything below but mScratch and mThreads
-    std::condition_variable mFrameBegun;
-    std::condition_variable mFrameEnded;
-    const std::function<void(std::size_t, unsigned)>* mJob = nullptr;
-    std::size_t mNext = 0;
-    std::size_t mJobs = 0;
-    unsigned mBusy = 0; // pool threads that take jobs now
-    bool mStopping = false;
-    std::exception_ptr mFailure;
+    const MakerProcess mMaker;
     std::vector<Scratch> mScratch; // by worker, each used by its own thread
-    std::vector<std::thread> mThreads;
+    std::unique_ptr<Crew> mCrew;
 };
 
 } // namespace Tessaloom::BilateralBlur
