@@ -15,6 +15,7 @@
 #include <random>
 #include <sys/resource.h>
 #include <tuple>
+#include <utility>
 
 namespace Tessaloom::BilateralBlur {
 namespace {
@@ -148,34 +149,98 @@ INSTANTIATE_TEST_SUITE_P(Ways, GpuTest, testing::Values(Way::Gpu), nameOf);
 
 // The size is new to GL, so that each step of its first frame can fail. A picture from what failed would be
 // black or random.
-TEST_P(GpuTest, ReportsExhaustedGLMemoryAndStartsFromNothingAfterIt) {
-    const auto frameWith = [&](const char* function, void (*fault)(), const Sample& sample) {
+TEST_P(GpuTest, FiltersOnTheCpuWhatTheGpuCannotDoAndStartsFromNothingAfterIt) {
+    const auto linesOfFrame = [&](const char* function, void (*fault)(), const Sample& sample) {
         GLCalls calls;
         calls.after = [&](const std::string& name) {
             if (name == function)
                 fault();
         };
-        return frame(sample);
+        testing::internal::CaptureStdout();
+        EXPECT_EQ(frame(sample), "") << function;
+        EXPECT_LE(calls.kept("Buffers"), 0) << function;
+        EXPECT_LE(calls.kept("Framebuffers"), 0) << function;
+        return testing::internal::GetCapturedStdout();
     };
     const std::tuple<const char*, void (*)(), const char*> cases[] = {
-        {"glRenderbufferStorage", exhaustMemory, "ran out of memory for a frame of 12 x 8"},
-        {"glRenderbufferStorage", takeStorageAway, "no storage"},
-        {"glRenderbufferStorageMultisample", takeStorageAway, "no storage"},
-        {"glTexSubImage2D", exhaustMemory, "ran out of memory"},
-        {"glDrawArrays", exhaustMemory, "ran out of memory"},
-        {"glReadPixels", exhaustMemory, "ran out of memory"},
-        {"glUseProgram", [] { gl::glUseProgram(~0u); }, "noted the error 1281"},
+        {"glRenderbufferStorage", exhaustMemory, "OpenGL ran out of memory"},
+        {"glRenderbufferStorage", takeStorageAway, "OpenGL has no storage (Framebuffer incomplete"},
+        {"glRenderbufferStorageMultisample", takeStorageAway,
+         "OpenGL has no storage (Framebuffer incomplete"},
+        {"glTexSubImage2D", exhaustMemory, "OpenGL ran out of memory"},
+        {"glBufferData", exhaustMemory, "OpenGL ran out of memory"},
+        {"glDrawArrays", exhaustMemory, "OpenGL ran out of memory"},
+        {"glReadPixels", exhaustMemory, "OpenGL ran out of memory"},
+        {"glUseProgram", [] { gl::glUseProgram(~0u); }, "OpenGL noted the error 1281"},
+        {"glUseProgram", [] { throw std::runtime_error("glUseProgram isn't there"); }, "glUseProgram isn't"},
     };
-    for (const auto& [function, fault, message] : cases) {
+    std::string last;
+    for (const auto& [function, fault, reason] : cases) {
         EXPECT_EQ(frame({noise(5, 5, 1), 5}), "");
-        EXPECT_THAT(frameWith(function, fault, mSample), HasSubstr(message)) << function;
+        const std::string lines = linesOfFrame(function, fault, mSample);
+        EXPECT_THAT(lines, HasSubstr(reason == last ? "" : reason)) << function;
+        EXPECT_EQ(lines.empty(), reason == std::exchange(last, reason)) << "said once: " << reason;
+        GLCalls calls;
         EXPECT_EQ(frame(mSample), "") << function;
+        EXPECT_GT(calls.counts["glDrawArrays"], 0) << function;
     }
     // An error that a frame leaves is none of the next.
-    for (const auto& [width, height] : {std::pair{20000, 1}, {1, 20000}})
-        EXPECT_THAT(frameWith("glGetIntegerv", exhaustMemory, {noise(width, height, 1), 3}),
-                    HasSubstr("exceeds"));
+    for (const auto& [width, height] : {std::pair{20000, 1}, {1, 20000}}) {
+        const std::string lines = linesOfFrame("glGetIntegerv", exhaustMemory, {noise(width, height, 1), 3});
+        EXPECT_EQ(lines, width == 1 ? ""
+                                    : "Bilateral Blur: OpenGL takes no frames beyond 16384 x 16384; "
+                                      "filtering on the CPU\n");
+    }
     EXPECT_EQ(frame(mSample), "");
+}
+
+// Until the next setup. A lost context, and another API that has one current, cost a frame no time.
+TEST_P(GpuTest, LeavesALostGpuAloneAndAThreadToTheHostsOtherApi) {
+    GLCalls calls;
+    const auto linesOfFrames = [&] {
+        calls.counts.clear();
+        testing::internal::CaptureStdout();
+        for (int i = 0; i < 2; ++i)
+            EXPECT_EQ(frame(mSample), "");
+        return testing::internal::GetCapturedStdout();
+    };
+    const std::string line = "Bilateral Blur: OpenGL's context can't be made current, as ";
+    CGLSetCurrentContext({});
+    EglWatch::isOtherApiCurrent = true;
+    EXPECT_THAT(linesOfFrames(), testing::ContainsRegex("^" + line + "another .*; filtering on the CPU\n$"));
+    EXPECT_EQ(calls.names, "");
+    EglWatch::isOtherApiCurrent = false;
+    mHostContext->makeCurrentContext();
+    linesOfFrames();
+    EXPECT_GT(calls.counts["glDrawArrays"], 0);
+    EglWatch::loseContexts();
+    calls.names.clear();
+    EXPECT_THAT(linesOfFrames(), testing::ContainsRegex("^" + line + ".*lost.*; filtering on the CPU\n$"));
+    EXPECT_EQ(calls.names, "");
+    mEffect.reset();
+    mEffect.emplace(mHost.module());
+    linesOfFrames();
+    EXPECT_GT(calls.counts["glDrawArrays"], 0);
+}
+
+// A watchdog ends a draw of seconds.
+TEST_P(GpuTest, DrawsALargeFrameInBands) {
+    const Sample sample(noise(349, 251, 1, true), 60, {});
+    GLCalls calls;
+    World input = sample.world(), inBands(0, 0), onCpu(0, 0);
+    EXPECT_EQ(mEffect->render(input, inBands, std::array{60}).text(), "");
+    EXPECT_EQ(calls.counts["glDrawArrays"], 2 + 1);
+    EXPECT_EQ(calls.counts["glScissor"], 2);
+    EXPECT_GE(calls.counts["glFlush"], 2);
+    EXPECT_EQ(frame(mSample), "");
+    EXPECT_EQ(calls.counts["glScissor"], 2) << "small frames are drawn in one";
+    mEffect.reset();
+    EglWatch::hardware = false;
+    mEffect.emplace(mHost.module());
+    EXPECT_EQ(mEffect->render(input, onCpu, std::array{60}).text(), "");
+    const std::vector<int> drawn = premultiplied(inBands), computed = premultiplied(onCpu);
+    for (std::size_t i = 0; i < drawn.size(); ++i)
+        ASSERT_NEAR(drawn[i], computed[i], 1) << i;
 }
 
 // Threads that live side by side take turns, each inside the other. A context keeps the objects that it can't

@@ -86,6 +86,19 @@ TEST_P(HostCallsTest, CallsTheHostInOneOrder) {
         EXPECT_EQ(std::memcmp(upwards.row(y - 7), whole.row(y), sizeof(PF_Pixel8) * 12), 0) << y;
         std::memcpy(odd.row(0) + 12 * y, whole.row(y), sizeof(PF_Pixel8) * 12);
     }
+    World source = mSample.world(), row = mSample.world(), rowAlone(12, 1);
+    for (int y = 0; y < 8; ++y)
+        std::memcpy(upwards.row(y - 7), source.row(y), sizeof(PF_Pixel8) * 12);
+    EXPECT_TRUE(renderWith({.input = &upwards, .output = &twice}).ok());
+    EXPECT_EQ(mSample.difference(twice), "") << "rows that run upwards";
+    row.height = 1;
+    renderWith({.input = &row, .output = &rowAlone});
+    const std::vector<int> expected = premultiplied(rowAlone);
+    for (const int distance : {0, -1, 47}) {
+        row.rowbytes = distance;
+        EXPECT_TRUE(renderWith({.input = &row, .output = &rowAlone}).ok()) << distance;
+        EXPECT_EQ(premultiplied(rowAlone), expected) << distance;
+    }
     renderWith({.input = &whole, .output = &twice});
     renderWith({.input = &odd, .output = &small});
     EXPECT_EQ(std::memcmp(small.row(4), twice.row(4), sizeof(PF_Pixel8) * 3), 0);
@@ -128,7 +141,7 @@ TEST_P(HostCallsTest, RefusesWorldsThatDoNotFit) {
     expect(output, {13, 8, distance}, "The output of 13 x 8 pixels is larger than the input of 12 x 8.");
     expect(output, {12, 9, distance}, "The output of 12 x 9 pixels is larger than the input of 12 x 8.");
     expect(input, {12, 8, 47}, "The rows of the input, 47 bytes apart, don't hold 12 pixels.");
-    expect(input, {12, 8, -64}, "The rows of the input, -64 bytes apart, don't hold 12 pixels.");
+    expect(input, {12, 8, -47}, "The rows of the input, -47 bytes apart, don't hold 12 pixels.");
     expect(output, {12, 8, 47}, "The rows of the output, 47 bytes apart, don't hold 12 pixels.");
     expect(output, {12, 8, -47}, "The rows of the output, -47 bytes apart, don't hold 12 pixels.");
     expect(output, {12, 1, 0}, "");

@@ -6,6 +6,7 @@
 #include "Plugins/BilateralBlur/Sources/FilterConstants.h"
 #include "Plugins/Shared/Effect/Effect.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace Tessaloom::BilateralBlur {
@@ -18,6 +19,10 @@ static_assert(kDeclaration.margin == kLargestReach);
 
 // At the end of a process that sends no setdown it stays: a frame may be under way on another thread.
 BilateralBlurRender* mRender = new BilateralBlurRender;
+
+int reach(SliderValues values) {
+    return reachOf(std::clamp(values[0], 1, kLargestBlurScale));
+}
 
 // A setdown, or a frame that failed, has released the pass.
 void draw(SliderValues values, unsigned texture, float multiplier16bit) {
@@ -37,7 +42,7 @@ void filter(SliderValues values, const CpuImages& images, ThreadPool& pool) {
 }
 
 constexpr Effect kEffect{
-    .declaration = kDeclaration, .draw = draw, .releasePass = releasePass, .filter = filter};
+    .declaration = kDeclaration, .reach = reach, .draw = draw, .releasePass = releasePass, .filter = filter};
 
 } // namespace
 

@@ -31,10 +31,6 @@ public:
     /// main framebuffer must have the same size. `multiplier16bit` is that of the texture's upload.
     void draw(unsigned texture, float multiplier16bit);
 
-    /// Deletes the GL objects, which the next `draw` makes again. For after a frame that wasn't rendered to its
-    /// end.
-    void discard() { mPass.discard(); }
-
 private:
     FullFramePass mPass;
     int mBlurSize = 10;

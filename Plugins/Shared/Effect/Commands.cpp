@@ -1,10 +1,12 @@
 #include "Plugins/Shared/Effect/Effect.h"
 #include "Plugins/Shared/Effect/Frame.h"
 #include "Plugins/Shared/Effect/FrameChecks.h"
+#include "Plugins/Shared/Effect/GpuUse.h"
 #include "Plugins/Shared/Effect/HostGLContext.h"
 #include "Plugins/Shared/Effect/PreRender.h"
 #include "Plugins/Shared/GL/AEOpenGLContextManager.h"
 #include "Plugins/Shared/GL/AEOpenglMainFrameBuffer.h"
+#include "Plugins/Shared/GL/GLFailure.h"
 #include "Plugins/Shared/Helper/SuiteScoper.h"
 
 #include <cstring>
@@ -34,47 +36,41 @@ PF_Err about(const EffectDeclaration& effect, const PF_InData* in_data, PF_OutDa
     return PF_Err_NONE;
 }
 
-// Without a data context no GL object was ever made. It can be current on another thread, where a setup on
-// that thread left it because the host had none current; this thread's render context serves as well then, as
-// objects are common to the share group. With no context at all GL calls do nothing, as they should rather
-// than reach the host's objects: ours end with their contexts.
+// Where the data context can't be made current, GL calls do nothing, as they should rather than reach the host's
+// objects: ours end with their contexts.
 void makeSharedContextCurrent() {
     AEOpenGLContext* data = AEOpenGLContextManager::getSharedDataContext();
     if (!data)
-        return;
+        return; // no GL object was ever made
     try {
         data->makeContextCurrent();
     } catch (...) {
-        try {
-            AEOpenGLContextManager::getCurrentRenderContext()->makeContextCurrent();
-        } catch (...) {
-            AEOpenGLContext::makeNoneCurrent();
-        }
-    }
-}
-
-// Setup and setdown have no code for a failure.
-template<typename Step>
-void tryTo(Step step) {
-    try {
-        step();
-    } catch (...) {
+        AEOpenGLContext::makeNoneCurrent();
     }
 }
 
 // Objects go while the contexts live: everything but the vertex arrays and framebuffers of the render
 // contexts, which end with these.
+void releaseGpu(const Effect& effect) {
+    HostGLContext host;
+    makeSharedContextCurrent();
+    AEOpenglMainFrameBuffer::mainFrameBuffer()->destory();
+    effect.releasePass();
+    AEOpenGLContextManager::releaseContextManager();
+    host.restore();
+}
+
+// The command has no code for a failure. A forked process has a copy of the objects, but they aren't its own.
 PF_Err globalSetdown(const Effect& effect) {
     mIsSetDown = true;
-    tryTo([&] {
-        HostGLContext host;
-        makeSharedContextCurrent();
-        AEOpenglMainFrameBuffer::mainFrameBuffer()->destory();
-        effect.releasePass();
-        delete std::exchange(mPool, nullptr);
-        AEOpenGLContextManager::releaseContextManager();
-        host.restore();
-    });
+    try {
+        if (CGLIsForked())
+            AEOpenGLContextManager::releaseContextManager();
+        else
+            releaseGpu(effect);
+    } catch (...) { // exhausted memory: the GL objects stay
+    }
+    delete std::exchange(mPool, nullptr);
     return PF_Err_NONE;
 }
 
@@ -88,11 +84,16 @@ PF_Err globalSetup(const Effect& effect, PF_OutData* out_data) {
     if (AEOpenGLContextManager::getSharedDataContext())
         globalSetdown(effect);
     mIsSetDown = false;
-    tryTo([] {
+    GpuUse::shared().reset();
+    try {
         HostGLContext host;
         AEOpenGLContextManager::setupContextManager();
         host.restore();
-    });
+    } catch (const GLFailure& failure) {
+        GpuUse::shared().note(effect.declaration.name, failure);
+    } catch (...) {
+        GpuUse::shared().note(effect.declaration.name, "There is no memory for OpenGL");
+    }
     return PF_Err_NONE;
 }
 

@@ -27,6 +27,9 @@ struct CpuImages {
 struct Effect {
     const EffectDeclaration& declaration;
 
+    /// How far the neighbourhood of a pixel extends to each side, in pixels.
+    int (*reach)(SliderValues values);
+
     /// Draws the effect's pass with `texture` as its input into the framebuffer that is bound. Texture, viewport and
     /// main framebuffer have the same size; `multiplier16bit` is that of the texture's upload. Makes the pass
     /// where there is none.

@@ -3,6 +3,7 @@
 #include "Plugins/Shared/Effect/CpuFrame.h"
 #include "Plugins/Shared/Effect/FrameChecks.h"
 #include "Plugins/Shared/Effect/GpuFrame.h"
+#include "Plugins/Shared/Effect/GpuUse.h"
 #include "Plugins/Shared/Effect/HostGLContext.h"
 #include "Plugins/Shared/GL/AEOpenGLContextManager.h"
 #include "Plugins/Shared/GL/GLFailure.h"
@@ -17,18 +18,31 @@ namespace Tessaloom::BilateralBlur {
 
 namespace {
 
-// All contexts of a share group are on one device, so the data context decides for those of all threads. On
-// software GL no render context is made, and no context is switched.
-bool makeGpuContextCurrent() {
+// Starts the frame on the GPU, if that is possible. All contexts of a share group are on one device, so the data
+// context decides for those of all threads. On software GL no render context is made, and no context is switched.
+void beginOnGpu(std::optional<GpuFrame>& frame, const Effect& effect, const PF_LayerDef& input) {
     const AEOpenGLContext* data = AEOpenGLContextManager::getSharedDataContext();
-    if (!data || data->isSoftware())
-        return false;
+    if (!data || data->isSoftware() || !GpuUse::shared().isPossible())
+        return;
+    AEOpenGLContextManager::getCurrentRenderContext()->makeContextCurrent();
+    if (!isEmptyWorld(input))
+        frame.emplace(effect, input).begin();
+}
+
+// Runs a step of a frame on the GPU. Where the GPU fails, or memory for it, the frame is none of the GPU's any more;
+// what the host answered goes on as a thrown integer.
+template<typename Step>
+void tryOnGpu(std::optional<GpuFrame>& frame, const Effect& effect, Step step) {
     try {
-        AEOpenGLContextManager::getCurrentRenderContext()->makeContextCurrent();
-        return true;
-    } catch (const GLFailure&) {
-        return false;
+        return step();
+    } catch (const GLFailure& failure) {
+        GpuUse::shared().note(effect.declaration.name, failure);
+    } catch (const std::bad_alloc&) {
+        GpuUse::shared().note(effect.declaration.name, "There is no memory for a frame of the GPU");
+    } catch (const std::exception& failure) { // of the GL bindings
+        GpuUse::shared().note(effect.declaration.name, failure.what());
     }
+    frame.reset();
 }
 
 // The values of the sliders, and the first code of a checkout or checkin that isn't 0.
@@ -60,11 +74,7 @@ PF_Err renderWorlds(const Effect& effect, PF_InData* in_data, PF_OutData* out_da
                     PF_LayerDef* output, ThreadPool& (*pool)()) {
     HostGLContext host;
     std::optional<GpuFrame> gpuFrame;
-    const bool isEmpty = isEmptyWorld(*input);
-    if (makeGpuContextCurrent() && !isEmpty) {
-        gpuFrame.emplace(out_data, *input);
-        gpuFrame->begin();
-    }
+    tryOnGpu(gpuFrame, effect, [&] { beginOnGpu(gpuFrame, effect, *input); });
 
     // Kept until the end of the frame, though no function of them is called: a host without them isn't one that
     // the effect was made for.
@@ -74,10 +84,10 @@ PF_Err renderWorlds(const Effect& effect, PF_InData* in_data, PF_OutData* out_da
     const SuiteScoper<AEGP_ItemSuite6> itemSuite(in_data, "AEGP Item Suite", 10, nullptr, nullptr);
     const Parameters parameters = readParameters(effect.declaration, in_data);
 
-    // A world without pixels has no address to ask the host for, and no texture can have its size.
     if (gpuFrame)
-        gpuFrame->render(effect, parameters.values, in_data, input, output);
-    else if (!isEmpty)
+        tryOnGpu(gpuFrame, effect, [&] { gpuFrame->render(parameters.values, in_data, input, output); });
+    // A world without pixels has no address to ask the host for, and no texture can have its size.
+    if (!gpuFrame && !isEmptyWorld(*input))
         renderOnCpu(effect, parameters.values, in_data, input, output, pool());
     host.restore();
     return parameters.code;
@@ -97,10 +107,6 @@ PF_Err renderFrame(const Effect& effect, PF_InData* in_data, PF_OutData* out_dat
         if (code == PF_Err_OUT_OF_MEMORY)
             showMemoryMessage(out_data, *input);
         throw;
-    } catch (const GLFailure& failure) {
-        showMessage(out_data, "%s for a frame of %d x %d pixels.", failure.what(), input->width,
-                    input->height);
-        throw int{PF_Err_BAD_CALLBACK_PARAM};
     } catch (const std::bad_alloc&) {
         showMemoryMessage(out_data, *input);
         throw;

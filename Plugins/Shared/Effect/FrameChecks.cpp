@@ -11,18 +11,14 @@ namespace {
 
 constexpr std::int64_t kPixelBytes = sizeof(PF_Pixel8);
 
-void checkRows(PF_OutData* out_data, const char* which, const PF_LayerDef& world, std::int64_t distance) {
-    if (isEmptyWorld(world) || distance >= kPixelBytes * world.width)
+// Rows may run upwards in memory. Where a single row is doesn't depend on a distance.
+void checkRows(PF_OutData* out_data, const char* which, const PF_LayerDef& world) {
+    if (isEmptyWorld(world) || world.height == 1 ||
+        std::abs(std::int64_t{world.rowbytes}) >= kPixelBytes * world.width)
         return;
     showMessage(out_data, "The rows of the %s, %d bytes apart, don't hold %d pixels.", which, world.rowbytes,
                 world.width);
     throw int{PF_Err_BAD_CALLBACK_PARAM};
-}
-
-// Where a single row goes doesn't depend on a distance.
-void checkOutputRows(PF_OutData* out_data, const PF_LayerDef& output) {
-    if (output.height > 1)
-        checkRows(out_data, "output", output, std::abs(std::int64_t{output.rowbytes}));
 }
 
 } // namespace
@@ -46,8 +42,8 @@ void checkWorlds(PF_OutData* out_data, const PF_LayerDef* input, const PF_LayerD
         showMessage(out_data, "The host gave no %s world.", input ? "output" : "input");
         throw int{PF_Err_BAD_CALLBACK_PARAM};
     }
-    checkRows(out_data, "input", *input, input->rowbytes);
-    checkOutputRows(out_data, *output);
+    checkRows(out_data, "input", *input);
+    checkRows(out_data, "output", *output);
     if (!isEmptyWorld(*output) && (output->width > input->width || output->height > input->height)) {
         showMessage(out_data, "The output of %d x %d pixels is larger than the input of %d x %d.",
                     output->width, output->height, input->width, input->height);

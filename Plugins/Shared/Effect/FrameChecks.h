@@ -12,8 +12,8 @@ bool isEmptyWorld(const PF_LayerDef& world);
 [[gnu::format(printf, 2, 3)]] void showMessage(PF_OutData* out_data, const char* format, ...);
 
 /// Throws the integer 516, with a message, for worlds that a frame can't be rendered from or into: a null
-/// one, an output larger than the input, and rows too close together for their pixels. The rows of the output
-/// may run upwards, with negative `rowbytes`.
+/// one, an output larger than the input, and rows too close together for their pixels. Rows may run upwards in
+/// memory, with negative `rowbytes`.
 void checkWorlds(PF_OutData* out_data, const PF_LayerDef* input, const PF_LayerDef* output);
 
 } // namespace Tessaloom::BilateralBlur

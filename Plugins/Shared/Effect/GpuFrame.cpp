@@ -1,12 +1,13 @@
 #include "Plugins/Shared/Effect/GpuFrame.h"
 
-#include "Plugins/Shared/Effect/FrameChecks.h"
 #include "Plugins/Shared/GL/AEOpenGLUtilities.h"
+#include "Plugins/Shared/GL/GLFailure.h"
 
 #include <glbinding/gl/enum.h>
 #include <glbinding/gl/functions.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <string>
 
 namespace Tessaloom::BilateralBlur {
@@ -26,44 +27,52 @@ private:
     gl::GLuint mName;
 };
 
-// The errors that GL has noted since it was last asked: GL_OUT_OF_MEMORY where that is among them, otherwise
-// the last. A lost context notes its loss over and over, so the loop is bounded.
-gl::GLenum takeErrors() {
-    constexpr int kMostErrors = 16;
-    gl::GLenum worst = gl::GL_NO_ERROR;
-    for (int i = 0; i < kMostErrors; ++i) {
-        const gl::GLenum error = gl::glGetError();
-        if (error == gl::GL_NO_ERROR)
-            break;
-        if (worst != gl::GL_OUT_OF_MEMORY)
-            worst = error;
-    }
-    return worst;
+// Bounds drawing to some rows of the target.
+class Scissor {
+public:
+    Scissor() { gl::glEnable(gl::GL_SCISSOR_TEST); }
+    ~Scissor() { gl::glDisable(gl::GL_SCISSOR_TEST); }
+    Scissor(const Scissor&) = delete;
+    Scissor& operator=(const Scissor&) = delete;
+};
+
+// Missing storage shows as an incomplete framebuffer, and would give a black picture.
+void checkTarget() {
+    const std::string status = AEOpenGLUtilities::CheckFramebufferStatus();
+    if (status != "OK")
+        throw GLFailure("OpenGL has no storage (" + status + ")");
+}
+
+// How many rows of a frame are drawn at once. A driver resets a GPU that is busy with one draw for seconds, and the
+// desktop waits meanwhile: an integrated GPU reads 6 G texels a second, so this is a twentieth of a second there.
+int bandRows(const PF_LayerDef& frame, int reach) {
+    constexpr std::int64_t kReadsOfBand = 300'000'000;
+    const std::int64_t side = 2 * reach + 1;
+    return static_cast<int>(
+        std::clamp<std::int64_t>(kReadsOfBand / (side * side * frame.width), 1, frame.height));
 }
 
 } // namespace
 
-// Objects whose storage is missing would fail the next frames of the size as well.
+// What was made for the frame may be without storage, and would fail the next frames as well.
 GpuFrame::~GpuFrame() {
-    if (!mIsRendered)
-        mFrameBuffer.discard();
-}
-
-void GpuFrame::fail(const std::string& reason) const {
-    showMessage(mOutData, "%s for a frame of %d x %d pixels.", reason.c_str(), mInput.width, mInput.height);
-    throw int{PF_Err_BAD_CALLBACK_PARAM};
+    if (mIsRendered)
+        return;
+    mFrameBuffer.discard();
+    mEffect.releasePass();
 }
 
 void GpuFrame::begin() {
-    takeErrors(); // the host's, or of a frame that failed
+    takeGLErrors(); // the host's, or of a frame that failed
     checkLimits();
     mFrameBuffer.prepare(mInput.width, mInput.height, true);
     mFrameBuffer.beginDrawing();
     checkTarget();
     // Another error is no failure: the draw buffer is set while a context's first frame has none to set it
     // on.
-    if (takeErrors() == gl::GL_OUT_OF_MEMORY)
-        fail("OpenGL ran out of memory");
+    const gl::GLenum error = takeGLErrors();
+    if (error == gl::GL_OUT_OF_MEMORY || error == gl::GL_CONTEXT_LOST)
+        throw GLFailure(error);
 }
 
 void GpuFrame::checkLimits() const {
@@ -71,42 +80,37 @@ void GpuFrame::checkLimits() const {
     gl::glGetIntegerv(gl::GL_MAX_TEXTURE_SIZE, &texture);
     gl::glGetIntegerv(gl::GL_MAX_RENDERBUFFER_SIZE, &renderBuffer);
     const gl::GLint limit = std::min(texture, renderBuffer);
-    if (mInput.width <= limit && mInput.height <= limit)
-        return;
-    showMessage(mOutData, "A frame of %d x %d pixels exceeds the %d x %d supported by this OpenGL driver.",
-                mInput.width, mInput.height, limit, limit);
-    throw int{PF_Err_BAD_CALLBACK_PARAM};
+    if (mInput.width > limit || mInput.height > limit)
+        throw GLFailure("OpenGL takes no frames beyond " + std::to_string(limit) + " x " +
+                        std::to_string(limit));
 }
 
-// Missing storage shows as an incomplete framebuffer, and would give a black picture.
-void GpuFrame::checkTarget() const {
-    const std::string status = AEOpenGLUtilities::CheckFramebufferStatus();
-    if (status != "OK")
-        fail("OpenGL has no storage (" + status + ")");
+void GpuFrame::draw(SliderValues values, unsigned texture, float multiplier16bit) const {
+    const int rows = bandRows(mInput, mEffect.reach(values));
+    if (rows == mInput.height)
+        return mEffect.draw(values, texture, multiplier16bit);
+    const Scissor scissor;
+    for (int y = 0; y < mInput.height; y += rows) {
+        gl::glScissor(0, y, mInput.width, std::min(rows, mInput.height - y));
+        mEffect.draw(values, texture, multiplier16bit);
+        gl::glFlush();
+    }
 }
 
-// A texture without storage would give a black picture too.
-void GpuFrame::checkErrors() const {
-    const gl::GLenum error = takeErrors();
-    if (error == gl::GL_OUT_OF_MEMORY)
-        fail("OpenGL ran out of memory");
-    if (error != gl::GL_NO_ERROR)
-        fail("OpenGL noted the error " + std::to_string(static_cast<unsigned>(error)));
-}
-
-void GpuFrame::render(const Effect& effect, SliderValues values, PF_InData* in_data, PF_LayerDef* input,
-                      PF_LayerDef* output) {
+void GpuFrame::render(SliderValues values, PF_InData* in_data, PF_LayerDef* input, PF_LayerDef* output) {
     float multiplier16bit = 1.0f;
     unsigned long pixelSize = sizeof(PF_Pixel8);
     gl::GLenum pixelType = gl::GL_UNSIGNED_BYTE;
     {
         const InputTexture texture(AEOpenGLUtilities::UploadTexture(
             PF_PixelFormat_ARGB32, input, output, in_data, pixelSize, pixelType, multiplier16bit, false));
-        effect.draw(values, texture.name(), multiplier16bit);
+        draw(values, texture.name(), multiplier16bit);
     }
     mFrameBuffer.endDrawing(multiplier16bit);
     checkTarget();
-    checkErrors();
+    // A texture without storage would give a black picture too.
+    if (const gl::GLenum error = takeGLErrors(); error != gl::GL_NO_ERROR)
+        throw GLFailure(error);
     AEOpenGLUtilities::DownloadTexture(static_cast<unsigned>(input->width),
                                        static_cast<unsigned>(input->height), input, output, in_data,
                                        PF_PixelFormat_ARGB32, pixelSize, pixelType);
