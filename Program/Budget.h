@@ -7,7 +7,7 @@
 
 namespace Tessaloom::BilateralBlur::Program {
 
-/// The memory that the pictures on their way may need together.
+/// The memory that the images on their way may need together.
 class Budget {
 public:
     /// A part of the budget, given back when it is destroyed; before the budget.
@@ -15,7 +15,7 @@ public:
 
     explicit Budget(std::uint64_t bytes) : mBytes(bytes) {}
 
-    /// Waits until `bytes` are left, or nothing is taken: a picture too large for the budget is alone.
+    /// Waits until `bytes` are left, or nothing is taken: an image too large for the budget is alone.
     Share take(std::uint64_t bytes) {
         std::unique_lock lock(mMutex);
         mChanged.wait(lock, [&] { return mShares == 0 || mTaken + bytes <= mBytes || mIsClosed; });

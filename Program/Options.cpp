@@ -1,7 +1,7 @@
 #include "Program/Options.h"
 
 #include "Program/Errors.h"
-#include "Program/Files/Picture.h"
+#include "Program/Files/Image.h"
 #include "Program/Memory.h"
 
 #include <CLI/CLI.hpp>
@@ -268,10 +268,10 @@ std::string completionText(const std::string& shell, const Host::Resource& effec
 }
 
 std::filesystem::path findModule() {
-    const std::filesystem::path folder = std::filesystem::read_symlink("/proc/self/exe").parent_path();
+    const std::filesystem::path directory = std::filesystem::read_symlink("/proc/self/exe").parent_path();
     const std::string name = "BilateralBlur.so";
     for (const char* place : {".", BILATERAL_BLUR_INSTALLED_MODULE, "../Plugins/BilateralBlur"}) {
-        std::filesystem::path module = (folder / place / name).lexically_normal();
+        std::filesystem::path module = (directory / place / name).lexically_normal();
         std::error_code ignored;
         if (std::filesystem::exists(module, ignored))
             return module;

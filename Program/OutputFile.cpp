@@ -41,8 +41,8 @@ path resolved(const path& file) {
     path target = std::filesystem::absolute(file);
     for (int links = 0; links < kMostLinks && std::filesystem::is_symlink(target, error); ++links)
         target = target.parent_path() / std::filesystem::read_symlink(target, error);
-    const path folder = std::filesystem::canonical(target.parent_path(), error);
-    return error ? target : folder / target.filename();
+    const path directory = std::filesystem::canonical(target.parent_path(), error);
+    return error ? target : directory / target.filename();
 }
 
 path temporaryOf(const path& target) {
@@ -167,18 +167,18 @@ void checkReplaceable(const path& file) {
         throw Failure(file.string() + ": this is a directory; name a file");
     if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status))
         throw Failure(file.string() + ": not a regular file; refusing to overwrite it");
-    checkFolderExists(target);
+    checkDirectoryExists(target);
     if (access(target.parent_path().c_str(), W_OK | X_OK) != 0)
         throw CommonFailure(file.string() + ": the directory can't be written to: " + std::strerror(errno));
     if (std::filesystem::exists(status) && access(target.c_str(), W_OK) != 0)
         throw Failure(file.string() + ": can't be replaced: " + std::strerror(errno));
 }
 
-void checkFolderExists(const path& file) {
-    const path folder = std::filesystem::absolute(file).parent_path();
+void checkDirectoryExists(const path& file) {
+    const path directory = std::filesystem::absolute(file).parent_path();
     std::error_code ignored;
-    if (!std::filesystem::is_directory(folder, ignored))
-        throw CommonFailure(file.string() + ": there is no directory " + folder.string());
+    if (!std::filesystem::is_directory(directory, ignored))
+        throw CommonFailure(file.string() + ": there is no directory " + directory.string());
 }
 
 void removeTemporary(const path& file) {

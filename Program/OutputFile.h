@@ -27,7 +27,7 @@ void writeStandardOutput(int descriptor, std::span<const std::byte> bytes);
 void checkReplaceable(const std::filesystem::path& path);
 
 /// Throws CommonFailure where the directory of `path` is missing.
-void checkFolderExists(const std::filesystem::path& path);
+void checkDirectoryExists(const std::filesystem::path& path);
 
 /// Removes what a process that died in `replaceFile` may have left, unless another process is writing it.
 void removeTemporary(const std::filesystem::path& path);

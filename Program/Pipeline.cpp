@@ -4,7 +4,7 @@
 #include "Platform/UsableCpus.h"
 #include "Program/Budget.h"
 #include "Program/Errors.h"
-#include "Program/Files/Picture.h"
+#include "Program/Files/Image.h"
 #include "Program/Memory.h"
 #include "Program/OutputFile.h"
 #include "Program/Queue.h"
@@ -26,10 +26,10 @@ namespace {
 
 using std::filesystem::path;
 
-/// A picture on its way.
+/// An image on its way.
 struct Frame {
     int job;
-    Picture picture;
+    Image image;
     Budget::Share memory;
 };
 
@@ -65,7 +65,7 @@ private:
 
     bool attempt(int job, const path& file, const std::function<void()>& step);
     void stop(const std::string& why);
-    std::shared_ptr<PictureFile> open(const Job& job);
+    std::shared_ptr<ImageFile> open(const Job& job);
     std::optional<Frame> readNext();
     void readAll();
     void noteLosses(const Frame& frame);
@@ -83,7 +83,7 @@ private:
     std::atomic<bool> mIsStopped{false};
     Budget mBudget{availableMemory()}; // outlives the queues, whose frames have shares
     Queue<Frame> mToFilter{1}, mToWrite{1};
-    /// Worlds of pictures that are written, for those to come: new pages cost as much as decoding. More than
+    /// Worlds of images that are written, for those to come: new pages cost as much as decoding. More than
     /// there are worlds on the way, so giving back never waits.
     Queue<Host::World> mSpares;
 };
@@ -111,18 +111,18 @@ void Pipeline::stop(const std::string& why) {
         mEvents.send({Event::Kind::Stopped, 0, why});
 }
 
-std::shared_ptr<PictureFile> Pipeline::open(const Job& job) {
+std::shared_ptr<ImageFile> Pipeline::open(const Job& job) {
     if (job.opened)
         return job.opened;
     try {
-        return std::make_shared<PictureFile>(job.input, mSettings.reading);
+        return std::make_shared<ImageFile>(job.input, mSettings.reading);
     } catch (const Failure&) {
-        checkFolderExists(job.input);
+        checkDirectoryExists(job.input);
         throw;
     }
 }
 
-/// The next picture that can be read.
+/// The next image that can be read.
 std::optional<Frame> Pipeline::readNext() {
     std::optional<Frame> frame;
     while (!frame && !mIsStopped && mNext < mTodo.size()) {
@@ -141,7 +141,7 @@ std::optional<Frame> Pipeline::readNext() {
 }
 
 void Pipeline::readAll() {
-    // One picture read ahead is enough, and none is held while another waits.
+    // One image read ahead is enough, and none is held while another waits.
     for (mToFilter.waitForRoom(); std::optional<Frame> frame = readNext(); mToFilter.waitForRoom())
         mToFilter.push(std::move(*frame));
     mToFilter.close();
@@ -149,12 +149,12 @@ void Pipeline::readAll() {
 
 void Pipeline::noteLosses(const Frame& frame) {
     const auto note = [&](const std::string& text) { mEvents.send({Event::Kind::Note, frame.job, text}); };
-    for (const std::string& text : frame.picture.notes)
+    for (const std::string& text : frame.image.notes)
         note(text);
 }
 
 void Pipeline::filter(Frame& frame, Host::Effect& effect) {
-    for (Page& page : frame.picture.pages) {
+    for (Page& page : frame.image.pages) {
         const Host::Result result =
             effect.render(page.world, page.world, mSettings.values, {.current = job(frame).frame});
         if (!result.ok())
@@ -164,16 +164,16 @@ void Pipeline::filter(Frame& frame, Host::Effect& effect) {
 
 void Pipeline::write(Frame& frame) {
     const path& output = job(frame).output;
-    const Format& format = job(frame).format ? *job(frame).format : *frame.picture.format;
+    const Format& format = job(frame).format ? *job(frame).format : *frame.image.format;
     if (!mIsStopped && attempt(frame.job, outputName(output), [&] {
-            const Bytes bytes = encodePicture(frame.picture, format, outputName(output), mSettings.writing);
+            const Bytes bytes = encodeImage(frame.image, format, outputName(output), mSettings.writing);
             if (output == kStandardStream)
                 writeStandardOutput(mStandardOutput, bytes);
             else
                 replaceFile(output, bytes);
         }))
         mEvents.send({Event::Kind::Done, frame.job});
-    mSpares.push(std::move(frame.picture.pages.front().world));
+    mSpares.push(std::move(frame.image.pages.front().world));
 }
 
 void Pipeline::writeAll() {

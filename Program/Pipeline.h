@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Program/Events.h"
-#include "Program/Files/Picture.h"
+#include "Program/Files/Image.h"
 #include "Program/Plan.h"
 
 #include <cstdint>
@@ -23,9 +23,9 @@ struct Settings {
 /// fails doesn't keep the others from being done.
 /// `standardOutput` is a file descriptor for the output "-".
 ///
-/// The effect is set up while the first picture is read. Reading and filtering have one thread each, writing
+/// The effect is set up while the first image is read. Reading and filtering have one thread each, writing
 /// one for each core that the process may use, since it is the slowest step of most sequences and libraries
-/// encode a picture on one core. At most one picture waits between two steps, and a picture is read only
+/// encode an image on one core. At most one image waits between two steps, and an image is read only
 /// where there is memory for it beside those on their way, or none is, so memory doesn't grow with the number
 /// of jobs. Where the system refuses a thread, the calling thread does its work.
 void runPipeline(const std::vector<Job>& jobs, const std::vector<int>& todo, const Settings& settings,

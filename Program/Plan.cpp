@@ -1,7 +1,7 @@
 #include "Program/Plan.h"
 
 #include "Program/Errors.h"
-#include "Program/Files/Picture.h"
+#include "Program/Files/Image.h"
 #include "Program/OutputFile.h"
 #include "Program/Sequence.h"
 
@@ -28,11 +28,11 @@ const Format* outputFormat(const Options& options) {
     return options.output == kStandardStream ? nullptr : &formatOf(options.output);
 }
 
-Plan planPicture(const Options& options) {
+Plan planImage(const Options& options) {
     if (options.frames)
         throw WrongUse("--frames needs a sequence as INPUT, a name with #### or %04d: " + options.input);
     const Format* format = outputFormat(options);
-    auto opened = std::make_shared<PictureFile>(options.input, ReadOptions{options.page});
+    auto opened = std::make_shared<ImageFile>(options.input, ReadOptions{options.page});
     if (format)
         opened->checkHeldBy(*format, outputName(options.output));
     return {.jobs = {{options.input, options.output, format, 0, std::move(opened)}}};
@@ -57,7 +57,7 @@ std::vector<int> gapsOf(const std::vector<int>& frames) {
 /// Throws WrongUse where writing these frames would replace files that belong to the input.
 void checkApart(const FramePattern& input, const FramePattern& output, const std::vector<int>& frames) {
     std::error_code ignored;
-    if (!std::filesystem::equivalent(input.folder(), output.folder(), ignored))
+    if (!std::filesystem::equivalent(input.directory(), output.directory(), ignored))
         return;
     for (const int frame : frames)
         if (input.frameOf(output.file(frame).filename().string()))
@@ -108,7 +108,7 @@ Plan makePlan(const Options& options) {
         throw WrongUse("standard output is a terminal; redirect it or name a file as OUTPUT");
     const std::optional<FramePattern> input =
         isThere(options.input) ? std::nullopt : FramePattern::parse(options.input);
-    Plan plan = input ? planSequence(options, *input) : planPicture(options);
+    Plan plan = input ? planSequence(options, *input) : planImage(options);
     if (options.output == kStandardStream)
         return plan;
     checkReplaceable(plan.jobs.front().output);

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Program/Files/Picture.h"
+#include "Program/Files/Image.h"
 #include "Program/Options.h"
 
 #include <filesystem>
@@ -16,12 +16,12 @@ inline constexpr const char* kStandardStream = "-";
 /// How messages call an output.
 std::string outputName(const std::filesystem::path& output);
 
-/// A picture to filter.
+/// An image to filter.
 struct Job {
     std::filesystem::path input, output;
-    const Format* format;                  ///< of the output; null for the input's
-    int frame;                             ///< 0 for a single picture
-    std::shared_ptr<PictureFile> opened{}; ///< a single picture, whose pipe can be read only once
+    const Format* format;                ///< of the output; null for the input's
+    int frame;                           ///< 0 for a single image
+    std::shared_ptr<ImageFile> opened{}; ///< a single image, whose pipe can be read only once
 };
 
 /// What the command line asks for.
@@ -33,7 +33,7 @@ struct Plan {
 
 /// Finds the frames. A pattern that is also an existing file means that file.
 ///
-/// OUTPUT of a single picture is taken as it is. A gap between the frames that exist is a note.
+/// OUTPUT of a single image is taken as it is. A gap between the frames that exist is a note.
 /// Throws WrongUse where input and output don't go together, Failure where there is nothing to do or the
 /// output's directory can't be written to.
 Plan makePlan(const Options& options);

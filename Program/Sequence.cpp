@@ -32,8 +32,8 @@ std::optional<int> parseFrame(const std::string& digits) {
 }
 
 /// The part of a text before a character, and after it if the text has that character.
-std::pair<std::string, std::optional<std::string>> split(const std::string& text, char sign) {
-    const std::size_t at = text.find(sign);
+std::pair<std::string, std::optional<std::string>> split(const std::string& text, char mark) {
+    const std::size_t at = text.find(mark);
     if (at == std::string::npos)
         return {text, std::nullopt};
     return {text.substr(0, at), text.substr(at + 1)};
@@ -92,7 +92,7 @@ std::optional<FramePattern> FramePattern::parse(const path& file) {
     if (findNumber(name, end))
         throw WrongUse(file.string() + ": the name holds two frame numbers; use one, as #### or %04d");
     FramePattern pattern;
-    pattern.mFolder = file.has_parent_path() ? file.parent_path() : ".";
+    pattern.mDirectory = file.has_parent_path() ? file.parent_path() : ".";
     pattern.mBefore = name.substr(0, number->start);
     pattern.mAfter = name.substr(end);
     pattern.mDigits = number->digits;
@@ -102,7 +102,7 @@ std::optional<FramePattern> FramePattern::parse(const path& file) {
 path FramePattern::file(int frame) const {
     std::string digits = std::to_string(frame);
     digits.insert(0, std::max<std::size_t>(digits.size(), mDigits) - digits.size(), '0');
-    return mFolder / (mBefore + digits + mAfter);
+    return mDirectory / (mBefore + digits + mAfter);
 }
 
 std::optional<int> FramePattern::frameOf(const std::string& fileName) const {
@@ -118,12 +118,12 @@ std::optional<int> FramePattern::frameOf(const std::string& fileName) const {
 std::vector<int> FramePattern::existingFrames() const {
     std::vector<int> frames;
     std::error_code error;
-    for (std::filesystem::directory_iterator at(mFolder, error), end; !error && at != end;
+    for (std::filesystem::directory_iterator at(mDirectory, error), end; !error && at != end;
          at.increment(error))
         if (const auto frame = frameOf(at->path().filename().string()))
             frames.push_back(*frame);
     if (error)
-        throw Failure(mFolder.string() + ": " + error.message());
+        throw Failure(mDirectory.string() + ": " + error.message());
     std::sort(frames.begin(), frames.end());
     return frames;
 }

@@ -8,8 +8,8 @@
 namespace Tessaloom::BilateralBlur::Program {
 
 /// The files of a numbered sequence, in one of the two notations of the field: "shot.####.png", with at
-/// least as many digits as there are signs, or "shot.%04d.png" ("%d": no leading zeros). The number stands
-/// in the file's name, not in a folder's.
+/// least as many digits as there are characters, or "shot.%04d.png" ("%d": no leading zeros). The number stands
+/// in the file's name, not in a directory's.
 class FramePattern {
 public:
     /// Nothing where the name holds no number. Throws WrongUse where it holds more than one.
@@ -21,15 +21,15 @@ public:
     /// The frame whose file has this name; nothing for other names. "shot.7.png" isn't of "shot.####.png".
     std::optional<int> frameOf(const std::string& fileName) const;
 
-    /// The frames whose files exist, rising. Throws Failure where the folder can't be read.
+    /// The frames whose files exist, rising. Throws Failure where the directory can't be read.
     std::vector<int> existingFrames() const;
 
-    const std::filesystem::path& folder() const { return mFolder; }
+    const std::filesystem::path& directory() const { return mDirectory; }
 
 private:
-    std::filesystem::path mFolder; ///< never empty
-    std::string mBefore, mAfter;   ///< the name around the number
-    int mDigits = 1;               ///< at least
+    std::filesystem::path mDirectory; ///< never empty
+    std::string mBefore, mAfter;      ///< the name around the number
+    int mDigits = 1;                  ///< at least
 };
 
 /// Frames as asked for on the command line: numbers and ranges with or without a step, separated by commas,

@@ -2,7 +2,7 @@
 
 #include "Program/Errors.h"
 #include "Program/Events.h"
-#include "Program/Files/Picture.h"
+#include "Program/Files/Image.h"
 #include "Program/OutputFile.h"
 #include "Program/Sequence.h"
 #include "Program/Signals.h"
@@ -135,7 +135,7 @@ void Supervisor::beChild(const Round& round, pid_t parent, int pipe) const {
         // The effect does without GL where there is none.
         if (!mSettings.verbose)
             setenv("EGL_LOG_LEVEL", "fatal", 0);
-        // The module prints what it runs on, and standard output may be the picture's.
+        // The module prints what it runs on, and standard output may be the image's.
         const int standardOutput = dup(STDOUT_FILENO);
         dup2(STDERR_FILENO, STDOUT_FILENO);
         if (!mSettings.verbose)

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Program/Files/Picture.h"
+#include "Program/Files/Image.h"
 
 #include <vips/vips8>
 
@@ -26,7 +26,7 @@ struct Format {
 
     /// Takes all that the file says beside its pixels, and one page for each image, without pixels. Throws
     /// std::runtime_error with a reason where the file is cut short.
-    void (*inspect)(std::span<const std::byte> file, Picture& head, Metadata& metadata);
+    void (*inspect)(std::span<const std::byte> file, Image& head, Metadata& metadata);
 
     vips::VImage (*load)(VipsBlob* file, vips::VOption* options);
 
@@ -34,7 +34,7 @@ struct Format {
     void (*verify)(std::span<const std::byte> file) = nullptr;
 
     /// The bytes of the file, metadata included.
-    Bytes (*encode)(const Picture& picture, WriteOptions options);
+    Bytes (*encode)(const Image& image, WriteOptions options);
 };
 
 bool matchesJpeg(std::span<const std::byte> file);
@@ -42,14 +42,14 @@ bool matchesPng(std::span<const std::byte> file);
 bool matchesTiff(std::span<const std::byte> file);
 bool matchesWebp(std::span<const std::byte> file);
 void verifyJpeg(std::span<const std::byte> file);
-void inspectJpeg(std::span<const std::byte> file, Picture& head, Metadata& metadata);
-void inspectPng(std::span<const std::byte> file, Picture& head, Metadata& metadata);
-void inspectTiff(std::span<const std::byte> file, Picture& head, Metadata& metadata);
-void inspectWebp(std::span<const std::byte> file, Picture& head, Metadata& metadata);
-Bytes encodeJpeg(const Picture& picture, WriteOptions options);
-Bytes encodePng(const Picture& picture, WriteOptions options);
-Bytes encodeTiff(const Picture& picture, WriteOptions options);
-Bytes encodeWebp(const Picture& picture, WriteOptions options);
+void inspectJpeg(std::span<const std::byte> file, Image& head, Metadata& metadata);
+void inspectPng(std::span<const std::byte> file, Image& head, Metadata& metadata);
+void inspectTiff(std::span<const std::byte> file, Image& head, Metadata& metadata);
+void inspectWebp(std::span<const std::byte> file, Image& head, Metadata& metadata);
+Bytes encodeJpeg(const Image& image, WriteOptions options);
+Bytes encodePng(const Image& image, WriteOptions options);
+Bytes encodeTiff(const Image& image, WriteOptions options);
+Bytes encodeWebp(const Image& image, WriteOptions options);
 
 // What the formats share
 
@@ -60,7 +60,7 @@ vips::VImage imageOf(const std::vector<Page>& pages, bool deep);
 void packRow(const Page& page, int y, bool deep, void* samples);
 
 /// The bytes of an image as the library's writer for an extension makes them, without metadata.
-Bytes encodeImage(const vips::VImage& image, const char* extension, vips::VOption* options);
+Bytes encodePlain(const vips::VImage& image, const char* extension, vips::VOption* options);
 
 /// The number in `count` bytes, the highest first; for RIFF the lowest first.
 std::uint32_t bigEndian(std::span<const std::byte> bytes);

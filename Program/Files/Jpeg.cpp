@@ -99,7 +99,7 @@ bool matchesJpeg(std::span<const std::byte> file) {
     return text(file).starts_with("\xFF\xD8\xFF");
 }
 
-void inspectJpeg(std::span<const std::byte> file, Picture& head, Metadata& metadata) {
+void inspectJpeg(std::span<const std::byte> file, Image& head, Metadata& metadata) {
     Page page;
     const std::span<const std::byte> scans = walk(file, [&](unsigned code, auto content) {
         if (code == kJfif && isJfif(content)) {
@@ -154,21 +154,21 @@ void verifyJpeg(std::span<const std::byte> file) {
         throw std::runtime_error("damaged");
 }
 
-Bytes encodeJpeg(const Picture& picture, WriteOptions options) {
-    const Page& page = picture.pages.front();
-    const Compression& compression = picture.compression;
+Bytes encodeJpeg(const Image& image, WriteOptions options) {
+    const Page& page = image.pages.front();
+    const Compression& compression = image.compression;
     const int followed = compression.quality > 0 ? compression.quality : kPlainQuality;
     const Bytes plain =
-        encodeImage(imageOf(picture.pages, false), ".jpg",
+        encodePlain(imageOf(image.pages, false), ".jpg",
                     vips::VImage::option()
                         ->set("Q", options.quality > 0 ? options.quality : followed)
                         ->set("optimize_coding", true)
                         ->set("subsample_mode", compression.subsampled && compression.quality > 0
                                                     ? VIPS_FOREIGN_SUBSAMPLE_ON
                                                     : VIPS_FOREIGN_SUBSAMPLE_OFF));
-    Bytes file = withMetadata(plain, *picture.metadata, page.profile);
-    const bool same = std::string_view(picture.format->name) == "JPEG";
-    const Bytes own = same ? picture.metadata->own : jfifSegment(page.density);
+    Bytes file = withMetadata(plain, *image.metadata, page.profile);
+    const bool same = std::string_view(image.format->name) == "JPEG";
+    const Bytes own = same ? image.metadata->own : jfifSegment(page.density);
     file.insert(file.begin() + kStart.size(), own.begin(), own.end());
     return file;
 }

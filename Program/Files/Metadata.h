@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Program/Files/Picture.h"
+#include "Program/Files/Image.h"
 
 #include <exiv2/exiv2.hpp>
 

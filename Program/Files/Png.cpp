@@ -100,11 +100,11 @@ void appendProfile(Bytes& to, const Bytes& profile) {
 }
 
 /// The chunks that go before the pixels.
-Bytes chunksOf(const Picture& picture) {
-    const Page& page = picture.pages.front();
-    const Metadata& metadata = *picture.metadata;
+Bytes chunksOf(const Image& image) {
+    const Page& page = image.pages.front();
+    const Metadata& metadata = *image.metadata;
     Bytes chunks;
-    if (std::string_view(picture.format->name) == "PNG") {
+    if (std::string_view(image.format->name) == "PNG") {
         chunks = metadata.own;
     } else {
         if (!page.profile.empty())
@@ -141,7 +141,7 @@ bool matchesPng(std::span<const std::byte> file) {
     return text(file).starts_with(kSignature);
 }
 
-void inspectPng(std::span<const std::byte> file, Picture& head, Metadata& metadata) {
+void inspectPng(std::span<const std::byte> file, Image& head, Metadata& metadata) {
     Page page;
     unsigned frames = 1, colours = 0;
     bool hasPixels = false, hasExif = false;
@@ -174,23 +174,22 @@ void inspectPng(std::span<const std::byte> file, Picture& head, Metadata& metada
     head.pages.push_back(std::move(page));
 }
 
-Bytes encodePng(const Picture& picture, WriteOptions) {
-    const Page& page = picture.pages.front();
+Bytes encodePng(const Image& image, WriteOptions) {
+    const Page& page = image.pages.front();
     const int bits = page.bits < 8 && !(page.channels == 1 && fits(page, page.bits)) ? 8 : page.bits;
     // On filtered images smaller than the library's own choice, and twice as fast.
     vips::VOption* options =
         VImage::option()->set("compression", 4)->set("filter", VIPS_FOREIGN_PNG_FILTER_PAETH);
-    const Bytes plain =
-        encodeImage(imageOf(picture.pages, bits == 16), ".png", options->set("bitdepth", bits));
+    const Bytes plain = encodePlain(imageOf(image.pages, bits == 16), ".png", options->set("bitdepth", bits));
     Bytes file;
-    file.reserve(plain.size() + picture.metadata->own.size());
+    file.reserve(plain.size() + image.metadata->own.size());
     append(file, bytesOf(kSignature));
     walk(plain, [&](const Chunk& chunk) {
         constexpr std::string_view kPixels[] = {"IHDR", "PLTE", "tRNS", "IDAT", "IEND"};
         if (std::count(std::begin(kPixels), std::end(kPixels), chunk.name) != 0)
             append(file, chunk.whole);
         if (chunk.name == "IHDR")
-            append(file, chunksOf(picture));
+            append(file, chunksOf(image));
     });
     return file;
 }

@@ -194,7 +194,7 @@ bool matchesTiff(std::span<const std::byte> file) {
                        [&](std::string_view start) { return text(file).starts_with(start); });
 }
 
-void inspectTiff(std::span<const std::byte> file, Picture& head, Metadata&) {
+void inspectTiff(std::span<const std::byte> file, Image& head, Metadata&) {
     // They would print on standard error; libvips, where it is started, sets its own.
     TIFFSetErrorHandler(nullptr);
     TIFFSetWarningHandler(nullptr);
@@ -217,19 +217,19 @@ void inspectTiff(std::span<const std::byte> file, Picture& head, Metadata&) {
         head.notes.push_back("EXIF, IPTC and XMP of the pages after the first aren't kept");
 }
 
-Bytes encodeTiff(const Picture& picture, WriteOptions) {
+Bytes encodeTiff(const Image& image, WriteOptions) {
     Bytes plain;
     File file{{}, &plain};
-    write(open(file, "w").get(), picture.pages.front());
+    write(open(file, "w").get(), image.pages.front());
     // The library for metadata would lose pages after the fourth, so it gets a file of one.
-    const Metadata& metadata = *picture.metadata;
+    const Metadata& metadata = *image.metadata;
     const bool hasMetadata = !metadata.exif.empty() || !metadata.iptc.empty() || !metadata.xmp.empty();
-    Bytes bytes = hasMetadata ? withMetadata(plain, metadata, picture.pages.front().profile) : plain;
+    Bytes bytes = hasMetadata ? withMetadata(plain, metadata, image.pages.front().profile) : plain;
     plain = {};
     File whole{{}, &bytes};
-    for (std::size_t i = 1; i < picture.pages.size(); ++i) {
+    for (std::size_t i = 1; i < image.pages.size(); ++i) {
         whole.at = 0;
-        write(open(whole, "a").get(), picture.pages[i]);
+        write(open(whole, "a").get(), image.pages[i]);
     }
     return bytes;
 }

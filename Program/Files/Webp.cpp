@@ -47,7 +47,7 @@ bool matchesWebp(std::span<const std::byte> file) {
            text(file).substr(8).starts_with("WEBP");
 }
 
-void inspectWebp(std::span<const std::byte> file, Picture& head, Metadata& metadata) {
+void inspectWebp(std::span<const std::byte> file, Image& head, Metadata& metadata) {
     if (littleEndian(file.subspan(4, 4)) > file.size() - 8)
         throw std::runtime_error("the file is cut short");
     constexpr std::size_t kFrameHeader = 16;
@@ -73,23 +73,23 @@ void inspectWebp(std::span<const std::byte> file, Picture& head, Metadata& metad
     }
 }
 
-Bytes encodeWebp(const Picture& picture, WriteOptions options) {
-    const Page& first = picture.pages.front();
-    VImage image = imageOf(picture.pages, false);
-    if (picture.pages.size() > 1) {
+Bytes encodeWebp(const Image& image, WriteOptions options) {
+    const Page& first = image.pages.front();
+    VImage pixels = imageOf(image.pages, false);
+    if (image.pages.size() > 1) {
         std::vector<int> delays;
-        for (const Page& page : picture.pages)
+        for (const Page& page : image.pages)
             delays.push_back(page.delay);
-        image.set(VIPS_META_PAGE_HEIGHT, first.world.height);
-        image.set("loop", picture.loops);
-        image.set("delay", delays);
+        pixels.set(VIPS_META_PAGE_HEIGHT, first.world.height);
+        pixels.set("loop", image.loops);
+        pixels.set("delay", delays);
     }
-    const bool isLossy = options.quality > 0 || picture.compression.lossy;
-    const Bytes plain = encodeImage(image, ".webp",
+    const bool isLossy = options.quality > 0 || image.compression.lossy;
+    const Bytes plain = encodePlain(pixels, ".webp",
                                     VImage::option()
                                         ->set("lossless", !isLossy)
                                         ->set("Q", options.quality > 0 ? options.quality : kQuality));
-    Metadata metadata = *picture.metadata;
+    Metadata metadata = *image.metadata;
     if (first.density.unit != Density::Unit::Unknown && densityOf(metadata.exif).x == 0)
         setDensity(metadata.exif, first.density);
     return withMetadata(plain, metadata, first.profile);

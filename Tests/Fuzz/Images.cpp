@@ -1,6 +1,6 @@
 #include "Program/Errors.h"
 #include "Program/Files/Format.h"
-#include "Program/Files/Picture.h"
+#include "Program/Files/Image.h"
 #include "Tests/Fuzz/Fuzz.h"
 
 using namespace Tessaloom::BilateralBlur;
@@ -12,8 +12,8 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     FUZZ_CHECK(started);
     file.write(Tests::textOf(data, size));
     try {
-        const Program::Picture picture = Program::PictureFile(file.path()).decode();
-        FUZZ_CHECK(!Program::encodePicture(picture, *picture.format, "output").empty());
+        const Program::Image image = Program::ImageFile(file.path()).decode();
+        FUZZ_CHECK(!Program::encodeImage(image, *image.format, "output").empty());
     } catch (const Program::Failure& error) {
         FUZZ_CHECK(std::string(error.what()).find('\n') == std::string::npos);
     }

@@ -37,7 +37,7 @@ void writeBadFiles(const Folder& folder) {
     const std::string animation = pngChunk("acTL", std::string("\0\0\0\2\0\0\0\0", 8));
     write("animated.png", good.substr(0, 33) + animation + good.substr(33));
     write("huge.png", pngWithoutPixels(60000));
-    write("text.png", "this is no picture\n");
+    write("text.png", "this is no image\n");
     write("empty.png", "");
     write("old.png", "old");
     write("secret.png", "", 0);

@@ -35,8 +35,8 @@ inline std::vector<std::string> shell(const Folder& folder, int blurScale, const
                 std::to_string(blurScale) + " \"$@\"; }; " + command};
 }
 
-/// A picture for the tests, with samples of 8 or 16 bits, from an image with values of 0 to 255.
-inline vips::VImage picture(const vips::VImage& image, bool deep = false) {
+/// An image for the tests, with samples of 8 or 16 bits, from one with values of 0 to 255.
+inline vips::VImage samplesOf(const vips::VImage& image, bool deep = false) {
     constexpr VipsInterpretation kKinds[2][2] = {{VIPS_INTERPRETATION_B_W, VIPS_INTERPRETATION_GREY16},
                                                  {VIPS_INTERPRETATION_sRGB, VIPS_INTERPRETATION_RGB16}};
     return (image * (deep ? 257 : 1))
@@ -49,13 +49,13 @@ inline vips::VImage noise(int width, int height, int channels, int seed = 0, boo
     const vips::VImage grey = vips::VImage::gaussnoise(
         width * channels, height,
         vips::VImage::option()->set("mean", 128)->set("sigma", 150)->set("seed", seed));
-    return picture(grey.bandfold(vips::VImage::option()->set("factor", channels)), deep);
+    return samplesOf(grey.bandfold(vips::VImage::option()->set("factor", channels)), deep);
 }
 
 /// Smooth shading, which survives JPEG.
 inline vips::VImage shading(int width, int height, int channels) {
     const vips::VImage grey = vips::VImage::grey(width, height) * 190 + 40;
-    return picture(vips::VImage::bandjoin(std::vector(channels, grey)));
+    return samplesOf(vips::VImage::bandjoin(std::vector(channels, grey)));
 }
 
 /// The image as pages of this height, one below the other.

@@ -79,7 +79,7 @@ TEST_F(Sequence, IsFilteredFrameByFrameAndItsGapsAreReported) {
 
 TEST_F(Sequence, GoesOnAfterFramesThatFail) {
     makeFrames(1, 5);
-    std::ofstream(mIn / "in.0002.png") << "no picture";
+    std::ofstream(mIn / "in.0002.png") << "no image";
     std::filesystem::create_directory(mOut / "out.0003.png");
     const int part = open((mOut / ".out.0004.png.part").c_str(), O_CREAT | O_WRONLY, 0666);
     ASSERT_EQ(flock(part, LOCK_EX), 0);

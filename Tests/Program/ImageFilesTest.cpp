@@ -1,8 +1,8 @@
-// Pictures of every kind through the real program, compared sample by sample.
+// Images of every kind through the real program, compared sample by sample.
 
 #include "Host/Effect.h"
+#include "Program/Files/Image.h"
 #include "Program/Files/Metadata.h"
-#include "Program/Files/Picture.h"
 #include "Program/OutputFile.h"
 #include "Tests/Program/Blur.h"
 
@@ -22,7 +22,7 @@ namespace {
 using testing::HasSubstr;
 using vips::VImage;
 
-/// Colours as near as the 8 bits of the premultiplied picture carry them, and `loss` on top of that.
+/// Colours as near as the 8 bits of the premultiplied image carry them, and `loss` on top of that.
 void expectNear(const VImage& wanted, const VImage& image, double loss = 0) {
     ASSERT_EQ(std::tuple(wanted.width(), wanted.height(), wanted.bands(), wanted.format()),
               std::tuple(image.width(), image.height(), image.bands(), image.format()));
@@ -36,7 +36,7 @@ void expectNear(const VImage& wanted, const VImage& image, double loss = 0) {
     EXPECT_EQ((after * (alpha == 0)).max(), 0);
 }
 
-class PictureFiles : public testing::Test {
+class ImageFiles : public testing::Test {
 protected:
     /// Filters a file of the folder at scale 0. Gives what is printed.
     std::string filter(const std::string& in, const std::string& out,
@@ -49,7 +49,7 @@ protected:
     const Folder mFolder;
 };
 
-TEST_F(PictureFiles, OfEveryKindKeepTheirKindAndColours) {
+TEST_F(ImageFiles, OfEveryKindKeepTheirKindAndColours) {
     const std::map<std::string, std::vector<int>> kKinds{
         {".jpg", {1, 3}}, {".png", {1, 2, 3, 4}}, {".tif", {1, 2, 3, 4}}, {".webp", {3, 4}}};
     for (const auto& [format, kinds] : kKinds)
@@ -68,10 +68,10 @@ TEST_F(PictureFiles, OfEveryKindKeepTheirKindAndColours) {
             }
 }
 
-TEST_F(PictureFiles, AreFilteredAsTheEffectFiltersThem) {
+TEST_F(ImageFiles, AreFilteredAsTheEffectFiltersThem) {
     save(noise(41, 37, 4), mFolder / "in.png");
     ASSERT_EQ(blur(mFolder / "in.png", mFolder / "out.tif", 20).exitCode, 0);
-    Picture in = PictureFile(mFolder / "in.png").decode(), out = PictureFile(mFolder / "out.tif").decode();
+    Image in = ImageFile(mFolder / "in.png").decode(), out = ImageFile(mFolder / "out.tif").decode();
     Host::World &wanted = in.pages[0].world, &world = out.pages[0].world;
     const Host::Module module(MODULE);
     ASSERT_TRUE(Host::Effect(module).render(wanted, wanted, std::array{20}).ok());
@@ -115,7 +115,7 @@ std::map<std::string, bool> kindsIn(const std::string& file) {
 
 // The table of the manual page: every kind goes from each format to each, except what a format can't hold and
 // the thumbnail, which shows the unfiltered image.
-TEST_F(PictureFiles, KeepMetadataFromFormatToFormat) {
+TEST_F(ImageFiles, KeepMetadataFromFormatToFormat) {
     const std::string jpeg = mFolder / "in.jpg";
     save(shading(40, 30, 3).copy(VImage::option()->set("xres", 5.0)->set("yres", 10.0)),
          jpeg + "[profile=p3]");
@@ -146,18 +146,18 @@ TEST_F(PictureFiles, KeepMetadataFromFormatToFormat) {
     }
 }
 
-TEST_F(PictureFiles, GetNoMetadataThatTheInputLacks) {
+TEST_F(ImageFiles, GetNoMetadataThatTheInputLacks) {
     save(shading(40, 30, 3), mFolder / "in.webp");
     // libvips puts EXIF into every WebP.
     Exiv2::ImageFactory::open(mFolder / "in.webp")->writeMetadata();
     for (const std::string out : {"out.jpg", "out.png", "out.webp", "out.tif"}) {
         filter("in.webp", out);
-        EXPECT_EQ(PictureFile(mFolder / out).decode().pages[0].density.x, 0) << out;
+        EXPECT_EQ(ImageFile(mFolder / out).decode().pages[0].density.x, 0) << out;
         EXPECT_EQ(load(mFolder / out).get_typeof(VIPS_META_EXIF_NAME), 0u) << out;
     }
 }
 
-TEST_F(PictureFiles, KeepPngChunksAndTheFirstExif) {
+TEST_F(ImageFiles, KeepPngChunksAndTheFirstExif) {
     const auto exif = [](const std::string& artist) {
         const std::string start("II*\0\x8\0\0\0\1\0\x3b\1\2\0\3\0\0\0", 18);
         return pngChunk("eXIf", start + artist + std::string(6, '\0'));
@@ -178,7 +178,7 @@ TEST_F(PictureFiles, KeepPngChunksAndTheFirstExif) {
     EXPECT_EQ(out.find("eXIf"), out.rfind("eXIf"));
 }
 
-TEST_F(PictureFiles, FollowTheInputsCompression) {
+TEST_F(ImageFiles, FollowTheInputsCompression) {
     const auto filtered = [&](const std::string& format, const VImage& image, const std::string& options) {
         save(image, mFolder / "in" + format + options);
         filter("in" + format, "out" + format);
@@ -208,13 +208,13 @@ TEST_F(PictureFiles, FollowTheInputsCompression) {
     for (const std::string format : {".png", ".tif"}) {
         filtered(format, bilevel, "[bitdepth=1]");
         expectNear(bilevel, load(mFolder / "out" + format));
-        EXPECT_EQ(PictureFile(mFolder / "out" + format).decode().pages[0].bits, 1);
+        EXPECT_EQ(ImageFile(mFolder / "out" + format).decode().pages[0].bits, 1);
     }
     filtered(".png", colours, "[palette]");
     expectNear(load(mFolder / "in.png"), load(mFolder / "out.png"));
 }
 
-TEST_F(PictureFiles, ReplaceAnOldOutputOfAnyNameWithItsPermissionsAndOwnerThroughItsLink) {
+TEST_F(ImageFiles, ReplaceAnOldOutputOfAnyNameWithItsPermissionsAndOwnerThroughItsLink) {
     const std::string name(255, 'x'), real = mFolder / name; // the longest name that there is
     save(shading(20, 20, 3), mFolder / "#1.png");
     std::ofstream{real} << "old";
@@ -222,7 +222,7 @@ TEST_F(PictureFiles, ReplaceAnOldOutputOfAnyNameWithItsPermissionsAndOwnerThroug
     // Only root can give files away; others keep their own.
     const bool isGiven = chown(real.c_str(), 1234, 5678) == 0;
     std::filesystem::permissions(real, std::filesystem::perms(04640));
-    // The second time, the picture replaces itself.
+    // The second time, the image replaces itself.
     for (const char* out : {"50%d.png", "#1.png"})
         filter("#1.png", out);
     struct stat now {};
@@ -235,7 +235,7 @@ TEST_F(PictureFiles, ReplaceAnOldOutputOfAnyNameWithItsPermissionsAndOwnerThroug
     EXPECT_THAT(mFolder.names(), testing::ElementsAre("#1.png", "50%d.png", name));
 }
 
-TEST_F(PictureFiles, NoteWhatIsOddOrNotKeptOfATiff) {
+TEST_F(ImageFiles, NoteWhatIsOddOrNotKeptOfATiff) {
     std::string packet = "<x:xmpmeta xmlns:x='adobe:ns:meta/'/>";
     VImage alpha = noise(20, 10, 4), pages = paged(noise(8, 8, 3), 4);
     for (VImage* image : {&alpha, &pages})
@@ -257,7 +257,7 @@ TEST_F(PictureFiles, NoteWhatIsOddOrNotKeptOfATiff) {
     EXPECT_THAT(filter("pages.tif", "out.tif"), HasSubstr("XMP of the pages after the first aren't kept"));
 }
 
-TEST_F(PictureFiles, KeepAllFramesOfAnAnimation) {
+TEST_F(ImageFiles, KeepAllFramesOfAnAnimation) {
     VImage tall = paged(noise(16, 36, 3), 12);
     const std::vector<int> delays{100, 50, 200};
     tall.set("delay", delays);
@@ -273,8 +273,8 @@ TEST_F(PictureFiles, KeepAllFramesOfAnAnimation) {
     expectNear(tall.crop(0, 12, 16, 12), load(mFolder / "page.png"));
 }
 
-TEST_F(PictureFiles, KeepAllPagesOfDifferentSizesAndKinds) {
-    Picture written;
+TEST_F(ImageFiles, KeepAllPagesOfDifferentSizesAndKinds) {
+    Image written;
     written.format = formatNamed("tiff");
     auto metadata = std::make_shared<Metadata>();
     metadata->exif["Exif.Image.Orientation"] = std::uint16_t{2};
@@ -285,10 +285,10 @@ TEST_F(PictureFiles, KeepAllPagesOfDifferentSizesAndKinds) {
         page.channels = 1 + i % 4;
         page.orientation = 2 + i;
     }
-    replaceFile(mFolder / "in.tif", encodePicture(written, *written.format, "in.tif"));
+    replaceFile(mFolder / "in.tif", encodeImage(written, *written.format, "in.tif"));
     filter("in.tif", "out.tif");
     for (int i = 0; i < 6; ++i) {
-        const Picture read = PictureFile(mFolder / "out.tif", {i + 1}).decode();
+        const Image read = ImageFile(mFolder / "out.tif", {i + 1}).decode();
         const Page& page = read.pages.front();
         EXPECT_TRUE(page.world.sameShape(written.pages[i].world)) << i;
         EXPECT_EQ(page.channels, written.pages[i].channels);
@@ -296,7 +296,7 @@ TEST_F(PictureFiles, KeepAllPagesOfDifferentSizesAndKinds) {
     }
 }
 
-TEST_F(PictureFiles, GoThroughPipes) {
+TEST_F(ImageFiles, GoThroughPipes) {
     ASSERT_EQ(mkfifo((mFolder / "pipe").c_str(), 0600), 0);
     for (const std::string format : {".jpg", ".png", ".tif", ".webp"}) {
         save(noise(700, 520, 3), mFolder / "in" + format); // more than is read at once

@@ -49,7 +49,7 @@ struct Compression {
 ///
 /// The pixels keep the order of the file: an orientation tag is carried, not applied. A palette becomes the
 /// colours of its entries.
-struct Picture {
+struct Image {
     std::vector<Page> pages;
     const Format* format = nullptr; ///< of the file that was read
     int loops = 0;                  ///< how often an animation is shown; 0 without end
@@ -68,11 +68,11 @@ struct WriteOptions {
 };
 
 /// A file that was opened and read, once, and whose header was judged. Pipes will do.
-class PictureFile {
+class ImageFile {
 public:
     /// Reads a JPEG, PNG, TIFF or WebP file, identified by its content; "-" is standard input. Throws Failure
     /// where it can't be read, is cut short, lacks the page, or needs more memory than there is available.
-    explicit PictureFile(const std::filesystem::path& path, ReadOptions options = {});
+    explicit ImageFile(const std::filesystem::path& path, ReadOptions options = {});
 
     /// Throws Failure where a format can't hold these images; `name` is the output's.
     void checkHeldBy(const Format& format, const std::string& name) const;
@@ -80,7 +80,7 @@ public:
     /// The images. `spare` becomes the first page's world where its size fits: fresh memory costs as much as
     /// some decoding. To be called once. Throws Failure where the file is damaged or has another kind of
     /// samples or colours.
-    Picture decode(Host::World spare = {0, 0});
+    Image decode(Host::World spare = {0, 0});
 
     /// The bytes that it takes at most to decode, filter and encode the images.
     std::uint64_t memory() const { return mMemory; }
@@ -89,7 +89,7 @@ private:
     std::string mName;
     ReadOptions mOptions;
     Bytes mBytes;
-    Picture mHead; ///< all but the pixels
+    Image mHead; ///< all but the pixels
     std::uint64_t mMemory;
 };
 
@@ -113,12 +113,12 @@ const Format& formatOf(const std::filesystem::path& path);
 /// The format of one of `formatChoices`; null for any other name.
 const Format* formatNamed(const std::string& name);
 
-/// The bytes of a file in a format, with the picture's channels, metadata, and 16 bits a channel where the
-/// picture had them and the format can hold them. PNG and TIFF are written without loss, and so is WebP
+/// The bytes of a file in a format, with the image's channels, metadata, and 16 bits a channel where the
+/// image had them and the format can hold them. PNG and TIFF are written without loss, and so is WebP
 /// unless the input is WebP with loss or a quality is given. A JPEG file gets the quality and colour
 /// resolution of the input, if that is JPEG, else quality 95 and full colour resolution. `name` is for
 /// messages. Throws Failure, for alpha in JPEG and several pages in PNG among others.
-Bytes encodePicture(const Picture& picture, const Format& format, const std::string& name,
-                    WriteOptions options = {});
+Bytes encodeImage(const Image& image, const Format& format, const std::string& name,
+                  WriteOptions options = {});
 
 } // namespace Tessaloom::BilateralBlur::Program

@@ -1,4 +1,4 @@
-#include "Program/Files/Picture.h"
+#include "Program/Files/Image.h"
 
 #include "Host/Pixels.h"
 #include "Program/Errors.h"
@@ -116,7 +116,7 @@ std::string reason(const vips::VError& error, const char* otherwise) {
 
 constexpr const char* kDamaged = "the image is damaged or cut short";
 
-VImage open(const Picture& head, const Bytes& file, std::size_t first, int count) {
+VImage open(const Image& head, const Bytes& file, std::size_t first, int count) {
     vips::VOption* options =
         VImage::option()->set("access", VIPS_ACCESS_SEQUENTIAL)->set("fail_on", VIPS_FAIL_ON_WARNING);
     if (head.format->hasPages)
@@ -203,7 +203,7 @@ void readPage(const VImage& image, int firstRow, Page& page, Host::World spare) 
         unpackRows<std::uint8_t>(image, firstRow, page.world);
 }
 
-void takeMetadata(const Bytes& file, Picture& head, Metadata& metadata) {
+void takeMetadata(const Bytes& file, Image& head, Metadata& metadata) {
     try {
         readMetadata(file, std::string_view(head.format->name) == "TIFF", metadata);
     } catch (const std::exception&) {
@@ -213,7 +213,7 @@ void takeMetadata(const Bytes& file, Picture& head, Metadata& metadata) {
 }
 
 /// Takes one page out of a file's, or all.
-void choosePage(Picture& head, int wanted, const std::string& name) {
+void choosePage(Image& head, int wanted, const std::string& name) {
     const std::size_t count = head.pages.size();
     if (head.unreadableFrames > 0 && wanted == 0)
         fail(name, "this is an animated PNG; only its still image can be read, with --page 1");
@@ -248,18 +248,18 @@ int packRegion(VipsRegion* region, void*, void* first, void*, gboolean*) {
     return 0;
 }
 
-void checkHolds(const Format& format, const Picture& picture, const std::string& name) {
-    const bool hasAlpha = std::any_of(picture.pages.begin(), picture.pages.end(), [](const Page& page) {
+void checkHolds(const Format& format, const Image& image, const std::string& name) {
+    const bool hasAlpha = std::any_of(image.pages.begin(), image.pages.end(), [](const Page& page) {
         return page.channels == 2 || page.channels == 4;
     });
     const std::string formatName = format.name;
     if (hasAlpha && !format.hasAlpha)
         fail(name, formatName + " can't hold the image's alpha channel; use " +
                        namesOfFormats([](const Format& other) { return other.hasAlpha; }));
-    if (picture.pages.size() > 1 && &format != picture.format)
-        fail(name, formatName + " can't hold the " + std::to_string(picture.pages.size()) +
-                       " pages of the input; use " + picture.format->name + ", or choose one with --page N");
-    for (const Page& page : picture.pages) {
+    if (image.pages.size() > 1 && &format != image.format)
+        fail(name, formatName + " can't hold the " + std::to_string(image.pages.size()) +
+                       " pages of the input; use " + image.format->name + ", or choose one with --page N");
+    for (const Page& page : image.pages) {
         const int side = std::max(page.width, page.height);
         if (side <= format.largestSide)
             continue;
@@ -293,7 +293,7 @@ std::string formatExtensions() {
     return alternatives(extensions);
 }
 
-PictureFile::PictureFile(const path& path, ReadOptions options)
+ImageFile::ImageFile(const path& path, ReadOptions options)
     : mName(inputName(path)),
       mOptions(options),
       mBytes(readInput(path, [](auto start) { return formatOfContent(start) != nullptr; })) {
@@ -316,33 +316,33 @@ PictureFile::PictureFile(const path& path, ReadOptions options)
     mMemory = checkFits(mHead.pages, mName);
 }
 
-void PictureFile::checkHeldBy(const Format& format, const std::string& name) const {
+void ImageFile::checkHeldBy(const Format& format, const std::string& name) const {
     checkHolds(format, mHead, name);
 }
 
-Picture PictureFile::decode(Host::World spare) {
+Image ImageFile::decode(Host::World spare) {
     try {
-        Picture picture = std::move(mHead);
-        if (picture.format->verify)
-            picture.format->verify(mBytes);
+        Image image = std::move(mHead);
+        if (image.format->verify)
+            image.format->verify(mBytes);
         const std::size_t first = mOptions.page > 0 ? static_cast<std::size_t>(mOptions.page) - 1 : 0;
-        const std::size_t count = picture.pages.size();
-        if (picture.format->isAnimated && count > 1) {
-            const VImage all = open(picture, mBytes, 0, -1);
-            checkAccepted(all, picture.pages.front(), count, mName);
+        const std::size_t count = image.pages.size();
+        if (image.format->isAnimated && count > 1) {
+            const VImage all = open(image, mBytes, 0, -1);
+            checkAccepted(all, image.pages.front(), count, mName);
             for (std::size_t i = 0; i < count; ++i)
-                readPage(all, static_cast<int>(i) * picture.pages[i].height, picture.pages[i], {0, 0});
+                readPage(all, static_cast<int>(i) * image.pages[i].height, image.pages[i], {0, 0});
         } else {
             for (std::size_t i = 0; i < count; ++i) {
-                const VImage image = open(picture, mBytes, first + i, 1);
-                checkAccepted(image, picture.pages[i], 1, mName);
-                readPage(image, 0, picture.pages[i], std::exchange(spare, Host::World(0, 0)));
+                const VImage decoded = open(image, mBytes, first + i, 1);
+                checkAccepted(decoded, image.pages[i], 1, mName);
+                readPage(decoded, 0, image.pages[i], std::exchange(spare, Host::World(0, 0)));
             }
         }
-        if (std::any_of(picture.pages.begin(), picture.pages.end(),
+        if (std::any_of(image.pages.begin(), image.pages.end(),
                         [](const Page& page) { return page.bits == 16; }))
-            picture.notes.push_back("16-bit input is reduced to 8 bits per channel");
-        return picture;
+            image.notes.push_back("16-bit input is reduced to 8 bits per channel");
+        return image;
     } catch (const Failure&) {
         throw;
     } catch (const vips::VError& error) {
@@ -385,7 +385,7 @@ void packRow(const Page& page, int y, bool deep, void* samples) {
     (deep ? pack<std::uint16_t> : pack<std::uint8_t>)(page, y, 0, page.world.width, samples);
 }
 
-Bytes encodeImage(const VImage& image, const char* extension, vips::VOption* options) {
+Bytes encodePlain(const VImage& image, const char* extension, vips::VOption* options) {
     void* buffer = nullptr;
     std::size_t size = 0;
     image.write_to_buffer(extension, &buffer, &size, options->set("strip", true));
@@ -412,11 +412,10 @@ std::uint32_t littleEndian(std::span<const std::byte> bytes) {
     return value;
 }
 
-Bytes encodePicture(const Picture& picture, const Format& format, const std::string& name,
-                    WriteOptions options) {
-    checkHolds(format, picture, name);
+Bytes encodeImage(const Image& image, const Format& format, const std::string& name, WriteOptions options) {
+    checkHolds(format, image, name);
     try {
-        return format.encode(picture, options);
+        return format.encode(image, options);
     } catch (const vips::VError& error) {
         fail(name, reason(error, "the image can't be encoded"));
     } catch (const std::runtime_error& error) {

@@ -1,6 +1,6 @@
-// Makes the pictures of the documentation:
-//   pictures sample OUT                    the sample picture
-//   pictures sheet OUT X Y SIZE IN...      the square of SIZE pixels at X, Y of each picture, three times as
+// Makes the images of the documentation:
+//   pictures sample OUT                    the sample image
+//   pictures sheet OUT X Y SIZE IN...      the square of SIZE pixels at X, Y of each image, three times as
 //                                          large, side by side
 // Pixels are straight RGBA. The same call gives the same bytes.
 
