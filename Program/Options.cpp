@@ -1,7 +1,7 @@
 #include "Program/Options.h"
 
 #include "Program/Errors.h"
-#include "Program/Files/Image.h"
+#include "Program/Files/Format.h"
 #include "Program/Memory.h"
 
 #include <CLI/CLI.hpp>

@@ -1,7 +1,8 @@
 #pragma once
 
 #include "Program/Events.h"
-#include "Program/Files/Image.h"
+#include "Program/Files/Encode.h"
+#include "Program/Files/ImageFile.h"
 #include "Program/Plan.h"
 
 #include <cstdint>

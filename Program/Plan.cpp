@@ -1,7 +1,9 @@
 #include "Program/Plan.h"
 
 #include "Program/Errors.h"
-#include "Program/Files/Image.h"
+#include "Program/Files/Format.h"
+#include "Program/Files/ImageFile.h"
+#include "Program/Files/InputFile.h"
 #include "Program/OutputFile.h"
 #include "Program/Sequence.h"
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Program/Files/Image.h"
+#include "Program/Files/ImageFile.h"
 #include "Program/Options.h"
 
 #include <filesystem>

@@ -2,7 +2,7 @@
 
 #include "Program/Errors.h"
 #include "Program/Events.h"
-#include "Program/Files/Image.h"
+#include "Program/Files/ImageLibrary.h"
 #include "Program/OutputFile.h"
 #include "Program/Sequence.h"
 #include "Program/Signals.h"

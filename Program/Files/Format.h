@@ -1,15 +1,16 @@
 #pragma once
 
+#include "Program/Files/Encode.h"
 #include "Program/Files/Image.h"
 
 #include <vips/vips8>
 
 #include <array>
 #include <cstddef>
+#include <filesystem>
+#include <functional>
 #include <span>
 #include <string>
-#include <string_view>
-#include <vector>
 
 namespace Tessaloom::BilateralBlur::Program {
 
@@ -20,6 +21,7 @@ struct Format {
     bool hasAlpha;
     bool hasPages;           ///< several in a file, all of them ours to read and write
     bool isAnimated = false; ///< the pages are frames of one size
+    bool mixesTags = false;  ///< EXIF is in one directory with the tags that say how the pixels are stored
     int largestSide;         ///< of width and height, in pixels
 
     bool (*matches)(std::span<const std::byte> file);
@@ -33,9 +35,30 @@ struct Format {
     /// Throws std::runtime_error where the pixels are damaged and `load` doesn't see it; null where it does.
     void (*verify)(std::span<const std::byte> file) = nullptr;
 
-    /// The bytes of the file, metadata included.
-    Bytes (*encode)(const Image& image, WriteOptions options);
+    /// The bytes of the file, metadata included. `isOfInput` where the image comes from a file of this format.
+    Bytes (*encode)(const Image& image, WriteOptions options, bool isOfInput);
 };
+
+/// The formats that fit, for messages: "JPEG, PNG, TIFF or WebP".
+std::string formatNames(const std::function<bool(const Format&)>& fits = [](const Format&) { return true; });
+
+/// The extensions of file names that can be written, for messages.
+std::string formatExtensions();
+
+/// The names that `formatNamed` knows, separated by "|".
+std::string formatChoices();
+
+/// The format that the extension of a file name means. Throws WrongUse for a name that has no such
+/// extension.
+const Format& formatOf(const std::filesystem::path& path);
+
+/// The format of one of `formatChoices`; null for any other name.
+const Format* formatNamed(const std::string& name);
+
+/// The format that the first bytes of a file are of; null for none.
+const Format* formatOfContent(std::span<const std::byte> file);
+
+// What the rows are made of
 
 bool matchesJpeg(std::span<const std::byte> file);
 bool matchesPng(std::span<const std::byte> file);
@@ -46,34 +69,9 @@ void inspectJpeg(std::span<const std::byte> file, Image& head, Metadata& metadat
 void inspectPng(std::span<const std::byte> file, Image& head, Metadata& metadata);
 void inspectTiff(std::span<const std::byte> file, Image& head, Metadata& metadata);
 void inspectWebp(std::span<const std::byte> file, Image& head, Metadata& metadata);
-Bytes encodeJpeg(const Image& image, WriteOptions options);
-Bytes encodePng(const Image& image, WriteOptions options);
-Bytes encodeTiff(const Image& image, WriteOptions options);
-Bytes encodeWebp(const Image& image, WriteOptions options);
-
-// What the formats share
-
-/// Pages of one size, one below the other, as an image of the library. It borrows the pixels.
-vips::VImage imageOf(const std::vector<Page>& pages, bool deep);
-
-/// Packs a row of a page's pixels into samples of 8 or 16 bits.
-void packRow(const Page& page, int y, bool deep, void* samples);
-
-/// The bytes of an image as the library's writer for an extension makes them, without metadata.
-Bytes encodePlain(const vips::VImage& image, const char* extension, vips::VOption* options);
-
-/// The number in `count` bytes, the highest first; for RIFF the lowest first.
-std::uint32_t bigEndian(std::span<const std::byte> bytes);
-std::uint32_t littleEndian(std::span<const std::byte> bytes);
-
-inline std::string_view text(std::span<const std::byte> bytes) {
-    return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
-}
-
-inline std::span<const std::byte> bytesOf(std::string_view text) {
-    return {reinterpret_cast<const std::byte*>(text.data()), text.size()};
-}
-
-void append(Bytes& to, std::span<const std::byte> bytes);
+Bytes encodeJpeg(const Image& image, WriteOptions options, bool isOfInput);
+Bytes encodePng(const Image& image, WriteOptions options, bool isOfInput);
+Bytes encodeTiff(const Image& image, WriteOptions options, bool isOfInput);
+Bytes encodeWebp(const Image& image, WriteOptions options, bool isOfInput);
 
 } // namespace Tessaloom::BilateralBlur::Program

@@ -1,18 +1,15 @@
-#include "Program/Files/Image.h"
+#include "Program/Files/ImageFile.h"
 
 #include "Host/Pixels.h"
 #include "Program/Errors.h"
+#include "Program/Files/Encode.h"
 #include "Program/Files/Format.h"
+#include "Program/Files/ImageLibrary.h"
 #include "Program/Files/InputFile.h"
 #include "Program/Files/Metadata.h"
 #include "Program/Memory.h"
 
 #include <algorithm>
-#include <cctype>
-#include <cerrno>
-#include <cstdlib>
-#include <cstring>
-#include <string_view>
 
 namespace Tessaloom::BilateralBlur::Program {
 
@@ -21,98 +18,9 @@ namespace {
 using std::filesystem::path;
 using vips::VImage;
 
-constexpr Format kFormats[] = {
-    {.name = "JPEG",
-     .extensions = {".jpg", ".jpeg"},
-     .hasAlpha = false,
-     .hasPages = false,
-     .largestSide = 65500,
-     .matches = matchesJpeg,
-     .inspect = inspectJpeg,
-     .load = VImage::jpegload_buffer,
-     .verify = verifyJpeg,
-     .encode = encodeJpeg},
-    {.name = "PNG",
-     .extensions = {".png", ".png"},
-     .hasAlpha = true,
-     .hasPages = false,
-     .largestSide = 1'000'000,
-     .matches = matchesPng,
-     .inspect = inspectPng,
-     .load = VImage::pngload_buffer,
-     .encode = encodePng},
-    {.name = "TIFF",
-     .extensions = {".tif", ".tiff"},
-     .hasAlpha = true,
-     .hasPages = true,
-     .largestSide = 1'000'000,
-     .matches = matchesTiff,
-     .inspect = inspectTiff,
-     .load = VImage::tiffload_buffer,
-     .encode = encodeTiff},
-    {.name = "WebP",
-     .extensions = {".webp", ".webp"},
-     .hasAlpha = true,
-     .hasPages = true,
-     .isAnimated = true,
-     .largestSide = 16383,
-     .matches = matchesWebp,
-     .inspect = inspectWebp,
-     .load = VImage::webpload_buffer,
-     .encode = encodeWebp},
-};
-
-template<class Condition>
-const Format* firstFormat(Condition condition) {
-    const auto* format = std::find_if(std::begin(kFormats), std::end(kFormats), condition);
-    return format != std::end(kFormats) ? format : nullptr;
-}
-
-const Format* formatWithExtension(std::string extension) {
-    std::transform(extension.begin(), extension.end(), extension.begin(),
-                   [](unsigned char c) { return std::tolower(c); });
-    return firstFormat([&](const Format& format) {
-        return std::count(format.extensions.begin(), format.extensions.end(), extension) != 0;
-    });
-}
-
-const Format* formatOfContent(std::span<const std::byte> file) {
-    return firstFormat([&](const Format& format) { return format.matches(file); });
-}
-
-/// "a, b or c".
-std::string alternatives(const std::vector<std::string>& words) {
-    std::string text;
-    for (std::size_t i = 0; i < words.size(); ++i)
-        text += (i == 0 ? "" : i + 1 < words.size() ? ", " : " or ") + words[i];
-    return text;
-}
-
-template<class Condition>
-std::string namesOfFormats(Condition condition) {
-    std::vector<std::string> names;
-    for (const Format& format : kFormats)
-        if (condition(format))
-            names.push_back(format.name);
-    return alternatives(names);
-}
-
 [[noreturn]] void fail(const std::string& name, const std::string& why) {
     throw Failure(name + ": " + why);
 }
-
-/// The library's own words name its functions and lines of samples; only this of them helps a user.
-std::string reason(const vips::VError& error, const char* otherwise) {
-    vips_error_clear();
-    const std::string_view text = error.what();
-    if (text.find("out of memory") != std::string_view::npos)
-        return "out of memory";
-    if (const std::string busy = std::strerror(EAGAIN); text.find(busy) != std::string_view::npos)
-        return "can't start a thread: " + busy;
-    return otherwise;
-}
-
-// Reading
 
 constexpr const char* kDamaged = "the image is damaged or cut short";
 
@@ -205,7 +113,7 @@ void readPage(const VImage& image, int firstRow, Page& page, Host::World spare) 
 
 void takeMetadata(const Bytes& file, Image& head, Metadata& metadata) {
     try {
-        readMetadata(file, std::string_view(head.format->name) == "TIFF", metadata);
+        readMetadata(file, head.format->mixesTags, metadata);
     } catch (const std::exception&) {
         metadata = {};
         head.notes.push_back("its metadata is damaged, or of a kind that can't be read, and isn't kept");
@@ -227,71 +135,7 @@ void choosePage(Image& head, int wanted, const std::string& name) {
     head.pages.push_back(std::move(page));
 }
 
-// Writing
-
-template<class Sample>
-void pack(const Page& page, int y, int left, int width, void* samples) {
-    Host::packRow(page.world.row(y) + left, width, page.channels, static_cast<Sample*>(samples));
-}
-
-/// Packs the rows of worlds when the library asks for them, so that no second copy of the pixels exists.
-int packRegion(VipsRegion* region, void*, void* first, void*, gboolean*) {
-    const auto& pages = *static_cast<const std::vector<Page>*>(first);
-    const VipsRect& area = region->valid;
-    const int height = pages.front().world.height;
-    for (int y = area.top; y < area.top + area.height; ++y) {
-        const Page& page = pages[static_cast<std::size_t>(y / height)];
-        const auto packSamples =
-            region->im->BandFmt == VIPS_FORMAT_USHORT ? pack<std::uint16_t> : pack<std::uint8_t>;
-        packSamples(page, y % height, area.left, area.width, VIPS_REGION_ADDR(region, area.left, y));
-    }
-    return 0;
-}
-
-void checkHolds(const Format& format, const Image& image, const std::string& name) {
-    const bool hasAlpha = std::any_of(image.pages.begin(), image.pages.end(), [](const Page& page) {
-        return page.channels == 2 || page.channels == 4;
-    });
-    const std::string formatName = format.name;
-    if (hasAlpha && !format.hasAlpha)
-        fail(name, formatName + " can't hold the image's alpha channel; use " +
-                       namesOfFormats([](const Format& other) { return other.hasAlpha; }));
-    if (image.pages.size() > 1 && &format != image.format)
-        fail(name, formatName + " can't hold the " + std::to_string(image.pages.size()) +
-                       " pages of the input; use " + image.format->name + ", or choose one with --page N");
-    for (const Page& page : image.pages) {
-        const int side = std::max(page.width, page.height);
-        if (side <= format.largestSide)
-            continue;
-        const std::string larger = namesOfFormats(
-            [&](const Format& other) { return other.largestSide >= side && (other.hasAlpha || !hasAlpha); });
-        fail(name, formatName + " holds images of " + std::to_string(format.largestSide) + " x " +
-                       std::to_string(format.largestSide) + " pixels at most" +
-                       (larger.empty() ? "" : "; use " + larger));
-    }
-}
-
 } // namespace
-
-std::string formatNames() {
-    return namesOfFormats([](const Format&) { return true; });
-}
-
-std::string formatChoices() {
-    std::string choices;
-    for (const Format& format : kFormats)
-        choices.append(choices.empty() ? "" : "|").append(format.extensions.back() + 1);
-    return choices;
-}
-
-std::string formatExtensions() {
-    std::vector<std::string> extensions;
-    for (const Format& format : kFormats)
-        for (const char* extension : format.extensions)
-            if (extensions.empty() || extensions.back() != extension)
-                extensions.push_back(extension);
-    return alternatives(extensions);
-}
 
 ImageFile::ImageFile(const path& path, ReadOptions options)
     : mName(inputName(path)),
@@ -350,94 +194,6 @@ Image ImageFile::decode(Host::World spare) {
     } catch (const std::runtime_error&) {
         fail(mName, kDamaged);
     }
-}
-
-const Format& formatOf(const path& path) {
-    const Format* format = formatWithExtension(path.extension().string());
-    if (!format)
-        throw WrongUse(path.string() + ": the extension names no format that can be written; use " +
-                       formatExtensions());
-    return *format;
-}
-
-const Format* formatNamed(const std::string& name) {
-    return formatWithExtension("." + name);
-}
-
-VImage imageOf(const std::vector<Page>& pages, bool deep) {
-    const Page& page = pages.front();
-    const bool grey = page.channels < 3;
-    VipsImage* image = vips_image_new();
-    vips_image_init_fields(image, page.world.width, page.world.height * static_cast<int>(pages.size()),
-                           page.channels, deep ? VIPS_FORMAT_USHORT : VIPS_FORMAT_UCHAR, VIPS_CODING_NONE,
-                           grey ? (deep ? VIPS_INTERPRETATION_GREY16 : VIPS_INTERPRETATION_B_W)
-                                : (deep ? VIPS_INTERPRETATION_RGB16 : VIPS_INTERPRETATION_sRGB),
-                           1, 1);
-    VImage owner(image);
-    if (vips_image_pipelinev(image, VIPS_DEMAND_STYLE_THINSTRIP, nullptr) != 0 ||
-        vips_image_generate(image, nullptr, packRegion, nullptr, const_cast<std::vector<Page>*>(&pages),
-                            nullptr) != 0)
-        throw vips::VError();
-    return owner;
-}
-
-void packRow(const Page& page, int y, bool deep, void* samples) {
-    (deep ? pack<std::uint16_t> : pack<std::uint8_t>)(page, y, 0, page.world.width, samples);
-}
-
-Bytes encodePlain(const VImage& image, const char* extension, vips::VOption* options) {
-    void* buffer = nullptr;
-    std::size_t size = 0;
-    image.write_to_buffer(extension, &buffer, &size, options->set("strip", true));
-    const std::unique_ptr<void, decltype(&g_free)> owner(buffer, g_free);
-    const auto* bytes = static_cast<const std::byte*>(buffer);
-    return {bytes, bytes + size};
-}
-
-void append(Bytes& to, std::span<const std::byte> bytes) {
-    to.insert(to.end(), bytes.begin(), bytes.end());
-}
-
-std::uint32_t bigEndian(std::span<const std::byte> bytes) {
-    std::uint32_t value = 0;
-    for (const std::byte byte : bytes)
-        value = value << 8 | std::to_integer<std::uint32_t>(byte);
-    return value;
-}
-
-std::uint32_t littleEndian(std::span<const std::byte> bytes) {
-    std::uint32_t value = 0;
-    for (std::size_t i = bytes.size(); i-- > 0;)
-        value = value << 8 | std::to_integer<std::uint32_t>(bytes[i]);
-    return value;
-}
-
-Bytes encodeImage(const Image& image, const Format& format, const std::string& name, WriteOptions options) {
-    checkHolds(format, image, name);
-    try {
-        return format.encode(image, options);
-    } catch (const vips::VError& error) {
-        fail(name, reason(error, "the image can't be encoded"));
-    } catch (const std::runtime_error& error) {
-        fail(name, std::string("the image can't be encoded: ") + error.what());
-    }
-}
-
-void startImageFiles(bool verbose) {
-    if (!verbose)
-        // What matters of the libraries' messages makes an image fail, and is reported in our words.
-        g_log_set_default_handler([](auto, auto, auto, auto) {}, nullptr);
-    // No modules are found below this directory. They are for formats that the program refuses, and loading them
-    // with all their libraries takes four times as long as the rest of this function.
-    setenv("VIPSHOME", "/nonexistent", 1);
-    if (VIPS_INIT("bilateral-blur") != 0)
-        throw Failure("can't initialise libvips: " + std::string(vips_error_buffer()));
-    // Beside the table of formats, which every file must match.
-    vips_block_untrusted_set(TRUE);
-    // The cache would keep whole images of a sequence alive, and each of the program's own threads has its
-    // share of the work already.
-    vips_cache_set_max(0);
-    vips_concurrency_set(1);
 }
 
 } // namespace Tessaloom::BilateralBlur::Program

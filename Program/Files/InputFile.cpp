@@ -1,6 +1,7 @@
 #include "Program/Files/InputFile.h"
 
 #include "Program/Errors.h"
+#include "Program/Files/Format.h"
 #include "Program/Memory.h"
 
 #include <algorithm>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Program/Files/Image.h"
+#include "Program/Files/Bytes.h"
 
 #include <filesystem>
 #include <functional>

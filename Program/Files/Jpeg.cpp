@@ -1,3 +1,4 @@
+#include "Program/Files/Encode.h"
 #include "Program/Files/Format.h"
 #include "Program/Files/Metadata.h"
 
@@ -154,7 +155,7 @@ void verifyJpeg(std::span<const std::byte> file) {
         throw std::runtime_error("damaged");
 }
 
-Bytes encodeJpeg(const Image& image, WriteOptions options) {
+Bytes encodeJpeg(const Image& image, WriteOptions options, bool isOfInput) {
     const Page& page = image.pages.front();
     const Compression& compression = image.compression;
     const int followed = compression.quality > 0 ? compression.quality : kPlainQuality;
@@ -167,8 +168,7 @@ Bytes encodeJpeg(const Image& image, WriteOptions options) {
                                                     ? VIPS_FOREIGN_SUBSAMPLE_ON
                                                     : VIPS_FOREIGN_SUBSAMPLE_OFF));
     Bytes file = withMetadata(plain, *image.metadata, page.profile);
-    const bool same = std::string_view(image.format->name) == "JPEG";
-    const Bytes own = same ? image.metadata->own : jfifSegment(page.density);
+    const Bytes own = isOfInput ? image.metadata->own : jfifSegment(page.density);
     file.insert(file.begin() + kStart.size(), own.begin(), own.end());
     return file;
 }

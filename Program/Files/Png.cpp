@@ -1,3 +1,4 @@
+#include "Program/Files/Encode.h"
 #include "Program/Files/Format.h"
 #include "Program/Files/Metadata.h"
 
@@ -100,11 +101,11 @@ void appendProfile(Bytes& to, const Bytes& profile) {
 }
 
 /// The chunks that go before the pixels.
-Bytes chunksOf(const Image& image) {
+Bytes chunksOf(const Image& image, bool isOfInput) {
     const Page& page = image.pages.front();
     const Metadata& metadata = *image.metadata;
     Bytes chunks;
-    if (std::string_view(image.format->name) == "PNG") {
+    if (isOfInput) {
         chunks = metadata.own;
     } else {
         if (!page.profile.empty())
@@ -174,7 +175,7 @@ void inspectPng(std::span<const std::byte> file, Image& head, Metadata& metadata
     head.pages.push_back(std::move(page));
 }
 
-Bytes encodePng(const Image& image, WriteOptions) {
+Bytes encodePng(const Image& image, WriteOptions, bool isOfInput) {
     const Page& page = image.pages.front();
     const int bits = page.bits < 8 && !(page.channels == 1 && fits(page, page.bits)) ? 8 : page.bits;
     // On filtered images smaller than the library's own choice, and twice as fast.
@@ -189,7 +190,7 @@ Bytes encodePng(const Image& image, WriteOptions) {
         if (std::count(std::begin(kPixels), std::end(kPixels), chunk.name) != 0)
             append(file, chunk.whole);
         if (chunk.name == "IHDR")
-            append(file, chunksOf(image));
+            append(file, chunksOf(image, isOfInput));
     });
     return file;
 }

@@ -1,3 +1,4 @@
+#include "Program/Files/Encode.h"
 #include "Program/Files/Format.h"
 #include "Program/Files/Metadata.h"
 
@@ -217,7 +218,7 @@ void inspectTiff(std::span<const std::byte> file, Image& head, Metadata&) {
         head.notes.push_back("EXIF, IPTC and XMP of the pages after the first aren't kept");
 }
 
-Bytes encodeTiff(const Image& image, WriteOptions) {
+Bytes encodeTiff(const Image& image, WriteOptions, bool) {
     Bytes plain;
     File file{{}, &plain};
     write(open(file, "w").get(), image.pages.front());

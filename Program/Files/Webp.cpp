@@ -1,3 +1,4 @@
+#include "Program/Files/Encode.h"
 #include "Program/Files/Format.h"
 #include "Program/Files/Metadata.h"
 
@@ -73,7 +74,7 @@ void inspectWebp(std::span<const std::byte> file, Image& head, Metadata& metadat
     }
 }
 
-Bytes encodeWebp(const Image& image, WriteOptions options) {
+Bytes encodeWebp(const Image& image, WriteOptions options, bool) {
     const Page& first = image.pages.front();
     VImage pixels = imageOf(image.pages, false);
     if (image.pages.size() > 1) {

@@ -1,6 +1,8 @@
 #include "Program/Errors.h"
+#include "Program/Files/Encode.h"
 #include "Program/Files/Format.h"
-#include "Program/Files/Image.h"
+#include "Program/Files/ImageFile.h"
+#include "Program/Files/ImageLibrary.h"
 #include "Tests/Fuzz/Fuzz.h"
 
 using namespace Tessaloom::BilateralBlur;

@@ -1,7 +1,9 @@
 // Images of every kind through the real program, compared sample by sample.
 
 #include "Host/Effect.h"
-#include "Program/Files/Image.h"
+#include "Program/Files/Encode.h"
+#include "Program/Files/Format.h"
+#include "Program/Files/ImageFile.h"
 #include "Program/Files/Metadata.h"
 #include "Program/OutputFile.h"
 #include "Tests/Program/Blur.h"

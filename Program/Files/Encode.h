@@ -1,0 +1,38 @@
+#pragma once
+
+#include "Program/Files/Image.h"
+
+#include <vips/vips8>
+
+#include <string>
+#include <vector>
+
+namespace Tessaloom::BilateralBlur::Program {
+
+struct WriteOptions {
+    int quality = 0; ///< of JPEG and WebP, 1 to 100; 0 for the input's own
+};
+
+/// The bytes of a file in a format, with the image's channels, metadata, and 16 bits a channel where the
+/// image had them and the format can hold them. PNG and TIFF are written without loss, and so is WebP
+/// unless the input is WebP with loss or a quality is given. A JPEG file gets the quality and colour
+/// resolution of the input, if that is JPEG, else quality 95 and full colour resolution. `name` is for
+/// messages. Throws Failure, for alpha in JPEG and several pages in PNG among others.
+Bytes encodeImage(const Image& image, const Format& format, const std::string& name,
+                  WriteOptions options = {});
+
+/// Throws Failure where a format can't hold the images; `name` is the output's.
+void checkHolds(const Format& format, const Image& image, const std::string& name);
+
+// What the formats share
+
+/// Pages of one size, one below the other, as an image of the library. It borrows the pixels.
+vips::VImage imageOf(const std::vector<Page>& pages, bool deep);
+
+/// Packs a row of a page's pixels into samples of 8 or 16 bits.
+void packRow(const Page& page, int y, bool deep, void* samples);
+
+/// The bytes of an image as the library's writer for an extension makes them, without metadata.
+Bytes encodePlain(const vips::VImage& image, const char* extension, vips::VOption* options);
+
+} // namespace Tessaloom::BilateralBlur::Program

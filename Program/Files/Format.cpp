@@ -1,0 +1,121 @@
+#include "Program/Files/Format.h"
+
+#include "Program/Errors.h"
+
+#include <algorithm>
+#include <cctype>
+
+namespace Tessaloom::BilateralBlur::Program {
+
+namespace {
+
+using std::filesystem::path;
+using vips::VImage;
+
+constexpr Format kFormats[] = {
+    {.name = "JPEG",
+     .extensions = {".jpg", ".jpeg"},
+     .hasAlpha = false,
+     .hasPages = false,
+     .largestSide = 65500,
+     .matches = matchesJpeg,
+     .inspect = inspectJpeg,
+     .load = VImage::jpegload_buffer,
+     .verify = verifyJpeg,
+     .encode = encodeJpeg},
+    {.name = "PNG",
+     .extensions = {".png", ".png"},
+     .hasAlpha = true,
+     .hasPages = false,
+     .largestSide = 1'000'000,
+     .matches = matchesPng,
+     .inspect = inspectPng,
+     .load = VImage::pngload_buffer,
+     .encode = encodePng},
+    {.name = "TIFF",
+     .extensions = {".tif", ".tiff"},
+     .hasAlpha = true,
+     .hasPages = true,
+     .mixesTags = true,
+     .largestSide = 1'000'000,
+     .matches = matchesTiff,
+     .inspect = inspectTiff,
+     .load = VImage::tiffload_buffer,
+     .encode = encodeTiff},
+    {.name = "WebP",
+     .extensions = {".webp", ".webp"},
+     .hasAlpha = true,
+     .hasPages = true,
+     .isAnimated = true,
+     .largestSide = 16383,
+     .matches = matchesWebp,
+     .inspect = inspectWebp,
+     .load = VImage::webpload_buffer,
+     .encode = encodeWebp},
+};
+
+template<class Condition>
+const Format* firstFormat(Condition condition) {
+    const auto* format = std::find_if(std::begin(kFormats), std::end(kFormats), condition);
+    return format != std::end(kFormats) ? format : nullptr;
+}
+
+const Format* formatWithExtension(std::string extension) {
+    std::transform(extension.begin(), extension.end(), extension.begin(),
+                   [](unsigned char c) { return std::tolower(c); });
+    return firstFormat([&](const Format& format) {
+        return std::count(format.extensions.begin(), format.extensions.end(), extension) != 0;
+    });
+}
+
+/// "a, b or c".
+std::string alternatives(const std::vector<std::string>& words) {
+    std::string text;
+    for (std::size_t i = 0; i < words.size(); ++i)
+        text += (i == 0 ? "" : i + 1 < words.size() ? ", " : " or ") + words[i];
+    return text;
+}
+
+} // namespace
+
+std::string formatNames(const std::function<bool(const Format&)>& fits) {
+    std::vector<std::string> names;
+    for (const Format& format : kFormats)
+        if (fits(format))
+            names.push_back(format.name);
+    return alternatives(names);
+}
+
+std::string formatChoices() {
+    std::string choices;
+    for (const Format& format : kFormats)
+        choices.append(choices.empty() ? "" : "|").append(format.extensions.back() + 1);
+    return choices;
+}
+
+std::string formatExtensions() {
+    std::vector<std::string> extensions;
+    for (const Format& format : kFormats)
+        for (const char* extension : format.extensions)
+            if (extensions.empty() || extensions.back() != extension)
+                extensions.push_back(extension);
+    return alternatives(extensions);
+}
+
+const Format& formatOf(const path& path) {
+    const Format* format = formatWithExtension(path.extension().string());
+    if (!format)
+        throw WrongUse(path.string() + ": the extension names no format that can be written; use " +
+                       formatExtensions());
+    return *format;
+}
+
+const Format* formatNamed(const std::string& name) {
+    return formatWithExtension("." + name);
+}
+
+const Format* formatOfContent(std::span<const std::byte> file) {
+    return firstFormat([&](const Format& format) { return format.matches(file); });
+}
+
+} // namespace Tessaloom::BilateralBlur::Program
