@@ -1,16 +1,18 @@
 #include "Platform/UsableCpus.h"
 
+#include "Platform/ControlGroups.h"
+
 #include <algorithm>
 #include <cmath>
 #include <fstream>
 #include <limits>
 #include <sched.h>
-#include <string>
 #include <thread>
 
 namespace {
 
 namespace fs = std::filesystem;
+using Tessaloom::BilateralBlur::eachControlGroup;
 
 constexpr double kUnbounded = std::numeric_limits<double>::infinity();
 
@@ -37,27 +39,11 @@ double legacyQuotaOf(const fs::path& group) {
     return read && quota > 0 && period > 0 ? quota / period : kUnbounded;
 }
 
-/// The least quota of a group and the groups around it. In a container the group's name may be that of the
-/// host's tree, of which only the mount point exists: its quota is found there.
-double leastQuota(const fs::path& mount, const std::string& name, double (*quota)(const fs::path&)) {
-    double least = quota(mount);
-    for (fs::path group = fs::path(name).relative_path(); !group.empty(); group = group.parent_path())
-        least = std::min(least, quota(mount / group));
-    return least;
-}
-
-/// The lines of /proc/self/cgroup are "number:controllers:name", with no controllers for version 2.
 double quota(const fs::path& root) {
-    const fs::path mount = root / "sys/fs/cgroup";
     double least = kUnbounded;
-    std::ifstream groups(root / "proc/self/cgroup");
-    for (std::string number, controllers, name; std::getline(groups, number, ':') &&
-                                                std::getline(groups, controllers, ':') &&
-                                                std::getline(groups, name);)
-        if (controllers.empty())
-            least = std::min(least, leastQuota(mount, name, quotaOf));
-        else if (("," + controllers + ",").find(",cpu,") != std::string::npos)
-            least = std::min(least, leastQuota(mount / "cpu", name, legacyQuotaOf));
+    eachControlGroup(root, "cpu", [&](const fs::path& group, int version) {
+        least = std::min(least, version == 2 ? quotaOf(group) : legacyQuotaOf(group));
+    });
     return least;
 }
 
@@ -65,4 +51,18 @@ double quota(const fs::path& root) {
 
 unsigned usableCpus(const fs::path& root) {
     return static_cast<unsigned>(std::max(1.0, std::min<double>(affinity(), std::ceil(quota(root)))));
+}
+
+void restrictToCpus(unsigned count) {
+    cpu_set_t set;
+    // The call fails on machines with more CPUs than the set holds.
+    if (sched_getaffinity(0, sizeof set, &set) != 0)
+        return;
+    for (int cpu = 0; cpu < CPU_SETSIZE; ++cpu) {
+        if (CPU_ISSET(cpu, &set) && count > 0)
+            --count;
+        else
+            CPU_CLR(cpu, &set);
+    }
+    sched_setaffinity(0, sizeof set, &set);
 }

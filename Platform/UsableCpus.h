@@ -11,3 +11,8 @@
 ///
 /// @param root where /proc and /sys are found.
 unsigned usableCpus(const std::filesystem::path& root = "/");
+
+/// Restricts the process, with all threads and processes that it starts later, to the first `count` CPUs of
+/// those that it may use. Whatever counts CPUs to choose a number of threads, the effect and the libraries among
+/// them, counts these.
+void restrictToCpus(unsigned count);

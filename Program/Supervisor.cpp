@@ -1,11 +1,11 @@
 #include "Program/Supervisor.h"
 
+#include "Platform/EndingSignals.h"
 #include "Program/Errors.h"
 #include "Program/Events.h"
 #include "Program/Files/ImageLibrary.h"
 #include "Program/OutputFile.h"
 #include "Program/Sequence.h"
-#include "Program/Signals.h"
 
 #include <algorithm>
 #include <cerrno>

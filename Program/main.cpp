@@ -1,5 +1,5 @@
 #include "Host/Effect.h"
-#include "Program/Cores.h"
+#include "Platform/UsableCpus.h"
 #include "Program/Errors.h"
 #include "Program/Memory.h"
 #include "Program/Options.h"
@@ -42,7 +42,7 @@ int blur(const Options& options, const std::filesystem::path& module) {
         boundMemory(options.memory);
     const Plan plan = makePlan(options);
     if (options.threads > 0)
-        restrictToCores(options.threads);
+        restrictToCpus(options.threads);
     Report report(options.quiet, static_cast<int>(plan.jobs.size() + plan.missing.size()));
     for (const std::string& note : plan.notes)
         report.note(options.input, note);

@@ -1,15 +1,12 @@
-#include "Program/Signals.h"
-
-#include "Program/Errors.h"
+#include "Platform/EndingSignals.h"
 
 #include <cerrno>
 #include <cstdlib>
-#include <cstring>
-#include <string>
 #include <sys/signalfd.h>
+#include <system_error>
 #include <unistd.h>
 
-namespace Tessaloom::BilateralBlur::Program {
+namespace Tessaloom::BilateralBlur {
 
 EndingSignals::EndingSignals() {
     sigemptyset(&mSignals);
@@ -20,7 +17,7 @@ EndingSignals::EndingSignals() {
     }
     mDescriptor = signalfd(-1, &mSignals, SFD_CLOEXEC);
     if (mDescriptor < 0)
-        throw Failure(std::string("can't watch for signals: ") + std::strerror(errno));
+        throw std::system_error(errno, std::generic_category(), "can't watch for signals");
     sigprocmask(SIG_BLOCK, &mSignals, &mBefore);
 }
 
@@ -50,4 +47,4 @@ void endBySignal(int signal) {
     std::abort(); // the signal's default is to end the process
 }
 
-} // namespace Tessaloom::BilateralBlur::Program
+} // namespace Tessaloom::BilateralBlur

@@ -2,13 +2,13 @@
 
 #include <csignal>
 
-namespace Tessaloom::BilateralBlur::Program {
+namespace Tessaloom::BilateralBlur {
 
 /// SIGINT, SIGTERM and SIGHUP as something to wait for: they end nothing while an object of this class lives.
 /// Those that the process was started to ignore stay ignored. To be made before any thread starts.
 class EndingSignals {
 public:
-    /// Throws Failure where the system refuses the file descriptor.
+    /// Throws std::system_error where the system refuses the file descriptor.
     EndingSignals();
     ~EndingSignals();
     EndingSignals(const EndingSignals&) = delete;
@@ -31,4 +31,4 @@ private:
 /// Ends the process the way `signal` does by default, so that its parent sees what ended it.
 [[noreturn]] void endBySignal(int signal);
 
-} // namespace Tessaloom::BilateralBlur::Program
+} // namespace Tessaloom::BilateralBlur
