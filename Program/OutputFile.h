@@ -11,9 +11,11 @@ namespace Tessaloom::BilateralBlur::Program {
 /// permissions are kept, and its owner and group where the system allows it. A symbolic link stays, and its
 /// target is written.
 ///
-/// The temporary has a name of its own, ".NAME.part": what a killed run left behind goes with the next run
-/// that writes the same file. Two programs that write the same file at once don't mix: the second waits a
-/// second for the first, then fails.
+/// The temporary has a name that every run knows, ".NAME.part": what a killed run left behind goes with the next
+/// run that writes the same file. Two programs that write the same file at once don't mix: the second waits a
+/// second for the first, then fails. On a file system without locks, and where that name is taken by something
+/// that no run of this user made, it is ".NAME.PROCESS.part", and the last of two programs wins. The temporary
+/// of a file that is replaced is its owner's alone to read.
 ///
 /// Throws Failure where the file can't be written or isn't a regular one, CommonFailure where no other file
 /// of the directory can be written either; nothing is left then.
