@@ -1,6 +1,7 @@
 #pragma once
 
 #include <stdexcept>
+#include <string>
 
 namespace Tessaloom::BilateralBlur::Program {
 
@@ -22,5 +23,9 @@ class CommonFailure : public Failure {
 public:
     using Failure::Failure;
 };
+
+/// A text as messages show it: what would end the line or command a terminal, in names of files for instance, is
+/// written as "\\n" or "\\x1b".
+std::string printable(const std::string& text);
 
 } // namespace Tessaloom::BilateralBlur::Program

@@ -10,6 +10,7 @@ namespace Tessaloom::BilateralBlur::Program {
 /// What the process that does the work reports to the one that watches it.
 struct Event {
     enum class Kind : std::int32_t {
+        Ready,   ///< the effect is set up; `frame` is meaningless
         Started, ///< a frame is being read
         Done,    ///< its output is complete
         Failed,  ///< it has no output; `text` says why

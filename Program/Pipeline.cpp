@@ -29,7 +29,7 @@ namespace {
 using std::filesystem::path;
 
 /// An image on its way.
-struct Frame {
+struct Item {
     int job;
     Image image;
     Budget::Share memory;
@@ -50,41 +50,44 @@ bool tryStart(std::vector<std::jthread>& threads, const std::function<void()>& w
 
 class Pipeline {
 public:
-    Pipeline(const std::vector<Job>& jobs, const std::vector<int>& todo, const Settings& settings,
-             int standardOutput, EventWriter& events)
+    Pipeline(const std::vector<Job>& jobs, const Round& round, const Settings& settings, int standardOutput,
+             EventWriter& events)
         : mJobs(jobs),
-          mTodo(todo),
+          mRound(round),
           mSettings(settings),
           mStandardOutput(standardOutput),
           mEvents(events),
-          mEncoders(std::min<std::size_t>(usableCpus(), todo.size())),
-          mSpares(mEncoders + 5) {}
+          mEncoders(std::min<std::size_t>(usableCpus(), round.jobs.size())),
+          mSpares(kRead + kWaiting + kFiltered + kWaiting + mEncoders + 1) {}
 
     void run();
 
 private:
-    const Job& job(const Frame& frame) const { return mJobs[frame.job]; }
+    /// Images at a step, or between two.
+    static constexpr std::size_t kRead = 1, kFiltered = 1, kWaiting = 1;
+
+    const Job& job(const Item& item) const { return mJobs[item.job]; }
 
     bool attempt(int job, const path& file, const std::function<void()>& step);
     void stop(const std::string& why);
-    std::shared_ptr<ImageFile> open(const Job& job);
-    std::optional<Frame> readNext();
+    ImageFile open(const Job& job);
+    std::optional<Item> readNext();
     void readAll();
-    void noteLosses(const Frame& frame);
-    void filter(Frame& frame, Host::Effect& effect);
-    void write(Frame& frame);
+    void noteLosses(const Item& item);
+    void filter(Item& item, Host::Effect& effect);
+    void write(Item& item);
     void writeAll();
 
     const std::vector<Job>& mJobs;
-    const std::vector<int>& mTodo;
+    const Round& mRound;
     const Settings& mSettings;
     const int mStandardOutput;
     EventWriter& mEvents;
     const std::size_t mEncoders;
-    std::size_t mNext = 0; ///< in `mTodo`; the reader's
+    std::size_t mNext = 0; ///< in the round; the reader's
     std::atomic<bool> mIsStopped{false};
     Budget mBudget{availableMemory()}; // outlives the queues, whose frames have shares
-    Queue<Frame> mToFilter{1}, mToWrite{1};
+    Queue<Item> mToFilter{kWaiting}, mToWrite{kWaiting};
     /// Worlds of images that are written, for those to come: new pages cost as much as decoding. More than
     /// there are worlds on the way, so giving back never waits.
     Queue<Host::World> mSpares;
@@ -113,74 +116,75 @@ void Pipeline::stop(const std::string& why) {
         mEvents.send({Event::Kind::Stopped, 0, why});
 }
 
-std::shared_ptr<ImageFile> Pipeline::open(const Job& job) {
-    if (job.opened)
-        return job.opened;
+ImageFile Pipeline::open(const Job& job) {
     try {
-        return std::make_shared<ImageFile>(job.input, mSettings.reading);
+        ImageFile file(job.input, mSettings.reading);
+        if (job.format)
+            file.checkHeldBy(*job.format, outputName(job.output));
+        return file;
     } catch (const Failure&) {
-        checkDirectoryExists(job.input);
+        if (mJobs.size() > 1)
+            checkDirectoryExists(job.input);
         throw;
     }
 }
 
 /// The next image that can be read.
-std::optional<Frame> Pipeline::readNext() {
-    std::optional<Frame> frame;
-    while (!frame && !mIsStopped && mNext < mTodo.size()) {
-        const int index = mTodo[mNext++];
+std::optional<Item> Pipeline::readNext() {
+    std::optional<Item> item;
+    while (!item && !mIsStopped && mNext < mRound.jobs.size()) {
+        const int index = mRound.jobs[mNext++];
         const path& input = mJobs[index].input;
         mEvents.send({Event::Kind::Started, index});
         attempt(index, input, [&] {
-            const auto file = open(mJobs[index]);
-            Budget::Share memory = mBudget.take(file->memory());
-            frame =
-                Frame{index, file->decode(mSpares.tryPop().value_or(Host::World(0, 0))), std::move(memory)};
-            noteLosses(*frame);
+            ImageFile file = open(mJobs[index]);
+            Budget::Share memory = mBudget.take(file.memory());
+            item = Item{index, file.decode(mSpares.tryPop().value_or(Host::World(0, 0))), std::move(memory)};
+            noteLosses(*item);
         });
     }
-    return frame;
+    return item;
 }
 
 void Pipeline::readAll() {
     // One image read ahead is enough, and none is held while another waits.
-    for (mToFilter.waitForRoom(); std::optional<Frame> frame = readNext(); mToFilter.waitForRoom())
-        mToFilter.push(std::move(*frame));
+    for (mToFilter.waitForRoom(); std::optional<Item> item = readNext(); mToFilter.waitForRoom())
+        mToFilter.push(std::move(*item));
     mToFilter.close();
 }
 
-void Pipeline::noteLosses(const Frame& frame) {
-    const auto note = [&](const std::string& text) { mEvents.send({Event::Kind::Note, frame.job, text}); };
-    for (const std::string& text : frame.image.notes)
+void Pipeline::noteLosses(const Item& item) {
+    const auto note = [&](const std::string& text) { mEvents.send({Event::Kind::Note, item.job, text}); };
+    for (const std::string& text : item.image.notes)
         note(text);
 }
 
-void Pipeline::filter(Frame& frame, Host::Effect& effect) {
-    for (Page& page : frame.image.pages) {
+void Pipeline::filter(Item& item, Host::Effect& effect) {
+    for (Page& page : item.image.pages) {
         const Host::Result result =
-            effect.render(page.world, page.world, mSettings.values, {.current = job(frame).frame});
+            effect.render(page.world, page.world, mSettings.values, {.current = job(item).frame});
         if (!result.ok())
-            throw Failure(job(frame).input.string() + ": " + result.text());
+            throw Failure(job(item).input.string() + ": " + result.text());
     }
 }
 
-void Pipeline::write(Frame& frame) {
-    const path& output = job(frame).output;
-    const Format& format = job(frame).format ? *job(frame).format : *frame.image.format;
-    if (!mIsStopped && attempt(frame.job, outputName(output), [&] {
-            const Bytes bytes = encodeImage(frame.image, format, outputName(output), mSettings.writing);
+void Pipeline::write(Item& item) {
+    const path& output = job(item).output;
+    const Format& format = job(item).format ? *job(item).format : *item.image.format;
+    if (!mIsStopped && attempt(item.job, outputName(output), [&] {
+            const Bytes bytes = encodeImage(item.image, format, outputName(output), mSettings.writing);
             if (output == kStandardStream)
                 writeStandardOutput(mStandardOutput, bytes);
             else
                 replaceFile(output, bytes);
         }))
-        mEvents.send({Event::Kind::Done, frame.job});
-    mSpares.push(std::move(frame.image.pages.front().world));
+        mEvents.send({Event::Kind::Done, item.job});
+    mSpares.push(std::move(item.image.pages.front().world));
 }
 
 void Pipeline::writeAll() {
-    while (std::optional<Frame> frame = mToWrite.pop())
-        write(*frame);
+    while (std::optional<Item> item = mToWrite.pop())
+        write(*item);
 }
 
 void Pipeline::run() {
@@ -195,28 +199,29 @@ void Pipeline::run() {
         }
     } closer{*this};
 
-    // A frame that is tried again must not be blamed for a process that dies in the setup.
-    const bool isRetry = mTodo.size() == 1 && mJobs.size() > 1;
-    const bool readsAhead = !isRetry && tryStart(readers, [this] { readAll(); });
+    const auto startReader = [&] { return tryStart(readers, [this] { readAll(); }); };
+    bool hasReader = mRound.readsAhead && startReader();
     const Host::Module module(mSettings.module);
     Host::Effect effect(module);
+    mEvents.send({Event::Kind::Ready, 0});
+    hasReader = hasReader || startReader();
     while (writers.size() < mEncoders && tryStart(writers, [this] { writeAll(); }))
         continue;
-    while (std::optional<Frame> frame = readsAhead ? mToFilter.pop() : readNext()) {
-        if (mIsStopped || !attempt(frame->job, job(*frame).input, [&] { filter(*frame, effect); }))
+    while (std::optional<Item> item = hasReader ? mToFilter.pop() : readNext()) {
+        if (mIsStopped || !attempt(item->job, job(*item).input, [&] { filter(*item, effect); }))
             continue;
         if (writers.empty())
-            write(*frame);
+            write(*item);
         else
-            mToWrite.push(std::move(*frame));
+            mToWrite.push(std::move(*item));
     }
 }
 
 } // namespace
 
-void runPipeline(const std::vector<Job>& jobs, const std::vector<int>& todo, const Settings& settings,
+void runPipeline(const std::vector<Job>& jobs, const Round& round, const Settings& settings,
                  int standardOutput, EventWriter& events) {
-    Pipeline(jobs, todo, settings, standardOutput, events).run();
+    Pipeline(jobs, round, settings, standardOutput, events).run();
 }
 
 } // namespace Tessaloom::BilateralBlur::Program

@@ -2,8 +2,6 @@
 
 #include "Program/Errors.h"
 #include "Program/Files/Format.h"
-#include "Program/Files/ImageFile.h"
-#include "Program/Files/InputFile.h"
 #include "Program/OutputFile.h"
 #include "Program/Sequence.h"
 
@@ -11,6 +9,7 @@
 #include <iterator>
 #include <optional>
 #include <unistd.h>
+#include <vector>
 
 namespace Tessaloom::BilateralBlur::Program {
 
@@ -30,14 +29,11 @@ const Format* outputFormat(const Options& options) {
     return options.output == kStandardStream ? nullptr : &formatOf(options.output);
 }
 
-Plan planImage(const Options& options) {
+Run planImage(const Options& options, const Format* format) {
     if (options.frames)
         throw WrongUse("--frames needs a sequence as INPUT, a name with #### or %04d: " + options.input);
-    const Format* format = outputFormat(options);
-    auto opened = std::make_shared<ImageFile>(options.input, ReadOptions{options.page});
-    if (format)
-        opened->checkHeldBy(*format, outputName(options.output));
-    return {.jobs = {{options.input, options.output, format, 0, std::move(opened)}}};
+    return {.name = options.input,
+            .jobs = {{.input = options.input, .output = options.output, .format = format}}};
 }
 
 /// The frames of a rising range that aren't in `present`, which is rising too.
@@ -67,56 +63,57 @@ void checkApart(const FramePattern& input, const FramePattern& output, const std
                            ": the output's frames would replace the input's; name another directory or file");
 }
 
-Plan planSequence(const Options& options, const FramePattern& input) {
+Run planSequence(const Options& options, const FramePattern& input, const Format* format) {
     const std::optional<FramePattern> output = FramePattern::parse(options.output);
     if (!output)
         throw WrongUse(options.output + ": a sequence as INPUT needs one as OUTPUT, with #### or %04d");
     const std::vector<int> existing = input.existingFrames();
     const std::vector<int> wanted = options.frames ? parseFrames(*options.frames) : existing;
     const std::vector<int> missing = missingFrom(existing, wanted);
-    const std::vector<int> frames = missingFrom(missing, wanted);
-    if (frames.empty())
+    if (missing.size() == wanted.size())
         throw Failure(options.input + ": no frames found" +
                       (options.frames ? " with a number of --frames " + *options.frames : ""));
-    checkApart(input, *output, frames);
+    checkApart(input, *output, wanted);
 
-    Plan plan;
-    const Format* format = outputFormat(options);
-    for (const int frame : frames)
-        plan.jobs.push_back({input.file(frame), output->file(frame), format, frame});
-    if (!options.frames && !gapsOf(frames).empty())
-        plan.notes.push_back("missing frames " + framesText(gapsOf(frames)));
-    plan.missing = missing;
-    return plan;
+    Run run{.name = options.input, .jobs = {}};
+    for (const int frame : wanted)
+        run.jobs.push_back(
+            {.input = input.file(frame), .output = output->file(frame), .format = format, .frame = frame});
+    for (Job& job : run.jobs)
+        if (std::binary_search(missing.begin(), missing.end(), job.frame)) {
+            job.state = Job::State::Failed;
+            job.reason = options.input + ": no such frames: " + framesText(missing);
+        }
+    if (!options.frames && !gapsOf(wanted).empty())
+        run.notes.push_back("missing frames " + framesText(gapsOf(wanted)));
+    return run;
 }
 
-void skipExisting(Plan& plan) {
-    const std::size_t before = plan.jobs.size();
-    std::erase_if(plan.jobs, [](const Job& job) { return isThere(job.output); });
-    if (const std::size_t skipped = before - plan.jobs.size())
-        plan.notes.push_back(std::to_string(skipped) + (skipped == 1 ? " output exists" : " outputs exist") +
-                             " already");
+void skipExisting(Run& run) {
+    const std::size_t before = run.jobs.size();
+    std::erase_if(run.jobs,
+                  [](const Job& job) { return job.state == Job::State::Waiting && isThere(job.output); });
+    if (const std::size_t skipped = before - run.jobs.size())
+        run.notes.push_back(std::to_string(skipped) + (skipped == 1 ? " output exists" : " outputs exist") +
+                            " already");
 }
 
 } // namespace
 
-std::string outputName(const path& output) {
-    return output == kStandardStream ? "standard output" : output.string();
-}
-
-Plan makePlan(const Options& options) {
-    outputFormat(options);
+Run makePlan(const Options& options) {
+    // Before anything is looked for: a wrong name of the output is wrong use whatever the input is.
+    const Format* format = outputFormat(options);
     if (options.output == kStandardStream && isatty(STDOUT_FILENO))
         throw WrongUse("standard output is a terminal; redirect it or name a file as OUTPUT");
     const std::optional<FramePattern> input =
         isThere(options.input) ? std::nullopt : FramePattern::parse(options.input);
-    Plan plan = input ? planSequence(options, *input) : planImage(options);
+    Run run = input ? planSequence(options, *input, format) : planImage(options, format);
     if (options.output == kStandardStream)
-        return plan;
-    checkReplaceable(plan.jobs.front().output);
+        return run;
+    checkReplaceable(run.jobs.front().output);
     if (options.skipExisting)
-        skipExisting(plan);
-    return plan;
+        skipExisting(run);
+    return run;
 }
 
 } // namespace Tessaloom::BilateralBlur::Program

@@ -1,9 +1,14 @@
 #include "Program/Report.h"
 
+#include "Program/Errors.h"
+#include "Program/Sequence.h"
+
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <sys/ioctl.h>
 #include <unistd.h>
+#include <vector>
 
 namespace Tessaloom::BilateralBlur::Program {
 
@@ -22,7 +27,7 @@ std::string durationText(double seconds) {
     return text;
 }
 
-std::string counted(int number, const std::string& noun) {
+std::string counted(std::size_t number, const std::string& noun) {
     return std::to_string(number) + " " + noun + (number == 1 ? "" : "s");
 }
 
@@ -35,28 +40,43 @@ std::size_t terminalColumns() {
 
 } // namespace
 
-Report::Report(bool quiet, int frames)
-    : mQuiet(quiet), mIsTerminal(isatty(STDERR_FILENO) != 0), mFrames(frames) {}
+Report::Report(const Run& run, bool quiet)
+    : mRun(run), mQuiet(quiet), mIsTerminal(isatty(STDERR_FILENO) != 0) {
+    if (!mQuiet)
+        for (const std::string& note : run.notes)
+            line(run.name + ": " + note);
+    for (const int index : run.those(Job::State::Failed))
+        failed(run.jobs[static_cast<std::size_t>(index)]);
+}
 
 void Report::line(const std::string& text) {
     // A line shorter than the progress would leave some of it on the terminal.
-    std::fprintf(stderr, "%sbilateral-blur: %s\n", mOnProgressLine ? "\r\033[K" : "", text.c_str());
+    std::fprintf(stderr, "%sbilateral-blur: %s\n", mOnProgressLine ? "\r\033[K" : "",
+                 printable(text).c_str());
     mOnProgressLine = false;
 }
 
-void Report::note(const std::string& subject, const std::string& text) {
-    if (!mQuiet && mNotes.insert(text).second)
-        line(subject + ": " + text);
+/// Whether a text wasn't printed before, whichever of a job's files it names.
+bool Report::isNew(const std::string& text, const Job& job) {
+    std::string cause = text;
+    for (const std::string& name : {job.input.string(), job.output.string()})
+        if (cause.starts_with(name + ": "))
+            cause.erase(0, name.size());
+    return mPrinted.insert(cause).second;
 }
 
-void Report::framesFailed(const std::string& text, int frames) {
-    mFailed += frames;
-    line(text);
+void Report::noted(const Job& job) {
+    if (!mQuiet && isNew(job.notes.back(), job))
+        line(job.input.string() + ": " + job.notes.back());
 }
 
-void Report::frameDone() {
-    ++mDone;
-    if (!mQuiet && mFrames > 1)
+void Report::failed(const Job& job) {
+    if (isNew(job.reason, job))
+        line(job.reason);
+}
+
+void Report::done() {
+    if (!mQuiet && mRun.jobs.size() > 1)
         showProgress();
 }
 
@@ -73,28 +93,35 @@ void Report::showProgress() {
 }
 
 std::string Report::progressText(double seconds) const {
-    const int handled = mDone + mFailed;
+    const auto done = mRun.those(Job::State::Done).size();
+    const auto handled = done + mRun.those(Job::State::Failed).size();
     char text[128];
-    std::snprintf(text, sizeof text, "%d of %d frames, %.1f a second, %s left", handled, mFrames,
-                  mDone / seconds, durationText((mFrames - handled) * seconds / mDone).c_str());
+    std::snprintf(text, sizeof text, "%zu of %zu frames, %.1f a second, %s left", handled, mRun.jobs.size(),
+                  static_cast<double>(done) / seconds,
+                  durationText(static_cast<double>(mRun.jobs.size() - handled) * seconds /
+                               static_cast<double>(std::max<std::size_t>(done, 1)))
+                      .c_str());
     return text;
 }
 
-void Report::finish() {
-    if (mFrames > 1 && (!mQuiet || mFailed > 0))
-        line(counted(mDone, "frame") + " filtered, " + std::to_string(mFailed) + " failed");
-}
-
-void Report::stopped(const std::string& text, const std::string& remaining) {
-    line(text);
-    if (mFrames > 1)
-        line(counted(mDone, "frame") + " filtered, " + std::to_string(mFailed) + " failed" +
-             (remaining.empty() ? "" : ", not done: " + remaining));
-}
-
-void Report::interrupted() {
-    if (mFrames > 1)
-        line("interrupted: " + std::to_string(mDone) + " of " + std::to_string(mFrames) + " frames filtered");
+void Report::end() {
+    if (!mRun.stopped.empty())
+        line(mRun.stopped);
+    if (mRun.jobs.size() < 2)
+        return;
+    const auto done = mRun.those(Job::State::Done).size();
+    if (mRun.isInterrupted)
+        return line("interrupted: " + std::to_string(done) + " of " + std::to_string(mRun.jobs.size()) +
+                    " frames filtered");
+    const std::vector<int> failed = mRun.framesOf(Job::State::Failed);
+    std::vector<int> left = mRun.framesOf(Job::State::Waiting);
+    const std::vector<int> started = mRun.framesOf(Job::State::Started);
+    left.insert(left.end(), started.begin(), started.end());
+    std::sort(left.begin(), left.end());
+    if (!mQuiet || !failed.empty() || !left.empty())
+        line(counted(done, "frame") + " filtered, " + std::to_string(failed.size()) + " failed" +
+             (failed.empty() ? "" : ": " + framesText(failed)) +
+             (left.empty() ? "" : ", not done: " + framesText(left)));
 }
 
 } // namespace Tessaloom::BilateralBlur::Program

@@ -4,8 +4,8 @@
 #include "Program/Errors.h"
 #include "Program/Events.h"
 #include "Program/Files/ImageLibrary.h"
+#include "Program/ModuleOutput.h"
 #include "Program/OutputFile.h"
-#include "Program/Sequence.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -15,16 +15,16 @@
 #include <deque>
 #include <exception>
 #include <fcntl.h>
-#include <iostream>
+#include <filesystem>
 #include <iterator>
 #include <new>
-#include <numeric>
 #include <poll.h>
 #include <string>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <utility>
+#include <vector>
 
 namespace Tessaloom::BilateralBlur::Program {
 
@@ -32,31 +32,29 @@ namespace {
 
 class Supervisor {
 public:
-    Supervisor(const std::vector<Job>& jobs, const Settings& settings, Report& report)
-        : mJobs(jobs), mSettings(settings), mReport(report), mStates(jobs.size(), State::Waiting) {}
+    Supervisor(Run& run, const Settings& settings, Report& report)
+        : mRun(run), mSettings(settings), mReport(report) {}
 
     void run();
 
 private:
-    enum class State : char { Waiting, Started, Finished };
-    using Round = std::vector<int>; ///< indices of jobs
-
     int runChild(const Round& round);
     [[noreturn]] void beChild(const Round& round, pid_t parent, int pipe) const;
     void receiveAll(int pipe, pid_t child);
     void handle(const Event& event);
     [[noreturn]] void endBy(int signal, pid_t child);
     void removeHalfWritten() const;
-    void retry(const Round& round, const std::string& cause);
-    Round those(const Round& round, State state) const;
-    std::string remaining() const;
+    void planSetupAgain(const Round& round, const std::string& cause);
+    void planAgain(const Round& round, const std::string& cause);
+    std::vector<int> those(const Round& round, Job::State state) const;
+    void fail(int job, const std::string& reason);
 
-    const std::vector<Job>& mJobs;
+    Run& mRun;
     const Settings& mSettings;
     Report& mReport;
-    std::vector<State> mStates;
     std::deque<Round> mRounds;
-    std::string mStopped; ///< why nothing more can be done
+    bool mUsesGl = true;
+    bool mIsReady = false; ///< the child that works has set up the effect
     const EndingSignals mSignals{};
 };
 
@@ -69,44 +67,67 @@ std::string causeOf(int status) {
                : "the process that filters ended with exit code " + std::to_string(WEXITSTATUS(status));
 }
 
+/// What isn't a regular file can be read only once, so not by a process that may die of something else.
+bool canBeReadAgain(const std::filesystem::path& input) {
+    std::error_code ignored;
+    return std::filesystem::is_regular_file(input, ignored);
+}
+
 void Supervisor::run() {
-    Round all(mJobs.size());
-    std::iota(all.begin(), all.end(), 0);
-    mRounds.push_back(std::move(all));
-    while (!mRounds.empty() && mStopped.empty()) {
+    const bool readsAhead = mRun.jobs.size() > 1 || canBeReadAgain(mRun.jobs.front().input);
+    if (Round all{mRun.those(Job::State::Waiting), readsAhead}; !all.jobs.empty())
+        mRounds.push_back(std::move(all));
+    while (!mRounds.empty() && mRun.stopped.empty()) {
         const Round round = std::move(mRounds.front());
         mRounds.pop_front();
         const std::string cause = causeOf(runChild(round));
-        if (!cause.empty())
-            retry(round, cause);
+        if (cause.empty())
+            continue;
+        removeHalfWritten();
+        mIsReady ? planAgain(round, cause) : planSetupAgain(round, cause);
     }
-    if (mStopped.empty())
-        mReport.finish();
-    else
-        mReport.stopped(mStopped, remaining());
+    mReport.end();
 }
 
-/// Plans what a child left that died.
-void Supervisor::retry(const Round& round, const std::string& cause) {
-    const Round suspects = those(round, State::Started);
-    removeHalfWritten();
+/// Plans a round again whose child died before the effect was set up.
+void Supervisor::planSetupAgain(const Round& round, const std::string& cause) {
+    for (const int job : those(round, Job::State::Started))
+        mRun.jobs[job].state = Job::State::Waiting;
+    if (!round.readsAhead && !mUsesGl) {
+        mRun.stopped = cause;
+        return;
+    }
+    if (!round.readsAhead)
+        mUsesGl = false;
+    mRounds.push_front({round.jobs, false});
+}
+
+/// Plans what a child left that died later.
+void Supervisor::planAgain(const Round& round, const std::string& cause) {
+    const std::vector<int> suspects = those(round, Job::State::Started);
     if (suspects.empty()) {
-        mStopped = cause;
-    } else if (round.size() == 1) {
-        mStates[round.front()] = State::Finished;
-        mReport.framesFailed(mJobs[round.front()].input.string() + ": " + cause);
+        mRun.stopped = cause;
+    } else if (round.jobs.size() == 1) {
+        fail(round.jobs.front(), mRun.jobs[round.jobs.front()].input.string() + ": " + cause);
     } else {
-        if (Round rest = those(round, State::Waiting); !rest.empty())
+        if (Round rest{those(round, Job::State::Waiting), true}; !rest.jobs.empty())
             mRounds.push_front(std::move(rest));
         for (const int suspect : suspects) {
-            mStates[suspect] = State::Waiting;
-            mRounds.push_front({suspect});
+            mRun.jobs[suspect].state = Job::State::Waiting;
+            mRounds.push_front({{suspect}, false});
         }
     }
 }
 
+void Supervisor::fail(int job, const std::string& reason) {
+    mRun.jobs[job].state = Job::State::Failed;
+    mRun.jobs[job].reason = reason;
+    mReport.failed(mRun.jobs[job]);
+}
+
 /// Does a round in a child process, and gives what `waitpid` says of its end.
 int Supervisor::runChild(const Round& round) {
+    mIsReady = false;
     int pipe[2];
     const pid_t parent = getpid();
     const pid_t child = pipe2(pipe, O_CLOEXEC) == 0 ? fork() : -1;
@@ -118,7 +139,8 @@ int Supervisor::runChild(const Round& round) {
     receiveAll(pipe[0], child);
     close(pipe[0]);
     int status = 0;
-    waitpid(child, &status, 0);
+    if (waitpid(child, &status, 0) != child)
+        throw Failure(std::string("can't see how the process that filters ended: ") + std::strerror(errno));
     return status;
 }
 
@@ -132,15 +154,10 @@ void Supervisor::beChild(const Round& round, pid_t parent, int pipe) const {
     std::set_terminate(std::abort);
     try {
         startImageFiles(mSettings.verbose);
-        // The effect does without GL where there is none.
-        if (!mSettings.verbose)
-            setenv("EGL_LOG_LEVEL", "fatal", 0);
-        // The module prints what it runs on, and standard output may be the image's.
-        const int standardOutput = dup(STDOUT_FILENO);
-        dup2(STDERR_FILENO, STDOUT_FILENO);
-        if (!mSettings.verbose)
-            std::cout.rdbuf(nullptr);
-        runPipeline(mJobs, round, mSettings, standardOutput, events);
+        if (!mUsesGl) // the loader of GL drivers finds none
+            setenv("__EGL_VENDOR_LIBRARY_FILENAMES", "/dev/null", 1);
+        const int standardOutput = takeStandardOutput(mSettings.verbose);
+        runPipeline(mRun.jobs, round, mSettings, standardOutput, events);
     } catch (const std::bad_alloc&) {
         events.send({Event::Kind::Stopped, 0, "out of memory"});
     } catch (const std::exception& error) {
@@ -173,23 +190,27 @@ void Supervisor::receiveAll(int pipe, pid_t child) {
 }
 
 void Supervisor::handle(const Event& event) {
+    Job& job = mRun.jobs[event.frame];
     switch (event.kind) {
+    case Event::Kind::Ready:
+        mIsReady = true;
+        break;
     case Event::Kind::Started:
-        mStates[event.frame] = State::Started;
+        job.state = Job::State::Started;
         break;
     case Event::Kind::Done:
-        mStates[event.frame] = State::Finished;
-        mReport.frameDone();
+        job.state = Job::State::Done;
+        mReport.done();
         break;
     case Event::Kind::Failed:
-        mStates[event.frame] = State::Finished;
-        mReport.framesFailed(event.text);
+        fail(event.frame, event.text);
         break;
     case Event::Kind::Note:
-        mReport.note(mJobs[event.frame].input.string(), event.text);
+        job.notes.push_back(event.text);
+        mReport.noted(job);
         break;
     case Event::Kind::Stopped:
-        mStopped = event.text;
+        mRun.stopped = event.text;
         break;
     }
 }
@@ -198,36 +219,27 @@ void Supervisor::endBy(int signal, pid_t child) {
     kill(child, SIGKILL);
     waitpid(child, nullptr, 0);
     removeHalfWritten();
-    mReport.interrupted();
+    mRun.isInterrupted = true;
+    mReport.end();
     endBySignal(signal);
 }
 
 void Supervisor::removeHalfWritten() const {
-    for (std::size_t i = 0; i < mJobs.size(); ++i)
-        if (mStates[i] == State::Started)
-            removeTemporary(mJobs[i].output);
+    for (const int job : mRun.those(Job::State::Started))
+        removeTemporary(mRun.jobs[job].output);
 }
 
-Supervisor::Round Supervisor::those(const Round& round, State state) const {
-    Round jobs;
-    std::copy_if(round.begin(), round.end(), std::back_inserter(jobs),
-                 [&](int job) { return mStates[job] == state; });
+std::vector<int> Supervisor::those(const Round& round, Job::State state) const {
+    std::vector<int> jobs;
+    std::copy_if(round.jobs.begin(), round.jobs.end(), std::back_inserter(jobs),
+                 [&](int job) { return mRun.jobs[job].state == state; });
     return jobs;
-}
-
-/// The frames that nothing came of, as --frames takes them.
-std::string Supervisor::remaining() const {
-    std::vector<int> frames;
-    for (std::size_t i = 0; i < mJobs.size(); ++i)
-        if (mStates[i] != State::Finished)
-            frames.push_back(mJobs[i].frame);
-    return framesText(frames);
 }
 
 } // namespace
 
-void superviseJobs(const std::vector<Job>& jobs, const Settings& settings, Report& report) {
-    Supervisor(jobs, settings, report).run();
+void superviseJobs(Run& run, const Settings& settings, Report& report) {
+    Supervisor(run, settings, report).run();
 }
 
 } // namespace Tessaloom::BilateralBlur::Program

@@ -1,19 +1,24 @@
 #include "Host/Effect.h"
 #include "Platform/UsableCpus.h"
 #include "Program/Errors.h"
+#include "Program/Files/Bytes.h"
 #include "Program/Memory.h"
+#include "Program/ModuleOutput.h"
 #include "Program/Options.h"
+#include "Program/OutputFile.h"
 #include "Program/Plan.h"
 #include "Program/Report.h"
-#include "Program/Sequence.h"
+#include "Program/Run.h"
 #include "Program/Supervisor.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <csignal>
 #include <cstdio>
-#include <cstring>
-#include <iostream>
+#include <exception>
+#include <fcntl.h>
+#include <new>
+#include <string>
+#include <unistd.h>
 
 using namespace Tessaloom::BilateralBlur;
 using namespace Tessaloom::BilateralBlur::Program;
@@ -22,36 +27,40 @@ namespace {
 
 constexpr int kExitFailure = 1, kExitWrongUse = 2;
 
-/// Prints on standard output. Throws Failure where that fails, on a full disk for instance.
 void print(const std::string& text) {
-    if (std::fputs(text.c_str(), stdout) < 0 || std::fflush(stdout) != 0)
-        throw Failure(std::string("standard output: ") + std::strerror(errno));
+    writeStandardOutput(STDOUT_FILENO, bytesOf(text));
 }
 
-std::string aboutText(const std::filesystem::path& module) {
-    // The module prints what it runs on.
-    std::cout.rdbuf(nullptr);
+void printAbout(const std::filesystem::path& module) {
+    const int standardOutput = takeStandardOutput(false);
     const Host::Module loaded(module);
     std::string text = Host::Effect(loaded).about() + "\n";
     std::replace(text.begin(), text.end(), '\r', '\n');
-    return text;
+    writeStandardOutput(standardOutput, bytesOf(text));
 }
 
 int blur(const Options& options, const std::filesystem::path& module) {
     if (options.memory > 0)
         boundMemory(options.memory);
-    const Plan plan = makePlan(options);
+    Run run = makePlan(options);
     if (options.threads > 0)
         restrictToCpus(options.threads);
-    Report report(options.quiet, static_cast<int>(plan.jobs.size() + plan.missing.size()));
-    for (const std::string& note : plan.notes)
-        report.note(options.input, note);
-    if (!plan.missing.empty())
-        report.framesFailed(options.input + ": no such frames: " + framesText(plan.missing),
-                            static_cast<int>(plan.missing.size()));
-    superviseJobs(plan.jobs, {module, options.values, {options.page}, {options.quality}, options.verbose},
+    Report report(run, options.quiet);
+    superviseJobs(run,
+                  {.module = module,
+                   .values = options.values,
+                   .reading = {options.page},
+                   .writing = {options.quality},
+                   .verbose = options.verbose},
                   report);
-    return report.isComplete() ? 0 : kExitFailure;
+    return run.isComplete() ? 0 : kExitFailure;
+}
+
+/// A file that the program opens must not become a standard stream that the caller has closed.
+void openStandardStreams() {
+    for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream)
+        if (fcntl(stream, F_GETFD) < 0)
+            open("/dev/null", O_RDWR); // takes the lowest number that is free
 }
 
 int run(int argc, char** argv) {
@@ -72,7 +81,7 @@ int run(int argc, char** argv) {
     else if (!options.completion.empty())
         print(completionText(options.completion, effect));
     else if (options.about)
-        print(aboutText(module));
+        printAbout(module);
     else
         return blur(options, module);
     return 0;
@@ -82,8 +91,11 @@ int run(int argc, char** argv) {
 
 int main(int argc, char** argv) {
     const auto report = [](const std::exception& error) {
-        std::fprintf(stderr, "bilateral-blur: %s\n", error.what());
+        std::fprintf(stderr, "bilateral-blur: %s\n", printable(error.what()).c_str());
     };
+    openStandardStreams();
+    // Where a caller ignores it, a process that has ended leaves no word of how.
+    std::signal(SIGCHLD, SIG_DFL);
     // These two end a process in the middle of a write. Ignored, the write fails and the failure is reported.
     std::signal(SIGXFSZ, SIG_IGN);
     std::signal(SIGPIPE, SIG_IGN);
@@ -92,6 +104,9 @@ int main(int argc, char** argv) {
     } catch (const WrongUse& error) {
         report(error);
         return kExitWrongUse;
+    } catch (const std::bad_alloc&) {
+        report(Failure("out of memory"));
+        return kExitFailure;
     } catch (const std::exception& error) {
         report(error);
         return kExitFailure;

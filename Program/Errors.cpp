@@ -1,0 +1,24 @@
+#include "Program/Errors.h"
+
+#include <cstdio>
+
+namespace Tessaloom::BilateralBlur::Program {
+
+std::string printable(const std::string& text) {
+    std::string shown;
+    for (const char character : text) {
+        const auto code = static_cast<unsigned char>(character);
+        if (code >= 0x20 && code != 0x7F) {
+            shown += character;
+        } else if (character == '\n') {
+            shown += "\\n";
+        } else {
+            char escape[8];
+            std::snprintf(escape, sizeof escape, "\\x%02x", code);
+            shown += escape;
+        }
+    }
+    return shown;
+}
+
+} // namespace Tessaloom::BilateralBlur::Program
