@@ -9,9 +9,11 @@
 #include <functional>
 #include <iterator>
 #include <string>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 namespace Tessaloom::BilateralBlur {
@@ -67,7 +69,11 @@ public:
         argv.push_back(nullptr);
         const std::string out = mOutputs / "out", err = mOutputs / "err";
         mProcess = fork();
+        if (mProcess > 0)
+            setpgid(mProcess, mProcess);
         if (mProcess == 0) {
+            setpgid(0, 0); // with all that it starts
+            prctl(PR_SET_PDEATHSIG, SIGKILL);
             dup2(open("/dev/null", O_RDONLY), STDIN_FILENO);
             dup2(open(out.c_str(), O_WRONLY | O_CREAT, 0666), STDOUT_FILENO);
             dup2(open(err.c_str(), O_WRONLY | O_CREAT, 0666), STDERR_FILENO);
@@ -76,6 +82,16 @@ public:
             _exit(127);
         }
     }
+
+    /// A test that fails before it has waited leaves no process behind.
+    ~ProcessRun() {
+        if (mProcess > 0) {
+            kill(-mProcess, SIGKILL);
+            waitpid(mProcess, nullptr, 0);
+        }
+    }
+    ProcessRun(const ProcessRun&) = delete;
+    ProcessRun& operator=(const ProcessRun&) = delete;
 
     /// A child of the process; 0 where it has none.
     pid_t child() const {
@@ -88,7 +104,7 @@ public:
     Outcome wait() {
         int status = 0;
         rusage usage{};
-        wait4(mProcess, &status, 0, &usage);
+        wait4(std::exchange(mProcess, 0), &status, 0, &usage);
         return {WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status), contents(mOutputs / "out"),
                 contents(mOutputs / "err"), usage.ru_maxrss / 1024};
     }
