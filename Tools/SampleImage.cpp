@@ -1,22 +1,28 @@
 // Makes the images of the documentation:
-//   pictures sample OUT                    the sample image
-//   pictures sheet OUT X Y SIZE IN...      the square of SIZE pixels at X, Y of each image, three times as
+//   sample_image sample OUT                the sample image
+//   sample_image sheet OUT X Y SIZE IN...  the square of SIZE pixels at X, Y of each image, three times as
 //                                          large, side by side
+// and seeds for fuzzers:
+//   sample_image seeds DIRECTORY           small files of all formats
 // Pixels are straight RGBA. The same call gives the same bytes.
+
+#include "Tests/Support/Pictures.h"
 
 #include <vips/vips.h>
 
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <random>
+#include <string>
 #include <string_view>
 #include <vector>
 
 namespace {
+
+namespace Pictures = Tessaloom::BilateralBlur::Pictures;
 
 constexpr int kWidth = 960;
 constexpr int kHeight = 600;
@@ -113,42 +119,39 @@ Colour scene(double x, double y) {
     return colour;
 }
 
-std::uint8_t toByte(double value) {
-    return static_cast<std::uint8_t>(std::clamp(value, 0.0, 255.0) + 0.5);
-}
-
 // A mean of four points for each pixel, and the noise of a sensor over it.
-std::vector<std::uint8_t> samplePixels() {
+Pictures::Picture sampleImage() {
     std::mt19937 engine(7);
     std::normal_distribution<double> noise(0, 9);
-    std::vector<std::uint8_t> pixels;
-    pixels.reserve(std::size_t{4} * kWidth * kHeight);
-    for (int y = 0; y < kHeight; ++y) {
-        for (int x = 0; x < kWidth; ++x) {
-            Colour sum{0, 0, 0};
-            for (const double dy : {0.25, 0.75})
-                for (const double dx : {0.25, 0.75}) {
-                    const Colour point = scene(x + dx, y + dy);
-                    sum = {sum.red + point.red, sum.green + point.green, sum.blue + point.blue};
-                }
-            for (const double channel : {sum.red, sum.green, sum.blue})
-                pixels.push_back(toByte(channel / 4 + noise(engine)));
-            pixels.push_back(toByte(255 * alpha(x + 0.5, y + 0.5)));
-        }
-    }
-    return pixels;
+    return Pictures::make(kWidth, kHeight, false, [&](int x, int y, int channel) {
+        if (channel == 0)
+            return 255 * alpha(x + 0.5, y + 0.5);
+        double sum = 0;
+        for (const double dy : {0.25, 0.75})
+            for (const double dx : {0.25, 0.75}) {
+                const Colour point = scene(x + dx, y + dy);
+                sum += channel == 1 ? point.red : channel == 2 ? point.green : point.blue;
+            }
+        return sum / 4 + noise(engine);
+    });
+}
+
+// As straight RGBA; null where the library fails.
+VipsImage* sampleRgba() {
+    const Pictures::Picture sample = sampleImage();
+    VipsImage* argb = vips_image_new_from_memory_copy(sample.bytes.data(), sample.bytes.size(), kWidth,
+                                                      kHeight, 4, VIPS_FORMAT_UCHAR);
+    VipsImage *rgb = nullptr, *alpha = nullptr, *rgba = nullptr;
+    if (!argb || vips_extract_band(argb, &rgb, 1, "n", 3, nullptr) ||
+        vips_extract_band(argb, &alpha, 0, nullptr) || vips_bandjoin2(rgb, alpha, &rgba, nullptr))
+        return nullptr;
+    rgba->Type = VIPS_INTERPRETATION_sRGB;
+    return rgba;
 }
 
 bool makeSample(const char* path) {
-    const std::vector<std::uint8_t> pixels = samplePixels();
-    VipsImage* image =
-        vips_image_new_from_memory_copy(pixels.data(), pixels.size(), kWidth, kHeight, 4, VIPS_FORMAT_UCHAR);
-    if (!image)
-        return false;
-    image->Type = VIPS_INTERPRETATION_sRGB;
-    const bool written = vips_image_write_to_file(image, path, nullptr) == 0;
-    g_object_unref(image);
-    return written;
+    VipsImage* image = sampleRgba();
+    return image && vips_image_write_to_file(image, path, nullptr) == 0;
 }
 
 bool makeSheet(const char* path, int left, int top, int size, int count, char** inputs) {
@@ -179,9 +182,7 @@ bool makeSeeds(const std::string& directory) {
                                         "tiles.tif[compression=deflate,tile,tile_width=16,tile_height=16]",
                                         "lossy.webp",
                                         "lossless.webp[lossless]"};
-    const std::vector<std::uint8_t> pixels = samplePixels();
-    VipsImage* whole =
-        vips_image_new_from_memory(pixels.data(), pixels.size(), kWidth, kHeight, 4, VIPS_FORMAT_UCHAR);
+    VipsImage* whole = sampleRgba();
     VipsImage *corner = nullptr, *opaque = nullptr;
     if (!whole || vips_extract_area(whole, &corner, 0, 0, 19, 13, nullptr) ||
         vips_extract_band(corner, &opaque, 0, "n", 3, nullptr))
@@ -211,9 +212,9 @@ int main(int argc, char** argv) {
         made = makeSheet(argv[2], std::atoi(argv[3]), std::atoi(argv[4]), std::atoi(argv[5]), argc - 6,
                          argv + 6);
     else
-        std::fputs(
-            "usage: pictures sample OUT | pictures seeds DIRECTORY | pictures sheet OUT X Y SIZE IN...\n",
-            stderr);
+        std::fputs("usage: sample_image sample OUT | sample_image seeds DIRECTORY | sample_image sheet OUT X "
+                   "Y SIZE IN...\n",
+                   stderr);
     if (!made)
         std::fputs(vips_error_buffer(), stderr);
     vips_shutdown();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Tests/Support/Pictures.h"
 #include "Tests/Support/ProcessRun.h"
 
 #include <arpa/inet.h>
@@ -35,27 +36,30 @@ inline std::vector<std::string> shell(const Folder& folder, int blurScale, const
                 std::to_string(blurScale) + " \"$@\"; }; " + command};
 }
 
-/// An image for the tests, with samples of 8 or 16 bits, from one with values of 0 to 255.
-inline vips::VImage samplesOf(const vips::VImage& image, bool deep = false) {
+/// A generated image as one of the library, with 1 to 4 channels and samples of 8 or 16 bits.
+inline vips::VImage samplesOf(const Pictures::Picture& picture, int channels, bool deep = false) {
     constexpr VipsInterpretation kKinds[2][2] = {{VIPS_INTERPRETATION_B_W, VIPS_INTERPRETATION_GREY16},
                                                  {VIPS_INTERPRETATION_sRGB, VIPS_INTERPRETATION_RGB16}};
+    const vips::VImage argb(vips_image_new_from_memory_copy(
+        picture.bytes.data(), picture.bytes.size(), picture.width, picture.height, 4, VIPS_FORMAT_UCHAR));
+    const int colours = channels < 3 ? 1 : 3;
+    vips::VImage image = argb.extract_band(1, vips::VImage::option()->set("n", colours));
+    if (channels > colours)
+        image = image.bandjoin(argb[0]);
     return (image * (deep ? 257 : 1))
         .cast(deep ? VIPS_FORMAT_USHORT : VIPS_FORMAT_UCHAR)
-        .copy(vips::VImage::option()->set("interpretation", kKinds[image.bands() > 2][deep]));
+        .copy(vips::VImage::option()->set("interpretation", kKinds[colours > 1][deep]));
 }
 
 /// Independent noise, with the lowest and the highest value in good number.
 inline vips::VImage noise(int width, int height, int channels, int seed = 0, bool deep = false) {
-    const vips::VImage grey = vips::VImage::gaussnoise(
-        width * channels, height,
-        vips::VImage::option()->set("mean", 128)->set("sigma", 150)->set("seed", seed));
-    return samplesOf(grey.bandfold(vips::VImage::option()->set("factor", channels)), deep);
+    return samplesOf(Pictures::noise(width, height, static_cast<unsigned>(seed), false, 200), channels, deep);
 }
 
 /// Smooth shading, which survives JPEG.
 inline vips::VImage shading(int width, int height, int channels) {
-    const vips::VImage grey = vips::VImage::grey(width, height) * 190 + 40;
-    return samplesOf(vips::VImage::bandjoin(std::vector(channels, grey)));
+    const auto shade = [&](int x, int, int) { return 40 + 190.0 * x / width; };
+    return samplesOf(Pictures::make(width, height, true, shade), channels);
 }
 
 /// The image as pages of this height, one below the other.
