@@ -5,9 +5,11 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cctype>
 #include <charconv>
 #include <cstdio>
 #include <limits>
+#include <optional>
 #include <string_view>
 
 namespace Tessaloom::BilateralBlur::Program {
@@ -47,7 +49,7 @@ void requireMemory(const std::string& what, std::uint64_t bytes) {
                       " are available; --memory SIZE sets another bound");
 }
 
-std::uint64_t parseSize(const std::string& text) {
+std::optional<std::uint64_t> parseSize(const std::string& text) {
     std::uint64_t size = 0;
     const char* end = text.data() + text.size();
     const auto [stop, error] = std::from_chars(text.data(), end, size);
@@ -59,7 +61,7 @@ std::uint64_t parseSize(const std::string& text) {
     const unsigned shift = unit.empty() ? 0 : 10 * (static_cast<unsigned>(power) + 1);
     if (error != std::errc{} || (!unit.empty() && power == std::string_view::npos) || size == 0 ||
         size > kUnlimited >> shift)
-        throw WrongUse("--memory " + text + ": must be a size such as 800M or 4G");
+        return std::nullopt;
     return size << shift;
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 namespace Tessaloom::BilateralBlur::Program {
@@ -19,7 +20,7 @@ void boundMemory(std::uint64_t bytes);
 void requireMemory(const std::string& what, std::uint64_t bytes);
 
 /// "800M", "4G" and plain bytes: a positive integer, with K, M, G or T (powers of 1024, upper or lower case)
-/// or without. Throws WrongUse for anything else.
-std::uint64_t parseSize(const std::string& text);
+/// or without. Nothing for anything else.
+std::optional<std::uint64_t> parseSize(const std::string& text);
 
 } // namespace Tessaloom::BilateralBlur::Program

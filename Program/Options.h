@@ -34,8 +34,9 @@ struct Options {
 Preliminaries parsePreliminaries(int argc, const char* const* argv);
 
 /// Reads the command line. `effect` is what the module's property list says. Throws WrongUse for an unknown
-/// option, a missing or wrong value, or an argument too many. That input, output and all values are given is
-/// checked only where none of `help`, `about` and `completion` is set.
+/// option, a missing or wrong value, or an argument too many. That input, output and the values of sliders that
+/// require one are given is checked only where none of `help`, `about` and `completion` is set; other sliders have
+/// their defaults.
 Options parseOptions(int argc, const char* const* argv, const Host::Resource& effect);
 
 /// The text of --help.
@@ -43,9 +44,5 @@ std::string helpText(const Host::Resource& effect);
 
 /// The text of --completion, a script that completes the options for "bash" or "fish".
 std::string completionText(const std::string& shell, const Host::Resource& effect);
-
-/// The module to load where --module isn't given: beside the program, where an installation puts it, or
-/// where the build makes it. Throws Failure where it is in none of these places.
-std::filesystem::path findModule();
 
 } // namespace Tessaloom::BilateralBlur::Program

@@ -2,6 +2,7 @@
 #include "Platform/UsableCpus.h"
 #include "Program/Errors.h"
 #include "Program/Files/Bytes.h"
+#include "Program/FindModule.h"
 #include "Program/Memory.h"
 #include "Program/ModuleOutput.h"
 #include "Program/Options.h"

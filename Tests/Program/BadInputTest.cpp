@@ -55,15 +55,18 @@ TEST(BadInput, IsReportedInOneLine) {
     } kCases[] = {
         {"blur", 2, "INPUT is missing"},
         {"blur in.1.png out.png 3 4 5", 2, "unexpected argument 3 and 2 more (see --help)"},
-        {"program in.1.png out.png", 2, "--blur-scale is missing: an integer from 0 to 60"},
-        {"blur in.1.png out.png --blur-scale 61", 2, "61: must be an integer from 0 to 60"},
-        {"blur in.1.png out.png --blur-scale 2.5", 2, "--blur-scale 2.5: must be"},
+        {"blur in.1.png out.png --sigma 3 --range=2", 2, "unknown option --sigma and 1 more (see --help)"},
+        {"blur -- in.1.png -x --page 3", 2, "unexpected argument --page and 1 more"},
+        {"program in.1.png out.png", 2, "--blur-scale is missing: an integer from 0 to 60 (see --help)"},
+        {"blur in.1.png out.png --blur-scale 61", 2, "--blur-scale: must be an integer from 0 to 60, not 61"},
+        {"blur in.1.png out.png --blur-scale 2.5", 2,
+         "--blur-scale: must be an integer from 0 to 60, not 2.5"},
         {"blur in.1.png out.xcf", 2, "use .jpg, .jpeg, .png, .tif, .tiff or .webp"},
         {"blur in.1.png out.png --frames 1", 2, "--frames needs a sequence"},
-        {"blur in.1.png out.png --threads 0", 2, "--threads 0: must be an integer from 1"},
-        {"blur in.1.png out.png --memory 2X", 2, "2X: must be a size such as 800M or 4G"},
+        {"blur in.1.png out.png --threads 0", 2, "--threads: must be an integer from 1 to 2147483647, not 0"},
+        {"blur in.1.png out.png --memory 2X", 2, "--memory: must be a size such as 800M or 4G, not 2X"},
         {"blur in.1.png out.png --memory 17179869184G", 2, "must be a size such as"},
-        {"blur in.1.png out.png --format gif", 2, "gif: must be one of jpeg, png, tiff, webp"},
+        {"blur in.1.png out.png --format gif", 2, "--format: must be one of jpeg, png, tiff, webp, not gif"},
         {"blur in.#.png out.png", 2, "out.png: a sequence as INPUT needs one as OUTPUT"},
         {"blur in.##.%d.png out.#.png", 2, "the name holds two frame numbers"},
         {"blur in.#.png ./in.%d.png", 2, "the output's frames would replace the input's"},
@@ -124,7 +127,7 @@ TEST(BadInput, IsReportedInOneLine) {
 TEST(Program, PrintsWhatTheModuleDeclares) {
     const auto printed = [](const char* option) { return ProcessRun({PROGRAM, option}).wait().out; };
     const std::string help = printed("--help");
-    EXPECT_THAT(help, HasSubstr("--blur-scale=N      Blur Scale, an integer from 0 to 60; required\n"));
+    EXPECT_THAT(help, HasSubstr("--blur-scale=N      How far the blur reaches, an integer from 0 to 60;\n"));
     EXPECT_EQ(printed("--about"), "Bilateral Blur v1.0\nBilateral Blur\n");
     EXPECT_EQ(printed("--version"), "bilateral-blur " BILATERAL_BLUR_VERSION "\n");
     std::string page = contents(MANUAL_PAGE);
