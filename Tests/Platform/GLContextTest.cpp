@@ -10,6 +10,16 @@ namespace {
 
 using EglWatch::makeContext;
 
+// Before any other test has found one.
+TEST(GLContext, LooksAgainForADisplayThatItDidNotFind) {
+    EglWatch::failing = EglWatch::Failing::Creation;
+    EXPECT_EQ(makeContext(), nullptr);
+    EglWatch::failing = EglWatch::Failing::Nothing;
+    NSOpenGLContext* context = makeContext();
+    ASSERT_NE(context, nullptr);
+    context->release();
+}
+
 TEST(GLContext, ReadsWhatIsCurrentOnEachThread) {
     NSOpenGLContext *first = makeContext(), *second = makeContext();
     EXPECT_FALSE(CGLGetCurrentContext()) << "a creation binds nothing";
@@ -28,15 +38,6 @@ TEST(GLContext, ReadsWhatIsCurrentOnEachThread) {
     first->release();
     second->release();
     EXPECT_EQ(EglWatch::liveContexts, 0) << "also the one that is current";
-}
-
-TEST(GLContext, LooksAgainForADisplayThatItDidNotFind) {
-    EglWatch::failing = EglWatch::Failing::Creation;
-    EXPECT_EQ(makeContext(), nullptr);
-    EglWatch::failing = EglWatch::Failing::Nothing;
-    NSOpenGLContext* context = makeContext();
-    ASSERT_NE(context, nullptr);
-    context->release();
 }
 
 // A context that the rest of the process made, of another client API, with a surface.
