@@ -92,7 +92,7 @@ private:
 
     const Module& mModule;
     const Claim mClaim{mModule};
-    Services mServices;
+    Services mServices{mModule.scriptEngine()};
     std::mutex mMutex;
     PF_InData mInData{};
     PF_OutData mOutData{};

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Host/Script.h"
 #include "HostInterface/EffectHost.h"
 
 #include <cstdint>
@@ -60,8 +61,13 @@ public:
     const Resource& resource() const { return mResource; }
     PF_EntryPointFunc entry() const { return mEntry; }
 
+    /// What runs the scripts of a loaded module; null for an effect that is linked in, so that a program with one
+    /// needn't have the engine.
+    ScriptEngine scriptEngine() const { return mScriptEngine; }
+
 private:
     std::filesystem::path mPath;
+    ScriptEngine mScriptEngine = nullptr;
     void* mLibrary = nullptr;
     PF_EntryPointFunc mEntry = nullptr;
     Resource mResource;

@@ -9,7 +9,10 @@ struct ScriptOutcome {
     std::string error;  ///< what went wrong; empty for a script that ran to its end
 };
 
-/// Runs an ECMAScript program (UTF-8) in an engine of its own.
+/// What runs an ECMAScript program (UTF-8).
+using ScriptEngine = ScriptOutcome (*)(const char* script);
+
+/// Runs a program in an engine of its own.
 ScriptOutcome runScript(const char* script);
 
 } // namespace Tessaloom::BilateralBlur::Host

@@ -8,7 +8,8 @@ thread_local Services* mCurrent = nullptr;
 
 } // namespace
 
-Services::Services() : mHandles(mLedger, "handle"), mMemHandles(mLedger, "memory handle") {}
+Services::Services(ScriptEngine engine)
+    : mEngine(engine), mHandles(mLedger, "handle"), mMemHandles(mLedger, "memory handle") {}
 
 Services::Visit::Visit(Services& services) : mBefore(mCurrent) {
     mCurrent = &services;
@@ -20,6 +21,10 @@ Services::Visit::~Visit() {
 
 Services* Services::current() {
     return mCurrent;
+}
+
+ScriptOutcome Services::runScript(const char* script) const {
+    return mEngine ? mEngine(script) : ScriptOutcome{.result = "", .error = "This host runs no scripts."};
 }
 
 std::vector<std::string> Services::settle() {

@@ -2,6 +2,7 @@
 
 #include "Host/HandleStore.h"
 #include "Host/Ledger.h"
+#include "Host/Script.h"
 
 #include <string>
 #include <vector>
@@ -11,7 +12,8 @@ namespace Tessaloom::BilateralBlur::Host {
 /// What the suites of a host act on: its memory, and the ledger of what an effect has acquired.
 class Services {
 public:
-    Services();
+    /// Without an engine each script fails.
+    explicit Services(ScriptEngine engine = nullptr);
     Services(const Services&) = delete;
     Services& operator=(const Services&) = delete;
 
@@ -37,7 +39,10 @@ public:
     HandleStore& handles() { return mHandles; }
     HandleStore& memHandles() { return mMemHandles; }
 
+    ScriptOutcome runScript(const char* script) const;
+
 private:
+    const ScriptEngine mEngine;
     Ledger mLedger;
     HandleStore mHandles;
     HandleStore mMemHandles;

@@ -1,6 +1,5 @@
 #include "Host/Suites.h"
 
-#include "Host/Script.h"
 #include "Host/Services.h"
 #include "Host/World.h"
 
@@ -143,7 +142,7 @@ PF_Err executeScript(std::int32_t, const char* script, std::uint8_t, AEGP_MemHan
     Services* services = Services::current();
     if (!services || !script || !result || !error)
         return PF_Err_BAD_CALLBACK_PARAM;
-    const ScriptOutcome outcome = runScript(script);
+    const ScriptOutcome outcome = services->runScript(script);
     *result = textHandle(services->memHandles(), outcome.result);
     *error = textHandle(services->memHandles(), outcome.error);
     return *result && *error ? PF_Err_NONE : PF_Err_OUT_OF_MEMORY;

@@ -11,7 +11,7 @@ namespace Tessaloom::BilateralBlur::Host {
 ///   `PF_Err_BAD_CALLBACK_PARAM`;
 /// - "AEGP Utility Suite" 11, which runs ECMAScript. The result handle holds the value of the last statement
 ///   as text, the error handle the message; the one that doesn't apply holds an empty text, and the code is 0
-///   either way. Scripts share no state;
+///   either way. Scripts share no state, and fail where an effect is linked into the program;
 /// - "AEGP Memory Suite" 1. Freeing a memory handle ends its locks, as there is no unlock;
 /// - "AEGP PF Interface Suite" 1, "AEGP Layer Suite" 11, "AEGP Item Suite" 10, "DRAWBOT Draw Suite" 1,
 ///   "DRAWBOT Supplier Suite" 1, "DRAWBOT Surface Suite" 2 and "DRAWBOT Path Suite" 1, which exist but have

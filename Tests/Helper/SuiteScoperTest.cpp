@@ -21,7 +21,7 @@ class SuiteScoperTest : public testing::Test {
 protected:
     ~SuiteScoperTest() override { EXPECT_THAT(mServices.settle(), testing::IsEmpty()); }
 
-    Host::Services mServices;
+    Host::Services mServices{Host::runScript};
     Host::Services::Visit mVisit{mServices};
     FaultyHost mHost;
     PF_InData& mInData = *FaultyHost::wrap({{}, Host::utilCallbacks(), nullptr, Host::basicSuite(), 0, 1, 1});
@@ -116,6 +116,12 @@ TEST_F(SuiteScoperTest, LocksAndFreesBothHandlesOfAScript) {
 TEST_F(SuiteScoperTest, RunsScripts) {
     const auto run = [&] { return ScriptHelper::RunSriptAndGetStringResult(mInData.pica_basicP, "'a'+6*7"); };
     EXPECT_EQ(run(), "a42");
+    {
+        Host::Services services; // of an effect that is linked in, which has no engine
+        const Host::Services::Visit visit(services);
+        EXPECT_EQ(run(), "");
+        EXPECT_THAT(services.settle(), testing::IsEmpty());
+    }
     for (const char* callback : {"AEGP_ExecuteScript", "AEGP_LockMemHandle"}) {
         mHost.faults.failing = {{callback, 77}};
         EXPECT_EQ(run(), "");
