@@ -1,11 +1,9 @@
 #include "Plugins/BilateralBlur/Sources/CpuFormula.h"
+#include "Tests/Cpu/InstructionSets.h"
 #include "Tests/Support/Oracle.h"
 #include "Tests/Support/Pictures.h"
 
 #include <gmock/gmock.h>
-
-#define HWY_WANT_AVX3_DL
-#include <hwy/targets.h>
 
 #include <algorithm>
 #include <cmath>
@@ -90,22 +88,13 @@ Picture halfConstant(int width, int height, std::uint8_t alpha) {
     return picture;
 }
 
-/// What the processor is best at. It may have the kernel with bfloat16, which the library doesn't know.
-constexpr std::int64_t kBest = 0;
-
-/// Each case runs on one of the library's instruction sets, and on the best one.
-class Kernel : public testing::TestWithParam<std::int64_t> {
+class Kernel : public InstructionSetTest {
 protected:
-    Kernel() {
-        hwy::SetSupportedTargetsForTest(GetParam());
-        hwy::GetChosenTarget().Update(hwy::SupportedTargets());
-    }
-
     void expectOracle(const Picture& picture, int blurSize) {
         SCOPED_TRACE(testing::Message() << picture.width << " by " << picture.height << " at " << blurSize);
         expectClose(blur(picture.bytes, picture.width, blurSize, mPool),
                     Oracle::pass(picture.normalised(), picture.width, picture.height, blurSize),
-                    GetParam() == kBest && blurSize >= kLeastBf16Size ? kBf16 : kPortable);
+                    GetParam() == kBestSet && blurSize >= kLeastBf16Size ? kBf16 : kPortable);
     }
 
     ThreadPool mPool{2};
@@ -161,9 +150,7 @@ TEST_P(Kernel, SizesOutOfRangeWorkAsTheNearest) {
         EXPECT_TRUE(blur(std::vector<std::uint8_t>(), width, 9, mPool).empty());
 }
 
-INSTANTIATE_TEST_SUITE_P(InstructionSets, Kernel, testing::ValuesIn(hwy::SupportedAndGeneratedTargets()),
-                         [](const auto& info) { return hwy::TargetName(info.param); });
-INSTANTIATE_TEST_SUITE_P(Best, Kernel, testing::Values(kBest));
+INSTANTIATE_INSTRUCTION_SETS(Kernel);
 
 } // namespace
 } // namespace Tessaloom::BilateralBlur

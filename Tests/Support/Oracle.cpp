@@ -43,4 +43,41 @@ std::vector<double> pass(const std::vector<double>& argb, int width, int height,
     return rgba;
 }
 
+std::vector<double> smooth(const std::vector<double>& argb, int width, int height, int radius,
+                           double threshold, double least) {
+    const auto pixel = [&](int x, int y) {
+        return &argb[std::size_t{4} * (std::clamp(y, 0, height - 1) * width + std::clamp(x, 0, width - 1))];
+    };
+    const auto isFinite = [](const double* values) {
+        return std::all_of(values, values + 4, [](double value) { return std::isfinite(value); });
+    };
+    std::vector<double> result = argb;
+    for (int i = 0; i < width * height; ++i) {
+        const int x = i % width, y = i / width;
+        const double* const centre = pixel(x, y);
+        if (radius == 0 || !isFinite(centre))
+            continue;
+        double sum[3] = {}, weights = 0;
+        for (int tap = 0; tap < (2 * radius + 1) * (2 * radius + 1); ++tap) {
+            const int right = tap % (2 * radius + 1) - radius, down = tap / (2 * radius + 1) - radius;
+            const double* const other = pixel(x + right, y + down);
+            if (!isFinite(other))
+                continue;
+            double squared = 0;
+            for (int channel = 1; channel < 4; ++channel)
+                squared += (other[channel] - centre[channel]) * (other[channel] - centre[channel]);
+            const double weight =
+                std::max(0.0, other[0]) * std::exp(-2.0 * (right * right + down * down) / (radius * radius) -
+                                                   squared / (2 * threshold * threshold));
+            weights += weight;
+            for (int channel = 0; channel < 3; ++channel)
+                sum[channel] += weight * (other[1 + channel] - centre[1 + channel]);
+        }
+        for (int channel = 0; channel < 3 && weights > 0; ++channel)
+            result[4 * i + 1 + channel] =
+                weights < least ? std::nan("") : centre[1 + channel] + sum[channel] / weights;
+    }
+    return result;
+}
+
 } // namespace Tessaloom::BilateralBlur::Oracle

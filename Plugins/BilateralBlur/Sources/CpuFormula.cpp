@@ -111,7 +111,7 @@ public:
     }
 
     // A transparent block becomes zero whatever its colours: premultiplied they are.
-    bool storeUniform(const Block& block, std::uint8_t alpha) const override {
+    bool storeUniform(const Block& block, float alpha) const override {
         for (int row = 0; alpha == 0 && row < block.height; ++row)
             std::memset(target(block, row), 0, std::size_t{4} * block.width);
         return alpha == 0;
@@ -137,7 +137,7 @@ void bilateralBlur(const std::uint8_t* source, std::ptrdiff_t sourceStride, std:
     const PremultipliedBytes formula(image, target, targetStride);
     const BilateralFilter filter = filterOf(blurScale);
     if (filter.reach > 0)
-        return filterChannels(image, filter, formula, pool);
+        return filterChannels(image, Channels::AlphaRedGreen, filter, formula, pool);
     const int rows = (height + kBlockHeight - 1) / kBlockHeight;
     pool.run(rows, [&](std::size_t index, unsigned) {
         const int top = static_cast<int>(index) * kBlockHeight;

@@ -27,6 +27,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <new>
+#include <optional>
 
 namespace Tessaloom::BilateralBlur {
 namespace {
@@ -44,10 +45,10 @@ double biasOf(const BilateralFilter& filter) {
 
 } // namespace
 
-bool usesBf16(const BilateralFilter& filter) {
+bool usesBf16(const BilateralFilter& filter, Channels channels) {
     // Who restricts the library to one of its sets wants the integer weights. The larger of these has VBMI.
     constexpr std::int64_t kSets = HWY_AVX3_DL | HWY_AVX3;
-    return filter.reach >= kBf16Limits.leastReach &&
+    return channels == Channels::AlphaRedGreen && filter.reach >= kBf16Limits.leastReach &&
            biasOf(filter) + sumOctaves(filter.reach) < kBf16Limits.exponent &&
            __builtin_cpu_supports("avx512bf16") && (hwy::SupportedTargets() & kSets) == kSets;
 }
@@ -99,14 +100,15 @@ HWY_INLINE __m512 addProducts(__m512 sum, __m512i a, __m512i b) {
 struct Bf16Planes {
     template<int kChannels>
     class Weights;
+    using Varying = Weights<3>;
+    using Uniform = Weights<2>;
 
     alignas(
         64) std::uint32_t colours[2][kPlaneSize]; // pairs of 16 bits: a squared distance is in 2^-23 octaves
     alignas(64) std::uint32_t values[3][kPlaneSize]; // less 128, as bfloat16: the pixel's and the next one's
 
-    /// Fills the planes for all three channels at work.
-    /// @return whether the first channel has one value all over them.
-    bool fill(const Frame& frame, const Bf16Numbers& numbers, const Block& block) {
+    /// @return the first channel, if it has one value all over them. Then the colours are those of the others.
+    std::optional<float> fill(const Frame& frame, const Bf16Numbers& numbers, const Block& block) {
         // Rounding the products to integers moves a weight by 0.2 % where the pixels still mix.
         const auto scaled = [scale = numbers.scale](std::uint32_t level) {
             return (level * scale + 32768) >> 16;
@@ -114,7 +116,7 @@ struct Bf16Planes {
         const auto floatBits = [](std::uint32_t level) {
             return std::bit_cast<std::uint32_t>(static_cast<float>(static_cast<int>(level) - 128));
         };
-        alignas(64) std::uint32_t line[wholeVectors(kBlockWidth + 2 * kReachLimit) + 1] = {};
+        alignas(64) std::uint32_t line[kLineWidth + 1] = {};
         std::uint32_t different = 0, first = 0;
         const int columns = block.planeColumns(frame.reach);
         for (int row = 0; row < block.planeRows(frame.reach); ++row) {
@@ -134,17 +136,14 @@ struct Bf16Planes {
                     values[channel][start + column] = floatBits(line[column] >> 8 * channel & 0xFF) >> 16 |
                                                       floatBits(line[column + 1] >> 8 * channel & 0xFF);
         }
-        return different == 0;
-    }
-
-    /// Rewrites the colours for the second and the third channel alone.
-    void dropFirst(const Frame& frame, const Bf16Numbers&, const Block& block) {
-        const int columns = block.planeColumns(frame.reach);
+        if (different != 0)
+            return std::nullopt;
         for (int row = 0; row < block.planeRows(frame.reach); ++row) {
             const std::size_t start = frame.stride * row;
             for (std::size_t at = start; at < start + columns; ++at)
                 colours[0][at] = colours[0][at] >> 16 | colours[1][at] << 16;
         }
+        return static_cast<float>(first & 0xFF);
     }
 };
 

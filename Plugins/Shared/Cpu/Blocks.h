@@ -22,10 +22,12 @@ constexpr int wholeVectors(int columns) {
 constexpr int kBlockWidth = 256;
 constexpr int kBlockHeight = 32;
 
+/// Pixels in a row of the widest planes.
+constexpr int kLineWidth = wholeVectors(kBlockWidth + 2 * kReachLimit);
+
 /// Elements of a plane. Planes that follow each other start in different sets of the first-level cache.
 constexpr std::size_t kPlaneSize =
-    static_cast<std::size_t>(wholeVectors(kBlockWidth + 2 * kReachLimit)) * (kBlockHeight + 2 * kReachLimit) +
-    128;
+    static_cast<std::size_t>(kLineWidth) * (kBlockHeight + 2 * kReachLimit) + 128;
 
 /// The pixels that a job filters. Row r, column c of its planes hold the pixel (x - reach + c, y - reach + r) of
 /// the frame, clamped to it.

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <new>
+#include <optional>
 
 // A tile's state is kept in arrays and structures, which vectors of unknown size can't be part of.
 #define HWY_DISABLED_TARGETS (HWY_SVE | HWY_SVE2 | HWY_SVE_256 | HWY_SVE2_128 | HWY_RVV)
@@ -62,11 +63,15 @@ HWY_INLINE VF exp2Bits(VI x) {
 
 void filterBlockInteger(const Frame& frame, const IntegerNumbers& numbers, const Block& block,
                         unsigned worker) {
-    filterBlock<IntegerPlanes>(frame, numbers, block, worker);
+    if (frame.channels == Channels::RedGreenBlue)
+        return filterBlock<IntegerPlanes<Channels::RedGreenBlue>>(frame, numbers, block, worker);
+    filterBlock<IntegerPlanes<Channels::AlphaRedGreen>>(frame, numbers, block, worker);
 }
 
 void filterBlockFloat(const Frame& frame, const FloatNumbers& numbers, const Block& block, unsigned worker) {
-    filterBlock<FloatPlanes>(frame, numbers, block, worker);
+    if (frame.channels == Channels::RedGreenBlue)
+        return filterBlock<FloatPlanes<Channels::RedGreenBlue>>(frame, numbers, block, worker);
+    filterBlock<FloatPlanes<Channels::AlphaRedGreen>>(frame, numbers, block, worker);
 }
 
 double floatUnit() {
@@ -101,30 +106,33 @@ IntegerNumbers::IntegerNumbers(const BilateralFilter& filter, const IntegerFacto
     }
 }
 
-FloatNumbers::FloatNumbers(const BilateralFilter& filter, double unit)
-    : scale(static_cast<float>(std::sqrt(octavesOf(1 / (255 * filter.rangeSigma)) / unit))) {
+FloatNumbers::FloatNumbers(const BilateralFilter& filter, double fullScale, double unit)
+    : scale(static_cast<float>(std::sqrt(octavesOf(1 / (fullScale * filter.rangeSigma)) / unit))) {
     for (int y = 0; y <= filter.reach; ++y)
         for (int x = -filter.reach; x <= filter.reach; ++x)
             starts[y][filter.reach + x] =
                 static_cast<float>(-octavesOf(std::hypot(x, y) / filter.spatialSigma) / unit);
 }
 
-void filterChannels(const Image& image, const BilateralFilter& filter, const Formula& formula,
-                    ThreadPool& pool) {
-    const Frame frame{image, formula, pool, filter.reach};
+void filterChannels(const Image& image, Channels channels, const BilateralFilter& filter,
+                    const Formula& formula, ThreadPool& pool) {
+    const Frame frame{image, channels, formula, pool, filter.reach};
     const BlockGrid grid(image.width, image.height);
     const auto run = [&](auto filterBlock, const auto& numbers) {
         pool.run(grid.count(), [&](std::size_t index, unsigned worker) {
             filterBlock(frame, numbers, grid[index], worker);
         });
     };
+    if (image.depth == Depth::Bits8) {
 #ifdef BILATERAL_BLUR_BF16
-    if (usesBf16(filter))
-        return run(filterBlockBf16, Bf16Numbers(filter));
+        if (usesBf16(filter, channels))
+            return run(filterBlockBf16, Bf16Numbers(filter));
 #endif
-    if (const auto factors = IntegerFactors::find(filter))
-        return run(HWY_DYNAMIC_DISPATCH(filterBlockInteger), IntegerNumbers(filter, *factors));
-    run(HWY_DYNAMIC_DISPATCH(filterBlockFloat), FloatNumbers(filter, HWY_DYNAMIC_DISPATCH(floatUnit)()));
+        if (const auto factors = IntegerFactors::find(filter))
+            return run(HWY_DYNAMIC_DISPATCH(filterBlockInteger), IntegerNumbers(filter, *factors));
+    }
+    run(HWY_DYNAMIC_DISPATCH(filterBlockFloat),
+        FloatNumbers(filter, image.fullScale, HWY_DYNAMIC_DISPATCH(floatUnit)()));
 }
 
 } // namespace Tessaloom::BilateralBlur

@@ -1,6 +1,13 @@
 // Weights as floats, for any sigma. Each set of instructions includes it inside its own namespace.
 
-/// 2^x in the unit of `kFloatUnit`, 0 from -100 octaves on.
+/// Of exponents, in octaves.
+#if HWY_TARGET == HWY_AVX3 || HWY_TARGET == HWY_AVX3_DL
+constexpr double kFloatUnit = 1;
+#else
+constexpr double kFloatUnit = 1 / kOctave;
+#endif
+
+/// A multiple of 2^x in the unit of `kFloatUnit`; 0 below the least.
 HWY_INLINE VF exp2Float(VF x) {
 #if HWY_TARGET == HWY_AVX3 || HWY_TARGET == HWY_AVX3_DL
     constexpr double c0 = kBend[0] + kBend[1] + kBend[2] + kBend[3] - 1,
@@ -12,113 +19,158 @@ HWY_INLINE VF exp2Float(VF x) {
     power = hn::MulAdd(power, f, hn::Set(df, static_cast<float>(c0)));
     return VF{_mm512_scalef_ps(power.raw, x.raw)};
 #else
-    const VF least = hn::Set(df, static_cast<float>(-100 * kOctave));
+    const VF least = hn::Set(df, static_cast<float>(-kFloatLimits.octaves / kFloatUnit));
     return hn::IfThenElseZero(hn::Gt(x, least), exp2Bits(nearestInt(x)));
 #endif
 }
 
-/// Of exponents, in octaves.
-#if HWY_TARGET == HWY_AVX3 || HWY_TARGET == HWY_AVX3_DL
-constexpr double kFloatUnit = 1;
-#else
-constexpr double kFloatUnit = 1 / kOctave;
-#endif
+/// Of kCount channels, which end with the third; times alpha if kAlpha.
+template<int kCount, bool kAlpha>
+class FloatWeights;
 
-/// The planes of one block: scaled differences from 128, whose squared distances are exponents.
-struct FloatPlanes {
-    template<int kChannels>
-    class Weights;
-
-    alignas(64) float channels[3][kPlaneSize];
-
-    /// @return whether the first channel has one value all over them.
-    bool fill(const Frame& frame, const FloatNumbers& numbers, const Block& block) {
-        alignas(64) std::uint8_t line[wholeVectors(kBlockWidth + 2 * kReachLimit)][4];
-        std::uint8_t different = 0, first = 0;
-        const int columns = block.planeColumns(frame.reach);
-        for (int row = 0; row < block.planeRows(frame.reach); ++row) {
-            loadLine(frame.image, block, frame.reach, row, line);
-            if (row == 0)
-                first = line[0][0];
-            for (int column = 0; column < columns; ++column) {
-                different |= line[column][0] ^ first;
-                for (int channel = 0; channel < 3; ++channel)
-                    channels[channel][frame.stride * row + column] =
-                        numbers.scale * static_cast<float>(line[column][channel] - 128);
-            }
-        }
-        return different == 0;
-    }
-
-    void dropFirst(const Frame&, const FloatNumbers&, const Block&) {}
+/// The planes of one block.
+struct FloatData {
+    alignas(64) float channels[3][kPlaneSize]; // scaled: squared distances are exponents
+    alignas(64) float alpha[kPlaneSize];
 };
 
-template<int kChannels>
-class FloatPlanes::Weights {
+template<Channels kChannels>
+struct FloatPlanes : FloatData {
+    static constexpr bool kCarriesAlpha = kChannels == Channels::RedGreenBlue;
+    using Varying = FloatWeights<3, kCarriesAlpha>;
+    using Uniform = FloatWeights<kCarriesAlpha ? 3 : 2, false>;
+
+    /// @return alpha, if it has one value all over them.
+    std::optional<float> fill(const Frame& frame, const FloatNumbers& numbers, const Block& block) {
+        switch (frame.image.depth) {
+        case Depth::Bits8:
+            return fillFrom<std::uint8_t>(frame, numbers, block);
+        case Depth::Bits16:
+            return fillFrom<std::uint16_t>(frame, numbers, block);
+        default:
+            return fillFrom<float>(frame, numbers, block);
+        }
+    }
+
+private:
+    template<class Value>
+    std::optional<float> fillFrom(const Frame& frame, const FloatNumbers& numbers, const Block& block) {
+        alignas(64) Value line[4 * kLineWidth];
+        alignas(64) float floats[4 * kLineWidth];
+        const auto fullScale = static_cast<float>(1 / frame.image.fullScale);
+        VI different = hn::Zero(di);
+        VI first = hn::Zero(di);
+        const int columns = block.planeColumns(frame.reach);
+        for (int row = 0; row < block.planeRows(frame.reach); ++row) {
+            loadLine(frame.image, block, frame.reach, row, reinterpret_cast<Value(*)[4]>(line));
+            for (int i = 0; i < 4 * columns; ++i)
+                floats[i] = static_cast<float>(line[i]);
+            if (row == 0)
+                first = hn::BitCast(di, hn::Set(df, floats[0]));
+            for (int column = 0; column < columns; column += kLanes) {
+                const std::size_t at = frame.stride * row + column;
+                VF a, r, g, b;
+                hn::LoadInterleaved4(df, floats + 4 * column, a, r, g, b);
+                different = hn::Or(different, hn::Xor(hn::BitCast(di, a), first));
+                const auto isFinite = hn::And(hn::And(hn::IsFinite(a), hn::IsFinite(r)),
+                                              hn::And(hn::IsFinite(g), hn::IsFinite(b)));
+                const auto store = [&](int channel, VF value) HWY_ATTR {
+                    const VF limit = hn::Set(df, kFloatLimits.value);
+                    const VF scaled = hn::Mul(value, hn::Set(df, numbers.scale));
+                    hn::Store(hn::IfThenElse(isFinite, hn::Max(hn::Min(scaled, limit), hn::Neg(limit)),
+                                             hn::Set(df, kFloatLimits.notFinite)),
+                              df, channels[channel] + at);
+                };
+                store(0, kCarriesAlpha ? r : a);
+                store(1, kCarriesAlpha ? g : r);
+                store(2, kCarriesAlpha ? b : g);
+                if constexpr (kCarriesAlpha)
+                    hn::Store(hn::IfThenElseZero(isFinite,
+                                                 hn::Mul(hn::Max(a, hn::Zero(df)), hn::Set(df, fullScale))),
+                              df, alpha + at);
+            }
+        }
+        if (!hn::AllTrue(di, hn::Eq(different, hn::Zero(di))))
+            return std::nullopt;
+        return hn::GetLane(hn::BitCast(df, first));
+    }
+};
+
+template<int kCount, bool kAlpha>
+class FloatWeights {
 public:
     static constexpr int kLanes = HWY_NAMESPACE::kLanes;
     struct Tile;
 
-    Weights(const Frame& frame, const FloatNumbers& numbers, const FloatPlanes& planes)
-        : mPlanes(planes), mStride(frame.stride), mReach(frame.reach), mNumbers(numbers) {}
+    FloatWeights(const Frame& frame, const FloatNumbers& numbers, const FloatData& planes)
+        : mPlanes(planes),
+          mStride(frame.stride),
+          mReach(frame.reach),
+          mNumbers(numbers),
+          mIsBytes(frame.image.depth == Depth::Bits8) {}
 
     /// Adds one row of neighbours to each of the tiles, one above the other.
     template<class... Tiles>
     HWY_INLINE void addRow(int row, int column, Tiles&... tiles) const {
         const std::size_t at = mStride * row + column;
         for (int tap = 0; tap <= 2 * mReach; ++tap) {
-            VF values[kChannels];
-            for (int i = 0; i < kChannels; ++i) {
+            VF values[kCount + 1];
+            for (int i = 0; i < kCount; ++i)
                 values[i] = value(at + tap, i);
+            if constexpr (kAlpha)
+                values[kCount] = hn::LoadU(df, mPlanes.alpha + at + tap);
+            for (int i = 0; i < kCount; ++i)
                 keepInRegister(values[i]);
-            }
             (tiles.add(values, mNumbers.starts[std::abs(row - tiles.row)][tap]), ...);
         }
     }
 
 private:
     HWY_INLINE VF value(std::size_t at, int channel) const {
-        return hn::LoadU(df, mPlanes.channels[3 - kChannels + channel] + at);
+        return hn::LoadU(df, mPlanes.channels[3 - kCount + channel] + at);
     }
 
-    const FloatPlanes& mPlanes;
+    const FloatData& mPlanes;
     std::size_t mStride;
     int mReach;
     const FloatNumbers& mNumbers;
+    bool mIsBytes;
 };
 
-template<int kChannels>
-struct FloatPlanes::Weights<kChannels>::Tile {
-    VF centre[kChannels];
-    int row;               // within the planes
-    VF sum[kChannels + 1]; // the weights, then the weighted differences from the centre
-    float unit;            // levels for one step of the planes
+template<int kCount, bool kAlpha>
+struct FloatWeights<kCount, kAlpha>::Tile {
+    VF centre[kCount];
+    int row;            // within the planes
+    VF sum[kCount + 1]; // the weights, then the weighted differences from the centre
+    float unit;         // of the image's values for one step of the planes
+    bool isBytes;
 
-    HWY_INLINE Tile(const Weights& weights, int row, int column)
-        : row(row), unit(1 / weights.mNumbers.scale) {
-        for (int i = 0; i < kChannels; ++i)
+    HWY_INLINE Tile(const FloatWeights& weights, int row, int column)
+        : row(row), unit(1 / weights.mNumbers.scale), isBytes(weights.mIsBytes) {
+        for (int i = 0; i < kCount; ++i)
             centre[i] = weights.value(weights.mStride * row + column, i);
         for (VF& value : sum)
             value = hn::Zero(df);
     }
-    HWY_INLINE void add(const VF (&values)[kChannels], float start) {
-        VF difference[kChannels];
+    HWY_INLINE void add(const VF (&values)[kCount + 1], float start) {
+        VF difference[kCount];
         VF exponent = hn::Set(df, start);
-        for (int i = 0; i < kChannels; ++i) {
+        for (int i = 0; i < kCount; ++i) {
             difference[i] = hn::Sub(values[i], centre[i]);
             exponent = hn::NegMulAdd(difference[i], difference[i], exponent);
         }
-        const VF weight = exp2Float(exponent);
+        VF weight = exp2Float(exponent);
+        if constexpr (kAlpha)
+            weight = hn::Mul(weight, values[kCount]);
         sum[0] = hn::Add(sum[0], weight);
-        for (int i = 0; i < kChannels; ++i)
+        for (int i = 0; i < kCount; ++i)
             sum[1 + i] = hn::MulAdd(weight, difference[i], sum[1 + i]);
     }
-    /// Stores the means of the channels.
     HWY_INLINE void store(Means& means, int column) const {
-        for (int i = 0; i < kChannels; ++i) {
-            const VF mean = hn::Add(centre[i], hn::Div(sum[1 + i], sum[0]));
-            hn::StoreU(hn::MulAdd(mean, hn::Set(df, unit), hn::Set(df, 128.0f)), df,
-                       &means[3 - kChannels + i][column]);
+        for (int i = 0; i < kCount; ++i) {
+            const VF difference = hn::Div(sum[1 + i], sum[0]);
+            hn::StoreU(hn::Mul(isBytes ? hn::Add(centre[i], difference) : difference, hn::Set(df, unit)), df,
+                       &means[3 - kCount + i][column]);
         }
     }
 };

@@ -42,19 +42,28 @@ HWY_INLINE VI pairOf(VI low, VI high) {
     return hn::Or(hn::And(low, hn::Set(di, 0xFFFF)), hn::ShiftLeft<16>(high));
 }
 
-/// The planes of one block. Values are differences from 128.
-struct IntegerPlanes {
-    template<int kChannels>
-    class Weights;
+/// Of kCount channels, which end with the third; times alpha if kAlpha.
+template<int kCount, bool kAlpha>
+class IntegerWeights;
 
+/// The planes of one block. Values are differences from 128.
+struct IntegerData {
     alignas(64) std::int32_t pairs[kPlaneSize]; // of 16-bit values, for the squared distance
     alignas(64) std::int32_t pairs2[kPlaneSize];
     alignas(64) float channels[3][kPlaneSize];
+    alignas(64) float alpha[kPlaneSize]; // 0..1
+};
 
-    /// Fills the planes for all three channels at work.
-    /// @return whether the first channel has one value all over them.
-    bool fill(const Frame& frame, const IntegerNumbers& numbers, const Block& block) {
-        alignas(64) std::uint8_t line[wholeVectors(kBlockWidth + 2 * kReachLimit)][4];
+template<Channels kChannels>
+struct IntegerPlanes : IntegerData {
+    static constexpr bool kCarriesAlpha = kChannels == Channels::RedGreenBlue;
+    using Varying = IntegerWeights<3, kCarriesAlpha>;
+    using Uniform = IntegerWeights<kCarriesAlpha ? 3 : 2, false>;
+
+    /// @return alpha, if it has one value all over them. If it is filtered, the pairs are those of the others then.
+    std::optional<float> fill(const Frame& frame, const IntegerNumbers& numbers, const Block& block) {
+        constexpr int kFirst = kCarriesAlpha ? 8 : 0; // bits of the first filtered channel
+        alignas(64) std::uint8_t line[kLineWidth][4];
         const VI byte = hn::Set(di, 0xFF);
         const VI middle = hn::Set(di, 128);
         const VI factor = hn::Set(di, numbers.factors.neighbour);
@@ -64,15 +73,15 @@ struct IntegerPlanes {
         for (int row = 0; row < block.planeRows(frame.reach); ++row) {
             loadLine(frame.image, block, frame.reach, row, line);
             if (row == 0)
-                first = hn::Set(di, line[0][0] - 128);
+                first = hn::Set(di, line[0][0]);
             const std::size_t start = frame.stride * row;
             for (int column = 0; column < columns; column += kLanes) {
                 const std::size_t at = start + column;
                 const VI pixels = hn::Load(di, reinterpret_cast<const std::int32_t*>(line[column]));
-                const VI a = hn::Sub(hn::And(pixels, byte), middle);
-                const VI r = hn::Sub(hn::And(hn::ShiftRight<8>(pixels), byte), middle);
-                const VI g = hn::Sub(hn::And(hn::ShiftRight<16>(pixels), byte), middle);
-                different = hn::Or(different, hn::Xor(a, first));
+                const VI a = hn::Sub(hn::And(hn::ShiftRight<kFirst>(pixels), byte), middle);
+                const VI r = hn::Sub(hn::And(hn::ShiftRight<kFirst + 8>(pixels), byte), middle);
+                const VI g = hn::Sub(hn::And(hn::ShiftRight<kFirst + 16>(pixels), byte), middle);
+                different = hn::Or(different, hn::Xor(hn::And(pixels, byte), first));
                 hn::Store(hn::ConvertTo(df, a), df, channels[0] + at);
                 hn::Store(hn::ConvertTo(df, r), df, channels[1] + at);
                 hn::Store(hn::ConvertTo(df, g), df, channels[2] + at);
@@ -80,11 +89,19 @@ struct IntegerPlanes {
                 hn::Store(pairOf(hn::Mul(a, factor), hn::Mul(r, factor)), di, pairs + at);
                 hn::Store(pairOf(hn::Mul(g, factor), hn::Sub(square, hn::Set(di, kSquareMiddle))), di,
                           pairs2 + at);
+                if constexpr (kCarriesAlpha)
+                    hn::Store(hn::Mul(hn::ConvertTo(df, hn::And(pixels, byte)), hn::Set(df, 1 / 255.0f)), df,
+                              alpha + at);
             }
         }
-        return hn::AllTrue(di, hn::Eq(different, hn::Zero(di)));
+        if (!hn::AllTrue(di, hn::Eq(different, hn::Zero(di))))
+            return std::nullopt;
+        if constexpr (!kCarriesAlpha)
+            dropFirst(frame, numbers, block);
+        return static_cast<float>(hn::GetLane(first));
     }
 
+private:
     /// Rewrites the pairs for the second and the third channel alone.
     void dropFirst(const Frame& frame, const IntegerNumbers& numbers, const Block& block) {
         const VI factor = hn::Set(di, numbers.factors.neighbour);
@@ -104,18 +121,18 @@ struct IntegerPlanes {
 };
 
 /// The exponents leave out the term of |p|^2, which is common to all taps of a pixel and so cancels out.
-template<int kChannels>
-class IntegerPlanes::Weights {
+template<int kCount, bool kAlpha>
+class IntegerWeights {
 public:
     static constexpr int kLanes = HWY_NAMESPACE::kLanes;
     struct Tile;
 
-    Weights(const Frame& frame, const IntegerNumbers& numbers, const IntegerPlanes& planes)
+    IntegerWeights(const Frame& frame, const IntegerNumbers& numbers, const IntegerData& planes)
         : mPlanes(planes),
           mStride(frame.stride),
           mReach(frame.reach),
           mNumbers(numbers),
-          mStarts(numbers.starts[kChannels - 2].data()) {}
+          mStarts(numbers.starts[kCount - 2].data()) {}
 
     /// Adds one row of neighbours to each of the tiles, one above the other.
     template<class... Tiles>
@@ -125,9 +142,11 @@ public:
         for (int tap = 0; tap <= 2 * mReach; ++tap) {
             Neighbour q = neighbour(at + tap, tap);
             q.keep();
+            if constexpr (kAlpha)
+                q.alpha = hn::LoadU(df, mPlanes.alpha + at + tap);
             (tiles.weigh(q), ...);
             // Channel by channel, so that 16 registers are enough to load each value once for all tiles.
-            for (int channel = 0; channel < kChannels; ++channel) {
+            for (int channel = 0; channel < kCount; ++channel) {
                 VF value = hn::LoadU(df, mPlanes.channels[kFirst + channel] + at + tap);
                 keepInRegister(value);
                 (tiles.add(channel, value), ...);
@@ -137,13 +156,14 @@ public:
     }
 
 private:
-    static constexpr int kFirst = 3 - kChannels;
+    static constexpr int kFirst = 3 - kCount;
 
     struct Neighbour {
         VI start, pair, pair2;
+        VF alpha;
         HWY_INLINE void keep() {
             keepInRegister(pair);
-            if constexpr (kChannels == 2)
+            if constexpr (kCount == 2)
                 keepInRegister(start);
             else
                 keepInRegister(pair2);
@@ -153,10 +173,10 @@ private:
     HWY_INLINE Neighbour neighbour(std::size_t at, int tap) const {
         const VI start = hn::Set(di, mStarts[tap]), pair = hn::LoadU(di, mPlanes.pairs + at),
                  pair2 = hn::LoadU(di, mPlanes.pairs2 + at);
-        if constexpr (kChannels == 2)
-            return {hn::Add(start, pair2), pair, pair2};
+        if constexpr (kCount == 2)
+            return {hn::Add(start, pair2), pair, pair2, hn::Zero(df)};
         else
-            return {start, pair, pair2};
+            return {start, pair, pair2, hn::Zero(df)};
     }
 
     HWY_INLINE VI scaled(std::size_t at, int channel) const {
@@ -164,25 +184,25 @@ private:
         return hn::Mul(value, hn::Set(di, mNumbers.factors.centre));
     }
 
-    const IntegerPlanes& mPlanes;
+    const IntegerData& mPlanes;
     std::size_t mStride;
     int mReach;
     const IntegerNumbers& mNumbers;
     const std::int32_t* mStarts;
 };
 
-template<int kChannels>
-struct IntegerPlanes::Weights<kChannels>::Tile {
+template<int kCount, bool kAlpha>
+struct IntegerWeights<kCount, kAlpha>::Tile {
     VI centre, centre2;
-    int row;               // within the planes
-    VF sum[kChannels + 1]; // of the row: the weights, then the weighted channels
-    VF total[kChannels + 1];
+    int row;            // within the planes
+    VF sum[kCount + 1]; // of the row: the weights, then the weighted channels
+    VF total[kCount + 1];
     VF weight; // of the current tap
 
-    HWY_INLINE Tile(const Weights& weights, int row, int column) : row(row) {
+    HWY_INLINE Tile(const IntegerWeights& weights, int row, int column) : row(row) {
         const std::size_t at = weights.mStride * row + column;
         centre = pairOf(weights.scaled(at, kFirst), weights.scaled(at, kFirst + 1));
-        centre2 = kChannels == 2
+        centre2 = kCount == 2
                       ? hn::Zero(di)
                       : pairOf(weights.scaled(at, 2), hn::Set(di, -weights.mNumbers.factors.unit() / 2));
         for (VF& value : total)
@@ -194,9 +214,11 @@ struct IntegerPlanes::Weights<kChannels>::Tile {
     }
     HWY_INLINE void weigh(const Neighbour& q) {
         VI exponent = addPairProducts(q.start, centre, q.pair);
-        if constexpr (kChannels == 3)
+        if constexpr (kCount == 3)
             exponent = addPairProducts(exponent, centre2, q.pair2);
         weight = exp2Bits(exponent);
+        if constexpr (kAlpha)
+            weight = hn::Mul(weight, q.alpha);
         keepInRegister(weight);
         sum[0] = hn::Add(sum[0], weight);
     }
@@ -204,12 +226,12 @@ struct IntegerPlanes::Weights<kChannels>::Tile {
         sum[1 + channel] = hn::MulAdd(weight, value, sum[1 + channel]);
     }
     HWY_INLINE void endRow(float rowWeight) {
-        for (int i = 0; i <= kChannels; ++i)
+        for (int i = 0; i <= kCount; ++i)
             total[i] = hn::MulAdd(hn::Set(df, rowWeight), sum[i], total[i]);
     }
     /// Stores the means of the channels.
     HWY_INLINE void store(Means& means, int column) const {
-        for (int i = 0; i < kChannels; ++i)
+        for (int i = 0; i < kCount; ++i)
             hn::StoreU(hn::Add(hn::Div(total[1 + i], total[0]), hn::Set(df, 128.0f)), df,
                        &means[kFirst + i][column]);
     }

@@ -38,16 +38,14 @@ void filterTiles(const Weights& weights, const Frame& frame, const Block& block,
     frame.formula.store(block, y, means[0]);
 }
 
-/// Fills a block's planes and filters it: all three channels, or two where the first has one value all over the
-/// block and its margins, and so no part in the weights.
+/// Fills a block's planes and filters it: with the weights for alpha that varies, or those for one alpha all over the
+/// block and its margins.
 template<class Planes, class Numbers>
 void filterBlock(const Frame& frame, const Numbers& numbers, const Block& block, unsigned worker) {
     Planes& planes = *new (frame.pool.scratch(worker, sizeof(Planes))) Planes;
-    if (!planes.fill(frame, numbers, block))
-        return filterTiles(typename Planes::template Weights<3>(frame, numbers, planes), frame, block, 0);
-    const std::uint8_t first = frame.image.row(block.y)[4 * block.x];
-    if (frame.formula.storeUniform(block, first))
-        return;
-    planes.dropFirst(frame, numbers, block);
-    filterTiles(typename Planes::template Weights<2>(frame, numbers, planes), frame, block, first);
+    const std::optional<float> alpha = planes.fill(frame, numbers, block);
+    if (!alpha)
+        return filterTiles(typename Planes::Varying(frame, numbers, planes), frame, block, 0);
+    if (!frame.formula.storeUniform(block, *alpha))
+        filterTiles(typename Planes::Uniform(frame, numbers, planes), frame, block, *alpha);
 }

@@ -34,6 +34,7 @@ constexpr int sumOctaves(int reach) {
 /// What the jobs of a frame share.
 struct Frame {
     const Image& image;
+    Channels channels;
     const Formula& formula;
     ThreadPool& pool;
     int reach;
@@ -106,8 +107,8 @@ struct Bf16Limits {
 };
 constexpr Bf16Limits kBf16Limits{4, 127};
 
-/// Whether this processor has what the weights need, and the filter is within their limits.
-bool usesBf16(const BilateralFilter& filter);
+/// Whether this processor has what the weights need, and the filter is within their limits. They know no alpha.
+bool usesBf16(const BilateralFilter& filter, Channels channels);
 
 /// For one frame. Weights are 1 and less.
 struct Bf16Numbers {
@@ -120,14 +121,21 @@ struct Bf16Numbers {
 void filterBlockBf16(const Frame& frame, const Bf16Numbers& numbers, const Block& block, unsigned worker);
 #endif
 
-// ---- Weights as floats, accurate to 1e-4 of themselves, for any sigma.
+// ---- Weights as floats, accurate to 1e-4 of themselves, for any sigma and depth.
+
+struct FloatLimits {
+    float value;     // larger scaled values count as this, so that differences stay finite
+    float notFinite; // far from all of them: its squared distance is infinite
+    double octaves;  // smaller weights count as 0; products with any difference are normal floats
+};
+constexpr FloatLimits kFloatLimits{1e38f, 2e38f, 100};
 
 /// For one frame. Weights are 1 and less.
 struct FloatNumbers {
     /// @param unit of exponents, in octaves.
-    FloatNumbers(const BilateralFilter& filter, double unit);
+    FloatNumbers(const BilateralFilter& filter, double fullScale, double unit);
 
-    float scale; // of levels: scaled ones have squared distances in the unit
+    float scale; // of the image's values: scaled ones have squared distances in the unit
     std::array<std::array<float, kMaxTaps>, kReachLimit + 1> starts; // by distance in y, and column
 };
 
