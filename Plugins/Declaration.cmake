@@ -2,8 +2,10 @@
 # has a Declaration.cmake, which sets the EFFECT_... variables and calls `slider` for each slider; whoever makes a file
 # of it calls `read_declaration`, then `fill_in`.
 
-# slider(NAME text DESCRIPTION text MINIMUM n MAXIMUM n DEFAULT n [STEPS n] [IS_DISTANCE] [IS_REQUIRED])
-# Adds a slider. SliderDeclaration in Plugins/Shared/Effect/Declaration.h explains the fields.
+# slider(NAME text DESCRIPTION text MINIMUM n MAXIMUM n DEFAULT n [STEPS n] PRESETS n n n
+#        [IS_DISTANCE] [IS_REQUIRED])
+# Adds a slider. SliderDeclaration in Plugins/Shared/Effect/Declaration.h explains the fields; the presets are the values
+# of an editor's presets "Light", "Medium" and "Strong".
 #
 # A new maximum changes the look of saved projects: frei0r hosts store a slider's value divided by its maximum.
 macro(slider)
@@ -18,6 +20,9 @@ macro(read_declaration EFFECT)
     include(${PROJECT_SOURCE_DIR}/Plugins/${EFFECT}/Declaration.cmake)
     key_of(EFFECT_KEY "${EFFECT_NAME}")
     string(REPLACE "-" "_" EFFECT_IDENTIFIER ${EFFECT_KEY})
+    # Shotcut sorts its filters by what they do: "Blur: Bilateral".
+    string(REGEX REPLACE "^(.*) ([^ ]*)$" "\\2: \\1" EFFECT_SHOTCUT_NAME "${EFFECT_NAME}")
+    string(TOLOWER "${EFFECT_SHOTCUT_NAME}" EFFECT_SHOTCUT_KEYWORDS)
     # The version is the project's, packed as version, subversion, bugfix level and build.
     math(EXPR EFFECT_PACKED_VERSION "(${PROJECT_VERSION_MAJOR} << 19) | (${PROJECT_VERSION_MINOR} << 15) \
 | (${PROJECT_VERSION_PATCH} << 11) | ${PROJECT_VERSION_TWEAK}")
@@ -42,10 +47,23 @@ function(shown TEXT VALUE STEPS)
     endif()
 endfunction()
 
+# What the manual page says of a slider's option.
+macro(manual_of_slider)
+    string(REPLACE "-" "\\-" SLIDER_TROFF_KEY ${SLIDER_KEY})
+    set(SLIDER_KIND "a number")
+    if(SLIDER_STEPS EQUAL 1)
+        set(SLIDER_KIND "an integer")
+    endif()
+    set(SLIDER_NEED "${SLIDER_SHOWN_DEFAULT} if not given")
+    if(SLIDER_IS_REQUIRED)
+        set(SLIDER_NEED "required")
+    endif()
+endmacro()
+
 # Sets the SLIDER_... variables of the slider INDEX, from 0, and what follows from them.
 macro(load_slider INDEX)
-    cmake_parse_arguments(SLIDER "IS_DISTANCE;IS_REQUIRED" "NAME;DESCRIPTION;MINIMUM;MAXIMUM;DEFAULT;STEPS" ""
-                          ${EFFECT_SLIDER_${INDEX}})
+    cmake_parse_arguments(SLIDER "IS_DISTANCE;IS_REQUIRED" "NAME;DESCRIPTION;MINIMUM;MAXIMUM;DEFAULT;STEPS"
+                          PRESETS ${EFFECT_SLIDER_${INDEX}})
     if(NOT SLIDER_STEPS)
         set(SLIDER_STEPS 1)
     endif()
@@ -59,12 +77,16 @@ macro(load_slider INDEX)
     # A frei0r host's value is the slider's, divided by its maximum.
     math(EXPR SLIDER_DEFAULT_POSITION "(10000 * ${SLIDER_DEFAULT} + ${SLIDER_MAXIMUM} / 2) / ${SLIDER_MAXIMUM}")
     shown(SLIDER_DEFAULT_POSITION ${SLIDER_DEFAULT_POSITION} 10000)
+    list(GET SLIDER_PRESETS 0 SLIDER_LIGHT)
+    list(GET SLIDER_PRESETS 1 SLIDER_MEDIUM)
+    list(GET SLIDER_PRESETS 2 SLIDER_STRONG)
     string(LENGTH "${SLIDER_STEPS}" SLIDER_DECIMALS)
     math(EXPR SLIDER_DECIMALS "${SLIDER_DECIMALS} - 1")
+    manual_of_slider()
 endmacro()
 
 # fill_in(TEMPLATE OUTPUT): configures a template with the variables of the declaration that was read. What is between
-# @EACH_SLIDER@ and @END_SLIDER@ is written once for each slider.
+# @EACH_SLIDER@ and @END_SLIDER@ is written once for each slider; @SLIDER_COMMA@ separates them.
 function(fill_in TEMPLATE OUTPUT)
     set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${TEMPLATE})
     file(READ ${TEMPLATE} REST)
@@ -82,6 +104,10 @@ function(fill_in TEMPLATE OUTPUT)
         math(EXPR LAST "${EFFECT_SLIDER_COUNT} - 1")
         foreach(INDEX RANGE ${LAST})
             load_slider(${INDEX})
+            set(SLIDER_COMMA ,)
+            if(INDEX EQUAL LAST)
+                set(SLIDER_COMMA "")
+            endif()
             string(CONFIGURE "${SECTION}" ONE @ONLY)
             string(APPEND FILLED "${ONE}")
         endforeach()

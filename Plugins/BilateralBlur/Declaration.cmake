@@ -6,4 +6,5 @@ set(EFFECT_DESCRIPTION "Smooths surfaces and keeps edges")
 set(EFFECT_OUT_FLAGS 0)
 set(EFFECT_OUT_FLAGS2 1024)
 set(EFFECT_MARGIN 29)
-slider(NAME "Blur Scale" DESCRIPTION "How far the blur reaches" MINIMUM 0 MAXIMUM 60 DEFAULT 0 IS_DISTANCE IS_REQUIRED)
+slider(NAME "Blur Scale" DESCRIPTION "How far the blur reaches" MINIMUM 0 MAXIMUM 60 DEFAULT 0 PRESETS 10 20 60
+       IS_DISTANCE IS_REQUIRED)
