@@ -109,13 +109,13 @@ std::string failureOf(Work work) {
 
 } // namespace
 
-// At its exit a process first ends what belongs to the exiting thread, then what is left, the last made first;
-// what the driver has made is among that. So a setup is waited for by a thread's end, and an image by an object
-// that is made after the setup. A thread that exits without ever having called the bridge doesn't wait for a
-// setup; threads that load a bridge call it.
+// At its exit a process first ends what belongs to the exiting thread, then what is left, the last made first; what
+// the driver makes in the setup and with the first image is among that. So the first image is waited for by a
+// thread's end, and later ones by an object that is made after the first. A thread that exits without ever having
+// called the bridge doesn't wait for the first; threads that load a bridge call it.
 
 struct RenderThread::AtThreadEnd {
-    ~AtThreadEnd() { shared().waitForSetup(); }
+    ~AtThreadEnd() { shared().waitForFirst(); }
 };
 
 struct RenderThread::AtExit {
@@ -208,29 +208,25 @@ void RenderThread::serve() {
             break;
         lock.unlock();
         std::string failure = failureOf([&] {
-            if (!studio) {
+            if (!studio)
                 studio.emplace();
-                static const AtExit kAfterTheDrivers;
-            }
-            lock.lock();
-            mIsSetUp = true;
-            mChanged.notify_all();
-            lock.unlock();
             return studio->render(*mImage);
         });
+        static const AtExit kAfterTheDriver;
         lock.lock();
+        mHasRendered = true;
         mFailure = std::move(failure);
         mImage = nullptr;
         mChanged.notify_all();
     }
-    mIsSetUp = false;
+    mHasRendered = false;
 }
 
-void RenderThread::waitForSetup() {
+void RenderThread::waitForFirst() {
     if (isFork())
         return;
     std::unique_lock lock(mMutex);
-    mChanged.wait(lock, [this] { return mIsSetUp || !mImage; });
+    mChanged.wait(lock, [this] { return mHasRendered || !mImage; });
 }
 
 // A host may exit from a signal handler on a thread that waits for an image. So this doesn't wait for its

@@ -33,7 +33,7 @@ struct Image {
 class RenderThread {
 public:
     /// The process's one. It is never destroyed, as threads may be in it when the process exits. Called once on
-    /// the thread that loads a bridge, it lets that thread's exit wait for the effect's setup too.
+    /// the thread that loads a bridge, it lets that thread's exit wait for the first image too.
     static RenderThread& shared();
 
     /// Registers an instance. Costs nothing else.
@@ -56,7 +56,7 @@ private:
     void start();
     void stop();
     void serve();
-    void waitForSetup();
+    void waitForFirst();
     void close();
 
     std::atomic<int> mInstances{0};
@@ -70,7 +70,7 @@ private:
     std::condition_variable mChanged;
     const Image* mImage = nullptr; // the image to render
     std::string mFailure;          // why that failed, if it did
-    bool mIsSetUp = false;
+    bool mHasRendered = false;
     bool mStopping = false;
     bool mClosed = false;
 };

@@ -179,7 +179,8 @@ struct Effect::Callbacks {
 namespace {
 
 std::mutex mClaiming;
-std::set<PF_EntryPointFunc> mClaimed;
+std::set<PF_EntryPointFunc>& mClaimed =
+    *new std::set<PF_EntryPointFunc>; // never destroyed, as effects may be static
 
 } // namespace
 

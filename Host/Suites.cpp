@@ -8,9 +8,10 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
-#include <map>
+#include <iterator>
+#include <string>
+#include <string_view>
 #include <thread>
-#include <utility>
 #include <vector>
 
 namespace Tessaloom::BilateralBlur::Host {
@@ -164,29 +165,35 @@ PF_Err freeMemHandle(AEGP_MemHandle handle) {
 // The suites by name
 
 /// The table of a suite; null if there is none of this name and version.
-const void* findSuite(const std::string& name, std::int32_t version) {
+const void* findSuite(std::string_view name, std::int32_t version) {
     static const PF_ANSICallbacksSuite1 kAnsi{formatText};
     static const PF_HandleSuite1 kHandles{newHandle, lockHandle, unlockHandle, disposeHandle};
     static const PF_iterateFloatSuite1 kIterate{iterateFloat};
     static const AEGP_UtilitySuite5 kUtility{executeScript};
     static const AEGP_MemorySuite1 kMemory{lockMemHandle, freeMemHandle};
     static const char kNoFunctions = 0;
-    static const std::map<std::pair<std::string, std::int32_t>, const void*> kSuites{
-        {{"PF ANSI Suite", 1}, &kAnsi},
-        {{"PF Handle Suite", 2}, &kHandles},
-        {{"PF iterateFloat Suite", 1}, &kIterate},
-        {{"AEGP Utility Suite", 11}, &kUtility},
-        {{"AEGP Memory Suite", 1}, &kMemory},
-        {{"AEGP PF Interface Suite", 1}, &kNoFunctions},
-        {{"AEGP Layer Suite", 11}, &kNoFunctions},
-        {{"AEGP Item Suite", 10}, &kNoFunctions},
-        {{"DRAWBOT Draw Suite", 1}, &kNoFunctions},
-        {{"DRAWBOT Supplier Suite", 1}, &kNoFunctions},
-        {{"DRAWBOT Surface Suite", 2}, &kNoFunctions},
-        {{"DRAWBOT Path Suite", 1}, &kNoFunctions},
+    // No container: a process may exit while a frame is under way.
+    static const struct {
+        const char* name;
+        std::int32_t version;
+        const void* table;
+    } kSuites[] = {
+        {"PF ANSI Suite", 1, &kAnsi},
+        {"PF Handle Suite", 2, &kHandles},
+        {"PF iterateFloat Suite", 1, &kIterate},
+        {"AEGP Utility Suite", 11, &kUtility},
+        {"AEGP Memory Suite", 1, &kMemory},
+        {"AEGP PF Interface Suite", 1, &kNoFunctions},
+        {"AEGP Layer Suite", 11, &kNoFunctions},
+        {"AEGP Item Suite", 10, &kNoFunctions},
+        {"DRAWBOT Draw Suite", 1, &kNoFunctions},
+        {"DRAWBOT Supplier Suite", 1, &kNoFunctions},
+        {"DRAWBOT Surface Suite", 2, &kNoFunctions},
+        {"DRAWBOT Path Suite", 1, &kNoFunctions},
     };
-    const auto found = kSuites.find({name, version});
-    return found == kSuites.end() ? nullptr : found->second;
+    const auto* const found = std::ranges::find_if(
+        kSuites, [&](const auto& suite) { return suite.version == version && name == suite.name; });
+    return found == std::end(kSuites) ? nullptr : found->table;
 }
 
 std::string suiteText(const char* name, std::int32_t version) {
