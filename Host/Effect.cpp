@@ -14,7 +14,6 @@ namespace Tessaloom::BilateralBlur::Host {
 namespace {
 
 constexpr std::int32_t kAllChannels = 0xF;
-constexpr std::int16_t kBitDepth = 8;
 
 PF_LRect boundsOf(const World& world) {
     return {0, 0, world.width, world.height};
@@ -121,7 +120,7 @@ struct Effect::Callbacks {
             return PF_Err_BAD_CALLBACK_PARAM;
         if (param->param_type != PF_Param_SLIDER)
             return PF_Err_UNRECOGNIZED_PARAM_TYPE;
-        effect.mParameters.push_back(*param);
+        effect.addParameter(*param);
         return PF_Err_NONE;
     }
 
@@ -204,7 +203,7 @@ Effect::Effect(const Module& module) : mModule(module) {
     mInData.time_scale = 1;
     PF_ParamDef layer{};
     layer.param_type = PF_Param_LAYER;
-    mParameters.push_back(layer);
+    addParameter(layer);
     try {
         setUp();
     } catch (...) {
@@ -214,7 +213,18 @@ Effect::Effect(const Module& module) : mModule(module) {
 }
 
 Effect::~Effect() {
-    send(PF_Cmd_GLOBAL_SETDOWN);
+    try {
+        send(PF_Cmd_GLOBAL_SETDOWN);
+    } catch (const std::bad_alloc&) {
+        // By then the effect has had the command.
+    }
+}
+
+void Effect::addParameter(const PF_ParamDef& parameter) {
+    mParameters.push_back(parameter);
+    mParameterList.clear();
+    for (PF_ParamDef& each : mParameters)
+        mParameterList.push_back(&each);
 }
 
 void Effect::setUp() {
@@ -246,12 +256,9 @@ Result Effect::send(PF_Cmd cmd, void* extra) {
     fresh.sequence_data = mOutData.sequence_data;
     fresh.frame_data = mOutData.frame_data;
     mOutData = fresh;
-    std::vector<PF_ParamDef*> params;
-    for (PF_ParamDef& param : mParameters)
-        params.push_back(&param);
     Result result;
     try {
-        result.code = mModule.entry()(cmd, &mInData, &mOutData, params.data(), nullptr, extra);
+        result.code = mModule.entry()(cmd, &mInData, &mOutData, mParameterList.data(), nullptr, extra);
     } catch (...) {
         mServices.ledger().noteMistake("an exception left the entry");
     }
@@ -280,8 +287,11 @@ std::string Effect::setValues(std::span<const std::int32_t> values) {
 
 Result Effect::render(World& input, World& output, std::span<const std::int32_t> values, Time time) {
     const std::lock_guard lock(mMutex);
-    if (input.format() != PF_PixelFormat_ARGB32)
-        return {PF_Err_BAD_CALLBACK_PARAM, "the effect takes worlds of 8 bits a channel", {}};
+    if (!mModule.resource().takes(input.format()))
+        return {PF_Err_BAD_CALLBACK_PARAM,
+                "the effect doesn't take worlds of " + std::to_string(bitsOf(input.format())) +
+                    " bits a channel",
+                {}};
     if (const std::string complaint = setValues(values); !complaint.empty())
         return {PF_Err_BAD_CALLBACK_PARAM, complaint, {}};
     mInData.current_time = time.current;
@@ -326,10 +336,10 @@ Result Effect::smartRender() {
     if (mSpare.sameShape(*mInput))
         mSpare.clear();
     else
-        mSpare = World(mInput->width, mInput->height);
+        mSpare = World(mInput->width, mInput->height, mInput->format());
     const PF_LayerDef inputRecord = *mInput, outputRecord = mSpare;
     const std::size_t rows = rowsOfInput();
-    PF_SmartRenderInput input{{boundsOf(*mInput), kAllChannels}, kBitDepth};
+    PF_SmartRenderInput input{{boundsOf(*mInput), kAllChannels}, bitsOf(mInput->format())};
     PF_SmartRenderCallbacks callbacks{Callbacks::checkoutLayerPixels, Callbacks::checkinLayerPixels,
                                       Callbacks::checkoutOutput};
     PF_SmartRenderExtra extra{&input, &callbacks};

@@ -56,8 +56,8 @@ public:
     std::string about();
 
     /// Filters a frame: smart pre-render, then smart render into a world of the host's own, which is swapped
-    /// with `output` if all went well. `output` then has the size of `input` and other pixels, else it is
-    /// untouched. The two may be one world. A further frame takes no memory where `output` has the size of
+    /// with `output` if all went well. `output` then has the size and format of `input` and other pixels, else
+    /// it is untouched. The effect has to take the format, see Resource::takes. The two may be one world. A further frame takes no memory where `output` has the size of
     /// `input` already. Exhausted memory is a result with the code `PF_Err_OUT_OF_MEMORY`.
     ///
     /// The effect has to promise the whole of `input`, to leave both worlds' records and the padding of their
@@ -82,6 +82,7 @@ private:
         const PF_EntryPointFunc mEntry;
     };
 
+    void addParameter(const PF_ParamDef& parameter);
     void setUp();
     std::string setValues(std::span<const std::int32_t> values);
     Result renderInto(World& output);
@@ -96,7 +97,8 @@ private:
     std::mutex mMutex;
     PF_InData mInData{};
     PF_OutData mOutData{};
-    std::vector<PF_ParamDef> mParameters; ///< the input layer, then the sliders with their present values
+    std::vector<PF_ParamDef> mParameters;     ///< the input layer, then the sliders with their present values
+    std::vector<PF_ParamDef*> mParameterList; ///< their addresses, made early: a setdown takes no memory
     bool mTakesParameters = false;
     World* mInput = nullptr;          ///< of the frame being rendered, if any
     std::set<std::int32_t> mLayers{}; ///< checkout ids of pre-render

@@ -37,6 +37,9 @@ struct Resource {
     std::uint32_t version = 0; ///< see `PF_VERSION`
     std::int32_t outFlags = 0, outFlags2 = 0;
     std::vector<Slider> sliders{}; ///< in the order of their declaration
+
+    /// Whether the effect takes worlds of this format, one of the three tags `PF_PixelFormat_...`.
+    bool takes(std::int32_t format) const;
 };
 
 /// Reads an XML property list; throws ModuleError if it can't be read or lacks an entry.

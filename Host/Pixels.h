@@ -6,19 +6,23 @@
 
 namespace Tessaloom::BilateralBlur::Host {
 
-/// Rows of pictures to rows of 8-bit worlds and back. A picture's pixel has `channels` samples side by
-/// side: 1 grey, 2 grey and alpha, 3 red, green, blue, 4 red, green, blue, alpha. Alpha is straight on
-/// both sides. `width` counts pixels; neither side may overlap the other.
+/// Rows of images to rows of worlds and back. An image's pixel has `channels` samples side by side: 1 grey,
+/// 2 grey and alpha, 3 red, green, blue, 4 red, green, blue, alpha. Alpha is straight on both sides. `width`
+/// counts pixels; neither side may overlap the other.
+///
+/// Samples are std::uint8_t, std::uint16_t or float, with a full scale of 255, 65535 or 1. Pixels are those of
+/// the three formats; full scale is 255, 32768 or 1. Values are rounded to the nearest. So 8-bit samples come
+/// back unchanged from worlds of any format, and 16-bit samples from float worlds; worlds of 16 bits don't hold
+/// all their values. Floats stay as they are between floats, and are limited to 0 to full scale otherwise,
+/// where those that aren't numbers become 0.
 ///
 /// Grey goes into all three colours of the world and comes back from its green. Red would do as well; blue
-/// wouldn't, as an effect may treat it in another way than the two. A picture without alpha is opaque.
+/// wouldn't, as an effect may treat it in another way than the two. An image without alpha is opaque.
 
-void unpackRow(const std::uint8_t* samples, int channels, int width, PF_Pixel8* row);
-void packRow(const PF_Pixel8* row, int width, int channels, std::uint8_t* samples);
+template<class Sample, class Pixel>
+void unpackRow(const Sample* samples, int channels, int width, Pixel* row);
 
-/// 16-bit samples, full scale being 65535: rounded to the nearest 8-bit value on the way in, times 257 on
-/// the way out.
-void unpackRow(const std::uint16_t* samples, int channels, int width, PF_Pixel8* row);
-void packRow(const PF_Pixel8* row, int width, int channels, std::uint16_t* samples);
+template<class Pixel, class Sample>
+void packRow(const Pixel* row, int width, int channels, Sample* samples);
 
 } // namespace Tessaloom::BilateralBlur::Host

@@ -49,6 +49,10 @@ PF_Err pixelData16(PF_LayerDef* world, void*, PF_Pixel16** base) {
     return pixelData(PF_PixelFormat_ARGB64, world, base);
 }
 
+PF_Err pixelDataFloat(PF_LayerDef* world, void*, PF_PixelFloat** base) {
+    return pixelData(PF_PixelFormat_ARGB128, world, base);
+}
+
 // "PF Handle Suite"
 
 void* newHandle(std::uint64_t size) {
@@ -227,7 +231,7 @@ SPBasicSuite* basicSuite() {
 }
 
 PF_UtilCallbacks* utilCallbacks() {
-    static PF_UtilCallbacks kUtils{{formatText, copyText}, pixelData8, pixelData16};
+    static PF_UtilCallbacks kUtils{{formatText, copyText}, pixelData8, pixelData16, pixelDataFloat};
     return &kUtils;
 }
 

@@ -63,6 +63,11 @@ private:
     std::unique_ptr<std::byte[], Free> mPixels;
 };
 
+/// Bits of a channel of a format.
+constexpr std::int16_t bitsOf(std::int32_t format) {
+    return format == PF_PixelFormat_ARGB32 ? 8 : format == PF_PixelFormat_ARGB64 ? 16 : 32;
+}
+
 /// Bytes of a pixel of a format; 0 for a tag that isn't one of the three.
 int bytesPerPixel(std::int32_t format);
 

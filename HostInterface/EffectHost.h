@@ -31,13 +31,18 @@ enum : PF_Cmd {
     PF_Cmd_SMART_RENDER = 24,
 };
 
-/// Bits of `PF_OutData::out_flags`.
+/// Bits of `PF_OutData::out_flags`. An effect takes frames of 8 bits a channel, and of more where it says so in
+/// its global setup: of 16 bits here, of 32-bit floats in `out_flags2`.
 enum : std::int32_t {
     PF_OutFlag_DISPLAY_ERROR_MESSAGE = 0x100, ///< the host shows `return_msg` to the user
+    PF_OutFlag_DEEP_COLOR_AWARE = 0x2000000,  ///< takes frames of 16 bits a channel
 };
 
 /// Bits of `PF_OutData::out_flags2`.
-enum : std::int32_t { PF_OutFlag2_SUPPORTS_SMART_RENDER = 0x400 };
+enum : std::int32_t {
+    PF_OutFlag2_SUPPORTS_SMART_RENDER = 0x400,
+    PF_OutFlag2_FLOAT_COLOR_AWARE = 0x1000, ///< takes frames of 32-bit floats
+};
 
 enum : std::int32_t { PF_Stage_DEVELOP = 0 };
 
@@ -132,9 +137,11 @@ struct PF_ANSICallbacks {
 
 struct PF_UtilCallbacks {
     PF_ANSICallbacks ansi;
-    /// Gives the base address of a world of 8 (16) bits a channel, or null where it has another depth.
+    /// Gives the base address of a world of 8 bits (16 bits, floats) a channel. Another depth is an error, and
+    /// the address then null.
     PF_Err (*get_pixel_data8)(PF_LayerDef* world, void* pixels, PF_Pixel8** base);
     PF_Err (*get_pixel_data16)(PF_LayerDef* world, void* pixels, PF_Pixel16** base);
+    PF_Err (*get_pixel_data_float)(PF_LayerDef* world, void* pixels, PF_PixelFloat** base);
 };
 
 /// What the host hands to every command.
@@ -198,7 +205,8 @@ struct PF_SmartRenderCallbacks {
 
 struct PF_SmartRenderInput {
     PF_RenderRequest output_request;
-    std::int16_t bitdepth;
+    std::int16_t
+        bitdepth; ///< bits of a channel of the frame's input and output, which have one depth: 8, 16, 32
 };
 
 /// `extra` of `PF_Cmd_SMART_RENDER`.

@@ -34,7 +34,7 @@ TEST_F(EffectTest, LeavesTheOutputOfAFailedFrameAlone) {
             expectFailure(output, "the effect failed with code " + std::to_string(code));
         }
     mHost.faults = {};
-    expectFailure(deep, "the effect takes worlds of 8 bits a channel");
+    expectFailure(deep, "the effect doesn't take worlds of 16 bits a channel");
 #ifndef __SANITIZE_ADDRESS__ // which ends the process for want of memory
     static_cast<PF_LayerDef&>(endless) = {1 << 28, INT_MAX, 1 << 30};
     expectFailure(endless, "out of memory");
@@ -163,6 +163,45 @@ TEST_F(Misdeeds, AreReportedInOneLine) {
     mMissing = 1;
     EXPECT_EQ(complaint(nullptr), "the effect promises 0,0 to 9,299 instead of 0,0 to 9,300");
     mMissing = 0;
+}
+
+TEST(EffectDepth, IsWhatTheEffectDeclares) {
+    static std::vector<std::string> kSeen;
+    const auto entry = [](PF_Cmd cmd, PF_InData* in, PF_OutData* out, PF_ParamDef**, PF_LayerDef*,
+                          void* extra) {
+        out->num_params = 1;
+        out->out_flags = PF_OutFlag_DEEP_COLOR_AWARE;
+        out->out_flags2 = PF_OutFlag2_FLOAT_COLOR_AWARE;
+        if (cmd == PF_Cmd_SMART_PRE_RENDER) {
+            const auto& render = *static_cast<PF_PreRenderExtra*>(extra);
+            render.output->result_rect = render.input->output_request.rect;
+        }
+        if (cmd != PF_Cmd_SMART_RENDER)
+            return PF_Err{0};
+        const auto& render = *static_cast<PF_SmartRenderExtra*>(extra);
+        PF_LayerDef* world = nullptr;
+        PF_Pixel8* bytes = nullptr;
+        PF_Pixel16* words = nullptr;
+        PF_PixelFloat* floats = nullptr;
+        render.cb->checkout_output(in->effect_ref, &world);
+        in->utils->get_pixel_data8(world, nullptr, &bytes);
+        in->utils->get_pixel_data16(world, nullptr, &words);
+        in->utils->get_pixel_data_float(world, nullptr, &floats);
+        kSeen.push_back(std::to_string(render.input->bitdepth) + (bytes ? " bytes" : "") +
+                        (words ? " words" : "") + (floats ? " floats" : ""));
+        return PF_Err{0};
+    };
+    Resource resource;
+    resource.outFlags = PF_OutFlag_DEEP_COLOR_AWARE;
+    resource.outFlags2 = PF_OutFlag2_FLOAT_COLOR_AWARE;
+    const Module module(entry, resource);
+    Effect effect(module);
+    for (const auto format : {PF_PixelFormat_ARGB32, PF_PixelFormat_ARGB64, PF_PixelFormat_ARGB128}) {
+        World input(4, 3, format), output(0, 0);
+        EXPECT_EQ(effect.render(input, output, {}).text(), "");
+        EXPECT_TRUE(output.sameShape(input));
+    }
+    EXPECT_THAT(kSeen, testing::ElementsAre("8 bytes", "16 words", "32 floats"));
 }
 
 TEST_F(Misdeeds, InTheSetupEndWithASetdown) {

@@ -182,7 +182,8 @@ PF_InData* FaultyHost::wrap(const PF_InData& host) {
     kInData.inter = {checkoutParam, checkinParam, Recorded<&PF_InteractCallbacks::add_param>::call};
     kInData.utils =
         replace(host.utils, PF_UtilCallbacks{host.utils->ansi, pixelData8,
-                                             Recorded<&PF_UtilCallbacks::get_pixel_data16>::call});
+                                             Recorded<&PF_UtilCallbacks::get_pixel_data16>::call,
+                                             Recorded<&PF_UtilCallbacks::get_pixel_data_float>::call});
     kInData.pica_basicP = replace(host.pica_basicP, SPBasicSuite{acquireSuite, releaseSuite});
     return &kInData;
 }
