@@ -103,6 +103,23 @@ TEST(Frei0r, AFrameThatFailsGoesOnUnchangedWithOneLineForTheFirst) {
     EXPECT_NE(updated(two, frame), frame);
 }
 
+TEST(Frei0r, AHostGetsNoExceptionWhereTheSetupHasNoMemory) {
+    const Bytes frame = makeFrames(kSize, 1);
+    const Instance instance = makeInstance(kSize, 0.5);
+    Bytes result(frame.size());
+    for (const std::size_t limit :
+         {0, 100}) { // with a bit of it the thread starts, and has none for the effect
+        AllocationLimit::largest = limit;
+        void* const second = FILTER(f0r_construct)(kSize.width, kSize.height);
+        update(instance, frame, result);
+        AllocationLimit::largest = SIZE_MAX;
+        EXPECT_EQ(result, frame);
+        EXPECT_EQ(second != nullptr, limit == 100);
+        FILTER(f0r_destruct)(second);
+    }
+    EXPECT_NE(updated(instance, frame), frame);
+}
+
 /// A process that exits while its first frame is rendered, or, `isWarm`, a later one while another waits.
 void exitDuringAFrame(bool isWarm) {
     // Never destroyed, as threads read them when the process exits.
