@@ -1,10 +1,11 @@
-// Times the kernel of the pass. Items are taps of the square neighbourhood: items_per_second is taps a
+// Times the CPU filters of both effects. Items are taps of the square neighbourhood: items_per_second is taps a
 // second. A name tells the instruction set ("best" is the machine's), the picture, its size, the blur size
 // and the threads.
 #include "Benchmarks/Kernel/FmaRate.h"
 #include "Platform/UsableCpus.h"
-#include "Plugins/BilateralBlur/Sources/FilterConstants.h"
 #include "Plugins/BilateralBlur/Sources/CpuFormula.h"
+#include "Plugins/BilateralBlur/Sources/FilterConstants.h"
+#include "Plugins/BilateralSmooth/Sources/CpuFormula.h"
 #include "Tests/Support/Pictures.h"
 
 #include <benchmark/benchmark.h>
@@ -43,6 +44,8 @@ struct Content {
 
 constexpr Content kNoise{"noise", false,
                          [](int width, int height) { return Pictures::noise(width, height, 1); }};
+constexpr Content kOpaqueNoise{"opaque_noise", true,
+                               [](int width, int height) { return Pictures::noise(width, height, 1, true); }};
 constexpr Content kPhotograph{"photograph", true,
                               [](int width, int height) { return Pictures::photograph(width, height, 1); }};
 
@@ -51,9 +54,8 @@ int tapsAcross(int blurSize) {
     return 2 * reachOf(blurSize) + 1;
 }
 
-void countTaps(benchmark::State& state, Size size, int blurSize) {
-    const double items =
-        static_cast<double>(tapsAcross(blurSize)) * tapsAcross(blurSize) * size.width * size.height;
+void countTaps(benchmark::State& state, Size size, int across) {
+    const double items = static_cast<double>(across) * across * size.width * size.height;
     state.SetItemsProcessed(static_cast<std::int64_t>(items * static_cast<double>(state.iterations())));
 }
 
@@ -100,7 +102,7 @@ void addBytes(const std::string& prefix, const Content& content, Size size, int 
         for (auto _ : state)
             bilateralBlur(picture.bytes.data(), stride, result.bytes.data(), stride, size.width, size.height,
                           blurSize, pool);
-        countTaps(state, size, blurSize);
+        countTaps(state, size, tapsAcross(blurSize));
         if (target == HWY_AVX3_DL)
             countInstructions(state, content, size, blurSize, threads);
         hwy::SetSupportedTargetsForTest(0);
@@ -108,24 +110,69 @@ void addBytes(const std::string& prefix, const Content& content, Size size, int 
     });
 }
 
-/// The same reach and sigmas on three 8-bit channels; its neighbourhood is the circle within our square, and
-/// its range distance is the sum of the channels' differences.
-void addOpenCv([[maybe_unused]] const Content& content, [[maybe_unused]] Size size,
-               [[maybe_unused]] int blurSize) {
-#ifdef BILATERAL_BLUR_OPENCV
-    add(std::string("opencv_bilateralFilter/") + content.name + "/" + label(size, blurSize),
+/// "Bilateral Smooth" at a radius, with the threshold that most use.
+constexpr double kThreshold = 0.1;
+
+struct DepthCase {
+    const char* name;
+    Depth depth;
+    double fullScale;
+    std::vector<std::uint8_t> (*bytes)(const Picture&);
+};
+
+template<class Value>
+std::vector<std::uint8_t> bytesOf(const Picture& picture, double fullScale) {
+    std::vector<Value> values;
+    for (const std::uint8_t byte : picture.bytes)
+        values.push_back(static_cast<Value>(byte * fullScale / 255));
+    const auto* const bytes = reinterpret_cast<const std::uint8_t*>(values.data());
+    return {bytes, bytes + sizeof(Value) * values.size()};
+}
+
+constexpr DepthCase kDepths[] = {
+    {"smooth8", Depth::Bits8, 255, [](const Picture& picture) { return picture.bytes; }},
+    {"smooth16", Depth::Bits16, 32768,
+     [](const Picture& picture) { return bytesOf<std::uint16_t>(picture, 32768); }},
+    {"smoothFloat", Depth::Float, 1, [](const Picture& picture) { return bytesOf<float>(picture, 1); }}};
+
+void addSmooth(const DepthCase& depth, const Content& content, Size size, int radius, unsigned threads) {
+    add(std::string(depth.name) + "/" + content.name + "/" + std::to_string(size.width) + "x" +
+            std::to_string(size.height) + "/radius:" + std::to_string(radius) +
+            "/threads:" + std::to_string(threads),
         [=](benchmark::State& state) {
-            const Picture picture = content.make(size.width, size.height);
-            cv::Mat source(size.height, size.width, CV_8UC3), result;
-            for (int y = 0; y < size.height; ++y)
-                for (int x = 0; x < size.width; ++x)
-                    source.at<cv::Vec3b>(y, x) = {picture.pixel(x, y)[1], picture.pixel(x, y)[2],
-                                                  picture.pixel(x, y)[3]};
+            ThreadPool pool(threads);
+            const std::vector<std::uint8_t> bytes = depth.bytes(content.make(size.width, size.height));
+            std::vector<std::uint8_t> result(bytes.size());
+            const auto stride = static_cast<std::ptrdiff_t>(bytes.size()) / size.height;
+            const Image image{bytes.data(), stride, size.width, size.height, depth.depth, depth.fullScale};
             for (auto _ : state)
-                cv::bilateralFilter(source, result, tapsAcross(blurSize), 255 * kRangeSigma, kSpatialSigma,
-                                    cv::BORDER_REPLICATE);
-            countTaps(state, size, blurSize);
+                bilateralSmooth(image, result.data(), stride, radius, kThreshold, pool);
+            countTaps(state, size, 2 * radius + 1);
         });
+}
+
+/// The same reach and sigmas on three channels of 8 bits, or of floats; its neighbourhood is the circle within our
+/// square, and its range distance is the sum of the channels' differences.
+void addOpenCv([[maybe_unused]] const std::string& prefix, [[maybe_unused]] const Content& content,
+               [[maybe_unused]] Size size, [[maybe_unused]] int diameter, [[maybe_unused]] double rangeSigma,
+               [[maybe_unused]] double spatialSigma, [[maybe_unused]] unsigned threads,
+               [[maybe_unused]] const std::string& end, [[maybe_unused]] bool isFloat = false) {
+#ifdef BILATERAL_BLUR_OPENCV
+    add(prefix + "/" + content.name + "/" + end, [=](benchmark::State& state) {
+        const Picture picture = content.make(size.width, size.height);
+        cv::Mat source(size.height, size.width, CV_8UC3), result;
+        for (int y = 0; y < size.height; ++y)
+            for (int x = 0; x < size.width; ++x)
+                source.at<cv::Vec3b>(y, x) = {picture.pixel(x, y)[1], picture.pixel(x, y)[2],
+                                              picture.pixel(x, y)[3]};
+        if (isFloat)
+            source.convertTo(source, CV_32FC3, 1 / 255.0);
+        cv::setNumThreads(static_cast<int>(threads));
+        for (auto _ : state)
+            cv::bilateralFilter(source, result, diameter, isFloat ? rangeSigma : 255 * rangeSigma,
+                                spatialSigma, cv::BORDER_REPLICATE);
+        countTaps(state, size, diameter);
+    });
 #endif
 }
 
@@ -156,13 +203,26 @@ void addAll() {
             addBytes("best", content, size, 30, cores);
         for (const int blurSize : {10, 20, 30, 60}) {
             addBytes("best", content, kHd, blurSize, cores);
-            addOpenCv(content, kHd, blurSize);
+            addOpenCv("opencv_bilateralFilter", content, kHd, tapsAcross(blurSize), kRangeSigma,
+                      kSpatialSigma, cores, label(kHd, blurSize));
         }
-        addOpenCv(content, kSmall, 29);
+        addOpenCv("opencv_bilateralFilter", content, kSmall, tapsAcross(29), kRangeSigma, kSpatialSigma,
+                  cores, label(kSmall, 29));
         addBytes("best", content, kSmall, 29, cores);
         for (const std::int64_t target : hwy::SupportedAndGeneratedTargets())
             addBytes(hwy::TargetName(target), content, kSmall, 29, cores, target);
     }
+    for (const Content& content : {kOpaqueNoise, kPhotograph, kNoise})
+        for (const int radius : {5, 14, 29}) {
+            for (const DepthCase& depth : kDepths)
+                addSmooth(depth, content, kHd, radius, cores);
+            if (!content.opaque)
+                continue;
+            const std::string end = "1920x1080/radius:" + std::to_string(radius);
+            addOpenCv("opencv8", content, kHd, 2 * radius + 1, kThreshold, radius / 2.0, cores, end);
+            addOpenCv("opencvFloat", content, kHd, 2 * radius + 1, kThreshold, radius / 2.0, cores, end,
+                      true);
+        }
     if (cores > 1)
         addBytes("best", kNoise, kHd, 60, 1);
 }
