@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstring>
 #include <limits>
+#include <type_traits>
 
 #define HWY_DISABLED_TARGETS (HWY_SVE | HWY_SVE2 | HWY_SVE_256 | HWY_SVE2_128 | HWY_RVV)
 #define HWY_WANT_AVX3_DL
@@ -21,11 +22,9 @@ namespace HWY_NAMESPACE {
 
 #include "Plugins/Shared/Cpu/Vectors-inl.h"
 
-/// Rounds to the nearest value of the type, for which floats are what they are.
+/// The nearest value of the type.
 template<class Value>
-HWY_INLINE Value rounded(float value) {
-    if constexpr (std::is_same_v<Value, float>)
-        return value;
+Value rounded(float value) {
     constexpr float kMost = std::numeric_limits<Value>::max();
     return static_cast<Value>(static_cast<int>(std::min(std::max(value, 0.0f), kMost) + 0.5f));
 }
@@ -33,11 +32,10 @@ HWY_INLINE Value rounded(float value) {
 /// Replaces red, green and blue of up to a block's row of pixels. Bytes have means, other types differences.
 template<class Value>
 HWY_INLINE void storeValues(const std::uint8_t* source, std::uint8_t* target, int count, const Means& means) {
-    Value values[4 * kBlockWidth];
-    alignas(64) float floats[4 * kBlockWidth];
+    alignas(64) Value values[4 * kBlockWidth];
+    alignas(64) float buffer[4 * kBlockWidth];
     std::memcpy(values, source, 4 * count * sizeof(Value));
-    for (int i = 0; i < 4 * count; ++i)
-        floats[i] = static_cast<float>(values[i]);
+    float* const floats = asFloats(values, 4 * count, buffer);
     for (int column = 0; column < count; column += kLanes) {
         VF a, r, g, b;
         hn::LoadInterleaved4(df, floats + 4 * column, a, r, g, b);
@@ -51,8 +49,8 @@ HWY_INLINE void storeValues(const std::uint8_t* source, std::uint8_t* target, in
         };
         hn::StoreInterleaved4(a, replaced(r, 0), replaced(g, 1), replaced(b, 2), df, floats + 4 * column);
     }
-    for (int i = 0; i < 4 * count; ++i)
-        values[i] = rounded<Value>(floats[i]);
+    if constexpr (!std::is_same_v<Value, float>)
+        std::transform(floats, floats + 4 * count, values, rounded<Value>);
     std::memcpy(target, values, 4 * count * sizeof(Value));
 }
 

@@ -107,7 +107,7 @@ struct Bf16Planes {
         64) std::uint32_t colours[2][kPlaneSize]; // pairs of 16 bits: a squared distance is in 2^-23 octaves
     alignas(64) std::uint32_t values[3][kPlaneSize]; // less 128, as bfloat16: the pixel's and the next one's
 
-    /// @return the first channel, if it has one value all over them. Then the colours are those of the others.
+    /// @return alpha, if it has one value all over them.
     std::optional<float> fill(const Frame& frame, const Bf16Numbers& numbers, const Block& block) {
         // Rounding the products to integers moves a weight by 0.2 % where the pixels still mix.
         const auto scaled = [scale = numbers.scale](std::uint32_t level) {
@@ -138,12 +138,17 @@ struct Bf16Planes {
         }
         if (different != 0)
             return std::nullopt;
+        return static_cast<float>(first & 0xFF);
+    }
+
+    /// Rewrites the colours for red and green alone.
+    void makeUniform(const Frame& frame, const Bf16Numbers&, const Block& block) {
+        const int columns = block.planeColumns(frame.reach);
         for (int row = 0; row < block.planeRows(frame.reach); ++row) {
             const std::size_t start = frame.stride * row;
             for (std::size_t at = start; at < start + columns; ++at)
                 colours[0][at] = colours[0][at] >> 16 | colours[1][at] << 16;
         }
-        return static_cast<float>(first & 0xFF);
     }
 };
 
@@ -151,6 +156,7 @@ template<int kChannels>
 class Bf16Planes::Weights {
 public:
     static constexpr int kLanes = 16;
+    struct Scope {};
     struct Tile;
 
     Weights(const Frame& frame, const Bf16Numbers& numbers, const Bf16Planes& planes)

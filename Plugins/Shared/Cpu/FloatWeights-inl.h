@@ -1,4 +1,16 @@
-// Weights as floats, for any sigma. Each set of instructions includes it inside its own namespace.
+// Weights as floats, for any sigma and depth. Each set of instructions includes it inside its own namespace.
+//
+// Channels are scaled so that the squared distance of two pixels is their exponent. The sums are of weighted
+// differences from the centre, which the distance needs anyway: they keep the precision of the smallest differences,
+// and flat areas come back to the bit. Far values, infinite ones among them, have a squared distance beyond all
+// exponents; their weight is then exactly 0.
+//
+// With 512-bit vectors a tap takes 15 instructions: 3 differences, 3 multiply-adds for the exponent, one to take its
+// fraction, a cubic of 3, one to scale by the power, 4 for the sums, and 1 more for alpha. The two units that run
+// them bound the loop; its instructions were counted, but it has not been timed. With 16 registers a tap takes 19, as
+// the power goes through integers and small weights are cut off. There the multiply-adds bound the loop, 10 of its
+// instructions with the comparison. Two rows at a time, which share what they load, were no faster there: their sums
+// don't fit the registers.
 
 /// Of exponents, in octaves.
 #if HWY_TARGET == HWY_AVX3 || HWY_TARGET == HWY_AVX3_DL
@@ -23,6 +35,25 @@ HWY_INLINE VF exp2Float(VF x) {
     return hn::IfThenElseZero(hn::Gt(x, least), exp2Bits(nearestInt(x)));
 #endif
 }
+
+/// For the length of a scope results too small for a normal float are 0, which only such weights and their products
+/// can be: with 512-bit vectors some processors take more than a hundred cycles for each of them.
+class FlushedUnderflow {
+public:
+#if HWY_TARGET == HWY_AVX3 || HWY_TARGET == HWY_AVX3_DL
+    FlushedUnderflow() {
+        _mm_setcsr(mFormer | _MM_FLUSH_ZERO_ON);
+    }
+    ~FlushedUnderflow() {
+        _mm_setcsr(mFormer);
+    }
+
+private:
+    const unsigned mFormer = _mm_getcsr();
+#else
+    FlushedUnderflow() {} // small weights are cut off
+#endif
+};
 
 /// Of kCount channels, which end with the third; times alpha if kAlpha.
 template<int kCount, bool kAlpha>
@@ -52,19 +83,20 @@ struct FloatPlanes : FloatData {
         }
     }
 
+    void makeUniform(const Frame&, const FloatNumbers&, const Block&) {}
+
 private:
     template<class Value>
     std::optional<float> fillFrom(const Frame& frame, const FloatNumbers& numbers, const Block& block) {
         alignas(64) Value line[4 * kLineWidth];
-        alignas(64) float floats[4 * kLineWidth];
+        alignas(64) float buffer[4 * kLineWidth];
         const auto fullScale = static_cast<float>(1 / frame.image.fullScale);
         VI different = hn::Zero(di);
         VI first = hn::Zero(di);
         const int columns = block.planeColumns(frame.reach);
         for (int row = 0; row < block.planeRows(frame.reach); ++row) {
             loadLine(frame.image, block, frame.reach, row, reinterpret_cast<Value(*)[4]>(line));
-            for (int i = 0; i < 4 * columns; ++i)
-                floats[i] = static_cast<float>(line[i]);
+            const float* const floats = asFloats(line, 4 * columns, buffer);
             if (row == 0)
                 first = hn::BitCast(di, hn::Set(df, floats[0]));
             for (int column = 0; column < columns; column += kLanes) {
@@ -100,6 +132,7 @@ template<int kCount, bool kAlpha>
 class FloatWeights {
 public:
     static constexpr int kLanes = HWY_NAMESPACE::kLanes;
+    using Scope = FlushedUnderflow;
     struct Tile;
 
     FloatWeights(const Frame& frame, const FloatNumbers& numbers, const FloatData& planes)
@@ -113,6 +146,17 @@ public:
     template<class... Tiles>
     HWY_INLINE void addRow(int row, int column, Tiles&... tiles) const {
         const std::size_t at = mStride * row + column;
+#if HWY_TARGET == HWY_AVX3 || HWY_TARGET == HWY_AVX3_DL
+        addTaps(row, at, tiles...);
+#else
+        // Two tiles at a time need more than 16 registers, and sums that go through memory.
+        (addTaps(row, at, tiles), ...);
+#endif
+    }
+
+private:
+    template<class... Tiles>
+    HWY_INLINE void addTaps(int row, std::size_t at, Tiles&... tiles) const {
         for (int tap = 0; tap <= 2 * mReach; ++tap) {
             VF values[kCount + 1];
             for (int i = 0; i < kCount; ++i)
@@ -125,7 +169,6 @@ public:
         }
     }
 
-private:
     HWY_INLINE VF value(std::size_t at, int channel) const {
         return hn::LoadU(df, mPlanes.channels[3 - kCount + channel] + at);
     }

@@ -60,7 +60,7 @@ struct IntegerPlanes : IntegerData {
     using Varying = IntegerWeights<3, kCarriesAlpha>;
     using Uniform = IntegerWeights<kCarriesAlpha ? 3 : 2, false>;
 
-    /// @return alpha, if it has one value all over them. If it is filtered, the pairs are those of the others then.
+    /// @return alpha, if it has one value all over them.
     std::optional<float> fill(const Frame& frame, const IntegerNumbers& numbers, const Block& block) {
         constexpr int kFirst = kCarriesAlpha ? 8 : 0; // bits of the first filtered channel
         alignas(64) std::uint8_t line[kLineWidth][4];
@@ -96,14 +96,13 @@ struct IntegerPlanes : IntegerData {
         }
         if (!hn::AllTrue(di, hn::Eq(different, hn::Zero(di))))
             return std::nullopt;
-        if constexpr (!kCarriesAlpha)
-            dropFirst(frame, numbers, block);
         return static_cast<float>(hn::GetLane(first));
     }
 
-private:
-    /// Rewrites the pairs for the second and the third channel alone.
-    void dropFirst(const Frame& frame, const IntegerNumbers& numbers, const Block& block) {
+    /// Rewrites the pairs for red and green alone, where alpha is filtered.
+    void makeUniform(const Frame& frame, const IntegerNumbers& numbers, const Block& block) {
+        if (kCarriesAlpha)
+            return;
         const VI factor = hn::Set(di, numbers.factors.neighbour);
         const VI half = hn::Set(di, -numbers.factors.unit() / 2);
         const int columns = block.planeColumns(frame.reach);
@@ -125,6 +124,7 @@ template<int kCount, bool kAlpha>
 class IntegerWeights {
 public:
     static constexpr int kLanes = HWY_NAMESPACE::kLanes;
+    struct Scope {};
     struct Tile;
 
     IntegerWeights(const Frame& frame, const IntegerNumbers& numbers, const IntegerData& planes)

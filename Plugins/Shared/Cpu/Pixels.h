@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <type_traits>
 
 namespace Tessaloom::BilateralBlur {
 
@@ -44,6 +45,17 @@ void loadLine(const Image& image, const Block& block, int reach, int row, Value 
     std::memcpy(line[first], source + kSize * (x + first), static_cast<std::size_t>(last - first) * kSize);
     for (int i = last; i < columns; ++i)
         std::memcpy(line[i], source + kSize * (image.width - 1), kSize);
+}
+
+/// The values as floats: floats themselves stay where they are, others are converted into `floats`.
+template<class Value>
+float* asFloats(Value* values, int count, float* floats) {
+    if constexpr (std::is_same_v<Value, float>) {
+        return values;
+    } else {
+        std::copy_n(values, count, floats);
+        return floats;
+    }
 }
 
 /// The means of the filtered channels for a row of a block: of 8 bits in 0..255, of other depths less the pixel's own
