@@ -37,17 +37,27 @@ Host::Resource linkedResource() {
     return resource;
 }
 
-std::size_t rowBytes(const Image& image) {
+std::size_t samplesOfRow(const Image& image) {
     return std::size_t{4} * image.width;
 }
 
-template<class Byte>
-Byte* rowOf(Byte* pixels, const Image& image, int y) {
-    return pixels + rowBytes(image) * static_cast<std::size_t>(y);
+void copy(const Image& image) {
+    std::memmove(image.output, image.input,
+                 (image.hasFloats ? sizeof(float) : 1) * samplesOfRow(image) * image.height);
 }
 
-void copy(const Image& image) {
-    std::memmove(image.output, image.input, rowBytes(image) * image.height);
+template<class Pixel, class Sample>
+void read(const Image& image, Host::World& world) {
+    const Sample* samples = static_cast<const Sample*>(image.input);
+    for (int y = 0; y < world.height; ++y, samples += samplesOfRow(image))
+        Host::unpackRow(samples, 4, world.width, world.row<Pixel>(y));
+}
+
+template<class Pixel, class Sample>
+void write(const Host::World& world, const Image& image) {
+    Sample* samples = static_cast<Sample*>(image.output);
+    for (int y = 0; y < world.height; ++y, samples += samplesOfRow(image))
+        Host::packRow(world.row<Pixel>(y), world.width, 4, samples);
 }
 
 /// The effect, from setup to setdown, and its worlds, which are kept from image to image. All of it belongs
@@ -56,26 +66,31 @@ class Studio {
 public:
     /// Returns what went wrong, in one line; empty if nothing did.
     std::string render(const Image& image) {
-        read(image);
+        take(image);
         const Host::Result result =
             mEffect.render(mInput, mOutput, {image.values.data(), linkedEffect().declaration.sliders.size()});
         if (!result.ok())
             return result.text();
-        for (int y = 0; y < mOutput.height; ++y)
-            Host::packRow(mOutput.row(y), mOutput.width, 4, rowOf(image.output, image, y));
+        if (image.hasFloats)
+            write<PF_PixelFloat, float>(mOutput, image);
+        else
+            write<PF_Pixel8, std::uint8_t>(mOutput, image);
         return "";
     }
 
 private:
-    void read(const Image& image) {
+    void take(const Image& image) {
         // A size that an int doesn't hold turns negative and is refused.
         const int width = static_cast<int>(image.width), height = static_cast<int>(image.height);
-        if (mInput.width != width || mInput.height != height) {
-            mInput = Host::World(width, height);
-            mOutput = Host::World(width, height);
+        const std::int32_t format = image.hasFloats ? PF_PixelFormat_ARGB128 : PF_PixelFormat_ARGB32;
+        if (mInput.width != width || mInput.height != height || mInput.format() != format) {
+            mInput = Host::World(width, height, format);
+            mOutput = Host::World(width, height, format);
         }
-        for (int y = 0; y < height; ++y)
-            Host::unpackRow(rowOf(image.input, image, y), 4, width, mInput.row(y));
+        if (image.hasFloats)
+            read<PF_PixelFloat, float>(image, mInput);
+        else
+            read<PF_Pixel8, std::uint8_t>(image, mInput);
     }
 
     const Host::Module mModule{linkedEffect().entry, linkedResource()};

@@ -11,13 +11,15 @@
 
 namespace Tessaloom::BilateralBlur::Bridges {
 
-/// An image to filter: `width` by `height` pixels of four bytes, red, green, blue and straight alpha, the top
-/// row first, with no gap between rows. Input and output may be the same memory.
+/// An image to filter: `width` by `height` pixels of four samples, red, green, blue and straight alpha, the top
+/// row first, with no gap between rows. Samples are bytes, or floats of full scale 1 for an effect that takes
+/// them. Input and output may be the same memory.
 struct Image {
     unsigned width = 0, height = 0;
-    const std::uint8_t* input = nullptr;
-    std::uint8_t* output = nullptr;
+    const void* input = nullptr;
+    void* output = nullptr;
     SliderValues values{}; ///< each within its slider's range
+    bool hasFloats = false;
 };
 
 /// The one place where the effect runs: a thread of its own that renders the images of all instances, one at

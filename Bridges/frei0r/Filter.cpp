@@ -93,8 +93,7 @@ public:
     double position(int index) const { return mPositions[index]; }
 
     void update(const std::uint32_t* input, std::uint32_t* output) const {
-        Bridges::Image image{mWidth, mHeight, reinterpret_cast<const std::uint8_t*>(input),
-                             reinterpret_cast<std::uint8_t*>(output)};
+        Bridges::Image image{.width = mWidth, .height = mHeight, .input = input, .output = output};
         for (std::size_t i = 0; i < sliders().size(); ++i)
             image.values[i] = valueAt(sliders()[i], mPositions[i]);
         Bridges::RenderThread::shared().filter(image, reportFailure);

@@ -23,9 +23,7 @@ std::span<const SliderDeclaration> sliders() {
     return linkedEffect().declaration.sliders;
 }
 
-constexpr int kBytesPerPixel = 4;
-
-/// Bounds the memory that a region takes, however large it is: about 60 MB.
+/// Bounds the memory that a region takes, however large it is: about 60 MB, 240 of floats.
 constexpr int kLargestBlock = 2048;
 
 /// An instance, which GObject allocates and clears. No constructor or destructor runs.
@@ -59,16 +57,19 @@ void filterBlock(const Operation& operation, GeglBuffer* input, GeglBuffer* outp
                  const GeglRectangle& image, const GeglRectangle& block, int level) {
     GeglRectangle source = grown(block, linkedEffect().declaration.margin >> level);
     gegl_rectangle_intersect(&source, &source, &image);
-    const int rowBytes = kBytesPerPixel * source.width;
+    const int pixelBytes = babl_format_get_bytes_per_pixel(format), rowBytes = pixelBytes * source.width;
     std::vector<std::uint8_t> pixels(static_cast<std::size_t>(rowBytes) * source.height);
     gegl_buffer_get(input, &source, 1.0 / (1 << level), format, pixels.data(), rowBytes, GEGL_ABYSS_CLAMP);
-    Bridges::Image part{static_cast<unsigned>(source.width), static_cast<unsigned>(source.height),
-                        pixels.data(), pixels.data()};
+    Bridges::Image part{.width = static_cast<unsigned>(source.width),
+                        .height = static_cast<unsigned>(source.height),
+                        .input = pixels.data(),
+                        .output = pixels.data(),
+                        .hasFloats = babl_format_get_type(format, 0) == babl_type("float")};
     for (std::size_t i = 0; i < sliders().size(); ++i)
         part.values[i] = sliders()[i].isDistance ? operation.values[i] >> level : operation.values[i];
     Bridges::RenderThread::shared().filter(part, reportFailure);
     const std::ptrdiff_t first =
-        static_cast<std::ptrdiff_t>(rowBytes) * (block.y - source.y) + kBytesPerPixel * (block.x - source.x);
+        static_cast<std::ptrdiff_t>(rowBytes) * (block.y - source.y) + pixelBytes * (block.x - source.x);
     gegl_buffer_set(output, &block, level, format, pixels.data() + first, rowBytes);
 }
 
@@ -97,11 +98,20 @@ gboolean process(GeglOperation* operation, GeglBuffer* input, GeglBuffer* output
     return FALSE;
 }
 
+/// The encoding of the filtered pixels: a layer's own precision where the effect takes it. Floats hold all others
+/// but bytes.
+const char* encodingFor(GeglOperation* operation) {
+    const Babl* const source = gegl_operation_get_source_format(operation, "input");
+    const bool hasBytes = source && babl_format_get_type(source, 0) == babl_type("u8");
+    const bool takesFloats = linkedEffect().declaration.outFlags2 & PF_OutFlag2_FLOAT_COLOR_AWARE;
+    return takesFloats && !hasBytes ? "R'G'B'A float" : "R'G'B'A u8";
+}
+
 void prepare(GeglOperation* operation) {
     GeglOperationAreaFilter& area = self(operation).parent;
     area.left = area.right = area.top = area.bottom = linkedEffect().declaration.margin;
     const Babl* const format =
-        babl_format_with_space("R'G'B'A u8", gegl_operation_get_source_space(operation, "input"));
+        babl_format_with_space(encodingFor(operation), gegl_operation_get_source_space(operation, "input"));
     gegl_operation_set_format(operation, "input", format);
     gegl_operation_set_format(operation, "output", format);
 }
