@@ -30,10 +30,10 @@ struct Slider {
 
 /// The property list of a module.
 struct Resource {
-    std::string name;
-    std::string category;
-    std::string description; ///< one line, for users
-    std::string entry;
+    std::string name{};
+    std::string category{};
+    std::string description{}; ///< one line, for users
+    std::string entry{};
     std::uint32_t version = 0; ///< see `PF_VERSION`
     std::int32_t outFlags = 0, outFlags2 = 0;
     std::vector<Slider> sliders{}; ///< in the order of their declaration

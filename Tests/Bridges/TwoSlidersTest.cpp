@@ -21,7 +21,7 @@ namespace {
 using testing::ElementsAre;
 
 constexpr SliderDeclaration kSliders[] = {{"Reach", "reach", "", 0, 60, 3, 1, true, false},
-                                          {"Odd Part", "odd-part", "", -50, 150, 7, 100, false, false}};
+                                          {"Odd Share", "odd-share", "", -50, 150, 7, 100, false, false}};
 constexpr EffectDeclaration kDeclaration{"Odd Effect", "odd",   "", 1, 0, 0, 0, PF_OutFlag2_FLOAT_COLOR_AWARE,
                                          60,           kSliders};
 
@@ -84,9 +84,9 @@ TEST(TwoSliders, GetAValueEachFromFrei0r) {
     f0r_update(instance, 0, &pixel, &pixel);
     EXPECT_EQ(pixel, 77u);
     EXPECT_THAT(mValues, ElementsAre(3, 7));
-    double reach = 0.2, part = 0.75;
+    double reach = 0.2, share = 0.75;
     f0r_set_param_value(instance, &reach, 0);
-    f0r_set_param_value(instance, &part, 1);
+    f0r_set_param_value(instance, &share, 1);
     f0r_update(instance, 0, &pixel, &pixel);
     EXPECT_THAT(mValues, ElementsAre(12, 100));
 
@@ -97,19 +97,19 @@ TEST(TwoSliders, GetAValueEachFromFrei0r) {
         EXPECT_EQ(given, kept);
     }
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              "Odd Effect: Odd Part 20 is out of range, 0 to 1 (which means -0.5 to 1.5); using 1\n");
+              "Odd Effect: Odd Share 20 is out of range, 0 to 1 (which means -0.5 to 1.5); using 1\n");
     EXPECT_TRUE(mIsSetUp);
     f0r_destruct(instance);
     EXPECT_FALSE(mIsSetUp);
     // Some hosts go on without an instance.
-    f0r_set_param_value(nullptr, &part, 1);
-    f0r_get_param_value(nullptr, &part, 1);
+    f0r_set_param_value(nullptr, &share, 1);
+    f0r_get_param_value(nullptr, &share, 1);
     f0r_update(nullptr, 0, &pixel, &pixel);
     f0r_destruct(nullptr);
     f0r_param_info_t info{};
     f0r_get_param_info(&info, 1);
     f0r_get_param_info(&info, 2);
-    EXPECT_STREQ(info.name, "Odd Part");
+    EXPECT_STREQ(info.name, "Odd Share");
     EXPECT_STREQ(info.explanation, "0 to 1 means -0.5 to 1.5");
 }
 
@@ -128,12 +128,12 @@ TEST(TwoSliders, GetAValueEachFromGegl) {
     gegl_buffer_set(buffer, &region, 0, floats, given, GEGL_AUTO_ROWSTRIDE);
     GeglNode* const source =
         gegl_node_new_child(graph, "operation", "gegl:buffer-source", "buffer", buffer, nullptr);
-    GeglNode* const odd =
-        gegl_node_new_child(graph, "operation", "bilateral-blur:odd", "reach", 40, "odd-part", 0.29, nullptr);
+    GeglNode* const odd = gegl_node_new_child(graph, "operation", "bilateral-blur:odd", "reach", 40,
+                                              "odd-share", 0.29, nullptr);
     gegl_node_link(source, odd);
-    double part = 0;
-    gegl_node_get(odd, "odd-part", &part, nullptr);
-    EXPECT_EQ(part, 0.29);
+    double share = 0;
+    gegl_node_get(odd, "odd-share", &share, nullptr);
+    EXPECT_EQ(share, 0.29);
     for (const auto& [scale, reach] : {std::pair{1.0, 40}, {0.5, 20}}) {
         gegl_node_blit(odd, scale, &region, floats, kept, GEGL_AUTO_ROWSTRIDE, GEGL_BLIT_DEFAULT);
         EXPECT_THAT(mValues, ElementsAre(reach, 29)) << "only distances are shorter in a preview";

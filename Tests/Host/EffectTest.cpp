@@ -89,12 +89,15 @@ protected:
     struct Rendering {
         PF_InData* in;
         PF_LayerDef *input, *output;
+        int depth;
     };
 
     static PF_Err entry(PF_Cmd cmd, PF_InData* in, PF_OutData* out, PF_ParamDef**, PF_LayerDef*,
                         void* extra) {
         mLast = cmd;
         out->num_params = mParameters;
+        out->out_flags = PF_OutFlag_DEEP_COLOR_AWARE;
+        out->out_flags2 = PF_OutFlag2_FLOAT_COLOR_AWARE;
         if (cmd == PF_Cmd_SMART_PRE_RENDER) {
             const auto& render = *static_cast<PF_PreRenderExtra*>(extra);
             PF_CheckoutResult result;
@@ -108,7 +111,7 @@ protected:
         PF_LayerDef *input = nullptr, *output = nullptr;
         render.cb->checkout_layer_pixels(in->effect_ref, 7, &input);
         render.cb->checkout_output(in->effect_ref, &output);
-        return mRender({in, input, output}, *out);
+        return mRender({in, input, output, render.input->bitdepth}, *out);
     }
 
     static PF_Pixel8* pixels(const Rendering& frame, PF_LayerDef* world) {
@@ -129,7 +132,8 @@ protected:
     static inline PF_Cmd mLast = 0;
     static inline int mParameters = 1, mMissing = 0;
     static inline PF_Err (*mRender)(const Rendering&, PF_OutData&) = nullptr;
-    const Module mModule{entry, {}};
+    const Module mModule{
+        entry, {.outFlags = PF_OutFlag_DEEP_COLOR_AWARE, .outFlags2 = PF_OutFlag2_FLOAT_COLOR_AWARE}};
     std::optional<Effect> mEffect{mModule};
     World mInput{9, 300};
 };
@@ -165,40 +169,22 @@ TEST_F(Misdeeds, AreReportedInOneLine) {
     mMissing = 0;
 }
 
-TEST(EffectDepth, IsWhatTheEffectDeclares) {
+TEST_F(Misdeeds, DoNotIncludeTheDepthsThatItDeclares) {
     static std::vector<std::string> kSeen;
-    const auto entry = [](PF_Cmd cmd, PF_InData* in, PF_OutData* out, PF_ParamDef**, PF_LayerDef*,
-                          void* extra) {
-        out->num_params = 1;
-        out->out_flags = PF_OutFlag_DEEP_COLOR_AWARE;
-        out->out_flags2 = PF_OutFlag2_FLOAT_COLOR_AWARE;
-        if (cmd == PF_Cmd_SMART_PRE_RENDER) {
-            const auto& render = *static_cast<PF_PreRenderExtra*>(extra);
-            render.output->result_rect = render.input->output_request.rect;
-        }
-        if (cmd != PF_Cmd_SMART_RENDER)
-            return PF_Err{0};
-        const auto& render = *static_cast<PF_SmartRenderExtra*>(extra);
-        PF_LayerDef* world = nullptr;
+    mRender = [](const Rendering& frame, PF_OutData&) {
         PF_Pixel8* bytes = nullptr;
         PF_Pixel16* words = nullptr;
         PF_PixelFloat* floats = nullptr;
-        render.cb->checkout_output(in->effect_ref, &world);
-        in->utils->get_pixel_data8(world, nullptr, &bytes);
-        in->utils->get_pixel_data16(world, nullptr, &words);
-        in->utils->get_pixel_data_float(world, nullptr, &floats);
-        kSeen.push_back(std::to_string(render.input->bitdepth) + (bytes ? " bytes" : "") +
-                        (words ? " words" : "") + (floats ? " floats" : ""));
+        frame.in->utils->get_pixel_data8(frame.output, nullptr, &bytes);
+        frame.in->utils->get_pixel_data16(frame.output, nullptr, &words);
+        frame.in->utils->get_pixel_data_float(frame.output, nullptr, &floats);
+        kSeen.push_back(std::to_string(frame.depth) + (bytes ? " bytes" : "") + (words ? " words" : "") +
+                        (floats ? " floats" : ""));
         return PF_Err{0};
     };
-    Resource resource;
-    resource.outFlags = PF_OutFlag_DEEP_COLOR_AWARE;
-    resource.outFlags2 = PF_OutFlag2_FLOAT_COLOR_AWARE;
-    const Module module(entry, resource);
-    Effect effect(module);
     for (const auto format : {PF_PixelFormat_ARGB32, PF_PixelFormat_ARGB64, PF_PixelFormat_ARGB128}) {
         World input(4, 3, format), output(0, 0);
-        EXPECT_EQ(effect.render(input, output, {}).text(), "");
+        EXPECT_EQ(mEffect->render(input, output, {}).text(), "");
         EXPECT_TRUE(output.sameShape(input));
     }
     EXPECT_THAT(kSeen, testing::ElementsAre("8 bytes", "16 words", "32 floats"));
