@@ -48,7 +48,8 @@ protected:
     void expectOracle(std::vector<double> values, int width, int height, Depth depth, double fullScale,
                       double most, double mean) {
         const int radius = below(8) ? below(10) : below(kLargestRadius + 1);
-        const double threshold = std::pow(10, -3 * uniform());
+        // The second has integer factors.
+        const double threshold = below(3) ? std::pow(10, -3 * uniform()) : 0.1;
         const std::size_t gap = static_cast<std::size_t>(below(3)), row = 4 * width + gap;
         const Value untouched = static_cast<Value>(77);
         std::vector<Value> source(row * height, untouched), target = source;
