@@ -85,9 +85,8 @@ TEST(ThreadPool, ItsThreadsBlockAllSignalsAndAreAsManyAsTheProcessMayUse) {
 // The child has none of the threads, and a copy of whatever lock was held.
 TEST(ThreadPool, WorksAndEndsInAForkedChildWhateverTheOthersHeld) {
     std::optional<ThreadPool> pool(4);
-    std::atomic<bool> stopping = false;
-    std::jthread busy([&] {
-        while (!stopping)
+    const std::jthread busy([&](const std::stop_token& stop) {
+        while (!stop.stop_requested())
             pool->run(20, [](std::size_t, unsigned) {});
     });
     for (int i = 0; i < 50; ++i) {
@@ -104,7 +103,6 @@ TEST(ThreadPool, WorksAndEndsInAForkedChildWhateverTheOthersHeld) {
         ASSERT_EQ(waitpid(child, &status, 0), child);
         ASSERT_EQ(status, 0);
     }
-    stopping = true;
 }
 
 } // namespace
