@@ -118,7 +118,8 @@ __eglMustCastToProperFunctionPointerType eglGetProcAddress(const char* name) {
         return reinterpret_cast<Function>(+[](EGLDeviceEXT, EGLint) { return ""; });
     // Asked for the renderer's name alone.
     if (hardware && std::strcmp(name, "glGetString") == 0)
-        return reinterpret_cast<Function>(+[](unsigned) { return renderer.load(); });
+        return reinterpret_cast<Function>(
+            +[](unsigned) { return reinterpret_cast<const unsigned char*>(renderer.load()); });
     return kNext(name);
 }
 }
