@@ -67,6 +67,10 @@ Run planSequence(const Options& options, const FramePattern& input, const Format
     const std::optional<FramePattern> output = FramePattern::parse(options.output);
     if (!output)
         throw WrongUse(options.output + ": a sequence as INPUT needs one as OUTPUT, with #### or %04d");
+    if (const std::optional<path> padded = input.patternOfPadded())
+        throw WrongUse(options.input +
+                       ": there are files whose numbers have leading zeros; name them all with " +
+                       padded->string());
     const std::vector<int> existing = input.existingFrames();
     const std::vector<int> wanted = options.frames ? parseFrames(*options.frames) : existing;
     const std::vector<int> missing = missingFrom(existing, wanted);

@@ -115,6 +115,21 @@ std::optional<int> FramePattern::frameOf(const std::string& fileName) const {
     return frame && file(*frame).filename() == fileName ? frame : std::nullopt;
 }
 
+std::optional<path> FramePattern::patternOfPadded() const {
+    std::error_code error;
+    for (std::filesystem::directory_iterator at(mDirectory, error), end; mDigits == 1 && !error && at != end;
+         at.increment(error)) {
+        const std::string name = at->path().filename().string();
+        if (name.size() < mBefore.size() + mAfter.size() + 2 || !name.starts_with(mBefore) ||
+            !name.ends_with(mAfter))
+            continue;
+        const std::string digits = name.substr(mBefore.size(), name.size() - mBefore.size() - mAfter.size());
+        if (digits.front() == '0' && parseFrame(digits))
+            return mDirectory / (mBefore + std::string(digits.size(), '#') + mAfter);
+    }
+    return std::nullopt;
+}
+
 std::vector<int> FramePattern::existingFrames() const {
     std::vector<int> frames;
     std::error_code error;

@@ -24,6 +24,10 @@ public:
     /// The frames whose files exist, rising. Throws Failure where the directory can't be read.
     std::vector<int> existingFrames() const;
 
+    /// The pattern that fits where this one, which has no leading zeros, would leave out files whose numbers
+    /// have them; nothing where there are none. Errors of the directory are `existingFrames`' to report.
+    std::optional<std::filesystem::path> patternOfPadded() const;
+
     const std::filesystem::path& directory() const { return mDirectory; }
 
 private:
