@@ -30,10 +30,12 @@ std::string sizeText(std::uint64_t bytes) {
 } // namespace
 
 std::uint64_t availableMemory() {
+    // What the effect, the drivers of OpenGL and the libraries take as soon as they work.
+    constexpr std::uint64_t kSetup = 80'000'000;
     const std::uint64_t used = residentMemory();
     static const std::uint64_t kUsedAtStart = used;
     if (mBound != kUnlimited)
-        return mBound - std::min<std::uint64_t>(mBound, kUsedAtStart);
+        return mBound - std::min<std::uint64_t>(mBound, kUsedAtStart + kSetup);
     const std::uint64_t left = memoryLeft();
     return left == kUnlimited ? left : left + used - std::min(used, kUsedAtStart);
 }

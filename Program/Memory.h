@@ -9,7 +9,7 @@ namespace Tessaloom::BilateralBlur::Program {
 /// Bytes that this process can use for images, those that it uses for them already included: what the machine
 /// has available, within the memory limits of its control groups (version 2 or 1) and of its resource limits
 /// RLIMIT_AS and RLIMIT_DATA. Where `boundMemory` was called, the bound less what the process used at the
-/// first call, in place of all that.
+/// first call and takes when the effect is set up, in place of all that.
 std::uint64_t availableMemory();
 
 /// What the process may use in all, whatever the machine has. For the option --memory.

@@ -106,7 +106,10 @@ bool Pipeline::attempt(int job, const path& file, const std::function<void()>& s
     } catch (const Failure& failure) {
         failed(failure.what());
     } catch (const std::exception& error) {
-        failed(file.string() + ": " + error.what());
+        failed(file.string() + ": " +
+               (*error.what() ? error.what() : "a library failed and doesn't say why"));
+    } catch (...) { // what the libraries throw isn't always derived from the standard's
+        failed(file.string() + ": a library failed and doesn't say why");
     }
     return false;
 }
@@ -118,10 +121,7 @@ void Pipeline::stop(const std::string& why) {
 
 ImageFile Pipeline::open(const Job& job) {
     try {
-        ImageFile file(job.input, mSettings.reading);
-        if (job.format)
-            file.checkHeldBy(*job.format, outputName(job.output));
-        return file;
+        return ImageFile(job.input, mSettings.reading);
     } catch (const Failure&) {
         if (mJobs.size() > 1)
             checkDirectoryExists(job.input);
@@ -138,7 +138,8 @@ std::optional<Item> Pipeline::readNext() {
         mEvents.send({Event::Kind::Started, index});
         attempt(index, input, [&] {
             ImageFile file = open(mJobs[index]);
-            Budget::Share memory = mBudget.take(file.memory());
+            Budget::Share memory =
+                mBudget.take(file.checkFor(mJobs[index].format, outputName(mJobs[index].output)));
             item = Item{index, file.decode(mSpares.tryPop().value_or(Host::World(0, 0))), std::move(memory)};
             noteLosses(*item);
         });

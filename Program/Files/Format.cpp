@@ -15,11 +15,16 @@ using vips::VImage;
 constexpr Format kFormats[] = {
     {.name = "JPEG",
      .extensions = {".jpg", ".jpeg"},
+     .rareExtensions = {".jfif", ".jpe"},
      .hasAlpha = false,
      .hasPages = false,
      .largestSide = 65500,
+     .bytesToDecode = 24,
+     .bytesToEncode = 24,
+     .bytesWaiting = 8,
      .matches = matchesJpeg,
      .inspect = inspectJpeg,
+     .reduce = reduceJpeg,
      .load = VImage::jpegload_buffer,
      .verify = verifyJpeg,
      .encode = encodeJpeg},
@@ -28,8 +33,12 @@ constexpr Format kFormats[] = {
      .hasAlpha = true,
      .hasPages = false,
      .largestSide = 1'000'000,
+     .bytesToDecode = 24,
+     .bytesToEncode = 24,
+     .bytesWaiting = 8,
      .matches = matchesPng,
      .inspect = inspectPng,
+     .reduce = reducePng,
      .load = VImage::pngload_buffer,
      .encode = encodePng},
     {.name = "TIFF",
@@ -38,8 +47,12 @@ constexpr Format kFormats[] = {
      .hasPages = true,
      .mixesTags = true,
      .largestSide = 1'000'000,
+     .bytesToDecode = 24,
+     .bytesToEncode = 32,
+     .bytesWaiting = 24,
      .matches = matchesTiff,
      .inspect = inspectTiff,
+     .isolate = isolateTiffPage,
      .load = VImage::tiffload_buffer,
      .encode = encodeTiff},
     {.name = "WebP",
@@ -48,8 +61,12 @@ constexpr Format kFormats[] = {
      .hasPages = true,
      .isAnimated = true,
      .largestSide = 16383,
+     .bytesToDecode = 24,
+     .bytesToEncode = 52,
+     .bytesWaiting = 12,
      .matches = matchesWebp,
      .inspect = inspectWebp,
+     .reduce = reduceWebp,
      .load = VImage::webpload_buffer,
      .encode = encodeWebp},
 };
@@ -64,7 +81,9 @@ const Format* formatWithExtension(std::string extension) {
     std::transform(extension.begin(), extension.end(), extension.begin(),
                    [](unsigned char c) { return std::tolower(c); });
     return firstFormat([&](const Format& format) {
-        return std::count(format.extensions.begin(), format.extensions.end(), extension) != 0;
+        return !extension.empty() &&
+               (std::count(format.extensions.begin(), format.extensions.end(), extension) != 0 ||
+                std::count(format.rareExtensions.begin(), format.rareExtensions.end(), extension) != 0);
     });
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Program/Files/Encode.h"
+#include "Program/Files/FoundMetadata.h"
 #include "Program/Files/Image.h"
 
 #include <vips/vips8>
@@ -11,29 +12,43 @@
 #include <functional>
 #include <span>
 #include <string>
+#include <vector>
 
 namespace Tessaloom::BilateralBlur::Program {
 
 /// A format of image files: a row of the table `kFormats`.
 struct Format {
     const char* name;
-    std::array<const char*, 2> extensions; ///< lower case, with the dot
+    std::array<const char*, 2> extensions; ///< lower case, with the dot; the last one also names the format
+    std::array<const char*, 2> rareExtensions = {"", ""}; ///< which no message lists
     bool hasAlpha;
     bool hasPages;           ///< several in a file, all of them ours to read and write
     bool isAnimated = false; ///< the pages are frames of one size
     bool mixesTags = false;  ///< EXIF is in one directory with the tags that say how the pixels are stored
     int largestSide;         ///< of width and height, in pixels
 
+    // The peak of a run for each pixel, measured on noise of 3000 x 3000 pixels with 1 to 4 channels of 8 and 16
+    // bits; of the largest page, and of each other one.
+    std::uint64_t bytesToDecode, bytesToEncode, bytesWaiting;
+
     bool (*matches)(std::span<const std::byte> file);
 
-    /// Takes all that the file says beside its pixels, and one page for each image, without pixels. Throws
-    /// std::runtime_error with a reason where the file is cut short.
-    void (*inspect)(std::span<const std::byte> file, Image& head, Metadata& metadata);
+    /// Takes one page for each image, without pixels, and how the file is made; and finds its metadata, without
+    /// copying much. Throws std::runtime_error with a reason where the file is cut short.
+    void (*inspect)(std::span<const std::byte> file, Image& head, FoundMetadata& found);
+
+    /// Takes what says nothing about the pixels out of the file, so that the library that decodes doesn't read
+    /// it again; null where that is done only for a file with too much of it.
+    void (*reduce)(Bytes& file) = nullptr;
+
+    /// Makes a page the only one of the file; null where the library finds it soon enough by its number.
+    void (*isolate)(Bytes& file, const Page& page) = nullptr;
 
     vips::VImage (*load)(VipsBlob* file, vips::VOption* options);
 
     /// Throws std::runtime_error where the pixels are damaged and `load` doesn't see it; null where it does.
-    void (*verify)(std::span<const std::byte> file) = nullptr;
+    /// Notes what is odd.
+    void (*verify)(std::span<const std::byte> file, std::vector<std::string>& notes) = nullptr;
 
     /// The bytes of the file, metadata included. `isOfInput` where the image comes from a file of this format.
     Bytes (*encode)(const Image& image, WriteOptions options, bool isOfInput);
@@ -64,11 +79,15 @@ bool matchesJpeg(std::span<const std::byte> file);
 bool matchesPng(std::span<const std::byte> file);
 bool matchesTiff(std::span<const std::byte> file);
 bool matchesWebp(std::span<const std::byte> file);
-void verifyJpeg(std::span<const std::byte> file);
-void inspectJpeg(std::span<const std::byte> file, Image& head, Metadata& metadata);
-void inspectPng(std::span<const std::byte> file, Image& head, Metadata& metadata);
-void inspectTiff(std::span<const std::byte> file, Image& head, Metadata& metadata);
-void inspectWebp(std::span<const std::byte> file, Image& head, Metadata& metadata);
+void verifyJpeg(std::span<const std::byte> file, std::vector<std::string>& notes);
+void inspectJpeg(std::span<const std::byte> file, Image& head, FoundMetadata& found);
+void inspectPng(std::span<const std::byte> file, Image& head, FoundMetadata& found);
+void inspectTiff(std::span<const std::byte> file, Image& head, FoundMetadata& found);
+void inspectWebp(std::span<const std::byte> file, Image& head, FoundMetadata& found);
+void reduceJpeg(Bytes& file);
+void reducePng(Bytes& file);
+void reduceWebp(Bytes& file);
+void isolateTiffPage(Bytes& file, const Page& page);
 Bytes encodeJpeg(const Image& image, WriteOptions options, bool isOfInput);
 Bytes encodePng(const Image& image, WriteOptions options, bool isOfInput);
 Bytes encodeTiff(const Image& image, WriteOptions options, bool isOfInput);

@@ -23,12 +23,13 @@ struct Density {
 
 /// A page of a TIFF, a frame of an animated WebP, or the one image of a file.
 struct Page {
-    Host::World world{0, 0};   ///< 8-bit pixels with straight alpha
-    int width = 0, height = 0; ///< in pixels, as the header says
-    int channels = 0;          ///< of the file: 1 grey, 2 grey and alpha, 3 RGB, 4 RGBA
-    int bits = 8;              ///< of a sample of the file: 16 were rounded to 8; 1, 2 and 4 widened to 8
-    int delay = 0;             ///< how long the frame of an animation is shown, in milliseconds
-    int orientation = 0;       ///< of a page of a TIFF, as the tag has it; 0 where there is none
+    Host::World world{0, 0};     ///< 8-bit pixels with straight alpha
+    int width = 0, height = 0;   ///< in pixels, as the header says
+    int channels = 0;            ///< of the file: 1 grey, 2 grey and alpha, 3 RGB, 4 RGBA
+    int bits = 8;                ///< of a sample of the file: 16 were rounded to 8; 1, 2 and 4 widened to 8
+    int delay = 0;               ///< how long the frame of an animation is shown, in milliseconds
+    std::uint64_t directory = 0; ///< of a page of a TIFF: where in the file its tags are
+    int orientation = 0;         ///< of a page of a TIFF, as the tag has it; 0 where there is none
     Density density{};
     Bytes profile{};                                            ///< the ICC profile
     std::vector<std::pair<std::uint32_t, std::string>> texts{}; ///< tags of a page of a TIFF
@@ -49,6 +50,8 @@ struct Image {
     std::vector<Page> pages;
     const Format* format = nullptr; ///< of the file that was read
     int loops = 0;                  ///< how often an animation is shown; 0 without end
+    std::uint32_t background =
+        0; ///< of an animation, as the file has it: blue, green, red, alpha from the lowest
     Compression compression;
     int unreadableFrames = 0; ///< of an animated PNG, beside its still image
     std::shared_ptr<const Metadata> metadata;

@@ -10,6 +10,8 @@
 #include "Program/Memory.h"
 
 #include <algorithm>
+#include <cstring>
+#include <utility>
 
 namespace Tessaloom::BilateralBlur::Program {
 
@@ -53,26 +55,17 @@ void checkAccepted(const VImage& image, const Page& page, std::size_t pages, con
 }
 
 std::uint64_t pixelsOf(const Page& page) {
-    return std::uint64_t(page.width) * page.height;
+    return std::uint64_t(page.width) * static_cast<std::uint64_t>(page.height);
 }
 
-/// Refuses images by their sizes, before anything of those sizes is allocated. Gives the bytes that they
-/// need.
-std::uint64_t checkFits(const std::vector<Page>& pages, const std::string& name) {
-    // The peak of a run, measured on images of 2000 x 2000 to 6000 x 6000 pixels: 13 to 26 bytes, most for
-    // TIFF with 16 bits and alpha. And a page that waits.
-    constexpr std::uint64_t kBytesPerPixel = 30, kBytesPerWaitingPixel = 8;
-    const Page& largest = *std::max_element(
-        pages.begin(), pages.end(), [](const Page& a, const Page& b) { return pixelsOf(a) < pixelsOf(b); });
-    std::uint64_t waiting = 0;
-    for (const Page& page : pages)
-        waiting += pixelsOf(page);
-    waiting -= pixelsOf(largest);
-    const std::uint64_t needed = kBytesPerPixel * pixelsOf(largest) + kBytesPerWaitingPixel * waiting;
-    requireMemory(name + ": " + std::to_string(largest.width) + " x " + std::to_string(largest.height) +
-                      " pixels",
-                  needed);
-    return needed;
+/// The bytes that the pages take at most, all but those of the file.
+std::uint64_t memoryOf(const std::vector<Page>& pages, const Format& from, const Format& to) {
+    std::uint64_t largest = 0, all = 0;
+    for (const Page& page : pages) {
+        largest = std::max(largest, pixelsOf(page));
+        all += pixelsOf(page);
+    }
+    return std::max(from.bytesToDecode, to.bytesToEncode) * largest + to.bytesWaiting * (all - largest);
 }
 
 Bytes profileOf(const VImage& image) {
@@ -111,13 +104,19 @@ void readPage(const VImage& image, int firstRow, Page& page, Host::World spare) 
         unpackRows<std::uint8_t>(image, firstRow, page.world);
 }
 
-void takeMetadata(const Bytes& file, Image& head, Metadata& metadata) {
-    try {
-        readMetadata(file, head.format->mixesTags, metadata);
-    } catch (const std::exception&) {
-        metadata = {};
-        head.notes.push_back("its metadata is damaged, or of a kind that can't be read, and isn't kept");
+/// The encoder makes one frame of several that are equal.
+void noteEqualFrames(Image& image) {
+    int equal = 0;
+    for (std::size_t i = 1; i < image.pages.size(); ++i) {
+        const Host::World &before = image.pages[i - 1].world, &world = image.pages[i].world;
+        bool isEqual = true;
+        for (int y = 0; y < world.height && isEqual; ++y)
+            isEqual = std::memcmp(before.row(y), world.row(y), sizeof(PF_Pixel8) * world.width) == 0;
+        equal += isEqual;
     }
+    if (equal > 0)
+        image.notes.push_back("frames that equal the one before, " + std::to_string(equal) +
+                              " of them, become one with it, shown as long as both");
 }
 
 /// Takes one page out of a file's, or all.
@@ -141,44 +140,74 @@ ImageFile::ImageFile(const path& path, ReadOptions options)
     : mName(inputName(path)),
       mOptions(options),
       mBytes(readInput(path, [](auto start) { return formatOfContent(start) != nullptr; })) {
-    mHead.format = formatOfContent(mBytes);
-    auto metadata = std::make_shared<Metadata>();
-    takeMetadata(mBytes, mHead, *metadata);
+    const Format& format = *formatOfContent(mBytes);
+    mHead.format = &format;
+    FoundMetadata found;
     try {
-        mHead.format->inspect(mBytes, mHead, *metadata);
+        format.inspect(mBytes, mHead, found);
     } catch (const std::runtime_error& error) {
         fail(mName, std::string("the image can't be read: ") + error.what());
     }
-    for (Page& page : mHead.pages) {
+    for (const Page& page : mHead.pages)
         if (page.width <= 0 || page.height <= 0)
             fail(mName, "the image can't be read: its header is damaged");
-        if (page.density.x == 0)
-            page.density = densityOf(metadata->exif);
-    }
-    mHead.metadata = std::move(metadata);
     choosePage(mHead, options.page, mName);
-    mMemory = checkFits(mHead.pages, mName);
+    takeMetadata(std::move(found));
 }
 
-void ImageFile::checkHeldBy(const Format& format, const std::string& name) const {
+void ImageFile::takeMetadata(FoundMetadata found) {
+    // The library has its own copy of the file, and some of each field.
+    constexpr std::uint64_t kCopiesOfFile = 2, kCopiesOfField = 6;
+    const Format& format = *mHead.format;
+    mMemory = kCopiesOfFile * mBytes.size();
+    if (found.count.isAcceptable())
+        mMemory += kCopiesOfField * found.count.bytes();
+    else if (format.mixesTags)
+        removeOtherTags(mBytes);
+    requireMemory(mName + ": the file and its metadata", mMemory);
+    auto metadata = std::make_shared<Metadata>();
+    for (std::string& note : readMetadata(mBytes, format.mixesTags, std::move(found), *metadata))
+        mHead.notes.push_back(std::move(note));
+    for (Page& page : mHead.pages)
+        if (page.density.x == 0)
+            page.density = densityOf(metadata->exif);
+    mHead.metadata = std::move(metadata);
+    if (format.reduce)
+        format.reduce(mBytes);
+}
+
+std::uint64_t ImageFile::checkFor(const Format* output, const std::string& name) const {
+    const Format& format = output ? *output : *mHead.format;
     checkHolds(format, mHead, name);
+    const Page& largest =
+        *std::max_element(mHead.pages.begin(), mHead.pages.end(),
+                          [](const Page& a, const Page& b) { return pixelsOf(a) < pixelsOf(b); });
+    const std::uint64_t needed = mMemory + memoryOf(mHead.pages, *mHead.format, format);
+    requireMemory(mName + ": " + std::to_string(largest.width) + " x " + std::to_string(largest.height) +
+                      " pixels",
+                  needed);
+    return needed;
 }
 
 Image ImageFile::decode(Host::World spare) {
     try {
         Image image = std::move(mHead);
-        if (image.format->verify)
-            image.format->verify(mBytes);
+        const Format& format = *image.format;
+        if (format.verify)
+            format.verify(mBytes, image.notes);
         const std::size_t first = mOptions.page > 0 ? static_cast<std::size_t>(mOptions.page) - 1 : 0;
         const std::size_t count = image.pages.size();
-        if (image.format->isAnimated && count > 1) {
+        if (format.isAnimated && count > 1) {
             const VImage all = open(image, mBytes, 0, -1);
             checkAccepted(all, image.pages.front(), count, mName);
             for (std::size_t i = 0; i < count; ++i)
                 readPage(all, static_cast<int>(i) * image.pages[i].height, image.pages[i], {0, 0});
+            noteEqualFrames(image);
         } else {
             for (std::size_t i = 0; i < count; ++i) {
-                const VImage decoded = open(image, mBytes, first + i, 1);
+                if (format.isolate)
+                    format.isolate(mBytes, image.pages[i]);
+                const VImage decoded = open(image, mBytes, format.isolate ? 0 : first + i, 1);
                 checkAccepted(decoded, image.pages[i], 1, mName);
                 readPage(decoded, 0, image.pages[i], std::exchange(spare, Host::World(0, 0)));
             }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Program/Files/FoundMetadata.h"
 #include "Program/Files/Image.h"
 
 #include <cstdint>
@@ -19,23 +20,24 @@ public:
     /// where it can't be read, is cut short, lacks the page, or needs more memory than there is available.
     explicit ImageFile(const std::filesystem::path& path, ReadOptions options = {});
 
-    /// Throws Failure where a format can't hold these images; `name` is the output's.
-    void checkHeldBy(const Format& format, const std::string& name) const;
+    /// Gives the bytes that it takes at most to decode the images, filter them and encode them in a format, the
+    /// file's own where that is null. Throws Failure where the format can't hold them, or they need more memory
+    /// than there is available; `name` is the output's.
+    std::uint64_t checkFor(const Format* output, const std::string& name) const;
 
     /// The images. `spare` becomes the first page's world where its size fits: fresh memory costs as much as
     /// some decoding. To be called once. Throws Failure where the file is damaged or has another kind of
     /// samples or colours.
     Image decode(Host::World spare = {0, 0});
 
-    /// The bytes that it takes at most to decode, filter and encode the images.
-    std::uint64_t memory() const { return mMemory; }
-
 private:
+    void takeMetadata(FoundMetadata found);
+
     std::string mName;
     ReadOptions mOptions;
-    Bytes mBytes;
-    Image mHead; ///< all but the pixels
-    std::uint64_t mMemory;
+    Bytes mBytes;              ///< of the file, later only what the library that decodes needs
+    Image mHead;               ///< all but the pixels
+    std::uint64_t mMemory = 0; ///< that the file and its metadata need
 };
 
 } // namespace Tessaloom::BilateralBlur::Program

@@ -19,6 +19,9 @@ std::string reason(const vips::VError& error, const char* otherwise) {
         return "out of memory";
     if (const std::string busy = std::strerror(EAGAIN); text.find(busy) != std::string_view::npos)
         return "can't start a thread: " + busy;
+    for (const char* word : {"unsupported", "not supported", "not configured", "unimplemented"})
+        if (text.find(word) != std::string_view::npos)
+            return "it is stored in a way that isn't supported";
     return otherwise;
 }
 

@@ -4,12 +4,14 @@
 
 #include <cstdio>
 
+#include <jerror.h>
 #include <jpeglib.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <functional>
+#include <memory>
 #include <stdexcept>
 
 namespace Tessaloom::BilateralBlur::Program {
@@ -17,7 +19,9 @@ namespace Tessaloom::BilateralBlur::Program {
 namespace {
 
 constexpr std::string_view kStart = "\xFF\xD8", kEnd = "\xFF\xD9";
-constexpr unsigned kJfif = 0xE0, kComment = 0xFE, kTables = 0xDB, kScan = 0xDA;
+constexpr std::string_view kExif("Exif\0\0", 6), kXmp("http://ns.adobe.com/xap/1.0/\0", 29);
+constexpr unsigned kJfif = 0xE0, kApp1 = 0xE1, kApp2 = 0xE2, kAdobe = 0xEE, kComment = 0xFE, kTables = 0xDB,
+                   kScan = 0xDA;
 constexpr int kPlainQuality = 95; ///< where no input sets one
 
 /// Calls `take` with the code and the content of each segment before the scan. Returns the rest of the file.
@@ -42,6 +46,10 @@ std::span<const std::byte> walk(std::span<const std::byte> file,
     }
     throw std::runtime_error("the file ends before the image, or its header is damaged");
 }
+
+struct JpegErrors : jpeg_error_mgr {
+    long strayBytes = 0;
+};
 
 bool isJfif(std::span<const std::byte> content) {
     return content.size() >= 14 && text(content.first(5)) == std::string_view("JFIF\0", 5);
@@ -90,8 +98,34 @@ int qualityOf(std::span<const std::byte> table) {
     return best;
 }
 
+/// A header of an image, of whatever kind.
 bool isFrame(unsigned code) {
-    return code >= 0xC0 && code <= 0xC2;
+    return code >= 0xC0 && code <= 0xCF && code != 0xC4 && code != 0xC8 && code != 0xCC;
+}
+
+/// Segments of applications, and comments.
+bool isMetadata(unsigned code) {
+    return (code >= 0xE0 && code <= 0xEF) || code == kComment;
+}
+
+void refuseUnsupported(unsigned code, std::span<const std::byte> frame) {
+    if (code >= 0xC9)
+        throw std::runtime_error("JPEG with arithmetic coding isn't supported");
+    if (code > 0xC2)
+        throw std::runtime_error("lossless and hierarchical JPEG aren't supported");
+    if (frame[0] != std::byte{8})
+        throw std::runtime_error("JPEG with " + std::to_string(std::to_integer<int>(frame[0])) +
+                                 " bits a channel isn't supported; 8 are");
+}
+
+/// Each scan of a progressive file takes as long as a whole image.
+void refuseManyScans(std::span<const std::byte> scans) {
+    constexpr int kMost = 200; // encoders make 10 or so
+    constexpr std::string_view kScanStart = "\xFF\xDA";
+    int count = 0;
+    for (std::size_t at = 0; (at = text(scans).find(kScanStart, at)) != std::string_view::npos; ++at)
+        if (++count > kMost)
+            throw std::runtime_error("it has more than " + std::to_string(kMost) + " scans");
 }
 
 } // namespace
@@ -100,20 +134,27 @@ bool matchesJpeg(std::span<const std::byte> file) {
     return text(file).starts_with("\xFF\xD8\xFF");
 }
 
-void inspectJpeg(std::span<const std::byte> file, Image& head, Metadata& metadata) {
+void inspectJpeg(std::span<const std::byte> file, Image& head, FoundMetadata& found) {
     Page page;
     const std::span<const std::byte> scans = walk(file, [&](unsigned code, auto content) {
+        if (isMetadata(code))
+            found.count.addPart(content.size());
+        if (code == kApp1 && text(content).starts_with(kExif))
+            found.count.addDirectories(content.subspan(kExif.size()));
+        else if (code == kApp1 && text(content).starts_with(kXmp))
+            found.count.addPacket(content.subspan(kXmp.size()));
         if (code == kJfif && isJfif(content)) {
             page.density = {double(bigEndian(content.subspan(8, 2))),
                             double(bigEndian(content.subspan(10, 2))),
                             static_cast<Density::Unit>(std::to_integer<int>(content[7]) % 3)};
             // Without its thumbnail, which shows the unfiltered image.
-            append(metadata.own, jfifSegment(page.density));
+            append(found.own, jfifSegment(page.density));
         } else if (code == kComment) {
-            appendSegment(metadata.own, code, content);
+            appendSegment(found.own, code, content);
         } else if (code == kTables && content.size() >= 65 && content[0] == std::byte{0}) {
             head.compression.quality = qualityOf(content.subspan(1, 64));
         } else if (isFrame(code) && content.size() >= 9) {
+            refuseUnsupported(code, content);
             page.height = static_cast<int>(bigEndian(content.subspan(1, 2)));
             page.width = static_cast<int>(bigEndian(content.subspan(3, 2)));
             // Height and width of the first component's blocks against those of the second.
@@ -122,6 +163,7 @@ void inspectJpeg(std::span<const std::byte> file, Image& head, Metadata& metadat
     });
     if (text(scans).rfind(kEnd) == std::string_view::npos)
         throw std::runtime_error("the file is cut short");
+    refuseManyScans(scans);
     if (head.compression.quality == 0)
         head.compression.quality = kPlainQuality;
     // 1 by 1 without a unit is what a header without a density has.
@@ -130,13 +172,33 @@ void inspectJpeg(std::span<const std::byte> file, Image& head, Metadata& metadat
     head.pages.push_back(std::move(page));
 }
 
+void reduceJpeg(Bytes& file) {
+    Bytes reduced(file.begin(), file.begin() + kStart.size());
+    const std::span<const std::byte> scans = walk(file, [&](unsigned code, auto content) {
+        // The colour profile, and what says how the colours are stored.
+        const bool isNeeded = !isMetadata(code) || code == kJfif || code == kAdobe ||
+                              (code == kApp2 && text(content).starts_with("ICC_PROFILE"));
+        if (isNeeded)
+            appendSegment(reduced, code, content);
+    });
+    append(reduced, scans);
+    file = std::move(reduced);
+}
+
 // libvips stops after the last row. What a damaged file has too much or too little shows at its end.
-void verifyJpeg(std::span<const std::byte> file) {
-    jpeg_error_mgr errors;
+void verifyJpeg(std::span<const std::byte> file, std::vector<std::string>& notes) {
+    JpegErrors errors;
     jpeg_decompress_struct decoder;
     decoder.err = jpeg_std_error(&errors);
     errors.error_exit = [](j_common_ptr) { throw std::runtime_error("damaged"); };
-    errors.output_message = [](j_common_ptr) {};
+    errors.emit_message = [](j_common_ptr source, int level) {
+        auto& errors = *static_cast<JpegErrors*>(source->err);
+        // All pixels are there already.
+        if (errors.msg_code == JWRN_EXTRANEOUS_DATA && errors.msg_parm.i[1] == JPEG_EOI)
+            errors.strayBytes += errors.msg_parm.i[0];
+        else if (level < 0)
+            ++errors.num_warnings;
+    };
     jpeg_create_decompress(&decoder);
     const std::unique_ptr<jpeg_decompress_struct, decltype(&jpeg_destroy_decompress)> owner(
         &decoder, jpeg_destroy_decompress);
@@ -153,6 +215,12 @@ void verifyJpeg(std::span<const std::byte> file) {
     jpeg_finish_decompress(&decoder);
     if (errors.num_warnings > 0)
         throw std::runtime_error("damaged");
+    if (errors.strayBytes > 0)
+        notes.push_back(std::to_string(errors.strayBytes) +
+                        " bytes between its pixels and its end mean nothing");
+    if (const std::size_t rest = decoder.src->bytes_in_buffer; rest > 0)
+        notes.push_back("what follows the image, such as a gain map, a film or a preview, isn't kept: " +
+                        std::to_string(rest) + " bytes");
 }
 
 Bytes encodeJpeg(const Image& image, WriteOptions options, bool isOfInput) {

@@ -2,8 +2,13 @@
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
 #include <mutex>
+#include <new>
+#include <numeric>
+#include <stdexcept>
 #include <string_view>
+#include <utility>
 
 namespace Tessaloom::BilateralBlur::Program {
 
@@ -64,6 +69,79 @@ std::string withoutThumbnails(const std::string& packet, Exiv2::XmpData fields) 
     return smaller;
 }
 
+/// A packet that the library can't read can't be written by it either.
+bool isReadable(const std::string& packet) {
+    Exiv2::XmpData fields;
+    return packet.empty() || Exiv2::XmpParser::decode(fields, packet) == 0;
+}
+
+/// The packet in a field of a TIFF.
+std::string packetOf(const Exiv2::ExifData& exif) {
+    const auto field = exif.findKey(Exiv2::ExifKey("Exif.Image.XMLPacket"));
+    std::string packet(field != exif.end() ? static_cast<std::size_t>(field->size()) : 0, '\0');
+    if (!packet.empty())
+        field->copy(reinterpret_cast<Exiv2::byte*>(packet.data()), Exiv2::littleEndian);
+    return packet;
+}
+
+/// False where the XMP is damaged.
+bool readWithLibrary(std::span<const std::byte> file, bool isTiff, Metadata& metadata) {
+    const auto image = Exiv2::ImageFactory::open(raw(file), static_cast<long>(file.size()));
+    image->readMetadata();
+    metadata.exif = image->exifData();
+    metadata.iptc = image->iptcData();
+    // The packet as it is in the file, where the library keeps it; of a TIFF it has the fields alone.
+    image->writeXmpFromPacket(!isTiff);
+    const bool isDamaged = !isReadable(isTiff ? packetOf(metadata.exif) : image->xmpPacket());
+    if (!isDamaged)
+        metadata.xmp = withoutThumbnails(image->xmpPacket(), image->xmpData());
+    removeStale(metadata.exif, isTiff);
+    return !isDamaged;
+}
+
+/// Runs `read`. False where the library throws, as it does for damaged metadata, with types of several kinds.
+bool succeeds(const std::function<void()>& read) {
+    try {
+        read();
+        return true;
+    } catch (const std::bad_alloc&) {
+        throw;
+    } catch (...) {
+        return false;
+    }
+}
+
+void readExifBlock(std::span<const std::byte> block, Exiv2::ExifData& exif) {
+    constexpr std::string_view kPrefix("Exif\0\0", 6); // of JPEG; some programs write it elsewhere too
+    if (text(block).starts_with(kPrefix))
+        block = block.subspan(kPrefix.size());
+    exif.clear();
+    Exiv2::ExifParser::decode(exif, raw(block), static_cast<std::uint32_t>(block.size()));
+    removeStale(exif, false);
+}
+
+Bytes rewritten(const Bytes& file, const Metadata& metadata, const Bytes& profile) {
+    const auto image = Exiv2::ImageFactory::open(raw(file), static_cast<long>(file.size()));
+    image->readMetadata();
+    image->clearMetadata();
+    image->setExifData(metadata.exif);
+    if (image->checkMode(Exiv2::mdIptc) & Exiv2::amWrite)
+        image->setIptcData(metadata.iptc);
+    if (!metadata.xmp.empty()) {
+        image->setXmpPacket(metadata.xmp);
+        image->writeXmpFromPacket(true);
+    }
+    if (!profile.empty()) {
+        Exiv2::DataBuf buffer(raw(profile), static_cast<long>(profile.size()));
+        image->setIccProfile(buffer, false);
+    }
+    image->writeMetadata();
+    Exiv2::BasicIo& io = image->io();
+    io.open();
+    const Exiv2::DataBuf whole = io.read(static_cast<long>(io.size()));
+    return copied(whole.pData_, static_cast<std::size_t>(whole.size_));
+}
+
 /// Prepares the library, before the first use.
 void start() {
     static std::recursive_mutex mutex;
@@ -78,30 +156,54 @@ void start() {
 
 } // namespace
 
-void readMetadata(std::span<const std::byte> file, bool isTiff, Metadata& metadata) {
+std::vector<std::string> readMetadata(std::span<const std::byte> file, bool isTiff, FoundMetadata found,
+                                      Metadata& metadata) {
     static std::once_flag started;
     std::call_once(started, start);
-    const auto image = Exiv2::ImageFactory::open(raw(file), static_cast<long>(file.size()));
-    image->readMetadata();
-    // The packet as it is in the file, where the library keeps it; of a TIFF it has the fields alone.
-    image->writeXmpFromPacket(!isTiff);
-    metadata.exif = image->exifData();
-    metadata.iptc = image->iptcData();
-    metadata.xmp = withoutThumbnails(image->xmpPacket(), image->xmpData());
-    removeStale(metadata.exif, isTiff);
+    metadata.own = std::move(found.own);
+    if (!found.count.isAcceptable())
+        return {"its metadata is larger than " + std::to_string(MetadataCount::kMostBytes / 1'000'000) +
+                " MB, or has more than " + std::to_string(MetadataCount::kMostParts) +
+                " parts, and isn't kept"};
+    std::vector<std::string> notes;
+    bool isPacketRead = true;
+    bool isRead = succeeds([&] {
+        isPacketRead = readWithLibrary(found.texts.empty() ? file : std::span<const std::byte>(found.texts),
+                                       isTiff, metadata);
+    });
+    if (!isRead) {
+        metadata.exif.clear();
+        metadata.iptc.clear();
+        metadata.xmp.clear();
+    }
+    if (!found.exif.empty() && !succeeds([&] { readExifBlock(found.exif, metadata.exif); })) {
+        metadata.exif.clear();
+        isRead = false;
+    }
+    if (!isRead)
+        notes.push_back("its metadata is damaged, or of a kind that can't be read, and isn't kept");
+    if (!isPacketRead)
+        notes.push_back(std::string("its XMP is damaged and isn't kept") +
+                        (found.ownsPacket ? " in another format" : ""));
+    return notes;
 }
 
-void readExifBlock(std::span<const std::byte> block, Metadata& metadata) {
-    metadata.exif.clear();
-    Exiv2::ExifParser::decode(metadata.exif, raw(block), static_cast<std::uint32_t>(block.size()));
-    removeStale(metadata.exif, false);
-}
-
-Bytes exifBlock(const Metadata& metadata) {
-    if (metadata.exif.empty())
+Bytes exifBlock(const Exiv2::ExifData& exif) {
+    // Above this the library leaves out large fields, as the block of a JPEG must, unless a TIFF is asked for.
+    constexpr long kMostOfJpeg = 60'000;
+    if (exif.empty())
         return {};
+    const long size =
+        std::accumulate(exif.begin(), exif.end(), 0L,
+                        [](long sum, const Exiv2::Exifdatum& field) { return sum + field.size(); });
+    if (size > kMostOfJpeg) {
+        Exiv2::MemIo block;
+        Exiv2::TiffParser::encode(block, nullptr, 0, Exiv2::littleEndian, exif, Exiv2::IptcData(),
+                                  Exiv2::XmpData());
+        return copied(block.mmap(), static_cast<std::size_t>(block.size()));
+    }
     Exiv2::Blob block;
-    Exiv2::ExifParser::encode(block, Exiv2::littleEndian, metadata.exif);
+    Exiv2::ExifParser::encode(block, Exiv2::littleEndian, exif);
     return copied(block.data(), block.size());
 }
 
@@ -128,25 +230,11 @@ void setDensity(Exiv2::ExifData& exif, const Density& density) {
 }
 
 Bytes withMetadata(const Bytes& file, const Metadata& metadata, const Bytes& profile) {
-    const auto image = Exiv2::ImageFactory::open(raw(file), static_cast<long>(file.size()));
-    image->readMetadata();
-    image->clearMetadata();
-    image->setExifData(metadata.exif);
-    if (image->checkMode(Exiv2::mdIptc) & Exiv2::amWrite)
-        image->setIptcData(metadata.iptc);
-    if (!metadata.xmp.empty()) {
-        image->setXmpPacket(metadata.xmp);
-        image->writeXmpFromPacket(true);
+    try {
+        return rewritten(file, metadata, profile);
+    } catch (const Exiv2::AnyError& error) {
+        throw std::runtime_error(std::string("its metadata is refused: ") + error.what());
     }
-    if (!profile.empty()) {
-        Exiv2::DataBuf buffer(raw(profile), static_cast<long>(profile.size()));
-        image->setIccProfile(buffer, false);
-    }
-    image->writeMetadata();
-    Exiv2::BasicIo& io = image->io();
-    io.open();
-    const Exiv2::DataBuf whole = io.read(static_cast<long>(io.size()));
-    return copied(whole.pData_, static_cast<std::size_t>(whole.size_));
 }
 
 } // namespace Tessaloom::BilateralBlur::Program

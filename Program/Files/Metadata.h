@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Program/Files/FoundMetadata.h"
 #include "Program/Files/Image.h"
 
 #include <exiv2/exiv2.hpp>
@@ -7,6 +8,7 @@
 #include <map>
 #include <span>
 #include <string>
+#include <vector>
 
 namespace Tessaloom::BilateralBlur::Program {
 
@@ -19,21 +21,20 @@ struct Metadata {
 };
 
 /// Reads EXIF, IPTC and XMP of a file in any format. What describes the stored file rather than the image is
-/// left out, and so are thumbnails, since they show the unfiltered image. Damaged metadata throws
-/// Exiv2::Error.
-void readMetadata(std::span<const std::byte> file, bool isTiff, Metadata& metadata);
-
-/// Takes an EXIF block, without a prefix, in place of what was read.
-void readExifBlock(std::span<const std::byte> block, Metadata& metadata);
+/// left out, and so are thumbnails, since they show the unfiltered image. Gives notes on what can't be kept
+/// because it is damaged or too large. Throws std::bad_alloc alone.
+std::vector<std::string> readMetadata(std::span<const std::byte> file, bool isTiff, FoundMetadata found,
+                                      Metadata& metadata);
 
 /// An EXIF block without a prefix; empty where there are no fields.
-Bytes exifBlock(const Metadata& metadata);
+Bytes exifBlock(const Exiv2::ExifData& exif);
 
 /// The density that EXIF fields give.
 Density densityOf(const Exiv2::ExifData& exif);
 void setDensity(Exiv2::ExifData& exif, const Density& density);
 
-/// A JPEG, TIFF or WebP file with EXIF, IPTC, XMP and a profile in place of its own.
+/// A JPEG or TIFF file with EXIF, IPTC, XMP and a profile in place of its own. Throws std::runtime_error where
+/// the library refuses.
 Bytes withMetadata(const Bytes& file, const Metadata& metadata, const Bytes& profile);
 
 } // namespace Tessaloom::BilateralBlur::Program

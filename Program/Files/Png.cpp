@@ -5,6 +5,7 @@
 #include <zlib.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cmath>
 #include <functional>
 #include <stdexcept>
@@ -71,6 +72,57 @@ bool isKept(const Chunk& chunk) {
            !text(chunk.data).starts_with("Raw profile type APP1");
 }
 
+bool isForLibrary(const Chunk& chunk) {
+    constexpr std::string_view kNames[] = {"IHDR", "tEXt", "zTXt", "iTXt", "IEND"};
+    return std::count(std::begin(kNames), std::end(kNames), chunk.name) != 0;
+}
+
+bool isPacket(const Chunk& chunk) {
+    return chunk.name == "iTXt" && text(chunk.data).starts_with("XML:com.adobe.xmp");
+}
+
+/// The EXIF block in a text of ImageMagick: its name, its size, and the bytes as hexadecimal digits.
+Bytes exifOfText(const Chunk& chunk) {
+    constexpr uLongf kLongest = 1 << 20; // the library for metadata reads no more than this
+    const std::string_view all = text(chunk.data);
+    std::string_view profile = all.substr(std::min(all.size(), all.find('\0') + 1));
+    std::string unpacked;
+    if (chunk.name == "zTXt" && !profile.empty()) {
+        unpacked.resize(kLongest);
+        uLongf size = kLongest;
+        uncompress(reinterpret_cast<Bytef*>(unpacked.data()), &size,
+                   reinterpret_cast<const Bytef*>(profile.data() + 1), profile.size() - 1);
+        profile = std::string_view(unpacked).substr(0, size);
+    }
+    for (int line = 0; line < 3; ++line) // an empty one, the name, the size
+        profile.remove_prefix(std::min(profile.size(), profile.find('\n') + 1));
+    Bytes bytes;
+    int digits = 0, value = 0;
+    for (const char character : profile) {
+        if (!std::isxdigit(static_cast<unsigned char>(character)))
+            continue;
+        const int digit = character <= '9' ? character - '0' : (character & 7) + 9;
+        value = value << 4 | digit;
+        if (++digits % 2 == 0)
+            bytes.push_back(static_cast<std::byte>(std::exchange(value, 0)));
+    }
+    constexpr std::string_view kPrefix("Exif\0\0", 6);
+    if (text(bytes).starts_with(kPrefix))
+        bytes.erase(bytes.begin(), bytes.begin() + kPrefix.size());
+    return bytes;
+}
+
+void count(const Chunk& chunk, MetadataCount& count) {
+    if (chunk.name == "eXIf")
+        count.addDirectories(chunk.data);
+    else if (isPacket(chunk))
+        count.addPacket(chunk.data);
+    else if (text(chunk.data).starts_with("Raw profile type"))
+        count.addDirectories(exifOfText(chunk));
+    else if (chunk.name != "IDAT")
+        count.addPart(chunk.data.size());
+}
+
 Density densityOf(std::span<const std::byte> phys) {
     const double x = bigEndian(phys.first(4)), y = bigEndian(phys.subspan(4, 4));
     if (phys[8] == std::byte{1})
@@ -119,7 +171,7 @@ Bytes chunksOf(const Image& image, bool isOfInput) {
             appendChunk(chunks, "iTXt", data);
         }
     }
-    if (const Bytes exif = exifBlock(metadata); !exif.empty())
+    if (const Bytes exif = exifBlock(metadata.exif); !exif.empty())
         appendChunk(chunks, "eXIf", exif);
     return chunks;
 }
@@ -142,10 +194,11 @@ bool matchesPng(std::span<const std::byte> file) {
     return text(file).starts_with(kSignature);
 }
 
-void inspectPng(std::span<const std::byte> file, Image& head, Metadata& metadata) {
+void inspectPng(std::span<const std::byte> file, Image& head, FoundMetadata& found) {
     Page page;
     unsigned frames = 1, colours = 0;
-    bool hasPixels = false, hasExif = false;
+    bool hasPixels = false;
+    append(found.texts, bytesOf(kSignature));
     walk(file, [&](const Chunk& chunk) {
         const auto& data = chunk.data;
         if (chunk.name == "IHDR" && data.size() >= 10) {
@@ -158,21 +211,39 @@ void inspectPng(std::span<const std::byte> file, Image& head, Metadata& metadata
         }
         if (chunk.isDamaged)
             return; // the library that decodes refuses a file whose pixels are damaged
+        count(chunk, found.count);
+        if (isForLibrary(chunk))
+            append(found.texts, chunk.whole);
         if (chunk.name == "acTL" && data.size() >= 8 && !hasPixels)
             frames = bigEndian(data.first(4));
-        else if (chunk.name == "eXIf" && !std::exchange(hasExif, true))
-            // A valid file has one, but libvips 8.14.1 wrote two, which the library for metadata adds up.
-            readExifBlock(data, metadata);
+        else if (chunk.name == "eXIf" && found.exif.empty())
+            // A valid file has one, but libvips 8.14.1 wrote two. The library for metadata would add them up, and
+            // refuse the file for one that is odd.
+            found.exif = data;
         else if (chunk.name == "pHYs" && data.size() >= 9)
             page.density = densityOf(data);
         // A palette's background is a number in it, one of few bits has another scale: both are gone.
-        if (isKept(chunk) && (chunk.name != "bKGD" || (colours != 3 && page.bits >= 8)))
-            append(metadata.own, chunk.whole);
+        if (isKept(chunk) && (chunk.name != "bKGD" || (colours != 3 && page.bits >= 8))) {
+            append(found.own, chunk.whole);
+            found.ownsPacket = found.ownsPacket || isPacket(chunk);
+        }
     });
     head.unreadableFrames = static_cast<int>(frames) - 1;
     if (colours == 3)
         page.bits = 8;
     head.pages.push_back(std::move(page));
+}
+
+void reducePng(Bytes& file) {
+    Bytes reduced;
+    append(reduced, bytesOf(kSignature));
+    walk(file, [&](const Chunk& chunk) {
+        // Chunks that every reader has to know, transparency and the colour profile.
+        const bool isCritical = chunk.name[0] >= 'A' && chunk.name[0] <= 'Z';
+        if (isCritical || chunk.name == "tRNS" || chunk.name == "iCCP")
+            append(reduced, chunk.whole);
+    });
+    file = std::move(reduced);
 }
 
 Bytes encodePng(const Image& image, WriteOptions, bool isOfInput) {

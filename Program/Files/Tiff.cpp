@@ -106,8 +106,21 @@ bool hasMetadata(TIFF* tiff) {
            TIFFGetField(tiff, TIFFTAG_RICHTIFFIPTC, &size, &content);
 }
 
+/// A tile takes the decoder as long as hundreds of pixels do. Sides are multiples of 16 in a valid file.
+void refuseSmallTiles(TIFF* tiff, const Page& page) {
+    constexpr std::uint64_t kLeastArea = 64, kMostTiles = 10'000;
+    std::uint32_t width = 0, height = 0;
+    TIFFGetField(tiff, TIFFTAG_TILEWIDTH, &width);
+    TIFFGetField(tiff, TIFFTAG_TILELENGTH, &height);
+    const std::uint64_t area = std::uint64_t{width} * height;
+    if (area > 0 && area < kLeastArea && std::uint64_t(page.width) * page.height / area > kMostTiles)
+        throw std::runtime_error("its tiles of " + std::to_string(width) + " x " + std::to_string(height) +
+                                 " pixels are too small");
+}
+
 Page pageOf(TIFF* tiff) {
     Page page;
+    page.directory = TIFFCurrentDirOffset(tiff);
     TIFFGetField(tiff, TIFFTAG_IMAGEWIDTH, &page.width);
     TIFFGetField(tiff, TIFFTAG_IMAGELENGTH, &page.height);
     std::uint16_t value = 0;
@@ -195,7 +208,16 @@ bool matchesTiff(std::span<const std::byte> file) {
                        [&](std::string_view start) { return text(file).starts_with(start); });
 }
 
-void inspectTiff(std::span<const std::byte> file, Image& head, Metadata&) {
+void inspectTiff(std::span<const std::byte> bytes, Image& head, FoundMetadata& found) {
+    found.count.addDirectories(bytes);
+    // Even to read the sizes of the pages the library copies all that their directories have.
+    Bytes reduced;
+    std::span<const std::byte> file = bytes;
+    if (!found.count.isAcceptable()) {
+        reduced.assign(bytes.begin(), bytes.end());
+        removeOtherTags(reduced);
+        file = reduced;
+    }
     // They would print on standard error; libvips, where it is started, sets its own.
     TIFFSetErrorHandler(nullptr);
     TIFFSetWarningHandler(nullptr);
@@ -204,6 +226,7 @@ void inspectTiff(std::span<const std::byte> file, Image& head, Metadata&) {
     bool unspecified = false, laterMetadata = false;
     for (;;) {
         head.pages.push_back(pageOf(tiff.get()));
+        refuseSmallTiles(tiff.get(), head.pages.back());
         unspecified |= hasUnspecifiedChannel(tiff.get());
         laterMetadata |= head.pages.size() > 1 && hasMetadata(tiff.get());
         if (TIFFLastDirectory(tiff.get()))
@@ -227,12 +250,17 @@ Bytes encodeTiff(const Image& image, WriteOptions, bool) {
     const bool hasMetadata = !metadata.exif.empty() || !metadata.iptc.empty() || !metadata.xmp.empty();
     Bytes bytes = hasMetadata ? withMetadata(plain, metadata, image.pages.front().profile) : plain;
     plain = {};
-    File whole{{}, &bytes};
-    for (std::size_t i = 1; i < image.pages.size(); ++i) {
-        whole.at = 0;
-        write(open(whole, "a").get(), image.pages[i]);
+    if (image.pages.size() > 1) {
+        File whole{{}, &bytes};
+        const Tiff tiff = open(whole, "a");
+        for (std::size_t i = 1; i < image.pages.size(); ++i)
+            write(tiff.get(), image.pages[i]);
     }
     return bytes;
+}
+
+void isolateTiffPage(Bytes& file, const Page& page) {
+    isolateDirectory(file, page.directory);
 }
 
 } // namespace Tessaloom::BilateralBlur::Program

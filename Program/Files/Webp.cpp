@@ -2,9 +2,15 @@
 #include "Program/Files/Format.h"
 #include "Program/Files/Metadata.h"
 
+#include <webp/encode.h>
+#include <webp/mux.h>
+
 #include <algorithm>
 #include <functional>
+#include <memory>
 #include <stdexcept>
+#include <utility>
+#include <vector>
 
 namespace Tessaloom::BilateralBlur::Program {
 
@@ -41,6 +47,95 @@ void takeSize(std::string_view name, std::span<const std::byte> content, Page& p
     }
 }
 
+void appendLittleEndian(Bytes& to, std::size_t value) {
+    for (int shift = 0; shift < 32; shift += 8)
+        to.push_back(static_cast<std::byte>(value >> shift));
+}
+
+/// Throws where the library fails. It runs out of memory, or refuses images that no check of ours has.
+void require(bool isDone) {
+    if (!isDone)
+        throw std::runtime_error("out of memory, or refused by the WebP library");
+}
+
+/// The bytes, which the library then frees.
+Bytes taken(WebPData& data) {
+    const auto* bytes = reinterpret_cast<const std::byte*>(data.bytes);
+    const std::unique_ptr<WebPData, decltype(&WebPDataClear)> owner(&data, WebPDataClear);
+    return {bytes, bytes + data.size};
+}
+
+/// A frame as the library takes it.
+class Frame {
+public:
+    explicit Frame(const Page& page) {
+        require(WebPPictureInit(&mPicture) != 0);
+        mPicture.use_argb = 1;
+        mPicture.width = page.world.width;
+        mPicture.height = page.world.height;
+        require(WebPPictureAlloc(&mPicture) != 0);
+        for (int y = 0; y < page.world.height; ++y)
+            std::transform(page.world.row(y), page.world.row(y) + page.world.width,
+                           mPicture.argb + std::ptrdiff_t{y} * mPicture.argb_stride,
+                           [](const PF_Pixel8& pixel) {
+                               return std::uint32_t{pixel.alpha} << 24 | std::uint32_t{pixel.red} << 16 |
+                                      std::uint32_t{pixel.green} << 8 | pixel.blue;
+                           });
+    }
+    ~Frame() { WebPPictureFree(&mPicture); }
+    Frame(const Frame&) = delete;
+    Frame& operator=(const Frame&) = delete;
+
+    WebPPicture* get() { return &mPicture; }
+
+private:
+    WebPPicture mPicture;
+};
+
+/// An animation by the library's own encoder: libvips would change short delays and lose the background.
+Bytes encodeAnimation(const Image& image, bool isLossy, int quality) {
+    WebPAnimEncoderOptions options;
+    WebPConfig config;
+    require(WebPAnimEncoderOptionsInit(&options) && WebPConfigInit(&config));
+    options.anim_params = {.bgcolor = image.background, .loop_count = image.loops};
+    config.lossless = !isLossy;
+    config.quality = static_cast<float>(quality);
+    const Host::World& world = image.pages.front().world;
+    const std::unique_ptr<WebPAnimEncoder, decltype(&WebPAnimEncoderDelete)> encoder(
+        WebPAnimEncoderNew(world.width, world.height, &options), WebPAnimEncoderDelete);
+    require(encoder != nullptr);
+    int time = 0;
+    for (const Page& page : image.pages) {
+        require(WebPAnimEncoderAdd(encoder.get(), Frame(page).get(), time, &config) != 0);
+        time += page.delay;
+    }
+    require(WebPAnimEncoderAdd(encoder.get(), nullptr, time, nullptr) != 0);
+    WebPData data;
+    WebPDataInit(&data);
+    require(WebPAnimEncoderAssemble(encoder.get(), &data) != 0);
+    return taken(data);
+}
+
+/// A file with these chunks beside its pixels, and without those that are empty here.
+Bytes withChunks(const Bytes& pixels, const std::vector<std::pair<const char*, Bytes>>& chunks) {
+    const auto dataOf = [](const Bytes& bytes) {
+        return WebPData{reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()};
+    };
+    const WebPData file = dataOf(pixels);
+    const std::unique_ptr<WebPMux, decltype(&WebPMuxDelete)> mux(WebPMuxCreate(&file, 0), WebPMuxDelete);
+    require(mux != nullptr);
+    for (const auto& [name, content] : chunks) {
+        WebPMuxDeleteChunk(mux.get(), name); // libvips writes some of its own
+        const WebPData data = dataOf(content);
+        if (!content.empty())
+            require(WebPMuxSetChunk(mux.get(), name, &data, 0) == WEBP_MUX_OK);
+    }
+    WebPData whole;
+    WebPDataInit(&whole);
+    require(WebPMuxAssemble(mux.get(), &whole) == WEBP_MUX_OK);
+    return taken(whole);
+}
+
 } // namespace
 
 bool matchesWebp(std::span<const std::byte> file) {
@@ -48,7 +143,7 @@ bool matchesWebp(std::span<const std::byte> file) {
            text(file).substr(8).starts_with("WEBP");
 }
 
-void inspectWebp(std::span<const std::byte> file, Image& head, Metadata& metadata) {
+void inspectWebp(std::span<const std::byte> file, Image& head, FoundMetadata& found) {
     if (littleEndian(file.subspan(4, 4)) > file.size() - 8)
         throw std::runtime_error("the file is cut short");
     constexpr std::size_t kFrameHeader = 16;
@@ -57,8 +152,14 @@ void inspectWebp(std::span<const std::byte> file, Image& head, Metadata& metadat
     walk(file.subspan(kHeader), [&](std::string_view name, std::span<const std::byte> content) {
         isLossy(name, content);
         takeSize(name, content, canvas);
-        if (name == "ANIM" && content.size() >= 6)
+        if (name == "EXIF")
+            found.count.addDirectories(content);
+        else if (name == "XMP ")
+            found.count.addPacket(content);
+        else if (name == "ANIM" && content.size() >= 6) {
+            head.background = littleEndian(content.first(4));
             head.loops = static_cast<int>(littleEndian(content.subspan(4, 2)));
+        }
         if (name != "ANMF" || content.size() < kFrameHeader)
             return;
         Page& page = head.pages.emplace_back();
@@ -70,30 +171,40 @@ void inspectWebp(std::span<const std::byte> file, Image& head, Metadata& metadat
     for (Page& page : head.pages) {
         page.width = canvas.width;
         page.height = canvas.height;
-        page.density = densityOf(metadata.exif);
     }
+}
+
+void reduceWebp(Bytes& file) {
+    Bytes reduced(file.begin(), file.begin() + kHeader);
+    walk(std::span(file).subspan(kHeader), [&](std::string_view name, std::span<const std::byte> content) {
+        if (name == "EXIF" || name == "XMP ")
+            return;
+        append(reduced, bytesOf(name));
+        appendLittleEndian(reduced, content.size());
+        append(reduced, content);
+        reduced.resize(reduced.size() + content.size() % 2);
+    });
+    Bytes size;
+    appendLittleEndian(size, reduced.size() - 8);
+    std::copy(size.begin(), size.end(), reduced.begin() + 4);
+    file = std::move(reduced);
 }
 
 Bytes encodeWebp(const Image& image, WriteOptions options, bool) {
     const Page& first = image.pages.front();
-    VImage pixels = imageOf(image.pages, false);
-    if (image.pages.size() > 1) {
-        std::vector<int> delays;
-        for (const Page& page : image.pages)
-            delays.push_back(page.delay);
-        pixels.set(VIPS_META_PAGE_HEIGHT, first.world.height);
-        pixels.set("loop", image.loops);
-        pixels.set("delay", delays);
-    }
     const bool isLossy = options.quality > 0 || image.compression.lossy;
-    const Bytes plain = encodePlain(pixels, ".webp",
-                                    VImage::option()
-                                        ->set("lossless", !isLossy)
-                                        ->set("Q", options.quality > 0 ? options.quality : kQuality));
-    Metadata metadata = *image.metadata;
-    if (first.density.unit != Density::Unit::Unknown && densityOf(metadata.exif).x == 0)
-        setDensity(metadata.exif, first.density);
-    return withMetadata(plain, metadata, first.profile);
+    const int quality = options.quality > 0 ? options.quality : kQuality;
+    const Bytes pixels = image.pages.size() > 1
+                             ? encodeAnimation(image, isLossy, quality)
+                             : encodePlain(imageOf(image.pages, false), ".webp",
+                                           VImage::option()->set("lossless", !isLossy)->set("Q", quality));
+    Exiv2::ExifData exif = image.metadata->exif;
+    if (first.density.unit != Density::Unit::Unknown && densityOf(exif).x == 0)
+        setDensity(exif, first.density);
+    return withChunks(
+        pixels, {{"ICCP", first.profile},
+                 {"EXIF", exifBlock(exif)},
+                 {"XMP ", Bytes(bytesOf(image.metadata->xmp).begin(), bytesOf(image.metadata->xmp).end())}});
 }
 
 } // namespace Tessaloom::BilateralBlur::Program

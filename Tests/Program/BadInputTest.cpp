@@ -4,9 +4,11 @@
 
 #include <gmock/gmock.h>
 
+#include <array>
 #include <linux/capability.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
+#include <vector>
 
 namespace Tessaloom::BilateralBlur::Program::Test {
 
@@ -33,11 +35,28 @@ void writeBadFiles(const Folder& folder) {
     }
     const std::string good = contents(folder / "in.1.png"), jpeg = contents(folder / "small.jpg");
     write("damaged.png", good.substr(0, 900) + "????" + good.substr(904));
-    write("damaged.jpg", jpeg.substr(0, jpeg.size() - 2) + std::string(80, '?') + "\xff\xd9");
+    write("damaged.jpg", jpeg.substr(0, jpeg.size() - 60) + "\xff\xd9");
+    const std::size_t frame = jpeg.find("\xff\xc0"), scan = jpeg.find("\xff\xda");
+    write("arithmetic.jpg", jpeg.substr(0, frame) + "\xff\xc9" + jpeg.substr(frame + 2));
+    write("12bits.jpg", jpeg.substr(0, frame + 4) + "\xc" + jpeg.substr(frame + 5));
+    std::string scans = jpeg.substr(0, jpeg.size() - 2);
+    for (int i = 0; i < 200; ++i)
+        scans += jpeg.substr(scan, jpeg.size() - 2 - scan);
+    write("scans.jpg", scans + "\xff\xd9");
+    using Entries = std::vector<std::array<std::uint32_t, 4>>;
+    write("tiles.tif", tiff(Entries{{256, 4, 1, 200},
+                                    {257, 4, 1, 200},
+                                    {258, 3, 1, 8},
+                                    {262, 3, 1, 1},
+                                    {322, 4, 1, 1},
+                                    {323, 4, 1, 1},
+                                    {324, 4, 1, 8},
+                                    {325, 4, 1, 1}}));
     const std::string animation = pngChunk("acTL", std::string("\0\0\0\2\0\0\0\0", 8));
     write("animated.png", good.substr(0, 33) + animation + good.substr(33));
     write("huge.png", pngWithoutPixels(60000));
     write("text.png", "this is no image\n");
+    write("padded.01.png", "");
     write("empty.png", "");
     write("old.png", "old");
     write("secret.png", "", 0);
@@ -68,11 +87,17 @@ TEST(BadInput, IsReportedInOneLine) {
         {"blur in.1.png out.png --memory 17179869184G", 2, "must be a size such as"},
         {"blur in.1.png out.png --format gif", 2, "--format: must be one of jpeg, png, tiff, webp, not gif"},
         {"blur in.#.png out.png", 2, "out.png: a sequence as INPUT needs one as OUTPUT"},
+        {"blur padded.%d.png out.#.png", 2, "leading zeros; name them all with ./padded.##.png"},
         {"blur in.##.%d.png out.#.png", 2, "the name holds two frame numbers"},
         {"blur in.#.png ./in.%d.png", 2, "the output's frames would replace the input's"},
         {"blur in.1.png - >/dev/ptmx", 2, "standard output is a terminal; redirect it"},
         {"blur none.png old.png", 1, "none.png: no such file"},
         {"blur . old.png", 1, "this is a directory; an image is needed (JPEG, PNG, TIFF or WebP)"},
+        {"blur $'no\\nsuch\\e[31m.png' old.png", 1, R"(no\nsuch\x1b[31m.png: no such file)"},
+        {"blur arithmetic.jpg old.png", 1, "JPEG with arithmetic coding isn't supported"},
+        {"blur 12bits.jpg old.png", 1, "JPEG with 12 bits a channel isn't supported; 8 are"},
+        {"blur scans.jpg old.png", 1, "scans.jpg: the image can't be read: it has more than 200 scans"},
+        {"blur tiles.tif old.png", 1, "its tiles of 1 x 1 pixels are too small"},
         {"blur secret.png old.png", 1, "secret.png: Permission denied"},
         {"blur text.png old.png", 1, "text.png: this isn't an image in JPEG, PNG, TIFF or WebP"},
         {"blur empty.png old.png", 1, "empty.png: the file is empty"},

@@ -4,6 +4,7 @@
 #include "Tests/Support/ProcessRun.h"
 
 #include <arpa/inet.h>
+#include <array>
 #include <vips/vips8>
 #include <zlib.h>
 
@@ -86,6 +87,25 @@ inline std::string pngChunk(const std::string& name, const std::string& data) {
 inline std::string pngWithoutPixels(int side) {
     const std::string size = pngNumber(side) + pngNumber(side) + std::string("\x8\2\0\0\0", 5);
     return "\x89PNG\r\n\x1a\n" + pngChunk("IHDR", size) + pngChunk("IEND", "");
+}
+
+/// A TIFF structure of one directory whose entries are tag, type, count and value, with `tail` behind it.
+inline std::string tiff(const std::vector<std::array<std::uint32_t, 4>>& entries,
+                        const std::string& tail = "") {
+    std::string bytes("II*\0\x8\0\0\0", 8);
+    const auto append = [&](std::uint32_t number, int size) {
+        for (int i = 0; i < size; ++i)
+            bytes += static_cast<char>(number >> 8 * i);
+    };
+    append(static_cast<std::uint32_t>(entries.size()), 2);
+    for (const auto& [tag, type, count, value] : entries) {
+        append(tag, 2);
+        append(type, 2);
+        append(count, 4);
+        append(value, 4);
+    }
+    append(0, 4);
+    return bytes + tail;
 }
 
 /// Options of the format may follow the file's name, as in "x.webp[lossless]".
