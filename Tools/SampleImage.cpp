@@ -189,6 +189,12 @@ bool makeSeeds(const std::string& directory) {
         return false;
     for (VipsImage* image : {corner, opaque})
         image->Type = VIPS_INTERPRETATION_sRGB;
+    const std::string packet =
+        "<x:xmpmeta xmlns:x='adobe:ns:meta/'><rdf:RDF xmlns:rdf='http://www.w3.org/1999/02/"
+        "22-rdf-syntax-ns#'><rdf:Description rdf:about='' "
+        "xmlns:xmp='http://ns.adobe.com/xap/1.0/' xmp:Rating='3'/></rdf:RDF></x:xmpmeta>";
+    for (VipsImage* image : {corner, opaque})
+        vips_image_set_blob_copy(image, VIPS_META_XMP_NAME, packet.data(), packet.size());
     for (const std::string ending : kEndings) {
         VipsImage* image = ending.find(".jpg") != std::string::npos ? opaque : corner;
         if (vips_image_write_to_file(image, (directory + "/" + ending).c_str(), nullptr))
