@@ -1,4 +1,4 @@
-#include "Tests/BilateralBlur/HostileWalk.h"
+#include "Tests/Effect/HostileWalk.h"
 #include "Tests/Fuzz/Fuzz.h"
 
 #include <fuzzer/FuzzedDataProvider.h>

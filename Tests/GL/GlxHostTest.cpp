@@ -1,6 +1,6 @@
 #include "Tests/Support/GlxHost.h"
 #include "Host/Effect.h"
-#include "Tests/BilateralBlur/EffectTest.h"
+#include "Tests/Effect/EffectTest.h"
 #include "Tests/Support/EglWatch.h"
 
 #include <gtest/gtest.h>

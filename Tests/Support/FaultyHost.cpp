@@ -160,7 +160,10 @@ PF_Err entry(PF_Cmd cmd, PF_InData* inData, PF_OutData* outData, PF_ParamDef* pa
         auto& table = static_cast<PF_PreRenderExtra*>(extra)->cb;
         table = replace(table, PF_PreRenderCallbacks{Recorded<&PF_PreRenderCallbacks::checkout_layer>::call});
     } else if (cmd == PF_Cmd_SMART_RENDER) {
-        auto& table = static_cast<PF_SmartRenderExtra*>(extra)->cb;
+        PF_SmartRenderExtra& frame = *static_cast<PF_SmartRenderExtra*>(extra);
+        if (mCurrent->faults.bitDepth)
+            frame.input->bitdepth = mCurrent->faults.bitDepth;
+        auto& table = frame.cb;
         table = replace(table, PF_SmartRenderCallbacks{checkoutLayerPixels, nullptr, checkoutOutput});
     }
     mCurrent->calls.clear();

@@ -25,6 +25,8 @@ struct Faults {
     /// Worlds that the effect gets instead of the host's own; may be null. Where rows run upwards in memory,
     /// the effect gets the address of the last one in memory, which is the top row.
     std::optional<PF_LayerDef*> input{}, output{};
+    /// The bits of a channel that the host states, unless it is 0.
+    std::int16_t bitDepth = 0;
 };
 
 /// Between a host and an effect: passes each call of the effect on to the host, records it, and injects

@@ -36,13 +36,18 @@ void releasePass() {
     delete std::exchange(mRender, nullptr);
 }
 
-void filter(SliderValues values, const CpuImages& images, ThreadPool& pool) {
-    bilateralBlur(images.source, images.sourceStride, images.target, images.targetStride, images.width,
-                  images.height, values[0], pool);
+void filter(SliderValues values, const Image& source, void* target, std::ptrdiff_t targetStride,
+            ThreadPool& pool) {
+    bilateralBlur(source.pixels, source.stride, static_cast<std::uint8_t*>(target), targetStride,
+                  source.width, source.height, values[0], pool);
 }
 
-constexpr Effect kEffect{
-    .declaration = kDeclaration, .reach = reach, .draw = draw, .releasePass = releasePass, .filter = filter};
+constexpr Effect kEffect{.declaration = kDeclaration,
+                         .isStraight = false,
+                         .reach = reach,
+                         .draw = draw,
+                         .releasePass = releasePass,
+                         .filter = filter};
 
 } // namespace
 

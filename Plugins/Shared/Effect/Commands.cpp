@@ -1,6 +1,7 @@
 #include "Plugins/Shared/Effect/Effect.h"
 #include "Plugins/Shared/Effect/Frame.h"
 #include "Plugins/Shared/Effect/FrameChecks.h"
+#include "Plugins/Shared/Effect/FrameFormat.h"
 #include "Plugins/Shared/Effect/GpuUse.h"
 #include "Plugins/Shared/Effect/HostGLContext.h"
 #include "Plugins/Shared/Effect/PreRender.h"
@@ -123,12 +124,13 @@ PF_Err smartRender(const Effect& effect, PF_InData* in_data, PF_OutData* out_dat
         return error;
     if (const PF_Err error = extra->cb->checkout_output(in_data->effect_ref, &output))
         return error;
-    checkWorlds(out_data, input, output);
+    const FrameFormat& format = frameFormat(effect.declaration, out_data, *extra);
+    checkWorlds(out_data, input, output, format.pixelBytes);
     if (mIsSetDown) {
         showMessage(out_data, "The effect was asked for a frame after its global setdown.");
         return PF_Err_BAD_CALLBACK_PARAM;
     }
-    return renderFrame(effect, in_data, out_data, input, output, pool);
+    return renderFrame(effect, in_data, out_data, input, output, format, pool);
 }
 
 PF_Err dispatch(const Effect& effect, PF_Cmd cmd, PF_InData* in_data, PF_OutData* out_data, void* extra) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "HostInterface/EffectHost.h"
+#include "Plugins/Shared/Cpu/Pixels.h"
 #include "Plugins/Shared/Cpu/ThreadPool.h"
 #include "Plugins/Shared/Effect/Declaration.h"
 
@@ -13,34 +14,30 @@ namespace Tessaloom::BilateralBlur {
 /// A value for each slider, in the order of their declaration. The host's, so it may be beyond a slider's range.
 using SliderValues = std::span<const std::int32_t>;
 
-/// The pixels of a frame on the CPU: 4 bytes each, alpha, red, green, blue, straight. `source` and `target` don't
-/// overlap and have the same size, of at least one pixel; strides are the bytes from one row to the next.
-struct CpuImages {
-    const std::uint8_t* source;
-    std::ptrdiff_t sourceStride;
-    std::uint8_t* target;
-    std::ptrdiff_t targetStride;
-    int width, height;
-};
-
 /// What an effect does itself; the commands and all else are what effects share. A module has one effect.
 struct Effect {
     const EffectDeclaration& declaration;
 
+    /// What `draw` and `filter` give is the result, at the depth of the frame. Otherwise the pass gives premultiplied
+    /// red, green, blue, alpha of 8 bits, which the screen pass turns into the result.
+    bool isStraight;
+
     /// How far the neighbourhood of a pixel extends to each side, in pixels.
     int (*reach)(SliderValues values);
 
-    /// Draws the effect's pass with `texture` as its input into the framebuffer that is bound. Texture, viewport and
-    /// main framebuffer have the same size; `multiplier16bit` is that of the texture's upload. Makes the pass
-    /// where there is none.
+    /// Draws the effect's pass with `texture`, the host's alpha, red, green, blue, as its input into the framebuffer that
+    /// is bound. Texture and viewport have the same size, and so has the main framebuffer where the result isn't
+    /// straight; `multiplier16bit` is that of the texture's upload. Makes the pass where there is none.
     void (*draw)(SliderValues values, unsigned texture, float multiplier16bit);
 
     /// Deletes the pass, if there is one. If it has drawn, a context of the share group is current.
     void (*releasePass)();
 
-    /// Filters a frame on the CPU, on the pool's threads. Gives the picture that `draw` and the screen pass after it
-    /// give. Throws std::bad_alloc where there is no memory for that.
-    void (*filter)(SliderValues values, const CpuImages& images, ThreadPool& pool);
+    /// Filters a frame of at least one pixel on the CPU, on the pool's threads, into memory of the same size and depth
+    /// that doesn't overlap the source. Gives the image that the GPU gives. Throws std::bad_alloc where there is no
+    /// memory for that.
+    void (*filter)(SliderValues values, const Image& source, void* target, std::ptrdiff_t targetStride,
+                   ThreadPool& pool);
 };
 
 /// Runs a command of the host's for an effect: all that EntryPointFunc has to do. Commands that effects don't know

@@ -20,13 +20,14 @@ namespace {
 
 // Starts the frame on the GPU, if that is possible. All contexts of a share group are on one device, so the data
 // context decides for those of all threads. On software GL no render context is made, and no context is switched.
-void beginOnGpu(std::optional<GpuFrame>& frame, const Effect& effect, const PF_LayerDef& input) {
+void beginOnGpu(std::optional<GpuFrame>& frame, const Effect& effect, const PF_LayerDef& input,
+                const FrameFormat& format) {
     const AEOpenGLContext* data = AEOpenGLContextManager::getSharedDataContext();
     if (!data || data->isSoftware() || !GpuUse::shared().isPossible())
         return;
     AEOpenGLContextManager::getCurrentRenderContext()->makeContextCurrent();
     if (!isEmptyWorld(input))
-        frame.emplace(effect, input).begin();
+        frame.emplace(effect, input, format).begin();
 }
 
 // Runs a step of a frame on the GPU. Where the GPU fails, or memory for it, the frame is none of the GPU's any more;
@@ -70,11 +71,11 @@ Parameters readParameters(const EffectDeclaration& effect, PF_InData* in_data) {
     return parameters;
 }
 
-PF_Err renderWorlds(const Effect& effect, PF_InData* in_data, PF_OutData* out_data, PF_LayerDef* input,
-                    PF_LayerDef* output, ThreadPool& (*pool)()) {
+PF_Err renderWorlds(const Effect& effect, PF_InData* in_data, PF_LayerDef* input, PF_LayerDef* output,
+                    const FrameFormat& format, ThreadPool& (*pool)()) {
     HostGLContext host;
     std::optional<GpuFrame> gpuFrame;
-    tryOnGpu(gpuFrame, effect, [&] { beginOnGpu(gpuFrame, effect, *input); });
+    tryOnGpu(gpuFrame, effect, [&] { beginOnGpu(gpuFrame, effect, *input, format); });
 
     // Kept until the end of the frame, though no function of them is called: a host without them isn't one that
     // the effect was made for.
@@ -84,11 +85,13 @@ PF_Err renderWorlds(const Effect& effect, PF_InData* in_data, PF_OutData* out_da
     const SuiteScoper<AEGP_ItemSuite6> itemSuite(in_data, "AEGP Item Suite", 10, nullptr, nullptr);
     const Parameters parameters = readParameters(effect.declaration, in_data);
 
-    if (gpuFrame)
+    // A GPU may change the bits of a float that it only passes on.
+    const bool isIdentity = effect.isStraight && effect.reach(parameters.values) == 0;
+    if (gpuFrame && !isIdentity)
         tryOnGpu(gpuFrame, effect, [&] { gpuFrame->render(parameters.values, in_data, input, output); });
     // A world without pixels has no address to ask the host for, and no texture can have its size.
-    if (!gpuFrame && !isEmptyWorld(*input))
-        renderOnCpu(effect, parameters.values, in_data, input, output, pool());
+    if ((!gpuFrame || isIdentity) && !isEmptyWorld(*input))
+        renderOnCpu(effect, parameters.values, in_data, input, output, format, pool());
     host.restore();
     return parameters.code;
 }
@@ -100,9 +103,9 @@ void showMemoryMessage(PF_OutData* out_data, const PF_LayerDef& input) {
 } // namespace
 
 PF_Err renderFrame(const Effect& effect, PF_InData* in_data, PF_OutData* out_data, PF_LayerDef* input,
-                   PF_LayerDef* output, ThreadPool& (*pool)()) {
+                   PF_LayerDef* output, const FrameFormat& format, ThreadPool& (*pool)()) {
     try {
-        return renderWorlds(effect, in_data, out_data, input, output, pool);
+        return renderWorlds(effect, in_data, input, output, format, pool);
     } catch (int code) {
         if (code == PF_Err_OUT_OF_MEMORY)
             showMemoryMessage(out_data, *input);

@@ -2,6 +2,7 @@
 
 #include "HostInterface/EffectHost.h"
 #include "Plugins/Shared/Effect/Effect.h"
+#include "Plugins/Shared/Effect/FrameFormat.h"
 
 namespace Tessaloom::BilateralBlur {
 
@@ -17,6 +18,6 @@ namespace Tessaloom::BilateralBlur {
 /// are. Every other failure is a thrown integer, or std::bad_alloc, with a message in `out_data` where the
 /// user can do something about it. The host's GL context is current again at the end, thrown or not.
 PF_Err renderFrame(const Effect& effect, PF_InData* in_data, PF_OutData* out_data, PF_LayerDef* input,
-                   PF_LayerDef* output, ThreadPool& (*pool)());
+                   PF_LayerDef* output, const FrameFormat& format, ThreadPool& (*pool)());
 
 } // namespace Tessaloom::BilateralBlur

@@ -14,6 +14,6 @@ bool isEmptyWorld(const PF_LayerDef& world);
 /// Throws the integer 516, with a message, for worlds that a frame can't be rendered from or into: a null
 /// one, an output larger than the input, and rows too close together for their pixels. Rows may run upwards in
 /// memory, with negative `rowbytes`.
-void checkWorlds(PF_OutData* out_data, const PF_LayerDef* input, const PF_LayerDef* output);
+void checkWorlds(PF_OutData* out_data, const PF_LayerDef* input, const PF_LayerDef* output, int pixelBytes);
 
 } // namespace Tessaloom::BilateralBlur

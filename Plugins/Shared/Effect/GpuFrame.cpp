@@ -2,29 +2,37 @@
 
 #include "Plugins/Shared/GL/AEOpenGLUtilities.h"
 #include "Plugins/Shared/GL/GLFailure.h"
+#include "Plugins/Shared/GL/TextureOwner.h"
+#include "Plugins/Shared/Math/Vec2.h"
 
 #include <glbinding/gl/enum.h>
 #include <glbinding/gl/functions.h>
 
 #include <algorithm>
 #include <cstdint>
+#include <optional>
 #include <string>
 
 namespace Tessaloom::BilateralBlur {
 
 namespace {
 
-class InputTexture {
+// What a pass whose result is straight draws into, at the depth of the frame.
+class StraightTarget {
 public:
-    explicit InputTexture(gl::GLuint name) : mName(name) {}
-    ~InputTexture() { gl::glDeleteTextures(1, &mName); }
-    InputTexture(const InputTexture&) = delete;
-    InputTexture& operator=(const InputTexture&) = delete;
-
-    gl::GLuint name() const { return mName; }
+    StraightTarget(AEOpenglMainFrameBuffer& frameBuffer, const Vec2& size, Depth depth)
+        : mFrameBuffer(frameBuffer),
+          mTexture(depth == Depth::Bits8 ? frameBuffer.createRenderTexture(size, false)
+                                         : frameBuffer.createFloatRenderTexture(size, false, false)) {
+        mFrameBuffer.pushNormalRenderContext(mTexture.name(), size, 0);
+    }
+    ~StraightTarget() { mFrameBuffer.popNormalRenderContext(); }
+    StraightTarget(const StraightTarget&) = delete;
+    StraightTarget& operator=(const StraightTarget&) = delete;
 
 private:
-    gl::GLuint mName;
+    AEOpenglMainFrameBuffer& mFrameBuffer;
+    const TextureOwner mTexture;
 };
 
 // Bounds drawing to some rows of the target.
@@ -56,7 +64,7 @@ int bandRows(const PF_LayerDef& frame, int reach) {
 
 // What was made for the frame may be without storage, and would fail the next frames as well.
 GpuFrame::~GpuFrame() {
-    if (mIsRendered)
+    if (!mIsBegun || mIsRendered)
         return;
     mFrameBuffer.discard();
     mEffect.releasePass();
@@ -65,6 +73,9 @@ GpuFrame::~GpuFrame() {
 void GpuFrame::begin() {
     takeGLErrors(); // the host's, or of a frame that failed
     checkLimits();
+    if (mEffect.isStraight)
+        return;
+    mIsBegun = true;
     mFrameBuffer.prepare(mInput.width, mInput.height, true);
     mFrameBuffer.beginDrawing();
     checkTarget();
@@ -98,22 +109,27 @@ void GpuFrame::draw(SliderValues values, unsigned texture, float multiplier16bit
 }
 
 void GpuFrame::render(SliderValues values, PF_InData* in_data, PF_LayerDef* input, PF_LayerDef* output) {
+    mIsBegun = true;
     float multiplier16bit = 1.0f;
     unsigned long pixelSize = sizeof(PF_Pixel8);
     gl::GLenum pixelType = gl::GL_UNSIGNED_BYTE;
+    std::optional<StraightTarget> target;
+    if (mEffect.isStraight)
+        target.emplace(mFrameBuffer, Vec2(input->width, input->height), mFormat.depth);
     {
-        const InputTexture texture(AEOpenGLUtilities::UploadTexture(
-            PF_PixelFormat_ARGB32, input, output, in_data, pixelSize, pixelType, multiplier16bit, false));
+        const TextureOwner texture(AEOpenGLUtilities::UploadTexture(
+            mFormat.tag, input, output, in_data, pixelSize, pixelType, multiplier16bit, false));
         draw(values, texture.name(), multiplier16bit);
     }
-    mFrameBuffer.endDrawing(multiplier16bit);
+    if (!mEffect.isStraight)
+        mFrameBuffer.endDrawing(multiplier16bit);
     checkTarget();
     // A texture without storage would give a black picture too.
     if (const gl::GLenum error = takeGLErrors(); error != gl::GL_NO_ERROR)
         throw GLFailure(error);
     AEOpenGLUtilities::DownloadTexture(static_cast<unsigned>(input->width),
                                        static_cast<unsigned>(input->height), input, output, in_data,
-                                       PF_PixelFormat_ARGB32, pixelSize, pixelType);
+                                       mFormat.tag, pixelSize, pixelType);
     mIsRendered = true;
 }
 

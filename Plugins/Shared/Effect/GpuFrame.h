@@ -2,6 +2,7 @@
 
 #include "HostInterface/EffectHost.h"
 #include "Plugins/Shared/Effect/Effect.h"
+#include "Plugins/Shared/Effect/FrameFormat.h"
 #include "Plugins/Shared/GL/AEOpenglMainFrameBuffer.h"
 
 namespace Tessaloom::BilateralBlur {
@@ -13,8 +14,9 @@ namespace Tessaloom::BilateralBlur {
 /// one starts from nothing.
 class GpuFrame {
 public:
-    /// A frame of `input`'s size, which must not be empty. Both must outlive the object. Makes no GL call.
-    GpuFrame(const Effect& effect, const PF_LayerDef& input) : mEffect(effect), mInput(input) {}
+    /// A frame of `input`'s size, which must not be empty. All must outlive the object. Makes no GL call.
+    GpuFrame(const Effect& effect, const PF_LayerDef& input, const FrameFormat& format)
+        : mEffect(effect), mInput(input), mFormat(format) {}
     ~GpuFrame();
     GpuFrame(const GpuFrame&) = delete;
     GpuFrame& operator=(const GpuFrame&) = delete;
@@ -32,8 +34,9 @@ private:
 
     const Effect& mEffect;
     const PF_LayerDef& mInput;
+    const FrameFormat& mFormat;
     AEOpenglMainFrameBuffer& mFrameBuffer = *AEOpenglMainFrameBuffer::mainFrameBuffer();
-    bool mIsRendered = false;
+    bool mIsBegun = false, mIsRendered = false;
 };
 
 } // namespace Tessaloom::BilateralBlur

@@ -36,13 +36,15 @@ private:
     void* mData;
 };
 
-/// The address of the first pixel of a world whose pixels are `PF_Pixel8` or `PF_Pixel16`, as the host gives
-/// it. Throws the integer 516 where it gives none, unless the rows are empty.
+/// The address of the first pixel of a world whose pixels are `PF_Pixel8`, `PF_Pixel16` or `PF_PixelFloat`, as the
+/// host gives it. Throws the integer 516 where it gives none, unless the rows are empty.
 template<typename Pixel>
 std::byte* baseAddress(PF_InData* in_data, PF_LayerDef* world) {
     Pixel* base = nullptr;
     if constexpr (sizeof(Pixel) == sizeof(PF_Pixel8))
         in_data->utils->get_pixel_data8(world, nullptr, &base);
+    else if constexpr (sizeof(Pixel) == sizeof(PF_PixelFloat))
+        in_data->utils->get_pixel_data_float(world, nullptr, &base);
     else
         in_data->utils->get_pixel_data16(world, nullptr, &base);
     if (!base && world->width > 0)

@@ -1,7 +1,7 @@
-#include "Tests/BilateralBlur/EffectTest.h"
+#include "Tests/Effect/EffectTest.h"
 
 #include "Platform/UsableCpus.h"
-#include "Tests/BilateralBlur/HostileWalk.h"
+#include "Tests/Effect/HostileWalk.h"
 #include "Tests/Support/GLCalls.h"
 #include "Tests/Support/ProcessRun.h"
 
@@ -13,6 +13,7 @@
 #include <filesystem>
 #include <iterator>
 #include <random>
+#include <string_view>
 #include <sys/resource.h>
 #include <tuple>
 #include <utility>
@@ -26,20 +27,29 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 
 INSTANTIATE_TEST_SUITE_P(Ways, EffectTest, kWays, nameOf);
+INSTANTIATE_TEST_SUITE_P(Smooth, EffectTest, kSmoothWays, nameOf);
 
 TEST(Module, ExportsItsEntryAloneAndTouchesNoGLWhenLoaded) {
-    const Host::Module module(MODULE);
-    EXPECT_EQ(EglWatch::liveContexts, 0);
-    ProcessRun symbols({"/bin/sh", "-c", "nm -D --defined-only -j '" MODULE "'"});
-    EXPECT_EQ(symbols.wait().out, "EntryPointFunc\n");
+    for (const std::string path : {MODULE, SMOOTH_MODULE}) {
+        const Host::Module module(path);
+        EXPECT_EQ(EglWatch::liveContexts, 0);
+        ProcessRun symbols({"/bin/sh", "-c", "nm -D --defined-only -j '" + path + "'"});
+        EXPECT_EQ(symbols.wait().out, "EntryPointFunc\n");
+    }
 }
 
 TEST_P(EffectTest, DeclaresItself) {
-    EXPECT_THAT(mHost.calls, ElementsAre("add_param -1 Blur Scale 1 0 0 60"));
-    EXPECT_EQ(mEffect->about(), "Bilateral Blur v1.0\rBilateral Blur");
+    const bool isSmooth = GetParam().isSmooth;
+    const std::string name = isSmooth ? "Bilateral Smooth" : "Bilateral Blur";
+    if (isSmooth)
+        EXPECT_THAT(mHost.calls,
+                    ElementsAre("add_param -1 Radius 1 0 0 60", "add_param -1 Threshold 2 0 1 1000"));
+    else
+        EXPECT_THAT(mHost.calls, ElementsAre("add_param -1 Blur Scale 1 0 0 60"));
+    EXPECT_EQ(mEffect->about(), name + " v1.0\r" + name);
     EXPECT_EQ(mModule.resource().version, 0x80001u);
-    EXPECT_EQ(mModule.resource().outFlags, 0);
-    EXPECT_EQ(mModule.resource().outFlags2, 0x400);
+    EXPECT_EQ(mModule.resource().outFlags, isSmooth ? 0x2000000 : 0);
+    EXPECT_EQ(mModule.resource().outFlags2, isSmooth ? 0x1400 : 0x400);
 }
 
 // The result of a checkout or a pre-render, and the largest.
@@ -83,7 +93,7 @@ std::vector<Sample> randomSamples(unsigned seed, int count) {
         const Pictures::Picture pictures[] = {Pictures::blocks(width, height, false),
                                               Pictures::photograph(width, height, noise),
                                               Pictures::noise(width, height, noise, false, 1 + below(128))};
-        samples.emplace_back(pictures[i % 3], below(isWide ? 5 : 61));
+        samples.push_back({pictures[i % 3], below(isWide ? 5 : 61)});
     }
     return samples;
 }
@@ -92,7 +102,8 @@ class WaysTest : public testing::TestWithParam<unsigned> {};
 
 TEST_P(WaysTest, GiveTheSamePicture) {
     const std::vector<Sample> samples = randomSamples(GetParam(), 60);
-    for (const Way way : {Way::Gpu, Way::SoftwareGL, Way::NoGL}) {
+    for (const Way way :
+         {Way(Way::Gpu), Way(Way::SoftwareGL), Way(Way::NoGL), Way(Way::Gpu, true), Way(Way::NoGL, true)}) {
         Session session(way);
         for (const Sample& sample : samples)
             EXPECT_EQ(session.frame(sample), "") << testing::PrintToString(way);
@@ -145,7 +156,7 @@ void takeStorageAway() {
 }
 
 using GpuTest = EffectTest;
-INSTANTIATE_TEST_SUITE_P(Ways, GpuTest, testing::Values(Way::Gpu), nameOf);
+INSTANTIATE_TEST_SUITE_P(Ways, GpuTest, testing::Values(Way::Gpu, Way(Way::Gpu, true)), nameOf);
 
 // The size is new to GL, so that each step of its first frame can fail. A picture from what failed would be
 // black or random.
@@ -176,6 +187,8 @@ TEST_P(GpuTest, FiltersOnTheCpuWhatTheGpuCannotDoAndStartsFromNothingAfterIt) {
     };
     std::string last;
     for (const auto& [function, fault, reason] : cases) {
+        if (mWay.isSmooth && std::string_view(function).starts_with("glRenderbuffer"))
+            continue; // which it has no use for
         EXPECT_EQ(frame({noise(5, 5, 1), 5}), "");
         const std::string lines = linesOfFrame(function, fault, mSample);
         EXPECT_THAT(lines, HasSubstr(reason == last ? "" : reason)) << function;
@@ -187,9 +200,10 @@ TEST_P(GpuTest, FiltersOnTheCpuWhatTheGpuCannotDoAndStartsFromNothingAfterIt) {
     // An error that a frame leaves is none of the next.
     for (const auto& [width, height] : {std::pair{20000, 1}, {1, 20000}}) {
         const std::string lines = linesOfFrame("glGetIntegerv", exhaustMemory, {noise(width, height, 1), 3});
-        EXPECT_EQ(lines, width == 1 ? ""
-                                    : "Bilateral Blur: OpenGL takes no frames beyond 16384 x 16384; "
-                                      "filtering on the CPU\n");
+        EXPECT_EQ(lines, width == 1
+                             ? ""
+                             : mModule.resource().name +
+                                   ": OpenGL takes no frames beyond 16384 x 16384; filtering on the CPU\n");
     }
     EXPECT_EQ(frame(mSample), "");
 }
@@ -204,7 +218,7 @@ TEST_P(GpuTest, LeavesALostGpuAloneAndAThreadToTheHostsOtherApi) {
             EXPECT_EQ(frame(mSample), "");
         return testing::internal::GetCapturedStdout();
     };
-    const std::string line = "Bilateral Blur: OpenGL's context can't be made current, as ";
+    const std::string line = mModule.resource().name + ": OpenGL's context can't be made current, as ";
     CGLSetCurrentContext({});
     EglWatch::isOtherApiCurrent = true;
     EXPECT_THAT(linesOfFrames(), testing::ContainsRegex("^" + line + "another .*; filtering on the CPU\n$"));
@@ -225,11 +239,12 @@ TEST_P(GpuTest, LeavesALostGpuAloneAndAThreadToTheHostsOtherApi) {
 
 // A watchdog ends a draw of seconds.
 TEST_P(GpuTest, DrawsALargeFrameInBands) {
-    const Sample sample(noise(349, 251, 1, true), 60, {});
+    const Sample sample{noise(349, 251, 1, true), mWay.isSmooth ? 29 : 60};
+    const int passes = mWay.isSmooth ? 0 : 1; // that follow the effect's own
     GLCalls calls;
     World input = sample.world(), inBands(0, 0), onCpu(0, 0);
-    EXPECT_EQ(mEffect->render(input, inBands, std::array{60}).text(), "");
-    EXPECT_EQ(calls.counts["glDrawArrays"], 2 + 1);
+    EXPECT_EQ(mEffect->render(input, inBands, std::array{sample.scale}).text(), "");
+    EXPECT_EQ(calls.counts["glDrawArrays"], 2 + passes);
     EXPECT_EQ(calls.counts["glScissor"], 2);
     EXPECT_GE(calls.counts["glFlush"], 2);
     EXPECT_EQ(frame(mSample), "");
@@ -237,8 +252,8 @@ TEST_P(GpuTest, DrawsALargeFrameInBands) {
     mEffect.reset();
     EglWatch::hardware = false;
     mEffect.emplace(mHost.module());
-    EXPECT_EQ(mEffect->render(input, onCpu, std::array{60}).text(), "");
-    const std::vector<int> drawn = premultiplied(inBands), computed = premultiplied(onCpu);
+    EXPECT_EQ(mEffect->render(input, onCpu, std::array{sample.scale}).text(), "");
+    const std::vector<int> drawn = straight(inBands), computed = straight(onCpu);
     for (std::size_t i = 0; i < drawn.size(); ++i)
         ASSERT_NEAR(drawn[i], computed[i], 1) << i;
 }
@@ -257,14 +272,18 @@ TEST_P(EffectTest, DrawsOnThreadsThatTakeTurns) {
     };
     turns(0);
     constexpr int kContexts = 1 + 2 + 4;
-    EXPECT_EQ(calls.counts["glDrawArrays"], GetParam() == Way::Gpu ? kContexts * 3 * 2 : 0) << "passes";
+    EXPECT_EQ(calls.counts["glDrawArrays"],
+              GetParam() == Way::Gpu ? kContexts * 3 * (mWay.isSmooth ? 1 : 2) : 0)
+        << "passes";
     EXPECT_LE(calls.kept("Framebuffers"), 4 * kContexts);
     EXPECT_LE(calls.kept("VertexArrays"), 2 * kContexts);
     EXPECT_LE(calls.kept("Renderbuffers"), 1);
     EXPECT_LE(calls.kept("Textures"), 0);
     calls.counts.clear();
     EXPECT_EQ(frame({noise(9, 7, 3), 5}), "");
-    for (const char* made : {"glGenFramebuffers", "glGenVertexArrays", "glGenBuffers", "glCreateShader"})
+    EXPECT_EQ(calls.counts["glGenFramebuffers"], mWay.isSmooth && mWay == Way::Gpu ? 1 : 0)
+        << "of a straight result";
+    for (const char* made : {"glGenVertexArrays", "glGenBuffers", "glCreateShader"})
         EXPECT_EQ(calls.counts[made], 0) << made;
 }
 
@@ -325,7 +344,8 @@ TEST_P(HostileTest, FindsNoWayToBreakTheEffect) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Ways, HostileTest, testing::Values(Way::Gpu, Way::SoftwareGL), nameOf);
+INSTANTIATE_TEST_SUITE_P(Ways, HostileTest,
+                         testing::Values(Way(Way::Gpu), Way(Way::SoftwareGL), Way(Way::Gpu, true)), nameOf);
 
 } // namespace
 } // namespace Tessaloom::BilateralBlur

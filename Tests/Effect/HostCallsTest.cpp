@@ -1,4 +1,4 @@
-#include "Tests/BilateralBlur/EffectTest.h"
+#include "Tests/Effect/EffectTest.h"
 #include "Tests/Support/GLCalls.h"
 
 #include <array>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Tests/BilateralBlur/EffectTest.h"
+#include "Tests/Effect/EffectTest.h"
 
 #include <algorithm>
 #include <array>

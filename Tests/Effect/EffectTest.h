@@ -18,13 +18,26 @@
 namespace Tessaloom::BilateralBlur {
 
 /// How frames are filtered: on a GPU, which software GL passes itself off as, or on the CPU, with software GL
-/// or without any.
-enum class Way { Gpu, SoftwareGL, NoGL };
+/// or without any; and by which effect.
+struct Way {
+    enum Kind { Gpu, SoftwareGL, NoGL };
+
+    constexpr Way(Kind kind, bool isSmooth = false) : kind(kind), isSmooth(isSmooth) {}
+    constexpr operator Kind() const { return kind; }
+
+    Kind kind;
+    bool isSmooth;
+};
 
 inline const auto kWays = testing::Values(Way::Gpu, Way::SoftwareGL, Way::NoGL);
+inline const auto kSmoothWays =
+    testing::Values(Way(Way::Gpu, true), Way(Way::SoftwareGL, true), Way(Way::NoGL, true));
 
 inline void PrintTo(Way way, std::ostream* out) {
-    *out << (way == Way::Gpu ? "Gpu" : way == Way::NoGL ? "NoGL" : "SoftwareGL");
+    *out << (way.isSmooth ? "Smooth" : "")
+         << (way == Way::Gpu    ? "Gpu"
+             : way == Way::NoGL ? "NoGL"
+                                : "SoftwareGL");
 }
 
 inline std::string nameOf(const testing::TestParamInfo<Way>& info) {
@@ -49,14 +62,16 @@ inline std::vector<int> premultiplied(const Host::World& world) {
     return values;
 }
 
-/// A picture at a blur scale, and what the formulas make of it.
-struct Sample {
-    Sample(Pictures::Picture from, int at) : Sample(std::move(from), at, {}) {
-        expected = Oracle::pass(picture.normalised(), picture.width, picture.height, at);
-    }
-    Sample(Pictures::Picture from, int at, std::vector<double> result)
-        : picture(std::move(from)), scale(at), expected(std::move(result)) {}
+inline std::vector<int> straight(const Host::World& world) {
+    std::vector<int> values;
+    for (int y = 0; y < world.height; ++y)
+        for (int i = 0; i < 4 * world.width; ++i)
+            values.push_back(world.row<std::uint8_t>(y)[i]);
+    return values;
+}
 
+/// A picture at a value of the first slider.
+struct Sample {
     Host::World world() const {
         Host::World world(picture.width, picture.height);
         for (int y = 0; y < world.height; ++y)
@@ -64,14 +79,19 @@ struct Sample {
         return world;
     }
 
-    /// The first premultiplied value of `output` that isn't what the formulas give, rounded to either side
-    /// where that is no farther than 0.01 from the middle; 0.1 where a processor may filter with weights of 8
-    /// bits. Empty if there is none.
-    std::string difference(const Host::World& output) const {
-        const std::vector<int> values = premultiplied(output);
-        const double rounding = scale >= 9 && !EglWatch::hardware ? 0.6 : 0.51;
-        if (output.width != picture.width || values.size() != expected.size())
+    /// The first value of `output` that isn't what the formulas of an effect give, rounded to either side where that is
+    /// no farther than 0.01 from the middle; 0.1 where a processor may filter with weights of 8 bits. Empty if there is
+    /// none. Values of the blur are premultiplied.
+    std::string difference(const Host::World& output, bool isSmooth = false) const {
+        if (output.width != picture.width || output.height != picture.height)
             return "another size";
+        const std::vector<int> values = isSmooth ? straight(output) : premultiplied(output);
+        std::vector<double>& expected = mExpected[isSmooth];
+        if (expected.empty())
+            expected = isSmooth ? Oracle::smooth(picture.normalised(), picture.width, picture.height, scale,
+                                                 0.1, 1e-25)
+                                : Oracle::pass(picture.normalised(), picture.width, picture.height, scale);
+        const double rounding = (isSmooth || scale >= 9) && !EglWatch::hardware ? 0.6 : 0.51;
         for (std::size_t i = 0; i < values.size(); ++i)
             if (std::abs(values[i] - 255 * expected[i]) > rounding)
                 return (testing::Message()
@@ -83,13 +103,13 @@ struct Sample {
 
     Pictures::Picture picture;
     int scale;
-    std::vector<double> expected;
+    mutable std::vector<double> mExpected[2]{}; ///< by effect, once it was needed
 };
 
 /// An effect, and a host that has a GL context of its own, which is current on the calling thread and must be
 /// so in the end.
 struct Session {
-    explicit Session(Way way) {
+    explicit Session(Way way) : mWay(way) {
         EglWatch::hardware = way == Way::Gpu;
         mHostContext->makeCurrentContext();
         EglWatch::failing = way == Way::NoGL ? EglWatch::Failing::Binding : EglWatch::Failing::Nothing;
@@ -107,10 +127,11 @@ struct Session {
     std::string frame(const Sample& sample) {
         Host::World input = sample.world();
         const Host::Result result = mEffect->render(input, mOutput, std::array{sample.scale});
-        return result.ok() ? sample.difference(mOutput) : result.text();
+        return result.ok() ? sample.difference(mOutput, mWay.isSmooth) : result.text();
     }
 
-    const Host::Module mModule{MODULE};
+    const Way mWay;
+    const Host::Module mModule{mWay.isSmooth ? SMOOTH_MODULE : MODULE};
     FaultyHost mHost{mModule.entry(), mModule.resource()};
     NSOpenGLContext* const mHostContext = EglWatch::makeContext();
     std::optional<Host::Effect> mEffect;

@@ -1,0 +1,62 @@
+#include "Plugins/BilateralSmooth/Sources/BilateralSmooth.h"
+
+#include "Plugins/BilateralSmooth/Sources/BilateralSmoothDeclaration.h"
+#include "Plugins/BilateralSmooth/Sources/BilateralSmoothRender.h"
+#include "Plugins/BilateralSmooth/Sources/CpuFormula.h"
+#include "Plugins/Shared/Effect/Effect.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace Tessaloom::BilateralBlur {
+
+namespace {
+
+static_assert(kDeclaration.outFlags == PF_OutFlag_DEEP_COLOR_AWARE);
+static_assert(kDeclaration.outFlags2 == (PF_OutFlag2_SUPPORTS_SMART_RENDER | PF_OutFlag2_FLOAT_COLOR_AWARE));
+static_assert(kDeclaration.sliders[0].maximum == kLargestRadius);
+
+// At the end of a process that sends no setdown it stays: a frame may be under way on another thread.
+BilateralSmoothRender* mRender = nullptr;
+
+int reach(SliderValues values) {
+    return std::clamp(values[0], 0, kLargestRadius);
+}
+
+double threshold(SliderValues values) {
+    constexpr const SliderDeclaration& kSlider = kSliders[1];
+    return static_cast<double>(std::clamp(values[1], kSlider.minimum, kSlider.maximum)) / kSlider.steps;
+}
+
+void draw(SliderValues values, unsigned texture, float multiplier16bit) {
+    if (!mRender)
+        mRender = new BilateralSmoothRender;
+    mRender->setFilter(reach(values), static_cast<float>(threshold(values)));
+    mRender->draw(texture, multiplier16bit);
+}
+
+void releasePass() {
+    delete std::exchange(mRender, nullptr);
+}
+
+void filter(SliderValues values, const Image& source, void* target, std::ptrdiff_t targetStride,
+            ThreadPool& pool) {
+    bilateralSmooth(source, target, targetStride, reach(values), threshold(values), pool);
+}
+
+constexpr Effect kEffect{.declaration = kDeclaration,
+                         .isStraight = true,
+                         .reach = reach,
+                         .draw = draw,
+                         .releasePass = releasePass,
+                         .filter = filter};
+
+} // namespace
+
+} // namespace Tessaloom::BilateralBlur
+
+PF_Err EntryPointFunc(PF_Cmd cmd, PF_InData* in_data, PF_OutData* out_data, PF_ParamDef*[], PF_LayerDef*,
+                      void* extra) {
+    return Tessaloom::BilateralBlur::runCommand(Tessaloom::BilateralBlur::kEffect, cmd, in_data, out_data,
+                                                extra);
+}
