@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -34,7 +35,9 @@ inline std::span<const std::byte> bytesOf(std::string_view text) {
 }
 
 inline void append(Bytes& to, std::span<const std::byte> bytes) {
-    to.insert(to.end(), bytes.begin(), bytes.end());
+    const auto size = static_cast<std::ptrdiff_t>(to.size());
+    to.resize(to.size() + bytes.size());
+    std::copy(bytes.begin(), bytes.end(), to.begin() + size);
 }
 
 } // namespace Tessaloom::BilateralBlur::Program

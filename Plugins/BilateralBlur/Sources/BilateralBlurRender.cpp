@@ -4,6 +4,8 @@
 #include "Plugins/Shared/GL/AEOpenglMainFrameBuffer.h"
 
 #include <algorithm>
+#include <cstddef>
+#include <string_view>
 
 namespace Tessaloom::BilateralBlur {
 
@@ -14,7 +16,7 @@ in vec2 position; in vec2 input_uv; out vec2 uv; void main() {uv = input_uv; gl_
 )";
 
 // `kernel` has the 2 * kLargestReach + 1 entries that the largest scale needs.
-constexpr const char* kFragmentStage = R"(#version 330
+constexpr std::string_view kFragmentStage = R"(#version 330
 #define SIGMA 10.0
 #define BSIGMA 0.1
 in vec2 uv;
@@ -56,9 +58,31 @@ void main() {
 }
 )";
 
+/// The decimal number that follows `name` in the fragment stage.
+constexpr double numberAfter(std::string_view name) {
+    double digits = 0, unit = 1;
+    bool isFraction = false;
+    for (std::size_t i = kFragmentStage.find(name) + name.size();; ++i) {
+        const char character = kFragmentStage[i];
+        if (character == '.')
+            isFraction = true;
+        else if (character < '0' || character > '9')
+            return digits / unit;
+        else {
+            digits = 10 * digits + (character - '0');
+            unit *= isFraction ? 10 : 1;
+        }
+    }
+}
+
+static_assert(numberAfter("#define SIGMA ") == kSpatialSigma);
+static_assert(numberAfter("#define BSIGMA ") == kRangeSigma);
+static_assert(numberAfter("float kernel[") == 2 * kLargestReach + 1);
+
 } // namespace
 
-BilateralBlurRender::BilateralBlurRender() : mPass(kVertexStage, kFragmentStage, FullFrameVertices::kFlat) {}
+BilateralBlurRender::BilateralBlurRender()
+    : mPass(kVertexStage, kFragmentStage.data(), FullFrameVertices::kFlat) {}
 
 BilateralBlurRender::~BilateralBlurRender() {
     mPass.deleteShader();

@@ -5,7 +5,7 @@
 #include <algorithm>
 
 /// The numbers of the effect's bilateral filter. The shader of BilateralBlurRender has the sigmas and the number of
-/// its weights in its text, which must be changed with them.
+/// its weights in its text, which the compiler compares with these.
 namespace Tessaloom::BilateralBlur {
 
 /// Standard deviation of the weights by distance, in pixels.
