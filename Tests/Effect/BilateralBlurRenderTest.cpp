@@ -2,10 +2,13 @@
 
 #include "Plugins/Shared/GL/AEOpenglMainFrameBuffer.h"
 #include "Tests/GL/GLTest.h"
+#include "Tests/Support/GLCalls.h"
 #include "Tests/Support/Oracle.h"
 #include "Tests/Support/Pictures.h"
 
 #include <algorithm>
+#include <optional>
+#include <utility>
 
 namespace Tessaloom::BilateralBlur {
 namespace {
@@ -24,7 +27,8 @@ TEST_F(BilateralBlurRenderTest, DrawsWhatTheFormulasSayForAnyScaleAndFor16Bits) 
     drawInto(input, kWidth, kHeight);
     AEOpenglMainFrameBuffer& target = *AEOpenglMainFrameBuffer::mainFrameBuffer();
     target.prepare(kWidth, kHeight, false);
-    BilateralBlurRender render;
+    std::optional<BilateralBlurRender> pass(std::in_place);
+    BilateralBlurRender& render = *pass;
     for (const int scale : {-1, 0, 7, 29, 60, 61}) {
         render.setBlurScale(scale);
         target.beginDrawing();
@@ -36,6 +40,9 @@ TEST_F(BilateralBlurRenderTest, DrawsWhatTheFormulasSayForAnyScaleAndFor16Bits) 
         for (std::size_t i = 0; i < expected.size(); ++i)
             EXPECT_NEAR(255 * drawn.at(i), 255 * expected[i], 0.502) << scale << ", " << i;
     }
+    const GLCalls calls;
+    pass.reset();
+    EXPECT_EQ(calls.names, "DeleteProgram DeleteVertexArrays DeleteBuffers ");
 }
 
 } // namespace

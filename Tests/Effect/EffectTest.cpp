@@ -55,6 +55,7 @@ TEST_P(EffectTest, DeclaresItself) {
 // The result of a checkout or a pre-render, and the largest.
 using Rectangles = std::array<std::int32_t, 8>;
 Rectangles mCheckedOut;
+PF_Err mCheckoutCode = PF_Err_NONE;
 
 TEST(PreRender, PassesTheRequestOnAndUnitesTheRectangles) {
     const Host::Module module(MODULE);
@@ -63,7 +64,7 @@ TEST(PreRender, PassesTheRequestOnAndUnitesTheRectangles) {
         EXPECT_THAT((std::array<std::int64_t, 5>{index, id, time, step, scale}), ElementsAre(0, 0, 5, 2, 25));
         EXPECT_THAT((std::bit_cast<std::array<std::int32_t, 5>>(*request)), ElementsAre(-3, 4, 50, 60, 0xB));
         *result = std::bit_cast<PF_CheckoutResult>(mCheckedOut);
-        return PF_Err_NONE;
+        return mCheckoutCode;
     }};
     PF_InData inData{{}, nullptr, nullptr, nullptr, 5, 2, 25};
     PF_PreRenderInput input{{{-3, 4, 50, 60}, 0xB}};
@@ -72,12 +73,15 @@ TEST(PreRender, PassesTheRequestOnAndUnitesTheRectangles) {
         mCheckedOut = checkedOut;
         auto output = std::bit_cast<PF_PreRenderOutput>(before);
         PF_PreRenderExtra extra{&input, &output, &callbacks};
-        EXPECT_EQ(module.entry()(PF_Cmd_SMART_PRE_RENDER, &inData, nullptr, nullptr, nullptr, &extra), 0);
+        EXPECT_EQ(module.entry()(PF_Cmd_SMART_PRE_RENDER, &inData, nullptr, nullptr, nullptr, &extra),
+                  mCheckoutCode);
         EXPECT_EQ(std::bit_cast<Rectangles>(output), after);
     };
     expectUnion({5, 5, 5, 9, 0, 9, 3, 4}, {7, 7, 6, 6, 1, 2, 3, 4}, {7, 7, 6, 6, 1, 2, 3, 4});
     expectUnion({1, 2, 3, 4, 1, 2, 3, 4}, {8, 8, 8, 9, 2, 5, 9, 5}, {1, 2, 3, 4, 1, 2, 3, 4});
     expectUnion({1, 2, 3, 4, 1, 2, 3, 4}, {-5, 3, 2, 9, 2, -7, 9, 3}, {-5, 2, 3, 9, 1, -7, 9, 4});
+    mCheckoutCode = -1;
+    expectUnion({1, 2, 3, 4, 1, 2, 3, 4}, {-5, 3, 2, 9, 2, -7, 9, 3}, {1, 2, 3, 4, 1, 2, 3, 4});
 }
 
 // Sizes, scales, alphas and contents at random. Coordinates that miss a texel's centre by little would show

@@ -109,6 +109,9 @@ TEST_P(HostCallsTest, UnwindsAtAFaultAndRendersTheNextFrame) {
     const std::tuple<const char*, PF_Err, PF_Err, const char*> cases[] = {
         {"checkout_layer_pixels 0", 77, 77, ""},
         {"checkout_output", 77, 77, ""},
+        {"checkout_layer_pixels 0", -1, -1, ""},
+        {"checkout_output", -1, -1, ""},
+        {"checkout_output", kThrowOther, 516, ""},
         {"AcquireSuite AEGP PF Interface Suite 1", 77, 516, ""},
         {"AcquireSuite AEGP Layer Suite 11", 77, 516, ""},
         {"AcquireSuite AEGP Item Suite 10", 77, 516, ""},
@@ -124,6 +127,25 @@ TEST_P(HostCallsTest, UnwindsAtAFaultAndRendersTheNextFrame) {
         EXPECT_EQ(result.code, code);
         EXPECT_EQ(result.message, message);
     }
+}
+
+// A world without pixels costs a frame nothing but what asks for its memory.
+TEST_P(HostCallsTest, AsksForSuitesAndParametersOfAnEmptyWorld) {
+    World empty(0, 8);
+    EXPECT_TRUE(renderWith({.input = &empty, .output = &empty}).ok());
+    std::vector<std::string> expected = callsOfFrame(0);
+    std::erase_if(expected, [](const std::string& call) {
+        return call.starts_with("get_pixel") || call.starts_with("host_") || call.ends_with("Handle Suite 2");
+    });
+    EXPECT_EQ(mCalls, expected);
+}
+
+TEST_P(HostCallsTest, CountsTheBytesOfALargeWorldIn64Bits) {
+    World world(12, 8);
+    static_cast<PF_LayerDef&>(world) = {70000, 70000, 280000};
+    const Host::Result result = renderWith({.failing = {{"host_new_handle", 77}}, .input = &world});
+    EXPECT_EQ(result.message, "There is no memory for a frame of 70000 x 70000 pixels.");
+    EXPECT_THAT(mCalls, testing::Contains("host_new_handle 19600000000"));
 }
 
 TEST_P(HostCallsTest, RefusesWorldsThatDoNotFit) {
@@ -158,6 +180,8 @@ TEST_P(HostCallsTest, RendersTheFrameOfAFailedParameterWithTheSliderAtZero) {
     };
     expectFrame({{"checkout_param", 77}}, 77, 0);
     expectFrame({{"checkin_param", 78}}, 78, 7);
+    expectFrame({{"checkout_param", -1}}, -1, 0);
+    expectFrame({{"checkin_param", -2}}, -2, 7);
     expectFrame({{"checkout_param", 71}, {"checkin_param", 72}}, 71, 0);
 }
 

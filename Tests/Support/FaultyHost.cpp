@@ -1,7 +1,9 @@
 #include "Tests/Support/FaultyHost.h"
 
+#include <cstring>
 #include <new>
 #include <sstream>
+#include <stdexcept>
 #include <type_traits>
 #include <utility>
 
@@ -45,6 +47,8 @@ PF_Err record(const std::string& name, const Arguments&... arguments) {
             continue;
         if (code == kThrowBadAlloc)
             throw std::bad_alloc();
+        if (code == kThrowOther)
+            throw std::runtime_error("the host's own");
         return code;
     }
     return PF_Err_NONE;
@@ -76,7 +80,10 @@ struct Recorded<kFunction> {
 
 PF_Err checkoutParam(void* ref, std::int32_t index, std::int32_t time, std::int32_t step, std::uint32_t scale,
                      PF_ParamDef* param) {
-    const PF_Err fault = record("checkout_param", index, time, step, scale);
+    const PF_ParamDef zeros{};
+    const bool isZeroed = std::memcmp(param, &zeros, sizeof zeros) == 0;
+    const PF_Err fault =
+        record(isZeroed ? "checkout_param" : "checkout_param of a record in use", index, time, step, scale);
     const PF_ParamDef before = *param;
     const PF_Err code = mHost<PF_InteractCallbacks>.checkout_param(ref, index, time, step, scale, param);
     if (fault)
@@ -86,6 +93,7 @@ PF_Err checkoutParam(void* ref, std::int32_t index, std::int32_t time, std::int3
 
 PF_Err checkinParam(void* ref, PF_ParamDef* param) {
     const PF_Err code = mHost<PF_InteractCallbacks>.checkin_param(ref, param);
+    std::memset(param, 0x5A, sizeof *param); // the effect has given it back
     const PF_Err fault = record("checkin_param");
     return fault ? fault : code;
 }
@@ -167,7 +175,25 @@ PF_Err entry(PF_Cmd cmd, PF_InData* inData, PF_OutData* outData, PF_ParamDef* pa
         table = replace(table, PF_SmartRenderCallbacks{checkoutLayerPixels, nullptr, checkoutOutput});
     }
     mCurrent->calls.clear();
-    return mEntry(cmd, FaultyHost::wrap(*inData), outData, params, output, extra);
+    // Setups declare, and a message may come in any command; nothing else of the record is an effect's to write.
+    constexpr std::int32_t kOtherFlag = 0x40;
+    if (cmd == PF_Cmd_SMART_RENDER)
+        outData->out_flags = kOtherFlag;
+    PF_OutData before = *outData;
+    const PF_Err code = mEntry(cmd, FaultyHost::wrap(*inData), outData, params, output, extra);
+    const PF_OutData& after = *outData;
+    std::memcpy(before.return_msg, after.return_msg, sizeof before.return_msg);
+    before.out_flags |= after.out_flags & PF_OutFlag_DISPLAY_ERROR_MESSAGE;
+    if (cmd == PF_Cmd_GLOBAL_SETUP) {
+        before.my_version = after.my_version;
+        before.out_flags = after.out_flags;
+        before.out_flags2 = after.out_flags2;
+    } else if (cmd == PF_Cmd_PARAMS_SETUP) {
+        before.num_params = after.num_params;
+    }
+    if (std::memcmp(&before, &after, sizeof before) != 0)
+        throw std::logic_error("the effect wrote to a field that isn't its own");
+    return code;
 }
 
 } // namespace

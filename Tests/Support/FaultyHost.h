@@ -15,6 +15,9 @@ namespace Tessaloom::BilateralBlur {
 /// A code to inject that isn't returned: the function throws std::bad_alloc.
 constexpr PF_Err kThrowBadAlloc = std::numeric_limits<PF_Err>::min();
 
+/// The same with an exception of another type.
+constexpr PF_Err kThrowOther = kThrowBadAlloc + 1;
+
 /// Faults to inject. Left empty, everything works.
 struct Faults {
     /// Codes that calls return instead of doing anything, by the name of the function or the whole text of
