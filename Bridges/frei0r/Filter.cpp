@@ -28,24 +28,26 @@ std::span<const SliderDeclaration> sliders() {
     return linkedEffect().declaration.sliders;
 }
 
-/// frei0r parameters go from 0, the slider's minimum, to 1, its maximum.
+/// A frei0r parameter is a slider's value divided by its maximum, from 0 to 1. What is below the slider's
+/// minimum means the minimum.
 std::int32_t valueAt(const SliderDeclaration& slider, double position) {
-    return slider.minimum +
-           static_cast<std::int32_t>(std::lround(position * (slider.maximum - slider.minimum)));
+    return std::max(slider.minimum, static_cast<std::int32_t>(std::lround(position * slider.maximum)));
 }
 
 double positionOf(const SliderDeclaration& slider, std::int32_t value) {
-    return static_cast<double>(value - slider.minimum) / (slider.maximum - slider.minimum);
+    return static_cast<double>(value) / slider.maximum;
 }
 
 using Text = std::array<char, 80>;
 
-/// "0 to 1 means 0 to 60", in what users see.
+/// "0 to 1 means 0 to 60", in what users see, with ", at least 1" where the minimum isn't 0.
 Text rangeText(const SliderDeclaration& slider, const char* verb) {
     Text text;
-    std::snprintf(text.data(), text.size(), "0 to 1%s %g to %g", verb,
-                  static_cast<double>(slider.minimum) / slider.steps,
-                  static_cast<double>(slider.maximum) / slider.steps);
+    const double steps = slider.steps;
+    const int length =
+        std::snprintf(text.data(), text.size(), "0 to 1%s 0 to %g", verb, slider.maximum / steps);
+    if (slider.minimum != 0)
+        std::snprintf(text.data() + length, text.size() - length, ", at least %g", slider.minimum / steps);
     return text;
 }
 

@@ -19,8 +19,11 @@ namespace Tessaloom::BilateralBlur::Bridges::Test {
 
 namespace {
 
-void* const kFilter = dlopen(FREI0R_FILTER, RTLD_NOW | RTLD_LOCAL);
-#define FILTER(name) reinterpret_cast<decltype(&::name)>(dlsym(kFilter, #name))
+void* const kFilter = dlopen(BLUR_FILTER, RTLD_NOW | RTLD_LOCAL);
+void* const kSmoothFilter = dlopen(SMOOTH_FILTER, RTLD_NOW | RTLD_LOCAL);
+#define FUNCTION(filter, name) reinterpret_cast<decltype(&::name)>(dlsym(filter, #name))
+#define FILTER(name) FUNCTION(kFilter, name)
+#define SMOOTH(name) FUNCTION(kSmoothFilter, name)
 
 using Instance = std::shared_ptr<void>;
 
@@ -44,10 +47,59 @@ Bytes updated(const Instance& instance, const Bytes& frame) {
 constexpr Size kSize{37, 21};
 
 TEST(Frei0r, ExportsTheFunctionsOfAFilterAlone) {
-    ProcessRun symbols({"/bin/sh", "-c", "nm -D --defined-only -j '" FREI0R_FILTER "' | LC_ALL=C sort"});
-    EXPECT_EQ(symbols.wait().out, "f0r_construct\nf0r_deinit\nf0r_destruct\nf0r_get_param_info\n"
-                                  "f0r_get_param_value\nf0r_get_plugin_info\nf0r_init\n"
-                                  "f0r_set_param_value\nf0r_update\n");
+    for (const std::string filter : {BLUR_FILTER, SMOOTH_FILTER}) {
+        ProcessRun symbols({"/bin/sh", "-c", "nm -D --defined-only -j '" + filter + "' | LC_ALL=C sort"});
+        EXPECT_EQ(symbols.wait().out, "f0r_construct\nf0r_deinit\nf0r_destruct\nf0r_get_param_info\n"
+                                      "f0r_get_param_value\nf0r_get_plugin_info\nf0r_init\n"
+                                      "f0r_set_param_value\nf0r_update\n")
+            << filter;
+    }
+}
+
+TEST(Frei0r, EachParameterIsItsSlidersValueDividedByTheMaximum) {
+    const Bytes frame = makeFrames(kSize, 1);
+    Bytes result(frame.size());
+    const f0r_instance_t instance = SMOOTH(f0r_construct)(kSize.width, kSize.height);
+    const auto becomes = [&](std::int32_t radius, std::int32_t threshold) {
+        const auto* const from = reinterpret_cast<const std::uint32_t*>(frame.data());
+        const auto updateSmooth = SMOOTH(f0r_update);
+        updateSmooth(instance, 0, from, reinterpret_cast<std::uint32_t*>(result.data()));
+        EXPECT_EQ(result, smooth()(frame, kSize, {{radius, threshold}}));
+    };
+    becomes(5, 100);
+    double radius = 0.2, threshold = 0.09955;
+    SMOOTH(f0r_set_param_value)(instance, &radius, 0);
+    SMOOTH(f0r_set_param_value)(instance, &threshold, 1);
+    becomes(12, 100);
+
+    testing::internal::CaptureStderr();
+    for (auto [given, kept] : {std::pair{0.25, 0.25}, {20, 1}, {std::nan(""), 1}, {-HUGE_VAL, 0}}) {
+        SMOOTH(f0r_set_param_value)(instance, &given, 1);
+        SMOOTH(f0r_get_param_value)(instance, &given, 1);
+        EXPECT_EQ(given, kept);
+    }
+    becomes(12, 1);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "Bilateral Smooth: Threshold 20 is out of range, 0 to 1 (which means 0 to 1, at least 0.001); "
+              "using 1\n");
+    SMOOTH(f0r_destruct)(instance);
+    f0r_param_info_t info{};
+    SMOOTH(f0r_get_param_info)(&info, 1);
+    SMOOTH(f0r_get_param_info)(&info, 2);
+    EXPECT_STREQ(info.name, "Threshold");
+    EXPECT_STREQ(info.explanation, "0 to 1 means 0 to 1, at least 0.001");
+    FILTER(f0r_get_param_info)(&info, 0);
+    EXPECT_STREQ(info.explanation, "0 to 1 means 0 to 60");
+}
+
+TEST(Frei0r, AHostMayGoOnWithoutAnInstance) {
+    double position = 0.5;
+    std::uint32_t pixel = 77;
+    FILTER(f0r_set_param_value)(nullptr, &position, 0);
+    FILTER(f0r_get_param_value)(nullptr, &position, 0);
+    FILTER(f0r_update)(nullptr, 0, &pixel, &pixel);
+    FILTER(f0r_destruct)(nullptr);
+    EXPECT_EQ(pixel, 77u);
 }
 
 // Rounds of instances on several threads, with two threads in each instance at once.

@@ -4,7 +4,10 @@
 #include <gegl.h>
 #include <gmock/gmock.h>
 
-// The operation in graphs of GEGL, which loads it from the build's directory. Every result is compared with
+#include <algorithm>
+#include <random>
+
+// The operations in graphs of GEGL, which loads them from the build's directory. Every result is compared with
 // the whole image's, byte for byte.
 
 namespace Tessaloom::BilateralBlur::Bridges::Test {
@@ -14,29 +17,40 @@ namespace {
 constexpr Size kSize{301, 203};
 constexpr GeglRectangle kExtent{-37, 11, kSize.width, kSize.height};
 
+/// Of bytes or floats.
+template<class Sample>
 const Babl* format() {
-    return babl_format("R'G'B'A u8");
+    return babl_format(sizeof(Sample) == 1 ? "R'G'B'A u8" : "R'G'B'A float");
 }
 
 std::string blur(int scale) {
     return "bilateral-blur:bilateral-blur blur-scale=" + std::to_string(scale);
 }
 
-GeglBuffer* makeBuffer(const Bytes& pixels) {
-    GeglBuffer* const buffer = gegl_buffer_new(&kExtent, format());
-    gegl_buffer_set(buffer, &kExtent, 0, format(), pixels.data(), GEGL_AUTO_ROWSTRIDE);
+/// Of a threshold between two steps, the nearer one counts: 0.2.
+std::string smoothed(int radius) {
+    return "bilateral-blur:bilateral-smooth threshold=0.1996 radius=" + std::to_string(radius);
+}
+
+template<class Sample>
+GeglBuffer* makeBuffer(const std::vector<Sample>& pixels) {
+    GeglBuffer* const buffer = gegl_buffer_new(&kExtent, format<Sample>());
+    gegl_buffer_set(buffer, &kExtent, 0, format<Sample>(), pixels.data(), GEGL_AUTO_ROWSTRIDE);
     return buffer;
 }
 
 /// What a chain of operations, as people write it on the command line, makes of an image.
-Bytes render(GeglBuffer* image, const std::string& chain, const GeglRectangle& region, double scale = 1) {
+template<class Sample = std::uint8_t>
+std::vector<Sample> render(GeglBuffer* image, const std::string& chain, const GeglRectangle& region,
+                           double scale = 1) {
     GeglNode* const graph = gegl_node_new();
     GeglNode* const first = gegl_node_new_child(graph, "operation", image ? "gegl:buffer-source" : "gegl:nop",
                                                 image ? "buffer" : nullptr, image, nullptr);
     GeglNode* const last = gegl_node_new_child(graph, "operation", "gegl:nop", nullptr);
     gegl_create_chain(chain.c_str(), first, last, 0, 0, "/", nullptr);
-    Bytes pixels(Size{region.width, region.height}.bytes());
-    gegl_node_blit(last, scale, &region, format(), pixels.data(), GEGL_AUTO_ROWSTRIDE, GEGL_BLIT_DEFAULT);
+    std::vector<Sample> pixels(Size{region.width, region.height}.bytes());
+    gegl_node_blit(last, scale, &region, format<Sample>(), pixels.data(), GEGL_AUTO_ROWSTRIDE,
+                   GEGL_BLIT_DEFAULT);
     g_object_unref(graph);
     return pixels;
 }
@@ -59,6 +73,7 @@ TEST_F(Gegl, AnyRegionHasTheBytesOfTheWholeImage) {
         {blur(0), reference(mImage, kSize, {0})},
         {blur(60), reference(mImage, kSize, {60})},
         {blur(20) + " " + blur(9), reference(reference(mImage, kSize, {20}), kSize, {9})},
+        {smoothed(60), smooth()(mImage, kSize, {{60, 200}})},
     };
     for (const auto& [chain, expected] : kChains) {
         GeglBuffer* const whole = makeBuffer(expected);
@@ -73,15 +88,45 @@ TEST_F(Gegl, AnyRegionHasTheBytesOfTheWholeImage) {
     }
 }
 
-TEST_F(Gegl, APreviewAtHalfTheSizeIsBlurredHalfAsFar) {
+TEST_F(Gegl, FloatsKeepTheirPrecisionAndTheirRange) {
+    std::mt19937 random(3);
+    std::uniform_real_distribution<float> any(-0.5f, 1.5f);
+    std::vector<float> image(kSize.bytes());
+    std::ranges::generate(image, [&] { return any(random); });
+    GeglBuffer* const buffer = makeBuffer(image);
+    for (const int radius : {0, 7})
+        EXPECT_EQ(render<float>(buffer, smoothed(radius), kExtent), smooth()(image, kSize, {{radius, 200}}));
+    EXPECT_EQ(render<float>(buffer, smoothed(0), kExtent), image);
+    g_object_unref(buffer);
+}
+
+TEST_F(Gegl, PropertiesBeginWithTheSlidersDefaults) {
+    GeglNode* const node =
+        gegl_node_new_child(nullptr, "operation", "bilateral-blur:bilateral-smooth", nullptr);
+    int radius = 0;
+    double threshold = 0;
+    gegl_node_get(node, "radius", &radius, "threshold", &threshold, nullptr);
+    EXPECT_EQ(radius, 5);
+    EXPECT_EQ(threshold, 0.1);
+    g_object_unref(node);
+}
+
+TEST_F(Gegl, APreviewAtHalfTheSizeIsFilteredHalfAsFar) {
     const GeglRectangle half{kExtent.x / 2, kExtent.y / 2 + 1, 90, 70},
         inner{half.x + 30, half.y + 30, 20, 1};
     Bytes reduced(Size{half.width, half.height}.bytes());
-    gegl_buffer_get(mBuffer, &half, 0.5, format(), reduced.data(), GEGL_AUTO_ROWSTRIDE, GEGL_ABYSS_CLAMP);
-    const Bytes expected = reference(reduced, {half.width, half.height}, {10});
+    gegl_buffer_get(mBuffer, &half, 0.5, format<std::uint8_t>(), reduced.data(), GEGL_AUTO_ROWSTRIDE,
+                    GEGL_ABYSS_CLAMP);
+    const Size size{half.width, half.height};
+    const std::pair<std::string, Bytes> kPreviews[] = {
+        {blur(20), reference(reduced, size, {10})},
+        {smoothed(20), smooth()(reduced, size, {{10, 200}})},
+    };
     g_object_set(gegl_config(), "mipmap-rendering", TRUE, nullptr);
-    const auto at = expected.begin() + 4 * (half.width * 30 + 30);
-    EXPECT_EQ(render(mBuffer, blur(20), inner, 0.5), Bytes(at, at + 80));
+    for (const auto& [chain, expected] : kPreviews) {
+        const auto at = expected.begin() + 4 * (half.width * 30 + 30);
+        EXPECT_EQ(render(mBuffer, chain, inner, 0.5), Bytes(at, at + 80)) << chain;
+    }
     g_object_set(gegl_config(), "mipmap-rendering", FALSE, nullptr);
 }
 

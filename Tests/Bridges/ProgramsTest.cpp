@@ -21,7 +21,7 @@ const std::string kMeltRaw = " -consumer avformat:pipe:1 f=rawvideo vcodec=rawvi
 class Frei0rPrograms : public testing::Test {
 protected:
     Frei0rPrograms() {
-        const std::string folder = std::filesystem::path(FREI0R_FILTER).parent_path();
+        const std::string folder = std::filesystem::path(BLUR_FILTER).parent_path();
         setenv("FREI0R_PATH", folder.c_str(), 1);
         // GStreamer keeps a list of what it found; it mustn't be the user's.
         setenv("GST_REGISTRY", (mFolder / "registry.bin").c_str(), 1);
@@ -139,35 +139,66 @@ TEST_F(Frei0rPrograms, GiveThePicturesOfTheEffectThroughAPipe) {
         EXPECT_EQ(outputOf(command), twice) << command;
 }
 
-// Projects as the editors save them with what their files say of the filter: a clip with keyframes of one
-// property, 0 in the first frame and a value of 20 in the fifth.
-TEST_F(Frei0rPrograms, TheEditorsFilesFitTheFilter) {
+// Projects as the editors save them with what their files say of the filters: a clip with keyframes of one
+// parameter, 0 in the first frame and the end in the fifth, and the others at what they begin with.
+TEST_F(Frei0rPrograms, TheEditorsFilesFitTheFilters) {
+    const auto smoothed = [&](const std::vector<Values>& values) { return smooth()(mFrames, kSize, values); };
+    const struct {
+        std::string filter;
+        std::vector<double> ends; // of the keyframes of each parameter
+        std::vector<Bytes> expected;
+    } kFilters[] = {
+        {"bilateral_blur", {20}, {reference(mFrames, kSize, {0, 5, 10, 15, 20})}},
+        {"bilateral_smooth",
+         {20, 0.2},
+         {smoothed({{0, 100}, {5, 100}, {10, 100}, {15, 100}, {20, 100}}),
+          smoothed({{5, 1}, {5, 50}, {5, 100}, {5, 150}, {5, 200}})}},
+    };
+    // What the parentheses of an expression hold wherever it fits the text of a file.
     const auto found = [](const std::string& file, const std::string& expression) {
-        std::smatch match;
-        const std::string text = contents(file);
-        EXPECT_TRUE(std::regex_search(text, match, std::regex(expression))) << expression;
-        return match.str(1);
+        const std::string text = contents(EDITORS_FILES "/" + file);
+        const std::regex pattern(expression);
+        const std::vector<std::string> found(std::sregex_token_iterator(text.begin(), text.end(), pattern, 1),
+                                             std::sregex_token_iterator());
+        EXPECT_FALSE(found.empty()) << expression;
+        return found;
     };
-    const std::string meta = SHOTCUT_PANEL "/meta.qml";
-    const std::string kProperties[][3] = {
-        {found(KDENLIVE_EFFECT, "tag=\"(.*?)\""), found(KDENLIVE_EFFECT, "<parameter.* name=\"(.*?)\""),
-         found(KDENLIVE_EFFECT, "factor=\"(.*?)\"")},
-        {found(meta, "mlt_service: '(.*)'"), found(meta, "property: '(.*)'"), "60"},
-    };
-    for (const auto& [service, property, factor] : kProperties) {
-        std::ofstream(mFolder / "project.mlt")
-            << "<mlt LC_NUMERIC='C'><profile width='64' height='48' progressive='1' sample_aspect_num='1' "
-               "sample_aspect_den='1' frame_rate_num='25' frame_rate_den='1'/><producer in='0' "
-               "out='5'><property "
-               "name='resource'>clip.mkv</property><filter><property name='mlt_service'>"
-            << service << "</property><property name='" << property
-            << "'>00:00:00.000=0;00:00:00.160=" << 20 / std::stod(factor)
-            << "</property></filter></producer></mlt>";
-        EXPECT_EQ(outputOf("melt -silent project.mlt" + kMeltRaw + "-1"),
-                  reference(mFrames, kSize, {0, 5, 10, 15, 20, 20}))
-            << property;
+    for (const auto& [filter, ends, expected] : kFilters) {
+        const std::string kdenlive = "kdenlive/frei0r_" + filter + ".xml", shotcut = "shotcut/" + filter;
+        const std::string meta = shotcut + "/meta.qml", panel = shotcut + "/ui.qml";
+        const struct {
+            std::string service;
+            std::vector<std::string> names, maxima, defaults;
+            bool hasDefaultsOfUnits; // not divided by the maximum yet
+        } kEditors[] = {
+            {found(kdenlive, " tag=\"(.*?)\"").front(), found(kdenlive, "<parameter.* name=\"(.*?)\""),
+             found(kdenlive, "factor=\"(.*?)\""), found(kdenlive, " default=\"(.*?)\""), false},
+            {found(meta, "mlt_service: '(.*)'").front(), found(meta, "property: '(.*)'"),
+             found(panel, "maximumValue: (.*)"), found(panel, "[[,]([.0-9]+) / "), true},
+        };
+        for (std::size_t ramp = 0; ramp < ends.size(); ++ramp)
+            for (const auto& [service, names, maxima, defaults, hasDefaultsOfUnits] : kEditors) {
+                std::ofstream project(mFolder / "project.mlt");
+                project << "<mlt LC_NUMERIC='C'><profile width='64' height='48' progressive='1' "
+                           "sample_aspect_num='1' sample_aspect_den='1' frame_rate_num='25' "
+                           "frame_rate_den='1'/><producer in='0' out='5'><property "
+                           "name='resource'>clip.mkv</property><filter><property name='mlt_service'>"
+                        << service << "</property>";
+                for (std::size_t i = 0; i < ends.size(); ++i) {
+                    const double maximum = std::stod(maxima.at(i)), start = std::stod(defaults.at(i));
+                    project << "<property name='" << names.at(i) << "'>";
+                    if (i == ramp)
+                        project << "00:00:00.000=0;00:00:00.160=" << ends[i] / maximum;
+                    else
+                        project << start / (hasDefaultsOfUnits ? maximum : 1);
+                    project << "</property>";
+                }
+                project << "</filter></producer></mlt>" << std::flush;
+                EXPECT_EQ(outputOf("melt -silent project.mlt" + kMeltRaw + "-1"), expected[ramp])
+                    << service << " " << names[ramp];
+            }
+        outputOf(QMLLINT " " EDITORS_FILES "/" + shotcut + "/*.qml");
     }
-    outputOf(QMLLINT " " SHOTCUT_PANEL "/*.qml");
 }
 
 } // namespace

@@ -7,7 +7,8 @@
 #include <array>
 #include <cstdint>
 #include <random>
-#include <thread>
+#include <stdexcept>
+#include <type_traits>
 #include <vector>
 
 namespace Tessaloom::BilateralBlur::Bridges::Test {
@@ -31,24 +32,55 @@ inline Bytes makeFrames(Size size, int count, bool opaque = false) {
     return frames;
 }
 
-/// All frames through the effect's own module, driven by the host library, each at the scale of its place;
-/// the last scale is for all that follow.
-inline Bytes reference(const Bytes& frames, Size size, const std::vector<int>& scales) {
-    static const Host::Module kModule(EFFECT_MODULE);
-    static Host::Effect kEffect(kModule);
-    Host::World input(size.width, size.height), output(size.width, size.height);
-    Bytes result(frames.size());
-    const std::size_t row = std::size_t{4} * size.width;
-    for (std::size_t start = 0; start < frames.size(); start += size.bytes()) {
-        for (int y = 0; y < size.height; ++y)
-            Host::unpackRow(&frames[start + y * row], 4, size.width, input.row(y));
-        const int scale = scales[std::min(start / size.bytes(), scales.size() - 1)];
-        if (const Host::Result rendered = kEffect.render(input, output, std::array{scale}); !rendered.ok())
-            throw std::runtime_error(rendered.text());
-        for (int y = 0; y < size.height; ++y)
-            Host::packRow(output.row(y), size.width, 4, &result[start + y * row]);
+/// Values of an effect's sliders, in its order.
+using Values = std::vector<std::int32_t>;
+
+/// An effect's own module, driven by the host library.
+class Reference {
+public:
+    explicit Reference(const char* module) : mModule(module) {}
+
+    /// All frames with the values of their places; the last values are for all that follow. Samples are bytes
+    /// or floats.
+    template<class Sample>
+    std::vector<Sample> operator()(const std::vector<Sample>& frames, Size size,
+                                   const std::vector<Values>& values) {
+        constexpr bool kHasFloats = sizeof(Sample) == sizeof(float);
+        constexpr std::int32_t kFormat = kHasFloats ? PF_PixelFormat_ARGB128 : PF_PixelFormat_ARGB32;
+        using Pixel = std::conditional_t<kHasFloats, PF_PixelFloat, PF_Pixel8>;
+        Host::World input(size.width, size.height, kFormat), output(size.width, size.height, kFormat);
+        std::vector<Sample> result(frames.size());
+        const std::size_t row = std::size_t{4} * size.width;
+        for (std::size_t start = 0; start < frames.size(); start += size.bytes()) {
+            for (int y = 0; y < size.height; ++y)
+                Host::unpackRow(&frames[start + y * row], 4, size.width, input.row<Pixel>(y));
+            const Values& ofFrame = values[std::min(start / size.bytes(), values.size() - 1)];
+            if (const Host::Result rendered = mEffect.render(input, output, ofFrame); !rendered.ok())
+                throw std::runtime_error(rendered.text());
+            for (int y = 0; y < size.height; ++y)
+                Host::packRow(output.row<Pixel>(y), size.width, 4, &result[start + y * row]);
+        }
+        return result;
     }
-    return result;
+
+private:
+    const Host::Module mModule;
+    Host::Effect mEffect{mModule};
+};
+
+/// "Bilateral Smooth".
+inline Reference& smooth() {
+    static Reference kSmooth(SMOOTH_MODULE);
+    return kSmooth;
+}
+
+/// Frames through "Bilateral Blur", each at the scale of its place.
+inline Bytes reference(const Bytes& frames, Size size, const std::vector<int>& scales) {
+    static Reference kBlur(BLUR_MODULE);
+    std::vector<Values> values;
+    for (const int scale : scales)
+        values.push_back({scale});
+    return kBlur(frames, size, values);
 }
 
 } // namespace Tessaloom::BilateralBlur::Bridges::Test
