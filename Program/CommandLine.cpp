@@ -1,6 +1,8 @@
 #include "Program/CommandLine.h"
 
+#include "Program/Errors.h"
 #include "Program/Files/Format.h"
+#include "Program/FindModule.h"
 #include "Program/Memory.h"
 
 #include <algorithm>
@@ -15,12 +17,6 @@ namespace Tessaloom::BilateralBlur::Program {
 namespace {
 
 constexpr std::int32_t kMost = std::numeric_limits<std::int32_t>::max();
-
-/// For messages, a text of any length.
-std::string shortened(const std::string& text) {
-    constexpr std::size_t kLongest = 60;
-    return text.size() <= kLongest ? text : text.substr(0, kLongest) + "...";
-}
 
 template<class Number>
 std::optional<Number> parsed(const std::string& text) {
@@ -115,6 +111,9 @@ CommandLine::CommandLine(const Host::Resource& effect)
     app.add_option("OUTPUT", options.output,
                    "The file to write: " + formatExtensions() +
                        "; - is standard output; for a sequence with a number as well");
+    // Before all that may be wrong: parsing ends there, and the effect must be known to say what is wrong.
+    CLI::Option* const key = add("--effect", preliminaries.effect, joined(effectKeys(), "|").c_str(),
+                                 "The effect, whose options follow (default: " + effectKeys().front() + ")");
     options.values.resize(effect.sliders.size());
     for (std::size_t i = 0; i < options.values.size(); ++i) {
         const Host::Slider& slider = effect.sliders[i];
@@ -140,8 +139,8 @@ CommandLine::CommandLine(const Host::Resource& effect)
         ->transform(size());
     add("--threads", options.threads, "N", "Use at most N processor cores (default: all)")
         ->transform(whole(1, kMost));
-    add("--module", preliminaries.module, "PATH",
-        "The effect's module (default: the one beside the program)");
+    add("--module", preliminaries.module, "PATH", "The effect's module (default: the one beside the program)")
+        ->excludes(key);
     app.add_flag("--quiet", options.quiet, "Print errors only");
     app.add_flag("--verbose", options.verbose, "Print also what the effect runs on");
     app.add_flag("--about", options.about, "Print the effect's about text and exit");

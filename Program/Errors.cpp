@@ -21,4 +21,9 @@ std::string printable(const std::string& text) {
     return shown;
 }
 
+std::string shortened(const std::string& text) {
+    constexpr std::size_t kLongest = 60;
+    return text.size() <= kLongest ? text : text.substr(0, kLongest) + "...";
+}
+
 } // namespace Tessaloom::BilateralBlur::Program

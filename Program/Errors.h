@@ -28,4 +28,7 @@ public:
 /// written as "\\n" or "\\x1b".
 std::string printable(const std::string& text);
 
+/// What messages show of a text of any length that a user typed.
+std::string shortened(const std::string& text);
+
 } // namespace Tessaloom::BilateralBlur::Program

@@ -1,27 +1,67 @@
 #include "Program/FindModule.h"
 
+#include "Program/CommandLine.h"
 #include "Program/Errors.h"
 
-#include <string>
+#include <algorithm>
+#include <cctype>
+#include <iterator>
 #include <system_error>
 
 namespace Tessaloom::BilateralBlur::Program {
 
-std::filesystem::path findModule() {
-    std::error_code error;
-    const auto directory = std::filesystem::read_symlink("/proc/self/exe", error).parent_path();
-    if (error)
-        throw Failure("can't find out where the program is without /proc (" + error.message() +
-                      "); name the module with --module PATH");
-    const std::string name = "BilateralBlur.so";
-    for (const char* place : {".", BILATERAL_BLUR_INSTALLED_MODULE, "../Plugins/BilateralBlur"}) {
-        std::filesystem::path module = (directory / place / name).lexically_normal();
+namespace {
+
+using std::filesystem::path;
+
+/// "BilateralBlur" for "bilateral-blur".
+std::string moduleName(const std::string& key) {
+    std::string name;
+    for (std::size_t i = 0; i < key.size(); ++i)
+        if (key[i] != '-')
+            name += i == 0 || key[i - 1] == '-'
+                        ? static_cast<char>(std::toupper(static_cast<unsigned char>(key[i])))
+                        : key[i];
+    return name;
+}
+
+/// Empty where the effect's module is in none of the places.
+path moduleOf(const std::string& key, const path& program) {
+    const std::string name = moduleName(key);
+    for (const path& place : {path("."), path(BILATERAL_BLUR_INSTALLED_MODULE), path("../Plugins") / name}) {
+        path module = (program / place / (name + ".so")).lexically_normal();
         std::error_code ignored;
         if (std::filesystem::exists(module, ignored))
             return module;
     }
-    throw Failure(name + ": the effect's module isn't beside the program or in its library directory; "
-                         "name it with --module PATH");
+    return {};
+}
+
+} // namespace
+
+const std::vector<std::string>& effectKeys() {
+    static const std::vector<std::string> kKeys{"bilateral-blur", "bilateral-smooth"};
+    return kKeys;
+}
+
+path findModule(const std::string& key) {
+    std::error_code error;
+    const path program = std::filesystem::read_symlink("/proc/self/exe", error).parent_path();
+    if (error)
+        throw Failure("can't find out where the program is without /proc (" + error.message() +
+                      "); name the module with --module PATH");
+    std::vector<std::string> present;
+    std::copy_if(effectKeys().begin(), effectKeys().end(), std::back_inserter(present),
+                 [&](const std::string& other) { return !moduleOf(other, program).empty(); });
+    const std::string& wanted = key.empty() ? effectKeys().front() : key;
+    if (std::count(present.begin(), present.end(), wanted) != 0)
+        return moduleOf(wanted, program);
+    if (present.empty() || key.empty())
+        throw Failure(moduleName(effectKeys().front()) +
+                      ".so: the effect's module isn't beside the program or in its library directory; "
+                      "name it with --module PATH");
+    throw WrongUse("--effect: there is no module for " + shortened(key) + ", only for " +
+                   joined(present, ", ") + " (see --help)");
 }
 
 } // namespace Tessaloom::BilateralBlur::Program

@@ -14,7 +14,6 @@ namespace {
 
 /// Refuses what no option and no argument takes. What follows an unknown option may be meant as its value.
 void refuseSurplus(const std::vector<std::string>& surplus) {
-    constexpr std::size_t kLongest = 60;
     std::vector<std::string> options, arguments;
     bool isAfterMark = false; // only arguments follow
     for (const std::string& text : surplus) {
@@ -28,9 +27,7 @@ void refuseSurplus(const std::vector<std::string>& surplus) {
     const std::vector<std::string>& named = options.empty() ? arguments : options;
     if (named.empty())
         return;
-    const std::string& first = named.front();
-    throw WrongUse((options.empty() ? "unexpected argument " : "unknown option ") +
-                   (first.size() <= kLongest ? first : first.substr(0, kLongest) + "...") +
+    throw WrongUse((options.empty() ? "unexpected argument " : "unknown option ") + shortened(named.front()) +
                    (named.size() > 1 ? " and " + std::to_string(named.size() - 1) + " more" : "") +
                    " (see --help)");
 }

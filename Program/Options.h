@@ -12,6 +12,7 @@ namespace Tessaloom::BilateralBlur::Program {
 
 /// What has to be known of the command line before the rest can be read.
 struct Preliminaries {
+    std::string effect{};           ///< its key; empty where it isn't given
     std::filesystem::path module{}; ///< empty where the program is to find it
     bool version = false;
 };

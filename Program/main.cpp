@@ -70,7 +70,8 @@ int run(int argc, char** argv) {
         print("bilateral-blur " BILATERAL_BLUR_VERSION "\n");
         return 0;
     }
-    const std::filesystem::path module = preliminaries.module.empty() ? findModule() : preliminaries.module;
+    const std::filesystem::path module =
+        preliminaries.module.empty() ? findModule(preliminaries.effect) : preliminaries.module;
     if (std::error_code ignored; !std::filesystem::exists(module, ignored))
         throw Failure(module.string() + ": there is no such module");
     // Names, ranges and wrong use are known without loading the module, which takes a GPU driver.

@@ -80,6 +80,12 @@ TEST(BadInput, IsReportedInOneLine) {
         {"blur in.1.png out.png --blur-scale 61", 2, "--blur-scale: must be an integer from 0 to 60, not 61"},
         {"blur in.1.png out.png --blur-scale 2.5", 2,
          "--blur-scale: must be an integer from 0 to 60, not 2.5"},
+        {"program in.1.png out.png --effect none", 2,
+         "--effect: there is no module for none, only for bilateral-blur, bilateral-smooth"},
+        {"program in.1.png out.png --effect bilateral-smooth --threshold 0.0009", 2,
+         "--threshold: must be a number from 0.001 to 1, not 0.0009"},
+        {"program in.1.png out.png --effect bilateral-smooth --module '" MODULE "'", 2, " excludes "},
+        {"blur in.1.png out.png --effect bilateral-smooth", 2, "unknown option --blur-scale"},
         {"blur in.1.png out.xcf", 2, "use .jpg, .jpeg, .png, .tif, .tiff or .webp"},
         {"blur in.1.png out.png --frames 1", 2, "--frames needs a sequence"},
         {"blur in.1.png out.png --threads 0", 2, "--threads: must be an integer from 1 to 2147483647, not 0"},
@@ -157,8 +163,21 @@ TEST(Program, PrintsWhatTheModuleDeclares) {
     EXPECT_EQ(printed("--version"), "bilateral-blur " BILATERAL_BLUR_VERSION "\n");
     std::string page = contents(MANUAL_PAGE);
     std::erase(page, '\\');
-    for (std::size_t at = 0; (at = help.find(" --", at)) != std::string::npos; ++at)
-        EXPECT_THAT(page, HasSubstr(help.substr(at + 1, help.find_first_of("= \n", at + 1) - at - 1)));
+    const std::string smooth = ProcessRun({PROGRAM, "--help", "--effect=bilateral-smooth"}).wait().out;
+    EXPECT_THAT(smooth, HasSubstr("a\n                      number from 0.001 to 1 (default: 0.1)\n"));
+    for (const std::string& text : {help, smooth})
+        for (std::size_t at = 0; (at = text.find(" --", at)) != std::string::npos; ++at)
+            EXPECT_THAT(page, HasSubstr(text.substr(at + 1, text.find_first_of("= \n", at + 1) - at - 1)));
+}
+
+TEST(Program, ListsTheEffectsWhoseModulesAreThere) {
+    const Folder folder;
+    std::filesystem::copy_file(PROGRAM, folder / "program");
+    std::ofstream(folder / "BilateralBlur.so") << "a module";
+    const Outcome outcome = ProcessRun({folder / "program", "--effect=bilateral-smooth"}).wait();
+    EXPECT_EQ(outcome.exitCode, 2);
+    EXPECT_THAT(outcome.err,
+                HasSubstr("no module for bilateral-smooth, only for bilateral-blur (see --help)\n"));
 }
 
 TEST(Program, CompletesItsOptionsInBash) {
