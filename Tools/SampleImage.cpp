@@ -1,5 +1,6 @@
 // Makes the images of the documentation:
 //   sample_image sample OUT                the sample image
+//   sample_image noise OUT SIGMA           the same, opaque, with noise of this sigma in levels, 0 for none
 //   sample_image sheet OUT X Y SIZE IN...  the square of SIZE pixels at X, Y of each image, three times as
 //                                          large, side by side
 // and seeds for fuzzers:
@@ -120,10 +121,10 @@ Colour scene(double x, double y) {
 }
 
 // A mean of four points for each pixel, and the noise of a sensor over it.
-Pictures::Picture sampleImage() {
+Pictures::Picture sampleImage(double sigma = 9, bool isOpaque = false) {
     std::mt19937 engine(7);
-    std::normal_distribution<double> noise(0, 9);
-    return Pictures::make(kWidth, kHeight, false, [&](int x, int y, int channel) {
+    std::normal_distribution<double> noise(0, 1);
+    return Pictures::make(kWidth, kHeight, isOpaque, [&](int x, int y, int channel) {
         if (channel == 0)
             return 255 * alpha(x + 0.5, y + 0.5);
         double sum = 0;
@@ -132,13 +133,12 @@ Pictures::Picture sampleImage() {
                 const Colour point = scene(x + dx, y + dy);
                 sum += channel == 1 ? point.red : channel == 2 ? point.green : point.blue;
             }
-        return sum / 4 + noise(engine);
+        return sum / 4 + sigma * noise(engine);
     });
 }
 
 // As straight RGBA; null where the library fails.
-VipsImage* sampleRgba() {
-    const Pictures::Picture sample = sampleImage();
+VipsImage* rgbaOf(const Pictures::Picture& sample) {
     VipsImage* argb = vips_image_new_from_memory_copy(sample.bytes.data(), sample.bytes.size(), kWidth,
                                                       kHeight, 4, VIPS_FORMAT_UCHAR);
     VipsImage *rgb = nullptr, *alpha = nullptr, *rgba = nullptr;
@@ -149,8 +149,8 @@ VipsImage* sampleRgba() {
     return rgba;
 }
 
-bool makeSample(const char* path) {
-    VipsImage* image = sampleRgba();
+bool makeSample(const char* path, const Pictures::Picture& sample) {
+    VipsImage* image = rgbaOf(sample);
     return image && vips_image_write_to_file(image, path, nullptr) == 0;
 }
 
@@ -182,7 +182,7 @@ bool makeSeeds(const std::string& directory) {
                                         "tiles.tif[compression=deflate,tile,tile_width=16,tile_height=16]",
                                         "lossy.webp",
                                         "lossless.webp[lossless]"};
-    VipsImage* whole = sampleRgba();
+    VipsImage* whole = rgbaOf(sampleImage());
     VipsImage *corner = nullptr, *opaque = nullptr;
     if (!whole || vips_extract_area(whole, &corner, 0, 0, 19, 13, nullptr) ||
         vips_extract_band(corner, &opaque, 0, "n", 3, nullptr))
@@ -211,14 +211,17 @@ int main(int argc, char** argv) {
     const std::string_view what = argc > 1 ? argv[1] : "";
     bool made = false;
     if (what == "sample" && argc == 3)
-        made = makeSample(argv[2]);
+        made = makeSample(argv[2], sampleImage());
+    else if (what == "noise" && argc == 4)
+        made = makeSample(argv[2], sampleImage(std::atof(argv[3]), true));
     else if (what == "seeds" && argc == 3)
         made = makeSeeds(argv[2]);
     else if (what == "sheet" && argc > 6)
         made = makeSheet(argv[2], std::atoi(argv[3]), std::atoi(argv[4]), std::atoi(argv[5]), argc - 6,
                          argv + 6);
     else
-        std::fputs("usage: sample_image sample OUT | sample_image seeds DIRECTORY | sample_image sheet OUT X "
+        std::fputs("usage: sample_image sample OUT | sample_image noise OUT SIGMA | sample_image seeds "
+                   "DIRECTORY | sample_image sheet OUT X "
                    "Y SIZE IN...\n",
                    stderr);
     if (!made)

@@ -50,6 +50,11 @@ TEST_P(EffectTest, DeclaresItself) {
     EXPECT_EQ(mModule.resource().version, 0x80001u);
     EXPECT_EQ(mModule.resource().outFlags, isSmooth ? 0x2000000 : 0);
     EXPECT_EQ(mModule.resource().outFlags2, isSmooth ? 0x1400 : 0x400);
+    mEffect.reset();
+    mHost.faults = {.failing = {{"add_param", -3}}};
+    EXPECT_THAT([&] { mEffect.emplace(mHost.module()); },
+                testing::ThrowsMessage<Host::ModuleError>(HasSubstr("failed with code -3")));
+    mHost.faults = {};
 }
 
 // The result of a checkout or a pre-render, and the largest.
@@ -243,11 +248,11 @@ TEST_P(GpuTest, LeavesALostGpuAloneAndAThreadToTheHostsOtherApi) {
 
 // A watchdog ends a draw of seconds.
 TEST_P(GpuTest, DrawsALargeFrameInBands) {
-    const Sample sample{noise(349, 251, 1, true), mWay.isSmooth ? 29 : 60};
+    const Sample sample{noise(349, 251, 1, true), 59};
     const int passes = mWay.isSmooth ? 0 : 1; // that follow the effect's own
     GLCalls calls;
     World input = sample.world(), inBands(0, 0), onCpu(0, 0);
-    EXPECT_EQ(mEffect->render(input, inBands, std::array{sample.scale}).text(), "");
+    EXPECT_EQ(mEffect->render(input, inBands, std::array{sample.value(mWay.isSmooth)}).text(), "");
     EXPECT_EQ(calls.counts["glDrawArrays"], 2 + passes);
     EXPECT_EQ(calls.counts["glScissor"], 2);
     EXPECT_GE(calls.counts["glFlush"], 2);
@@ -256,7 +261,7 @@ TEST_P(GpuTest, DrawsALargeFrameInBands) {
     mEffect.reset();
     EglWatch::hardware = false;
     mEffect.emplace(mHost.module());
-    EXPECT_EQ(mEffect->render(input, onCpu, std::array{sample.scale}).text(), "");
+    EXPECT_EQ(mEffect->render(input, onCpu, std::array{sample.value(mWay.isSmooth)}).text(), "");
     const std::vector<int> drawn = straight(inBands), computed = straight(onCpu);
     for (std::size_t i = 0; i < drawn.size(); ++i)
         ASSERT_NEAR(drawn[i], computed[i], 1) << i;

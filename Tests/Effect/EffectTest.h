@@ -70,7 +70,7 @@ inline std::vector<int> straight(const Host::World& world) {
     return values;
 }
 
-/// A picture at a value of the first slider.
+/// A picture at a blur scale.
 struct Sample {
     Host::World world() const {
         Host::World world(picture.width, picture.height);
@@ -88,8 +88,8 @@ struct Sample {
         const std::vector<int> values = isSmooth ? straight(output) : premultiplied(output);
         std::vector<double>& expected = mExpected[isSmooth];
         if (expected.empty())
-            expected = isSmooth ? Oracle::smooth(picture.normalised(), picture.width, picture.height, scale,
-                                                 0.1, 1e-25)
+            expected = isSmooth ? Oracle::smooth(picture.normalised(), picture.width, picture.height,
+                                                 value(true), 0.1, 1e-25)
                                 : Oracle::pass(picture.normalised(), picture.width, picture.height, scale);
         const double rounding = (isSmooth || scale >= 9) && !EglWatch::hardware ? 0.6 : 0.51;
         for (std::size_t i = 0; i < values.size(); ++i)
@@ -100,6 +100,9 @@ struct Sample {
                     .GetString();
         return {};
     }
+
+    /// Of the first slider. A radius reaches twice as far as a scale of the same number.
+    int value(bool isSmooth) const { return isSmooth ? scale / 2 : scale; }
 
     Pictures::Picture picture;
     int scale;
@@ -126,7 +129,7 @@ struct Session {
     /// Renders the sample into `mOutput`. Empty if all is well.
     std::string frame(const Sample& sample) {
         Host::World input = sample.world();
-        const Host::Result result = mEffect->render(input, mOutput, std::array{sample.scale});
+        const Host::Result result = mEffect->render(input, mOutput, std::array{sample.value(mWay.isSmooth)});
         return result.ok() ? sample.difference(mOutput, mWay.isSmooth) : result.text();
     }
 
