@@ -158,6 +158,12 @@ void Pipeline::noteLosses(const Item& item) {
     const auto note = [&](const std::string& text) { mEvents.send({Event::Kind::Note, item.job, text}); };
     for (const std::string& text : item.image.notes)
         note(text);
+    const Format& format = job(item).format ? *job(item).format : *item.image.format;
+    if (mSettings.reading.keepsDepth &&
+        std::any_of(item.image.pages.begin(), item.image.pages.end(),
+                    [&](const Page& page) { return page.bits > format.mostBits; }))
+        note(std::string(format.name) + " holds " + std::to_string(format.mostBits) +
+             " bits per channel at most, so samples are reduced to that");
 }
 
 void Pipeline::filter(Item& item, Host::Effect& effect) {

@@ -40,7 +40,7 @@ void printAbout(const std::filesystem::path& module) {
     writeStandardOutput(standardOutput, bytesOf(text));
 }
 
-int blur(const Options& options, const std::filesystem::path& module) {
+int blur(const Options& options, const std::filesystem::path& module, const Host::Resource& effect) {
     if (options.memory > 0)
         boundMemory(options.memory);
     Run run = makePlan(options);
@@ -50,7 +50,7 @@ int blur(const Options& options, const std::filesystem::path& module) {
     superviseJobs(run,
                   {.module = module,
                    .values = options.values,
-                   .reading = {options.page},
+                   .reading = {options.page, effect.takes(PF_PixelFormat_ARGB128)},
                    .writing = {options.quality},
                    .verbose = options.verbose},
                   report);
@@ -85,7 +85,7 @@ int run(int argc, char** argv) {
     else if (options.about)
         printAbout(module);
     else
-        return blur(options, module);
+        return blur(options, module, effect);
     return 0;
 }
 

@@ -20,7 +20,13 @@ using vips::VImage;
 
 template<class Sample>
 void pack(const Page& page, int y, int left, int width, void* samples) {
-    Host::packRow(page.world.row(y) + left, width, page.channels, static_cast<Sample*>(samples));
+    const auto packPixels = [&](const auto* row) {
+        Host::packRow(row + left, width, page.channels, static_cast<Sample*>(samples));
+    };
+    if (page.world.format() == PF_PixelFormat_ARGB128)
+        packPixels(page.world.row<PF_PixelFloat>(y));
+    else
+        packPixels(page.world.row(y));
 }
 
 /// Packs the rows of worlds when the library asks for them, so that no second copy of the pixels exists.
@@ -79,8 +85,9 @@ VImage imageOf(const std::vector<Page>& pages, bool deep) {
     return owner;
 }
 
-void packRow(const Page& page, int y, bool deep, void* samples) {
-    (deep ? pack<std::uint16_t> : pack<std::uint8_t>)(page, y, 0, page.world.width, samples);
+void packRow(const Page& page, int y, int bits, void* samples) {
+    const auto packSamples = bits == 32 ? pack<float> : bits == 16 ? pack<std::uint16_t> : pack<std::uint8_t>;
+    packSamples(page, y, 0, page.world.width, samples);
 }
 
 Bytes encodePlain(const VImage& image, const char* extension, vips::VOption* options) {

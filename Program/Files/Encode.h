@@ -13,8 +13,8 @@ struct WriteOptions {
     int quality = 0; ///< of JPEG and WebP, 1 to 100; 0 for the input's own
 };
 
-/// The bytes of a file in a format, with the image's channels, metadata, and 16 bits a channel where the
-/// image had them and the format can hold them. PNG and TIFF are written without loss, and so is WebP
+/// The bytes of a file in a format, with the image's channels, metadata, and of the image's 16 bits a channel or
+/// floats as much as the format can hold. PNG and TIFF are written without loss, and so is WebP
 /// unless the input is WebP with loss or a quality is given. A JPEG file gets the quality and colour
 /// resolution of the input, if that is JPEG, else quality 95 and full colour resolution. `name` is for
 /// messages. Throws Failure, for alpha in JPEG and several pages in PNG among others.
@@ -29,8 +29,8 @@ void checkHolds(const Format& format, const Image& image, const std::string& nam
 /// Pages of one size, one below the other, as an image of the library. It borrows the pixels.
 vips::VImage imageOf(const std::vector<Page>& pages, bool deep);
 
-/// Packs a row of a page's pixels into samples of 8 or 16 bits.
-void packRow(const Page& page, int y, bool deep, void* samples);
+/// Packs a row of a page's pixels into samples of 8 or 16 bits, or of 32, which are floats.
+void packRow(const Page& page, int y, int bits, void* samples);
 
 /// The bytes of an image as the library's writer for an extension makes them, without metadata.
 Bytes encodePlain(const vips::VImage& image, const char* extension, vips::VOption* options);

@@ -23,10 +23,10 @@ struct Density {
 
 /// A page of a TIFF, a frame of an animated WebP, or the one image of a file.
 struct Page {
-    Host::World world{0, 0};     ///< 8-bit pixels with straight alpha
+    Host::World world{0, 0};     ///< 8-bit pixels, or floats for samples of more bits, with straight alpha
     int width = 0, height = 0;   ///< in pixels, as the header says
     int channels = 0;            ///< of the file: 1 grey, 2 grey and alpha, 3 RGB, 4 RGBA
-    int bits = 8;                ///< of a sample of the file: 16 were rounded to 8; 1, 2 and 4 widened to 8
+    int bits = 8;                ///< of a sample of the file: 32 are a float; 1, 2 and 4 were widened to 8
     int delay = 0;               ///< how long the frame of an animation is shown, in milliseconds
     std::uint64_t directory = 0; ///< of a page of a TIFF: where in the file its tags are
     int orientation = 0;         ///< of a page of a TIFF, as the tag has it; 0 where there is none

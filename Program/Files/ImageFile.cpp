@@ -24,6 +24,11 @@ using vips::VImage;
     throw Failure(name + ": " + why);
 }
 
+// What a float world takes more than one of 8 bits, for each pixel: at the peak there are two, the frame's and the
+// effect's result.
+constexpr std::uint64_t kDeepWaiting = sizeof(PF_PixelFloat) - sizeof(PF_Pixel8),
+                        kDeepPeak = 2 * kDeepWaiting;
+
 constexpr const char* kDamaged = "the image is damaged or cut short";
 
 VImage open(const Image& head, const Bytes& file, std::size_t first, int count) {
@@ -36,17 +41,20 @@ VImage open(const Image& head, const Bytes& file, std::size_t first, int count) 
     return head.format->load(blob, options);
 }
 
-void checkAccepted(const VImage& image, const Page& page, std::size_t pages, const std::string& name) {
+void checkAccepted(const VImage& image, const Page& page, std::size_t pages, bool keepsDepth,
+                   const std::string& name) {
     if (image.width() != page.width || image.height() != page.height * static_cast<int>(pages))
         fail(name, "its header says two different sizes");
-    const char* kAccepted = "; grey and RGB images with 8 or 16 bits a channel are accepted";
+    const std::string kAccepted = std::string("; grey and RGB images with 8 or 16 bits a channel") +
+                                  (keepsDepth ? " or floats" : "") + " are accepted";
     const auto nick = [](GType type, int value) { return std::string(vips_enum_nick(type, value)); };
-    if (image.format() != VIPS_FORMAT_UCHAR && image.format() != VIPS_FORMAT_USHORT)
+    if (image.format() != VIPS_FORMAT_UCHAR && image.format() != VIPS_FORMAT_USHORT &&
+        !(keepsDepth && image.format() == VIPS_FORMAT_FLOAT))
         fail(name, "its samples are of type " + nick(VIPS_TYPE_BAND_FORMAT, image.format()) + kAccepted);
     const VipsInterpretation colours = image.interpretation();
     const bool grey = colours == VIPS_INTERPRETATION_B_W || colours == VIPS_INTERPRETATION_GREY16;
     const bool rgb = colours == VIPS_INTERPRETATION_sRGB || colours == VIPS_INTERPRETATION_RGB16 ||
-                     colours == VIPS_INTERPRETATION_RGB;
+                     colours == VIPS_INTERPRETATION_RGB || colours == VIPS_INTERPRETATION_scRGB;
     if (!grey && !rgb)
         fail(name, "its colours are " + nick(VIPS_TYPE_INTERPRETATION, colours) + kAccepted);
     const int colourChannels = grey ? 1 : 3;
@@ -58,14 +66,22 @@ std::uint64_t pixelsOf(const Page& page) {
     return std::uint64_t(page.width) * static_cast<std::uint64_t>(page.height);
 }
 
+std::int32_t worldFormat(const Page& page, bool keepsDepth) {
+    return keepsDepth && page.bits > 8 ? PF_PixelFormat_ARGB128 : PF_PixelFormat_ARGB32;
+}
+
 /// The bytes that the pages take at most, all but those of the file.
-std::uint64_t memoryOf(const std::vector<Page>& pages, const Format& from, const Format& to) {
+std::uint64_t memoryOf(const std::vector<Page>& pages, bool keepsDepth, const Format& from,
+                       const Format& to) {
     std::uint64_t largest = 0, all = 0;
     for (const Page& page : pages) {
-        largest = std::max(largest, pixelsOf(page));
-        all += pixelsOf(page);
+        const bool isDeep = worldFormat(page, keepsDepth) == PF_PixelFormat_ARGB128;
+        const std::uint64_t peak = std::max(from.bytesToDecode, to.bytesToEncode) + (isDeep ? kDeepPeak : 0);
+        const std::uint64_t waiting = to.bytesWaiting + (isDeep ? kDeepWaiting : 0);
+        largest = std::max(largest, (peak - waiting) * pixelsOf(page));
+        all += waiting * pixelsOf(page);
     }
-    return std::max(from.bytesToDecode, to.bytesToEncode) * largest + to.bytesWaiting * (all - largest);
+    return largest + all;
 }
 
 Bytes profileOf(const VImage& image) {
@@ -76,7 +92,7 @@ Bytes profileOf(const VImage& image) {
     return {data, data + size};
 }
 
-template<class Sample>
+template<class Sample, class Pixel>
 void unpackRows(const VImage& image, int firstRow, Host::World& world) {
     constexpr int kStripHeight = 64;
     const vips::VRegion region = image.region();
@@ -85,23 +101,26 @@ void unpackRows(const VImage& image, int firstRow, Host::World& world) {
         region.prepare(0, firstRow + top, world.width, height);
         for (int y = top; y < top + height; ++y)
             Host::unpackRow(reinterpret_cast<const Sample*>(region.addr(0, firstRow + y)), image.bands(),
-                            world.width, world.row(y));
+                            world.width, world.row<Pixel>(y));
     }
 }
 
-void readPage(const VImage& image, int firstRow, Page& page, Host::World spare) {
-    const int height = page.height;
-    if (spare.width == image.width() && spare.height == height)
+void readPage(const VImage& image, int firstRow, bool keepsDepth, Page& page, Host::World spare) {
+    page.bits = image.format() == VIPS_FORMAT_FLOAT    ? 32
+                : image.format() == VIPS_FORMAT_USHORT ? 16
+                                                       : std::min(page.bits, 8);
+    const std::int32_t format = worldFormat(page, keepsDepth);
+    if (spare.width == image.width() && spare.height == page.height && spare.format() == format)
         page.world.swap(spare);
     else
-        page.world = Host::World(image.width(), height);
+        page.world = Host::World(image.width(), page.height, format);
     page.channels = image.bands();
-    page.bits = image.format() == VIPS_FORMAT_USHORT ? 16 : std::min(page.bits, 8);
     page.profile = profileOf(image);
-    if (image.format() == VIPS_FORMAT_USHORT)
-        unpackRows<std::uint16_t>(image, firstRow, page.world);
-    else
-        unpackRows<std::uint8_t>(image, firstRow, page.world);
+    const auto unpackSamples = page.bits == 32                    ? unpackRows<float, PF_PixelFloat>
+                               : format == PF_PixelFormat_ARGB128 ? unpackRows<std::uint16_t, PF_PixelFloat>
+                               : page.bits == 16                  ? unpackRows<std::uint16_t, PF_Pixel8>
+                                                                  : unpackRows<std::uint8_t, PF_Pixel8>;
+    unpackSamples(image, firstRow, page.world);
 }
 
 /// The encoder makes one frame of several that are equal.
@@ -182,7 +201,7 @@ std::uint64_t ImageFile::checkFor(const Format* output, const std::string& name)
     const Page& largest =
         *std::max_element(mHead.pages.begin(), mHead.pages.end(),
                           [](const Page& a, const Page& b) { return pixelsOf(a) < pixelsOf(b); });
-    const std::uint64_t needed = mMemory + memoryOf(mHead.pages, *mHead.format, format);
+    const std::uint64_t needed = mMemory + memoryOf(mHead.pages, mOptions.keepsDepth, *mHead.format, format);
     requireMemory(mName + ": " + std::to_string(largest.width) + " x " + std::to_string(largest.height) +
                       " pixels",
                   needed);
@@ -199,21 +218,23 @@ Image ImageFile::decode(Host::World spare) {
         const std::size_t count = image.pages.size();
         if (format.isAnimated && count > 1) {
             const VImage all = open(image, mBytes, 0, -1);
-            checkAccepted(all, image.pages.front(), count, mName);
+            checkAccepted(all, image.pages.front(), count, mOptions.keepsDepth, mName);
             for (std::size_t i = 0; i < count; ++i)
-                readPage(all, static_cast<int>(i) * image.pages[i].height, image.pages[i], {0, 0});
+                readPage(all, static_cast<int>(i) * image.pages[i].height, mOptions.keepsDepth,
+                         image.pages[i], {0, 0});
             noteEqualFrames(image);
         } else {
             for (std::size_t i = 0; i < count; ++i) {
                 if (format.isolate)
                     format.isolate(mBytes, image.pages[i]);
                 const VImage decoded = open(image, mBytes, format.isolate ? 0 : first + i, 1);
-                checkAccepted(decoded, image.pages[i], 1, mName);
-                readPage(decoded, 0, image.pages[i], std::exchange(spare, Host::World(0, 0)));
+                checkAccepted(decoded, image.pages[i], 1, mOptions.keepsDepth, mName);
+                readPage(decoded, 0, mOptions.keepsDepth, image.pages[i],
+                         std::exchange(spare, Host::World(0, 0)));
             }
         }
-        if (std::any_of(image.pages.begin(), image.pages.end(),
-                        [](const Page& page) { return page.bits == 16; }))
+        if (!mOptions.keepsDepth && std::any_of(image.pages.begin(), image.pages.end(),
+                                                [](const Page& page) { return page.bits == 16; }))
             image.notes.push_back("16-bit input is reduced to 8 bits per channel");
         return image;
     } catch (const Failure&) {

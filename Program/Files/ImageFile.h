@@ -10,7 +10,8 @@
 namespace Tessaloom::BilateralBlur::Program {
 
 struct ReadOptions {
-    int page = 0; ///< the one to read, from 1; 0 for all
+    int page = 0;            ///< the one to read, from 1; 0 for all
+    bool keepsDepth = false; ///< samples of more than 8 bits, floats among them, become float worlds
 };
 
 /// A file that was opened and read, once, and whose header was judged. Pipes will do.

@@ -248,7 +248,8 @@ void reducePng(Bytes& file) {
 
 Bytes encodePng(const Image& image, WriteOptions, bool isOfInput) {
     const Page& page = image.pages.front();
-    const int bits = page.bits < 8 && !(page.channels == 1 && fits(page, page.bits)) ? 8 : page.bits;
+    const int bits =
+        page.bits < 8 && !(page.channels == 1 && fits(page, page.bits)) ? 8 : std::min(page.bits, 16);
     // On filtered images smaller than the library's own choice, and twice as fast.
     vips::VOption* options =
         VImage::option()->set("compression", 4)->set("filter", VIPS_FOREIGN_PNG_FILTER_PAETH);

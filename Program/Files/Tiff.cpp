@@ -152,13 +152,16 @@ void setTags(TIFF* tiff, const Page& page, bool bilevel, std::size_t rowSize) {
     constexpr std::size_t kStripSize = 1 << 18;
     TIFFSetField(tiff, TIFFTAG_IMAGEWIDTH, page.world.width);
     TIFFSetField(tiff, TIFFTAG_IMAGELENGTH, page.world.height);
-    TIFFSetField(tiff, TIFFTAG_BITSPERSAMPLE, bilevel ? 1 : page.bits == 16 ? 16 : 8);
+    TIFFSetField(tiff, TIFFTAG_BITSPERSAMPLE, bilevel ? 1 : std::max(page.bits, 8));
+    if (page.bits == 32)
+        TIFFSetField(tiff, TIFFTAG_SAMPLEFORMAT, SAMPLEFORMAT_IEEEFP);
     TIFFSetField(tiff, TIFFTAG_SAMPLESPERPIXEL, page.channels);
     TIFFSetField(tiff, TIFFTAG_PHOTOMETRIC, page.channels < 3 ? PHOTOMETRIC_MINISBLACK : PHOTOMETRIC_RGB);
     TIFFSetField(tiff, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
     TIFFSetField(tiff, TIFFTAG_COMPRESSION, bilevel ? COMPRESSION_CCITTFAX4 : COMPRESSION_LZW);
     if (!bilevel)
-        TIFFSetField(tiff, TIFFTAG_PREDICTOR, PREDICTOR_HORIZONTAL);
+        TIFFSetField(tiff, TIFFTAG_PREDICTOR,
+                     page.bits == 32 ? PREDICTOR_FLOATINGPOINT : PREDICTOR_HORIZONTAL);
     TIFFSetField(tiff, TIFFTAG_ROWSPERSTRIP,
                  bilevel ? page.world.height
                          : static_cast<int>(std::max<std::size_t>(1, kStripSize / rowSize)));
@@ -180,12 +183,13 @@ void setTags(TIFF* tiff, const Page& page, bool bilevel, std::size_t rowSize) {
 }
 
 void write(TIFF* tiff, const Page& page) {
-    const bool deep = page.bits == 16, bilevel = isBilevel(page);
+    const bool bilevel = isBilevel(page);
+    const int bits = std::max(page.bits, 8);
     const auto width = static_cast<std::size_t>(page.world.width);
-    Bytes row(width * static_cast<std::size_t>(page.channels) * (deep ? 2 : 1));
+    Bytes row(width * static_cast<std::size_t>(page.channels) * static_cast<std::size_t>(bits / 8));
     setTags(tiff, page, bilevel, row.size());
     for (int y = 0; y < page.world.height; ++y) {
-        packRow(page, y, deep, row.data());
+        packRow(page, y, bits, row.data());
         if (bilevel) {
             for (std::size_t x = 0; x < width; ++x) {
                 std::byte& eight = row[x / 8];

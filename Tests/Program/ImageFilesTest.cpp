@@ -81,6 +81,53 @@ TEST_F(ImageFiles, AreFilteredAsTheEffectFiltersThem) {
         ASSERT_EQ(std::memcmp(world.row(y), wanted.row(y), 41 * sizeof(PF_Pixel8)), 0) << y;
 }
 
+TEST_F(ImageFiles, KeepTheirDepthWithAnEffectThatTakesIt) {
+    const auto smooth = [&](const std::string& in, const std::string& out, const std::string& radius) {
+        const Outcome outcome = ProcessRun({PROGRAM, mFolder / in, mFolder / out, "--effect=bilateral-smooth",
+                                            "--radius=" + radius, "--threshold=0.05"})
+                                    .wait();
+        EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
+        return outcome.err;
+    };
+    const auto bytes = [&](const std::string& name) {
+        std::size_t size = 0;
+        const std::unique_ptr<void, decltype(&g_free)> owner(load(mFolder / name).write_to_memory(&size),
+                                                             g_free);
+        return std::string(static_cast<const char*>(owner.get()), size);
+    };
+    for (const int channels : {1, 2, 3, 4}) {
+        const VImage deep = noise(53, 31, channels, 7, true);
+        const VipsInterpretation kinds[] = {VIPS_INTERPRETATION_B_W, VIPS_INTERPRETATION_scRGB};
+        // Multiples of 257 would come back from 8 bits as well.
+        const VImage fine = (deep * 0.9 + VImage::gaussnoise(53, 31).abs()).cast(VIPS_FORMAT_USHORT);
+        save(fine.copy(VImage::option()->set("interpretation", deep.interpretation())), mFolder / "in.png");
+        save(load(mFolder / "in.png"), mFolder / "in.tif");
+        save((deep * 3e-5 - 0.5)
+                 .cast(VIPS_FORMAT_FLOAT)
+                 .copy(VImage::option()->set("interpretation", kinds[channels > 2])),
+             mFolder / "float.tif");
+        for (const std::string in : {"in.png", "in.tif", "float.tif"}) {
+            SCOPED_TRACE(in + " with channels: " + std::to_string(channels));
+            const std::string out = "out." + in;
+            EXPECT_EQ(smooth(in, out, "0"), "");
+            EXPECT_EQ(load(mFolder / out).format(), load(mFolder / in).format());
+            EXPECT_EQ(load(mFolder / out).bands(), channels);
+            EXPECT_TRUE(bytes(out) == bytes(in));
+        }
+    }
+    EXPECT_THAT(smooth("float.tif", "out.png", "0"), HasSubstr("PNG holds 16 bits per channel at most"));
+    smooth("float.tif", "out.tif", "8");
+    const ReadOptions reading{.keepsDepth = true};
+    Image in = ImageFile(mFolder / "float.tif", reading).decode();
+    Image out = ImageFile(mFolder / "out.tif", reading).decode();
+    Host::World &wanted = in.pages[0].world, &world = out.pages[0].world;
+    const Host::Module module(SMOOTH_MODULE);
+    ASSERT_TRUE(Host::Effect(module).render(wanted, wanted, std::array{8, 50}).ok());
+    ASSERT_TRUE(world.sameShape(wanted));
+    for (int y = 0; y < world.height; ++y)
+        ASSERT_EQ(std::memcmp(world.row(y), wanted.row(y), 53 * sizeof(PF_PixelFloat)), 0) << y;
+}
+
 // What files hold beside the pixels
 
 const std::pair<const char*, const char*> kExif[] = {
