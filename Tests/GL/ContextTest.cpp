@@ -60,7 +60,6 @@ TEST_F(ContextTest, RestoresTheHostsContextOnce) {
         EXPECT_FALSE(CGLGetCurrentContext() == host);
         saved->release();
     }
-    std::thread([&] { EXPECT_THROW(other.makeContextCurrent(), GLFailure) << "in use"; }).join();
     context.makeContextCurrent();
 }
 
@@ -97,19 +96,13 @@ std::string failureOf(Step step) {
 
 TEST_F(ContextTest, FailsWithAReason) {
     const CGLContextObj own = CGLGetCurrentContext();
-    AEOpenGLContext other(nullptr);
-    context.makeContextCurrent();
     const auto make = [&] { AEOpenGLContext made(&context); };
-    const auto switchTo = [&] { other.makeContextCurrent(); };
     for (const auto failing : {EglWatch::Failing::Creation, EglWatch::Failing::Binding}) {
         EglWatch::failing = failing;
         EXPECT_THAT(failureOf(make), HasSubstr("system"));
     }
     EglWatch::failing = EglWatch::Failing::Nothing;
     EXPECT_TRUE(CGLGetCurrentContext() == own);
-    EglWatch::loseContexts();
-    EXPECT_THAT(failureOf(switchTo), HasSubstr("lost: "));
-    EXPECT_EQ(failureOf(make), "") << "of another context";
     CGLSetCurrentContext({});
     EglWatch::isOtherApiCurrent = true;
     const int made = EglWatch::madeContexts;
@@ -158,18 +151,14 @@ TEST_F(ManagerTest, TakesBackTheContextsOfThreadsThatEnd) {
 
 TEST_F(ManagerTest, DeletesRenderContextsInTheirOrderAndTheDataContextLast) {
     const int data = EglWatch::madeContexts;
-    std::barrier turns(3);
-    std::vector<std::jthread> threads;
-    for (int i = 0; i < 2; ++i) {
-        threads.emplace_back([&] {
-            Manager::getCurrentRenderContext();
-            CGLSetCurrentContext({});
-            turns.arrive_and_wait();
-            turns.arrive_and_wait();
-        });
-        while (EglWatch::madeContexts < data + i + 1)
-            std::this_thread::yield();
-    }
+    Manager::getCurrentRenderContext();
+    std::barrier turns(2);
+    const std::jthread other([&] {
+        Manager::getCurrentRenderContext();
+        CGLSetCurrentContext({});
+        turns.arrive_and_wait();
+        turns.arrive_and_wait();
+    });
     turns.arrive_and_wait();
     Manager::releaseContextManager();
     EXPECT_THAT(EglWatch::lastDestroyed, ElementsAre(data + 1, data + 2, data));

@@ -35,7 +35,6 @@ protected:
     const Host::Services::Visit mVisit{mServices};
     FaultyHost mHost;
     PF_InData* mInData = FaultyHost::wrap({{}, Host::utilCallbacks(), nullptr, Host::basicSuite(), 0, 1, 1});
-    PF_UtilCallbacks mUtils{};
     unsigned long mPixelSize = 16;
     GLenum mType = GL_FLOAT;
     float mMultiplier = 0;
@@ -63,48 +62,31 @@ TEST_F(TransferTest, KeepsPixelsOfEveryFormat) {
 }
 
 TEST_F(TransferTest, TakesRowsThatRunUpwards) {
-    std::vector<PF_Pixel8> memory(20, {1, 2, 3, 4});
-    static PF_Pixel8* mTop;
-    mTop = &memory[12];
-    mUtils = *mInData->utils;
-    mUtils.get_pixel_data8 = [](PF_LayerDef*, void*, PF_Pixel8** base) -> PF_Err {
-        *base = mTop;
-        return PF_Err_NONE;
-    };
-    mInData->utils = &mUtils;
-    for (int i = 0; i < 20; ++i)
-        memory[i].red = static_cast<std::uint8_t>(i);
-    // Rows of 4 pixels whose distance is 6 pixels and a half: the top one begins at pixel 12, the next at 6.
-    PF_LayerDef world{};
-    world.width = 4, world.height = 2, world.rowbytes = -26;
-    const std::vector<float> channels = texels(AEOpenGLUtilities::UploadTexture(
-        PF_PixelFormat_ARGB32, &world, nullptr, mInData, mPixelSize, mType, mMultiplier, false));
+    World world(4, 2);
+    PF_Pixel8* const pixels = world.row(0);
+    for (int i = 0; i < 10; ++i)
+        pixels[i].red = static_cast<std::uint8_t>(i);
+    // A distance of 6 pixels and a half: the top row begins at pixel 6, the next within the one before the memory.
+    world.rowbytes = -26;
+    const std::vector<float> channels = texels(upload(PF_PixelFormat_ARGB32, world));
     std::vector<int> reds;
     for (std::size_t i = 1; i < channels.size(); i += 4)
         reds.push_back(static_cast<int>(std::lround(255 * channels[i])));
-    EXPECT_THAT(reds, testing::ElementsAre(12, 13, 14, 15, 6, 7, 8, 9));
-
-    drawInto(makeTexture(4, 4), 4, 4);
-    world.height = 4, world.rowbytes = -15;
+    EXPECT_THAT(reds, testing::ElementsAre(6, 7, 8, 9, 0, 1, 2, 3));
+    drawInto(makeTexture(4, 2), 4, 2);
     download(PF_PixelFormat_ARGB32, world, world);
-    // Row 3 begins 45 bytes before pixel 12, which is within pixel 0: it is written from pixel 1 on.
-    EXPECT_EQ(memory[0].blue, 4);
-    EXPECT_EQ(memory[1].blue, 0);
-    mTop = nullptr;
+    EXPECT_EQ(pixels[3].red, 0) << "written from pixel 0 on";
+
     world.width = 0;
+    mHost.faults.failing = {{"get_pixel_data8", 1}};
     EXPECT_NO_THROW(download(PF_PixelFormat_ARGB32, world, world)) << "nothing is written";
 }
 
 TEST_F(TransferTest, AsksForAHandleOfAnySize) {
-    World world(3, 2, PF_PixelFormat_ARGB32);
-    mPixelSize = 16;
+    PF_LayerDef world{};
+    world.width = world.height = 16384;
     mHost.faults.failing = {{"host_new_handle", 1}};
-    EXPECT_THAT(
-        [&] {
-            AEOpenGLUtilities::DownloadTexture(16384, 16384, &world, &world, mInData, PF_PixelFormat_ARGB32,
-                                               mPixelSize, mType);
-        },
-        testing::Throws<int>(4));
+    EXPECT_THAT([&] { download(PF_PixelFormat_ARGB128, world, world); }, testing::Throws<int>(4));
     EXPECT_THAT(mHost.calls, testing::Contains("host_new_handle 4294967296"));
 }
 
