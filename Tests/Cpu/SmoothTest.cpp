@@ -2,9 +2,6 @@
 #include "Tests/Cpu/InstructionSets.h"
 #include "Tests/Support/Oracle.h"
 
-#include <gmock/gmock.h>
-
-#include <bit>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
@@ -50,48 +47,39 @@ protected:
         const int radius = below(8) ? below(10) : below(kLargestRadius + 1);
         // The second has integer factors.
         const double threshold = below(3) ? std::pow(10, -3 * uniform()) : 0.1;
-        const std::size_t gap = static_cast<std::size_t>(below(3)), row = 4 * width + gap;
-        const Value untouched = static_cast<Value>(77);
-        std::vector<Value> source(row * height, untouched), target = source;
-        for (std::size_t i = 0; i < values.size(); ++i) {
-            Value& value = source[i / (4 * width) * row + i % (4 * width)];
-            value = static_cast<Value>(std::is_same_v<Value, float> ? values[i]
-                                                                    : std::rint(fullScale * values[i]));
-            values[i] = value / fullScale;
+        std::vector<Value> source;
+        for (double& value : values) {
+            source.push_back(
+                static_cast<Value>(std::is_same_v<Value, float> ? value : std::rint(fullScale * value)));
+            value = source.back() / fullScale;
         }
-        const bool upwards = below(2);
-        const auto stride = static_cast<std::ptrdiff_t>(row * sizeof(Value)) * (upwards ? -1 : 1);
-        const std::size_t first = upwards ? row * (height - 1) : 0;
-        const Image image{
-            reinterpret_cast<const std::uint8_t*>(&source[first]), stride, width, height, depth, fullScale};
-        bilateralSmooth(image, &target[first], stride, radius, threshold, mPool);
-        std::vector<Value> alone(target.size(), untouched);
-        bilateralSmooth(image, &alone[first], stride, radius, threshold, mOneThread);
-        ASSERT_EQ(std::memcmp(alone.data(), target.data(), target.size() * sizeof(Value)), 0);
+        const auto result =
+            filtered(source, std::size_t{4} * width, below(3), below(2),
+                     [&](const Value* pixels, Value* target, std::ptrdiff_t stride, ThreadPool& pool) {
+                         const auto* bytes = reinterpret_cast<const std::uint8_t*>(pixels);
+                         bilateralSmooth({bytes, stride, width, height, depth, fullScale}, target, stride,
+                                         radius, threshold, pool);
+                     });
 
         // The same either way up.
         const auto expected = Oracle::smooth(values, width, height, radius, threshold, 1e-25);
         double sum = 0;
-        for (std::size_t i = 0; i < target.size(); ++i) {
+        for (std::size_t i = 0; i < result.size(); ++i) {
             SCOPED_TRACE(testing::Message() << i << " of " << width << " by " << height << " at " << radius
                                             << ", " << threshold << ", depth " << static_cast<int>(depth));
-            const std::size_t column = i % row, at = i / row * 4 * width + column;
-            if (column >= 4 * static_cast<std::size_t>(width)) {
-                ASSERT_EQ(target[i], untouched);
-            } else if (radius == 0 || column % 4 == 0 || !std::isfinite(values[at])) {
-                ASSERT_EQ(std::memcmp(&target[i], &source[i], sizeof(Value)), 0);
-            } else if (!std::isnan(expected[at])) {
-                const double error = std::abs(target[i] / fullScale - expected[at]);
-                ASSERT_LE(error, most + 4e-7 * std::abs(expected[at]))
-                    << target[i] / fullScale << ", " << expected[at];
+            if (radius == 0 || i % 4 == 0 || !std::isfinite(values[i])) {
+                ASSERT_EQ(std::memcmp(&result[i], &source[i], sizeof(Value)), 0);
+            } else if (!std::isnan(expected[i])) {
+                const double error = std::abs(result[i] / fullScale - expected[i]);
+                ASSERT_LE(error, most + 4e-7 * std::abs(expected[i]))
+                    << result[i] / fullScale << ", " << expected[i];
                 sum += error;
             }
         }
-        ASSERT_LE(sum, mean * static_cast<double>(target.size()));
+        ASSERT_LE(sum, mean * static_cast<double>(result.size()));
     }
 
     std::mt19937 mRandom{7};
-    ThreadPool mPool{3}, mOneThread{1};
 };
 
 TEST_P(Smooth, IsTheOraclesImageAtEveryDepth) {
