@@ -20,15 +20,12 @@ std::atomic<const char*> missing{""};
 
 namespace {
 
-// The last context, where it was created while bindings fail.
-EGLContext mUnbindable = EGL_NO_CONTEXT;
-
 std::mutex mMutex;
 // In an array, as tests exhaust the memory.
 struct Context {
     EGLContext name;
     int number;
-    bool isLost;
+    EGLint bindingError = EGL_SUCCESS;
 };
 std::array<Context, 4096> mContexts{};
 
@@ -51,7 +48,8 @@ Function* next(const char* name) {
 void loseContexts() {
     const std::lock_guard lock(mMutex);
     for (Context& context : mContexts)
-        context.isLost = context.name != EGL_NO_CONTEXT && context.name != eglGetCurrentContext();
+        if (context.name != EGL_NO_CONTEXT && context.name != eglGetCurrentContext())
+            context.bindingError = EGL_CONTEXT_LOST;
 }
 
 NSOpenGLContext* makeContext() {
@@ -73,22 +71,21 @@ EGLContext eglCreateContext(EGLDisplay display, EGLConfig config, EGLContext sha
         return EGL_NO_CONTEXT;
     const EGLContext context = kNext(display, config, share, attributes);
     liveContexts += context != EGL_NO_CONTEXT;
-    mUnbindable = failing == Failing::Binding ? context : EGL_NO_CONTEXT;
     const std::lock_guard lock(mMutex);
     if (context != EGL_NO_CONTEXT)
-        find(EGL_NO_CONTEXT) = {context, ++madeContexts, false};
+        find(EGL_NO_CONTEXT) = {context, ++madeContexts,
+                                failing == Failing::Binding ? EGL_BAD_ALLOC : EGL_SUCCESS};
     return context;
 }
 
 EGLBoolean eglMakeCurrent(EGLDisplay display, EGLSurface draw, EGLSurface read, EGLContext context) {
     static const auto kNext = next<decltype(eglMakeCurrent)>("eglMakeCurrent");
-    mError = EGL_SUCCESS;
+    {
+        const std::lock_guard lock(mMutex);
+        mError = find(context).bindingError;
+    }
     if (isOtherApiCurrent && eglGetCurrentContext() == EGL_NO_CONTEXT)
         mError = EGL_BAD_ACCESS;
-    else if (context != EGL_NO_CONTEXT && context == mUnbindable)
-        mError = EGL_BAD_ALLOC;
-    else if (const std::lock_guard lock(mMutex); find(context).isLost)
-        mError = EGL_CONTEXT_LOST;
     return mError == EGL_SUCCESS ? kNext(display, draw, read, context) : EGL_FALSE;
 }
 
