@@ -5,56 +5,16 @@
 #include "Plugins/Shared/GL/SaveRestoreGLContextMac.h"
 #include "Plugins/Shared/GL/TextureOwner.h"
 #include "Tests/GL/GLTest.h"
+#include "Tests/Support/AllocationLimit.h"
 #include "Tests/Support/EglWatch.h"
 
-#include <cstdlib>
-#include <dlfcn.h>
-#include <limits>
-#include <link.h>
 #include <new>
-#include <string_view>
-
-namespace Tessaloom::BilateralBlur {
-namespace {
-
-constexpr int kUnlimited = std::numeric_limits<int>::max();
-
-// How many more allocations of this program and of glbinding succeed on the thread. Drivers abort without memory.
-thread_local int mAllocationsLeft = kUnlimited;
-
-bool mayFail(void* caller) {
-    dl_find_object found{};
-    if (_dl_find_object(caller, &found) != 0)
-        return false;
-    const std::string_view file = found.dlfo_link_map->l_name; // empty for the program
-    return file.empty() || file.find("libglbinding.so") != file.npos;
-}
-
-} // namespace
-} // namespace Tessaloom::BilateralBlur
-
-[[gnu::noinline]] void* operator new(std::size_t size) {
-    using namespace Tessaloom::BilateralBlur;
-    const bool isScarce = mAllocationsLeft != kUnlimited && mayFail(__builtin_return_address(0));
-    void* memory = isScarce && mAllocationsLeft-- <= 0 ? nullptr : std::malloc(size ? size : 1);
-    if (!memory)
-        throw std::bad_alloc();
-    return memory;
-}
-
-// Not inlined, or the compiler would see memory of one kind given back as another.
-[[gnu::noinline]] void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-
-[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept {
-    std::free(memory);
-}
 
 namespace Tessaloom::BilateralBlur {
 namespace {
 
 using namespace gl;
+using AllocationLimit::kUnlimited;
 
 int objects() {
     int found = 0;
@@ -79,7 +39,7 @@ bool framePasses(int allocations, bool alsoForContexts) {
     bool passes = false;
     {
         BackgroundRender pass;
-        mAllocationsLeft = allocations;
+        AllocationLimit::left = allocations;
         try {
             if (alsoForContexts)
                 makeContexts();
@@ -93,7 +53,7 @@ bool framePasses(int allocations, bool alsoForContexts) {
         } catch (const std::bad_alloc&) {
         } catch (const GLFailure&) {
         }
-        mAllocationsLeft = 0;
+        AllocationLimit::left = 0;
         target.discard();
     }
     glUseProgram(0); // which keeps a deleted program until then
@@ -102,7 +62,7 @@ bool framePasses(int allocations, bool alsoForContexts) {
     AEOpenGLContextManager::releaseContextManager();
     saved->restore();
     saved->release();
-    mAllocationsLeft = kUnlimited;
+    AllocationLimit::left = kUnlimited;
     EXPECT_EQ(left, 0) << allocations;
     return passes;
 }
