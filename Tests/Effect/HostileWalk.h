@@ -16,6 +16,14 @@ public:
     HostileWalk(Way way, std::function<int(int bound)> below) : Session(way), mBelow(std::move(below)) {}
     ~HostileWalk() { mHostContext->makeCurrentContext(); }
 
+    /// Sets the effect up again where a step set it down.
+    void setUpAgain() {
+        PF_OutData out{};
+        if (mIsSetDown)
+            EXPECT_EQ(mModule.entry()(PF_Cmd_GLOBAL_SETUP, nullptr, &out, nullptr, nullptr, nullptr), 0);
+        mIsSetDown = false;
+    }
+
     /// Acts once, checks the outcome, and renders a right frame. That happens on a thread of its own or on
     /// this one, with the host's context current or none.
     void step() {
