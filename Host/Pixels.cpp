@@ -106,9 +106,12 @@ void packRow(const Pixel* row, int width, int channels, Sample* samples) {
     }
 }
 
+// Types can't be in parentheses here.
+// NOLINTBEGIN(bugprone-macro-parentheses)
 #define INSTANTIATE(Sample, Pixel)                                                                           \
     template void unpackRow(const Sample*, int, int, Pixel*);                                                \
     template void packRow(const Pixel*, int, int, Sample*);
+// NOLINTEND(bugprone-macro-parentheses)
 
 #define INSTANTIATE_FOR(Sample)                                                                              \
     INSTANTIATE(Sample, PF_Pixel8)                                                                           \
