@@ -18,9 +18,10 @@ public:
 
     /// Sets the effect up again where a step set it down.
     void setUpAgain() {
+        if (!mIsSetDown)
+            return;
         PF_OutData out{};
-        if (mIsSetDown)
-            EXPECT_EQ(mModule.entry()(PF_Cmd_GLOBAL_SETUP, nullptr, &out, nullptr, nullptr, nullptr), 0);
+        EXPECT_EQ(mModule.entry()(PF_Cmd_GLOBAL_SETUP, nullptr, &out, nullptr, nullptr, nullptr), 0);
         mIsSetDown = false;
     }
 
