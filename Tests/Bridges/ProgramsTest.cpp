@@ -139,6 +139,19 @@ TEST_F(Frei0rPrograms, GiveThePicturesOfTheEffectThroughAPipe) {
         EXPECT_EQ(outputOf(command), twice) << command;
 }
 
+TEST_F(Frei0rPrograms, SayWhatTheEffectRunsOnWhenAsked) {
+    const auto messages = [&](const std::string& environment) {
+        const Bytes text =
+            outputOf("env " + environment +
+                     " ffmpeg -v error -i clip.mkv -vf frei0r=bilateral_blur:0.2 -f null - 2>&1");
+        return std::string(text.begin(), text.end());
+    };
+    EXPECT_EQ(messages("--unset=BILATERAL_BLUR_VERBOSE"), "");
+    EXPECT_THAT(messages("BILATERAL_BLUR_VERBOSE=1"), testing::HasSubstr("\nOpenGL Renderer: "));
+    EXPECT_THAT(messages("BILATERAL_BLUR_VERBOSE=1 __EGL_VENDOR_LIBRARY_FILENAMES=/nonexistent"),
+                testing::EndsWith("; filtering on the CPU\n"));
+}
+
 // Projects as the editors save them with what their files say of the filters: a clip with keyframes of one
 // parameter, 0 in the first frame and the end in the fifth, and the others at what they begin with.
 TEST_F(Frei0rPrograms, TheEditorsFilesFitTheFilters) {
