@@ -133,8 +133,8 @@ TEST_F(Gegl, APreviewAtHalfTheSizeIsFilteredHalfAsFar) {
 // A program that isn't built with the sanitizer can't load the operation that is.
 #ifndef __SANITIZE_ADDRESS__
 TEST_F(Gegl, TheCommandLineGivesTheSameBytes) {
-    const Folder folder;
-    const std::string in = SAMPLE_PICTURE, out = folder / "out.png";
+    const Directory directory;
+    const std::string in = SAMPLE_IMAGE, out = directory / "out.png";
     ProcessRun run({"/usr/bin/env", "gegl", in, "--", "bilateral-blur:bilateral-blur", "blur-scale=20",
                     "gegl:png-save", "path=" + out, "bitdepth=8"});
     EXPECT_EQ(run.wait().exitCode, 0);

@@ -21,15 +21,15 @@ const std::string kMeltRaw = " -consumer avformat:pipe:1 f=rawvideo vcodec=rawvi
 class Frei0rPrograms : public testing::Test {
 protected:
     Frei0rPrograms() {
-        const std::string folder = std::filesystem::path(BLUR_FILTER).parent_path();
-        setenv("FREI0R_PATH", folder.c_str(), 1);
+        const std::string directory = std::filesystem::path(BLUR_FILTER).parent_path();
+        setenv("FREI0R_PATH", directory.c_str(), 1);
         // GStreamer keeps a list of what it found; it mustn't be the user's.
-        setenv("GST_REGISTRY", (mFolder / "registry.bin").c_str(), 1);
+        setenv("GST_REGISTRY", (mDirectory / "registry.bin").c_str(), 1);
         write(mFrames, kSize, "clip.mkv");
         write(mFrames, kSize, "frame-%04d.png");
     }
 
-    /// Runs a command of the shell in the folder and returns what it writes to standard output. melt 7.12 can
+    /// Runs a command of the shell in the directory and returns what it writes to standard output. melt 7.12 can
     /// end at once with nothing written, or hang, whatever the filter: Docs/hosts.md says to start it again
     /// then.
     Bytes outputOf(const std::string& command) const {
@@ -37,7 +37,7 @@ protected:
         Outcome outcome;
         do {
             ProcessRun shell({"/usr/bin/timeout", "60", "/bin/sh", "-c", command},
-                             [&] { std::filesystem::current_path(mFolder / ""); });
+                             [&] { std::filesystem::current_path(mDirectory / ""); });
             outcome = shell.wait();
         } while (outcome.out.empty() && --attempts > 0);
         EXPECT_EQ(outcome.exitCode, 0) << command << "\n" << outcome.err;
@@ -46,7 +46,7 @@ protected:
 
     /// Writes frames without loss into a file or numbered files.
     void write(const Bytes& frames, Size size, const std::string& name) const {
-        std::ofstream(mFolder / "in.rgba") << std::string(frames.begin(), frames.end());
+        std::ofstream(mDirectory / "in.rgba") << std::string(frames.begin(), frames.end());
         const std::string codec = name.ends_with(".mkv") ? " -c:v ffv1 -pix_fmt bgra " : " ";
         outputOf("ffmpeg -v error -y -f rawvideo -pix_fmt rgba -r 25 -s " + std::to_string(size.width) + "x" +
                  std::to_string(size.height) + " -i in.rgba" + codec + name);
@@ -62,11 +62,11 @@ protected:
         return examples;
     }
 
-    const Folder mFolder;
+    const Directory mDirectory;
     const Bytes mFrames = makeFrames(kSize, 6);
 };
 
-TEST_F(Frei0rPrograms, TheExamplesOfThePageGiveThePicturesOfTheEffect) {
+TEST_F(Frei0rPrograms, TheExamplesOfThePageGiveTheImagesOfTheEffect) {
     // Opaque, as ffmpeg's own conversion for fillborders moves alpha by 1.
     const Bytes wide = makeFrames(kWideSize, 1, true);
     write(wide, kWideSize, "clip-854.mkv");
@@ -86,7 +86,7 @@ TEST_F(Frei0rPrograms, TheExamplesOfThePageGiveThePicturesOfTheEffect) {
         const std::string& example = examples[i + 1];
         const Bytes made = outputOf("{ " + example + "; } >&2 && ffmpeg -v error -i " + output + kRaw);
         EXPECT_EQ(made, expected) << example;
-        std::filesystem::remove(mFolder / output);
+        std::filesystem::remove(mDirectory / output);
     }
 }
 
@@ -124,7 +124,7 @@ TEST_F(Frei0rPrograms, TheFirstExampleOfThePageKeepsColoursInAFormatForAllPlayer
 }
 
 // Through a pipe, where one foreign byte would spoil all that follows, with two filters in a graph.
-TEST_F(Frei0rPrograms, GiveThePicturesOfTheEffectThroughAPipe) {
+TEST_F(Frei0rPrograms, GiveTheImagesOfTheEffectThroughAPipe) {
     const std::string ffmpeg =
         "ffmpeg -v error -i clip.mkv -vf frei0r=bilateral_blur:0.2,frei0r=bilateral_blur:0.1";
     const std::string melt =
@@ -191,7 +191,7 @@ TEST_F(Frei0rPrograms, TheEditorsFilesFitTheFilters) {
         };
         for (std::size_t ramp = 0; ramp < ends.size(); ++ramp)
             for (const auto& [service, names, maxima, defaults, hasDefaultsOfUnits] : kEditors) {
-                std::ofstream project(mFolder / "project.mlt");
+                std::ofstream project(mDirectory / "project.mlt");
                 project << "<mlt LC_NUMERIC='C'><profile width='64' height='48' progressive='1' "
                            "sample_aspect_num='1' sample_aspect_den='1' frame_rate_num='25' "
                            "frame_rate_den='1'/><producer in='0' out='5'><property "

@@ -1,7 +1,7 @@
 #include "Plugins/BilateralBlur/Sources/CpuFormula.h"
 #include "Tests/Cpu/InstructionSets.h"
+#include "Tests/Support/Images.h"
 #include "Tests/Support/Oracle.h"
-#include "Tests/Support/Pictures.h"
 
 #include <algorithm>
 #include <array>
@@ -13,8 +13,8 @@
 namespace Tessaloom::BilateralBlur {
 namespace {
 
-using Pictures::noise;
-using Pictures::Picture;
+using Images::Image;
+using Images::noise;
 
 /// How far means may be off, in levels of 255.
 struct Bounds {
@@ -61,37 +61,36 @@ void expectClose(const std::vector<std::uint8_t>& result, const std::vector<doub
 
 /// Lone pixels at rising distances from a flat ground: where one pixel and the sum of all others weigh the
 /// same, an error of the weights shows most.
-Picture speckles(int width, int height, bool opaque) {
-    return Pictures::make(width, height, opaque, [](int x, int y, int channel) {
+Image speckles(int width, int height, bool opaque) {
+    return Images::make(width, height, opaque, [](int x, int y, int channel) {
         const bool lone = x % 7 == 3 && y % 5 == 2;
         return 40 + 20 * channel + (lone && channel != 2 ? 30 + 5 * (x / 7 + y / 5) : 0);
     });
 }
 
 /// Alpha is `alpha` on the left and noise on the right.
-Picture halfConstant(int width, int height, int alpha) {
-    Picture picture = noise(width, height, 11, false, 20);
-    for (std::size_t i = 0; i < picture.bytes.size(); i += 4)
+Image halfConstant(int width, int height, int alpha) {
+    Image image = noise(width, height, 11, false, 20);
+    for (std::size_t i = 0; i < image.bytes.size(); i += 4)
         if (static_cast<int>(i) / 4 % width < width * 2 / 3)
-            picture.bytes[i] = static_cast<std::uint8_t>(alpha);
-    return picture;
+            image.bytes[i] = static_cast<std::uint8_t>(alpha);
+    return image;
 }
 
 class Kernel : public InstructionSetTest {
 protected:
-    /// Filters the picture, with `gap` bytes after each row of either image, and compares.
-    void expectOracle(const Picture& picture, int blurSize, std::size_t gap = 0, bool upwards = false) {
-        SCOPED_TRACE(testing::Message() << picture.width << " by " << picture.height << " at " << blurSize);
+    /// Filters the image, with `gap` bytes after each row of either image, and compares.
+    void expectOracle(const Image& image, int blurSize, std::size_t gap = 0, bool upwards = false) {
+        SCOPED_TRACE(testing::Message() << image.width << " by " << image.height << " at " << blurSize);
         const auto result = filtered(
-            picture.bytes, std::size_t{4} * picture.width, gap, upwards,
+            image.bytes, std::size_t{4} * image.width, gap, upwards,
             [&](const auto* source, auto* target, std::ptrdiff_t stride, ThreadPool& pool) {
-                bilateralBlur(source, stride, target, stride, picture.width, picture.height, blurSize, pool);
+                bilateralBlur(source, stride, target, stride, image.width, image.height, blurSize, pool);
             });
         // The same either way up.
-        expectClose(
-            result,
-            Oracle::pass(picture.normalised(), picture.width, picture.height, std::clamp(blurSize, 0, 60)),
-            GetParam() == kBestSet && blurSize >= kLeastBf16Size ? kBf16 : kPortable);
+        expectClose(result,
+                    Oracle::pass(image.normalised(), image.width, image.height, std::clamp(blurSize, 0, 60)),
+                    GetParam() == kBestSet && blurSize >= kLeastBf16Size ? kBf16 : kPortable);
     }
 };
 
@@ -103,9 +102,9 @@ TEST_P(Kernel, IsTheOraclesImageOfAnySizeAtAnyScale) {
         const int width = 1 + (wide ? 256 + below(30) : below(40)), height = 1 + below(wide          ? 3
                                                                                        : i % 15 == 1 ? 70
                                                                                                      : 24);
-        const Picture picture = below(2) ? noise(width, height, random(), below(2), below(2) ? 128 : 20)
-                                         : halfConstant(width, height, std::array{255, 77, 1, 0}[below(4)]);
-        expectOracle(picture, wide || height > 24 ? below(14) : below(72) - 5, below(8), below(2));
+        const Image image = below(2) ? noise(width, height, random(), below(2), below(2) ? 128 : 20)
+                                     : halfConstant(width, height, std::array{255, 77, 1, 0}[below(4)]);
+        expectOracle(image, wide || height > 24 ? below(14) : below(72) - 5, below(8), below(2));
     }
     ThreadPool pool(1);
     for (const int width : {0, 5})
@@ -114,17 +113,15 @@ TEST_P(Kernel, IsTheOraclesImageOfAnySizeAtAnyScale) {
 
 // Contents in which errors of the weights show most.
 TEST_P(Kernel, IsTheOraclesImageOfHardContents) {
-    const Picture pictures[] = {
-        Pictures::blocks(37, 15, false), Pictures::photograph(18, 21, 5), speckles(41, 14, false),
-        speckles(41, 14, true),
-        // The least weights of all.
-        Pictures::make(32, 30, false, [](int x, int y, int) { return x + y ? 0 : 255; })};
-    for (const Picture& picture : pictures)
+    const Image images[] = {Images::blocks(37, 15, false), Images::photograph(18, 21, 5),
+                            speckles(41, 14, false), speckles(41, 14, true),
+                            // The least weights of all.
+                            Images::make(32, 30, false, [](int x, int y, int) { return x + y ? 0 : 255; })};
+    for (const Image& image : images)
         for (const int blurSize : {3, 8, 9, 30, 59})
-            expectOracle(picture, blurSize);
+            expectOracle(image, blurSize);
     // Each alpha with each colour, where no mean hides an error.
-    expectOracle(Pictures::make(256, 256, false, [](int x, int y, int channel) { return channel ? x : y; }),
-                 2);
+    expectOracle(Images::make(256, 256, false, [](int x, int y, int channel) { return channel ? x : y; }), 2);
 }
 
 INSTANTIATE_INSTRUCTION_SETS(Kernel);

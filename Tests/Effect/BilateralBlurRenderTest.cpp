@@ -3,8 +3,8 @@
 #include "Plugins/Shared/GL/AEOpenglMainFrameBuffer.h"
 #include "Tests/GL/GLTest.h"
 #include "Tests/Support/GLCalls.h"
+#include "Tests/Support/Images.h"
 #include "Tests/Support/Oracle.h"
-#include "Tests/Support/Pictures.h"
 
 #include <algorithm>
 #include <optional>
@@ -19,7 +19,7 @@ using BilateralBlurRenderTest = GLTest;
 TEST_F(BilateralBlurRenderTest, DrawsWhatTheFormulasSayForAnyScaleAndFor16Bits) {
     constexpr int kWidth = 21, kHeight = 13;
     constexpr float kMultiplier = 65535.0f / 32768.0f;
-    std::vector<double> values = Pictures::noise(kWidth, kHeight, 5, false, 60).normalised();
+    std::vector<double> values = Images::noise(kWidth, kHeight, 5, false, 60).normalised();
     for (double& value : values)
         value /= kMultiplier;
     const std::vector<float> texture(values.begin(), values.end());

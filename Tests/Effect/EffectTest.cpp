@@ -22,7 +22,7 @@ namespace Tessaloom::BilateralBlur {
 namespace {
 
 using Host::World;
-using Pictures::noise;
+using Images::noise;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
@@ -90,7 +90,7 @@ TEST(PreRender, PassesTheRequestOnAndUnitesTheRectangles) {
 }
 
 // Sizes, scales, alphas and contents at random. Coordinates that miss a texel's centre by little would show
-// in wide pictures and at transparent pixels.
+// in wide images and at transparent pixels.
 std::vector<Sample> randomSamples(unsigned seed, int count) {
     std::mt19937 random(seed);
     const auto below = [&](int bound) { return static_cast<int>(random() % bound); };
@@ -99,17 +99,17 @@ std::vector<Sample> randomSamples(unsigned seed, int count) {
         const bool isWide = i % 8 == 0;
         const int width = 1 + below(isWide ? 300 : 24), height = 1 + below(isWide ? 3 : 18);
         const unsigned noise = random();
-        const Pictures::Picture pictures[] = {Pictures::blocks(width, height, false),
-                                              Pictures::photograph(width, height, noise),
-                                              Pictures::noise(width, height, noise, false, 1 + below(128))};
-        samples.push_back({pictures[i % 3], below(isWide ? 5 : 61)});
+        const Images::Image images[] = {Images::blocks(width, height, false),
+                                        Images::photograph(width, height, noise),
+                                        Images::noise(width, height, noise, false, 1 + below(128))};
+        samples.push_back({images[i % 3], below(isWide ? 5 : 61)});
     }
     return samples;
 }
 
 class WaysTest : public testing::TestWithParam<unsigned> {};
 
-TEST_P(WaysTest, GiveTheSamePicture) {
+TEST_P(WaysTest, GiveTheSameImage) {
     const std::vector<Sample> samples = randomSamples(GetParam(), 60);
     for (const Way way :
          {Way(Way::Gpu), Way(Way::SoftwareGL), Way(Way::NoGL), Way(Way::Gpu, true), Way(Way::NoGL, true)}) {
@@ -167,7 +167,7 @@ void takeStorageAway() {
 using GpuTest = EffectTest;
 INSTANTIATE_TEST_SUITE_P(Ways, GpuTest, testing::Values(Way::Gpu, Way(Way::Gpu, true)), nameOf);
 
-// The size is new to GL, so that each step of its first frame can fail. A picture from what failed would be
+// The size is new to GL, so that each step of its first frame can fail. A image from what failed would be
 // black or random.
 TEST_P(GpuTest, FiltersOnTheCpuWhatTheGpuCannotDoAndStartsFromNothingAfterIt) {
     const auto linesOfFrame = [&](const char* function, void (*fault)(), const Sample& sample) {

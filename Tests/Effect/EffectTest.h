@@ -3,8 +3,8 @@
 #include "Host/Effect.h"
 #include "Tests/Support/EglWatch.h"
 #include "Tests/Support/FaultyHost.h"
+#include "Tests/Support/Images.h"
 #include "Tests/Support/Oracle.h"
-#include "Tests/Support/Pictures.h"
 
 #include <gmock/gmock.h>
 
@@ -70,12 +70,12 @@ inline std::vector<int> straight(const Host::World& world) {
     return values;
 }
 
-/// A picture at a blur scale.
+/// A image at a blur scale.
 struct Sample {
     Host::World world() const {
-        Host::World world(picture.width, picture.height);
+        Host::World world(image.width, image.height);
         for (int y = 0; y < world.height; ++y)
-            std::memcpy(world.row(y), picture.pixel(0, y), std::size_t{4} * world.width);
+            std::memcpy(world.row(y), image.pixel(0, y), std::size_t{4} * world.width);
         return world;
     }
 
@@ -83,14 +83,14 @@ struct Sample {
     /// no farther than 0.01 from the middle; 0.1 where a processor may filter with weights of 8 bits. Empty if there is
     /// none. Values of the blur are premultiplied.
     std::string difference(const Host::World& output, bool isSmooth = false) const {
-        if (output.width != picture.width || output.height != picture.height)
+        if (output.width != image.width || output.height != image.height)
             return "another size";
         const std::vector<int> values = isSmooth ? straight(output) : premultiplied(output);
         std::vector<double>& expected = mExpected[isSmooth];
         if (expected.empty())
-            expected = isSmooth ? Oracle::smooth(picture.normalised(), picture.width, picture.height,
-                                                 value(true), 0.1, 1e-25)
-                                : Oracle::pass(picture.normalised(), picture.width, picture.height, scale);
+            expected = isSmooth ? Oracle::smooth(image.normalised(), image.width, image.height, value(true),
+                                                 0.1, 1e-25)
+                                : Oracle::pass(image.normalised(), image.width, image.height, scale);
         const double rounding = (isSmooth || scale >= 9) && !EglWatch::hardware ? 0.6 : 0.51;
         for (std::size_t i = 0; i < values.size(); ++i)
             if (std::abs(values[i] - 255 * expected[i]) > rounding)
@@ -104,7 +104,7 @@ struct Sample {
     /// Of the first slider. A radius reaches twice as far as a scale of the same number.
     int value(bool isSmooth) const { return isSmooth ? scale / 2 : scale; }
 
-    Pictures::Picture picture;
+    Images::Image image;
     int scale;
     mutable std::vector<double> mExpected[2]{}; ///< by effect, once it was needed
 };
@@ -138,7 +138,7 @@ struct Session {
     FaultyHost mHost{mModule.entry(), mModule.resource()};
     NSOpenGLContext* const mHostContext = EglWatch::makeContext();
     std::optional<Host::Effect> mEffect;
-    const Sample mSample{Pictures::photograph(12, 8, 5), 7};
+    const Sample mSample{Images::photograph(12, 8, 5), 7};
     Host::World mOutput{0, 0};
 };
 

@@ -176,7 +176,7 @@ TEST_P(HostCallsTest, RendersTheFrameOfAFailedParameterWithTheSliderAtZero) {
     const auto expectFrame = [&](std::map<std::string, PF_Err> failing, PF_Err code, int scale) {
         EXPECT_EQ(renderWith({.failing = std::move(failing), .output = &output}).code, code);
         EXPECT_EQ(mCalls, callsOfFrame());
-        EXPECT_EQ(Sample(mSample.picture, scale).difference(output), "");
+        EXPECT_EQ(Sample(mSample.image, scale).difference(output), "");
     };
     expectFrame({{"checkout_param", 77}}, 77, 0);
     expectFrame({{"checkin_param", 78}}, 78, 7);

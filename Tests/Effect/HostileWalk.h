@@ -92,9 +92,8 @@ private:
         "checkin_param",  "get_pixel_data8",       "host_new_handle", "host_lock_handle", "none"};
     const std::function<int(int)> mBelow;
     bool mIsSetDown = false;
-    inline static const Sample mSamples[3] = {{Pictures::noise(5, 4, 1), 3},
-                                              {Pictures::blocks(7, 3, false), 60},
-                                              {Pictures::photograph(4, 6, 2), 20}};
+    inline static const Sample mSamples[3] = {
+        {Images::noise(5, 4, 1), 3}, {Images::blocks(7, 3, false), 60}, {Images::photograph(4, 6, 2), 20}};
 };
 
 } // namespace Tessaloom::BilateralBlur

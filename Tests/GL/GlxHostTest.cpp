@@ -67,7 +67,7 @@ protected:
 // where there is a GPU.
 TEST_F(GlxHostTest, KeepsItsContextAroundTheEffect) {
     const Host::Module module(MODULE);
-    const Sample sample(Pictures::photograph(12, 8, 5), 7);
+    const Sample sample(Images::photograph(12, 8, 5), 7);
     for (const auto& [hardware, isCurrentAtSetup] :
          {std::pair(false, false), {false, true}, {true, false}, {true, true}}) {
         EglWatch::hardware = hardware;

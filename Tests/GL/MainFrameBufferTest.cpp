@@ -113,15 +113,15 @@ TEST_F(MainFrameBufferTest, DeletesThePassesInTheirOrders) {
 
 TEST_F(MainFrameBufferTest, RendersIntoAMipLevelOfATexture) {
     beginFrame(true);
-    const GLuint picture = makeTexture(8, 8, white.data());
+    const GLuint texture = makeTexture(8, 8, white.data());
     glGenerateMipmap(GL_TEXTURE_2D);
     const auto below = integer(GL_DRAW_FRAMEBUFFER_BINDING);
     const int frameBuffers = calls.kept("Framebuffers");
     GLint viewport[4];
-    target.pushNormalRenderContext(picture, Vec2(4.9, 3.2), 1);
+    target.pushNormalRenderContext(texture, Vec2(4.9, 3.2), 1);
     glGetIntegerv(GL_VIEWPORT, viewport);
     EXPECT_THAT(viewport, testing::ElementsAre(0, 0, 4, 3));
-    EXPECT_THAT(texels(picture, 1), Each(0.0f));
+    EXPECT_THAT(texels(texture, 1), Each(0.0f));
     target.popNormalRenderContext();
     glGetIntegerv(GL_VIEWPORT, viewport);
     EXPECT_THAT(viewport, testing::ElementsAre(0, 0, 8, 2));
@@ -138,9 +138,9 @@ TEST_F(MainFrameBufferTest, CreatesTransparentTextures) {
 TEST_F(MainFrameBufferTest, TurnsHostPixelsIntoPremultipliedOnesAndBack) {
     const float source[] = {0.5f, 0.2f, 0.4f, 0.8f, 0, 0.3f, 0.3f, 0.3f};
     const GLuint middle = target.createFloatRenderTexture(Vec2(2, 1), false, false);
-    const GLuint picture = makeTexture(2, 1, source), result = makeTexture(2, 1);
+    const GLuint texture = makeTexture(2, 1, source), result = makeTexture(2, 1);
     drawInto(middle, 2, 1);
-    BackgroundRender().draw(picture, 1.5f);
+    BackgroundRender().draw(texture, 1.5f);
     drawInto(result, 2, 1);
     ScreenRender().draw(middle, 1.5f);
     const float premultiplied[] = {0.225f, 0.45f, 0.9f, 0.75f, 0, 0, 0, 0};

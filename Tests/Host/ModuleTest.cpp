@@ -9,12 +9,12 @@ namespace {
 
 /// What the host says of a copy of a module with this property list beside it, which is left out if empty.
 std::string complaint(const std::string& module, const std::string& propertyList) {
-    const Folder folder;
-    std::filesystem::copy_file(module, folder / "Effect.so");
+    const Directory directory;
+    std::filesystem::copy_file(module, directory / "Effect.so");
     if (!propertyList.empty())
-        std::ofstream(folder / "Effect.plist") << propertyList;
+        std::ofstream(directory / "Effect.plist") << propertyList;
     try {
-        const Module loaded(folder / "Effect.so");
+        const Module loaded(directory / "Effect.so");
         const Effect effect(loaded);
         return "";
     } catch (const ModuleError& error) {

@@ -13,7 +13,7 @@ namespace {
 
 // For a process of these control groups, with files below the groups' mount point.
 unsigned usableCpusOf(const std::string& groups, const std::map<std::string, std::string>& files) {
-    const Folder root;
+    const Directory root;
     const auto write = [&](const std::string& name, const std::string& text) {
         const std::filesystem::path file = root / name;
         std::filesystem::create_directories(file.parent_path());

@@ -16,24 +16,24 @@ namespace {
 
 using testing::HasSubstr;
 
-void writeBadFiles(const Folder& folder) {
+void writeBadFiles(const Directory& directory) {
     const auto write = [&](const std::string& name, const std::string& bytes, mode_t mode = 0644) {
-        std::ofstream(folder / name) << bytes;
-        chmod((folder / name).c_str(), mode);
+        std::ofstream(directory / name) << bytes;
+        chmod((directory / name).c_str(), mode);
     };
     const vips::VImage small = noise(20, 10, 3);
-    save(noise(200, 150, 3), folder / "in.1.png");
-    save(noise(20, 10, 4), folder / "alpha.png");
-    save(small.colourspace(VIPS_INTERPRETATION_CMYK), folder / "cmyk.tif");
-    save(small.cast(VIPS_FORMAT_FLOAT), folder / "float.tif");
-    save(paged(noise(20, 40, 3), 10), folder / "pages.tif");
+    save(noise(200, 150, 3), directory / "in.1.png");
+    save(noise(20, 10, 4), directory / "alpha.png");
+    save(small.colourspace(VIPS_INTERPRETATION_CMYK), directory / "cmyk.tif");
+    save(small.cast(VIPS_FORMAT_FLOAT), directory / "float.tif");
+    save(paged(noise(20, 40, 3), 10), directory / "pages.tif");
     for (const std::string name : {"small.jpg", "small.png", "small.tif", "small.webp", "pages.tif"}) {
         if (name != "pages.tif")
-            save(small, folder / name);
-        const std::string whole = contents(folder / name);
+            save(small, directory / name);
+        const std::string whole = contents(directory / name);
         write("cut." + name, whole.substr(0, whole.size() - 13)); // a PNG ends with a chunk of 12
     }
-    const std::string good = contents(folder / "in.1.png"), jpeg = contents(folder / "small.jpg");
+    const std::string good = contents(directory / "in.1.png"), jpeg = contents(directory / "small.jpg");
     write("damaged.png", good.substr(0, 900) + "????" + good.substr(904));
     write("damaged.jpg", jpeg.substr(0, jpeg.size() - 60) + "\xff\xd9");
     const std::size_t frame = jpeg.find("\xff\xc0"), scan = jpeg.find("\xff\xda");
@@ -61,12 +61,12 @@ void writeBadFiles(const Folder& folder) {
     write("old.png", "old");
     write("secret.png", "", 0);
     write("protected.png", "", 0444);
-    mkdir((folder / "closed").c_str(), 0555);
+    mkdir((directory / "closed").c_str(), 0555);
 }
 
 TEST(BadInput, IsReportedInOneLine) {
-    const Folder folder;
-    writeBadFiles(folder);
+    const Directory directory;
+    writeBadFiles(directory);
     const struct {
         const char* command; // of a shell
         int exitCode;
@@ -136,10 +136,10 @@ TEST(BadInput, IsReportedInOneLine) {
         {"ulimit -s 137438953472; ASAN_OPTIONS=detect_leaks=0 blur in.1.png out.png", 1,
          "thread: Resource temporarily unavailable"},
     };
-    const std::vector<std::string> before = folder.names();
+    const std::vector<std::string> before = directory.names();
     for (const auto& [command, exitCode, words] : kCases) {
         SCOPED_TRACE(command);
-        const Outcome outcome = ProcessRun(shell(folder, 1, command), [] {
+        const Outcome outcome = ProcessRun(shell(directory, 1, command), [] {
                                     const rlimit limit{5000, 5000};
                                     setrlimit(RLIMIT_FSIZE, &limit);
                                     // By these two root passes over permissions.
@@ -150,8 +150,8 @@ TEST(BadInput, IsReportedInOneLine) {
         EXPECT_THAT(outcome.err, testing::StartsWith("bilateral-blur: "));
         EXPECT_THAT(outcome.err, HasSubstr(words));
         EXPECT_EQ(outcome.err.find('\n'), outcome.err.size() - 1) << outcome.err;
-        EXPECT_EQ(folder.names(), before);
-        EXPECT_EQ(contents(folder / "old.png"), "old");
+        EXPECT_EQ(directory.names(), before);
+        EXPECT_EQ(contents(directory / "old.png"), "old");
     }
 }
 
@@ -171,10 +171,10 @@ TEST(Program, PrintsWhatTheModuleDeclares) {
 }
 
 TEST(Program, ListsTheEffectsWhoseModulesAreThere) {
-    const Folder folder;
-    std::filesystem::copy_file(PROGRAM, folder / "program");
-    std::ofstream(folder / "BilateralBlur.so") << "a module";
-    const Outcome outcome = ProcessRun({folder / "program", "--effect=bilateral-smooth"}).wait();
+    const Directory directory;
+    std::filesystem::copy_file(PROGRAM, directory / "program");
+    std::ofstream(directory / "BilateralBlur.so") << "a module";
+    const Outcome outcome = ProcessRun({directory / "program", "--effect=bilateral-smooth"}).wait();
     EXPECT_EQ(outcome.exitCode, 2);
     EXPECT_THAT(outcome.err,
                 HasSubstr("no module for bilateral-smooth, only for bilateral-blur (see --help)\n"));

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Tests/Support/Pictures.h"
+#include "Tests/Support/Images.h"
 #include "Tests/Support/ProcessRun.h"
 
 #include <arpa/inet.h>
@@ -30,19 +30,20 @@ inline Outcome blur(const std::string& input, const std::string& output, int blu
     return ProcessRun(command(input, output, blurScale, more)).wait();
 }
 
-/// A command of a shell in a folder, where "program" is the real program, and "blur" with a scale.
-inline std::vector<std::string> shell(const Folder& folder, int blurScale, const std::string& command) {
+/// A command of a shell in a directory, where "program" is the real program, and "blur" with a scale.
+inline std::vector<std::string> shell(const Directory& directory, int blurScale, const std::string& command) {
     return {"/bin/bash", "-o", "pipefail", "-c",
-            "cd " + folder / "" + "; program() { '" PROGRAM "' \"$@\"; }; blur() { program --blur-scale " +
+            "cd " + directory / "" + "; program() { '" PROGRAM "' \"$@\"; }; blur() { program --blur-scale " +
                 std::to_string(blurScale) + " \"$@\"; }; " + command};
 }
 
 /// A generated image as one of the library, with 1 to 4 channels and samples of 8 or 16 bits.
-inline vips::VImage samplesOf(const Pictures::Picture& picture, int channels, bool deep = false) {
+inline vips::VImage samplesOf(const Images::Image& generated, int channels, bool deep = false) {
     constexpr VipsInterpretation kKinds[2][2] = {{VIPS_INTERPRETATION_B_W, VIPS_INTERPRETATION_GREY16},
                                                  {VIPS_INTERPRETATION_sRGB, VIPS_INTERPRETATION_RGB16}};
-    const vips::VImage argb(vips_image_new_from_memory_copy(
-        picture.bytes.data(), picture.bytes.size(), picture.width, picture.height, 4, VIPS_FORMAT_UCHAR));
+    const vips::VImage argb(vips_image_new_from_memory_copy(generated.bytes.data(), generated.bytes.size(),
+                                                            generated.width, generated.height, 4,
+                                                            VIPS_FORMAT_UCHAR));
     const int colours = channels < 3 ? 1 : 3;
     vips::VImage image = argb.extract_band(1, vips::VImage::option()->set("n", colours));
     if (channels > colours)
@@ -54,13 +55,13 @@ inline vips::VImage samplesOf(const Pictures::Picture& picture, int channels, bo
 
 /// Independent noise, with the lowest and the highest value in good number.
 inline vips::VImage noise(int width, int height, int channels, int seed = 0, bool deep = false) {
-    return samplesOf(Pictures::noise(width, height, static_cast<unsigned>(seed), false, 200), channels, deep);
+    return samplesOf(Images::noise(width, height, static_cast<unsigned>(seed), false, 200), channels, deep);
 }
 
 /// Smooth shading, which survives JPEG.
 inline vips::VImage shading(int width, int height, int channels) {
     const auto shade = [&](int x, int, int) { return 40 + 190.0 * x / width; };
-    return samplesOf(Pictures::make(width, height, true, shade), channels);
+    return samplesOf(Images::make(width, height, true, shade), channels);
 }
 
 /// The image as pages of this height, one below the other.

@@ -40,15 +40,15 @@ void expectNear(const VImage& wanted, const VImage& image, double loss = 0) {
 
 class ImageFiles : public testing::Test {
 protected:
-    /// Filters a file of the folder at scale 0. Gives what is printed.
+    /// Filters a file of the directory at scale 0. Gives what is printed.
     std::string filter(const std::string& in, const std::string& out,
                        const std::vector<std::string>& more = {}) const {
-        const Outcome outcome = blur(mFolder / in, mFolder / out, 0, more);
+        const Outcome outcome = blur(mDirectory / in, mDirectory / out, 0, more);
         EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
         return outcome.err;
     }
 
-    const Folder mFolder;
+    const Directory mDirectory;
 };
 
 TEST_F(ImageFiles, OfEveryKindKeepTheirKindAndColours) {
@@ -61,19 +61,19 @@ TEST_F(ImageFiles, OfEveryKindKeepTheirKindAndColours) {
                 const bool lossy = format == ".jpg";
                 const std::string in = "in" + format, out = "out" + format;
                 save(lossy ? shading(53, 31, channels) : noise(53, 31, channels, 7, deep),
-                     mFolder / in + (format == ".webp" ? "[lossless]" : ""));
+                     mDirectory / in + (format == ".webp" ? "[lossless]" : ""));
                 const std::string notes = filter(in, out);
-                const VImage image = load(mFolder / in);
+                const VImage image = load(mDirectory / in);
                 EXPECT_EQ(notes.find("16-bit input is reduced") != std::string::npos,
                           image.format() == VIPS_FORMAT_USHORT);
-                expectNear(image, load(mFolder / out), lossy ? 2 : 0);
+                expectNear(image, load(mDirectory / out), lossy ? 2 : 0);
             }
 }
 
 TEST_F(ImageFiles, AreFilteredAsTheEffectFiltersThem) {
-    save(noise(41, 37, 4), mFolder / "in.png");
-    ASSERT_EQ(blur(mFolder / "in.png", mFolder / "out.tif", 20).exitCode, 0);
-    Image in = ImageFile(mFolder / "in.png").decode(), out = ImageFile(mFolder / "out.tif").decode();
+    save(noise(41, 37, 4), mDirectory / "in.png");
+    ASSERT_EQ(blur(mDirectory / "in.png", mDirectory / "out.tif", 20).exitCode, 0);
+    Image in = ImageFile(mDirectory / "in.png").decode(), out = ImageFile(mDirectory / "out.tif").decode();
     Host::World &wanted = in.pages[0].world, &world = out.pages[0].world;
     const Host::Module module(MODULE);
     ASSERT_TRUE(Host::Effect(module).render(wanted, wanted, std::array{20}).ok());
@@ -83,15 +83,16 @@ TEST_F(ImageFiles, AreFilteredAsTheEffectFiltersThem) {
 
 TEST_F(ImageFiles, KeepTheirDepthWithAnEffectThatTakesIt) {
     const auto smooth = [&](const std::string& in, const std::string& out, const std::string& radius) {
-        const Outcome outcome = ProcessRun({PROGRAM, mFolder / in, mFolder / out, "--effect=bilateral-smooth",
-                                            "--radius=" + radius, "--threshold=0.05"})
-                                    .wait();
+        const Outcome outcome =
+            ProcessRun({PROGRAM, mDirectory / in, mDirectory / out, "--effect=bilateral-smooth",
+                        "--radius=" + radius, "--threshold=0.05"})
+                .wait();
         EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
         return outcome.err;
     };
     const auto bytes = [&](const std::string& name) {
         std::size_t size = 0;
-        const std::unique_ptr<void, decltype(&g_free)> owner(load(mFolder / name).write_to_memory(&size),
+        const std::unique_ptr<void, decltype(&g_free)> owner(load(mDirectory / name).write_to_memory(&size),
                                                              g_free);
         return std::string(static_cast<const char*>(owner.get()), size);
     };
@@ -100,26 +101,27 @@ TEST_F(ImageFiles, KeepTheirDepthWithAnEffectThatTakesIt) {
         const VipsInterpretation kinds[] = {VIPS_INTERPRETATION_B_W, VIPS_INTERPRETATION_scRGB};
         // Multiples of 257 would come back from 8 bits as well.
         const VImage fine = (deep * 0.9 + VImage::gaussnoise(53, 31).abs()).cast(VIPS_FORMAT_USHORT);
-        save(fine.copy(VImage::option()->set("interpretation", deep.interpretation())), mFolder / "in.png");
-        save(load(mFolder / "in.png"), mFolder / "in.tif");
+        save(fine.copy(VImage::option()->set("interpretation", deep.interpretation())),
+             mDirectory / "in.png");
+        save(load(mDirectory / "in.png"), mDirectory / "in.tif");
         save((deep * 3e-5 - 0.5)
                  .cast(VIPS_FORMAT_FLOAT)
                  .copy(VImage::option()->set("interpretation", kinds[channels > 2])),
-             mFolder / "float.tif");
+             mDirectory / "float.tif");
         for (const std::string in : {"in.png", "in.tif", "float.tif"}) {
             SCOPED_TRACE(in + " with channels: " + std::to_string(channels));
             const std::string out = "out." + in;
             EXPECT_EQ(smooth(in, out, "0"), "");
-            EXPECT_EQ(load(mFolder / out).format(), load(mFolder / in).format());
-            EXPECT_EQ(load(mFolder / out).bands(), channels);
+            EXPECT_EQ(load(mDirectory / out).format(), load(mDirectory / in).format());
+            EXPECT_EQ(load(mDirectory / out).bands(), channels);
             EXPECT_TRUE(bytes(out) == bytes(in));
         }
     }
     EXPECT_THAT(smooth("float.tif", "out.png", "0"), HasSubstr("PNG holds 16 bits per channel at most"));
     smooth("float.tif", "out.tif", "8");
     const ReadOptions reading{.keepsDepth = true};
-    Image in = ImageFile(mFolder / "float.tif", reading).decode();
-    Image out = ImageFile(mFolder / "out.tif", reading).decode();
+    Image in = ImageFile(mDirectory / "float.tif", reading).decode();
+    Image out = ImageFile(mDirectory / "out.tif", reading).decode();
     Host::World &wanted = in.pages[0].world, &world = out.pages[0].world;
     const Host::Module module(SMOOTH_MODULE);
     ASSERT_TRUE(Host::Effect(module).render(wanted, wanted, std::array{8, 50}).ok());
@@ -165,7 +167,7 @@ std::map<std::string, bool> kindsIn(const std::string& file) {
 // The table of the manual page: every kind goes from each format to each, except what a format can't hold and
 // the thumbnail, which shows the unfiltered image.
 TEST_F(ImageFiles, KeepMetadataFromFormatToFormat) {
-    const std::string jpeg = mFolder / "in.jpg";
+    const std::string jpeg = mDirectory / "in.jpg";
     save(shading(40, 30, 3).copy(VImage::option()->set("xres", 5.0)->set("yres", 10.0)),
          jpeg + "[profile=p3]");
     const auto image = Exiv2::ImageFactory::open(jpeg);
@@ -190,19 +192,19 @@ TEST_F(ImageFiles, KeepMetadataFromFormatToFormat) {
             expected["IPTC"] = kHaveIptc.contains(from) && kHaveIptc.contains(to);
             expected["comment"] = from == ".jpg" && to == ".jpg";
             expected["thumbnail"] = false;
-            EXPECT_EQ(kindsIn(mFolder / "out" + to), expected) << from << " to " << to;
+            EXPECT_EQ(kindsIn(mDirectory / "out" + to), expected) << from << " to " << to;
         }
     }
 }
 
 TEST_F(ImageFiles, GetNoMetadataThatTheInputLacks) {
-    save(shading(40, 30, 3), mFolder / "in.webp");
+    save(shading(40, 30, 3), mDirectory / "in.webp");
     // libvips puts EXIF into every WebP.
-    Exiv2::ImageFactory::open(mFolder / "in.webp")->writeMetadata();
+    Exiv2::ImageFactory::open(mDirectory / "in.webp")->writeMetadata();
     for (const std::string out : {"out.jpg", "out.png", "out.webp", "out.tif"}) {
         filter("in.webp", out);
-        EXPECT_EQ(ImageFile(mFolder / out).decode().pages[0].density.x, 0) << out;
-        EXPECT_EQ(load(mFolder / out).get_typeof(VIPS_META_EXIF_NAME), 0u) << out;
+        EXPECT_EQ(ImageFile(mDirectory / out).decode().pages[0].density.x, 0) << out;
+        EXPECT_EQ(load(mDirectory / out).get_typeof(VIPS_META_EXIF_NAME), 0u) << out;
     }
 }
 
@@ -215,13 +217,13 @@ TEST_F(ImageFiles, KeepPngChunksAndTheFirstExif) {
                                pngChunk("bKGD", std::string("\0\x10\0\x20\0\x30", 6));
     const std::string after = pngChunk("iTXt", std::string("Title\0\0\0de\0Titel\0Stra\xc3\x9f\x65", 24)) +
                               pngChunk("tIME", std::string("\x7\xd0\1\2\3\4\5", 7));
-    save(shading(20, 20, 3), mFolder / "plain.png");
-    std::string png = contents(mFolder / "plain.png");
+    save(shading(20, 20, 3), mDirectory / "plain.png");
+    std::string png = contents(mDirectory / "plain.png");
     png.insert(png.size() - 12, after); // before the chunk of the end
     png.insert(33, before + exif("Me") + exif("He"));
-    std::ofstream(mFolder / "in.png") << png;
+    std::ofstream(mDirectory / "in.png") << png;
     filter("in.png", "out.png");
-    const std::string out = contents(mFolder / "out.png");
+    const std::string out = contents(mDirectory / "out.png");
     for (const std::string& kept : {before, exif("Me"), after})
         EXPECT_THAT(out, HasSubstr(kept));
     EXPECT_EQ(out.find("eXIf"), out.rfind("eXIf"));
@@ -246,8 +248,8 @@ TEST_F(ImageFiles, LoseXmpThatIsDamagedWithANote) {
     for (const char* damaged :
          {"<xmp:Rating>3 & more</xmp:Rating>", "<xmp:Label>\xe9</xmp:Label>", "<no:Rating>3</no:Rating>",
           "<xmp:Rating>3</xmp:Rating><xmp:Rating>4</xmp:Rating>", "<xmp:Rating>"}) {
-        save(shading(20, 20, 3), mFolder / "in.jpg");
-        giveXmp(mFolder / "in.jpg", damaged);
+        save(shading(20, 20, 3), mDirectory / "in.jpg");
+        giveXmp(mDirectory / "in.jpg", damaged);
         EXPECT_THAT(filter("in.jpg", "out.jpg"), HasSubstr("its XMP is damaged and isn't kept")) << damaged;
     }
 }
@@ -268,18 +270,18 @@ TEST_F(ImageFiles, LoseMetadataThatWouldTakeAllMemory) {
         entry[3] = imageEnd;
         image.push_back(entry);
     }
-    std::ofstream(mFolder / "in.tif") << tiff(image, std::string(kShared + kPixels, 'x'));
-    save(shading(20, 20, 3), mFolder / "in.png");
-    [[maybe_unused]] const long usual = blur(mFolder / "in.png", mFolder / "out.png", 0).peakMiB;
-    std::string png = contents(mFolder / "in.png");
-    std::ofstream(mFolder / "in.png") << png.insert(33, pngChunk("eXIf", exif));
+    std::ofstream(mDirectory / "in.tif") << tiff(image, std::string(kShared + kPixels, 'x'));
+    save(shading(20, 20, 3), mDirectory / "in.png");
+    [[maybe_unused]] const long usual = blur(mDirectory / "in.png", mDirectory / "out.png", 0).peakMiB;
+    std::string png = contents(mDirectory / "in.png");
+    std::ofstream(mDirectory / "in.png") << png.insert(33, pngChunk("eXIf", exif));
     std::string packet;
     for (int i = 0; i < 6000; ++i)
         packet += "<xmp:P/>";
-    save(shading(20, 20, 3), mFolder / "in.jpg");
-    giveXmp(mFolder / "in.jpg", packet);
+    save(shading(20, 20, 3), mDirectory / "in.jpg");
+    giveXmp(mDirectory / "in.jpg", packet);
     for (const std::string format : {".tif", ".png", ".jpg"}) {
-        const Outcome outcome = blur(mFolder / "in" + format, mFolder / "out" + format, 0);
+        const Outcome outcome = blur(mDirectory / "in" + format, mDirectory / "out" + format, 0);
         EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
         EXPECT_THAT(outcome.err, HasSubstr("its metadata is larger than 64 MB, or has more than 5000 parts"));
 #ifndef __SANITIZE_ADDRESS__ // keeps what is freed
@@ -293,13 +295,13 @@ TEST_F(ImageFiles, KeepLargeExifWhereTheFormatHasRoomAndGoOnWithOddExif) {
     for (std::uint32_t i = 0; i < 20; ++i)
         large.push_back({40000 + i, 7, 5000, 8 + 2 + 12 * 20 + 4 + 5000 * i});
     const std::string exif = tiff(large, std::string(100'000, 'x'));
-    save(shading(20, 20, 3), mFolder / "plain.png");
+    save(shading(20, 20, 3), mDirectory / "plain.png");
     const auto give = [&](const std::string& block) {
-        std::string png = contents(mFolder / "plain.png");
-        std::ofstream(mFolder / "in.png") << png.insert(33, pngChunk("eXIf", block));
+        std::string png = contents(mDirectory / "plain.png");
+        std::ofstream(mDirectory / "in.png") << png.insert(33, pngChunk("eXIf", block));
     };
     const auto fields = [&](const std::string& out) {
-        const auto image = Exiv2::ImageFactory::open(mFolder / out);
+        const auto image = Exiv2::ImageFactory::open(mDirectory / out);
         image->readMetadata();
         return image->exifData().count();
     };
@@ -315,9 +317,9 @@ TEST_F(ImageFiles, KeepLargeExifWhereTheFormatHasRoomAndGoOnWithOddExif) {
 }
 
 TEST_F(ImageFiles, NoteWhatAJpegHasBesideItsPixels) {
-    save(shading(20, 20, 3), mFolder / "in.jpg");
-    const std::string jpeg = contents(mFolder / "in.jpg");
-    std::ofstream(mFolder / "in.jpg")
+    save(shading(20, 20, 3), mDirectory / "in.jpg");
+    const std::string jpeg = contents(mDirectory / "in.jpg");
+    std::ofstream(mDirectory / "in.jpg")
         << jpeg.substr(0, jpeg.size() - 2) << std::string(80, '?') << "\xff\xd9" << jpeg;
     const std::string notes = filter("in.jpg", "out.jfif");
     EXPECT_THAT(notes, HasSubstr(" bytes between its pixels and its end mean nothing"));
@@ -326,9 +328,9 @@ TEST_F(ImageFiles, NoteWhatAJpegHasBesideItsPixels) {
 
 TEST_F(ImageFiles, FollowTheInputsCompression) {
     const auto filtered = [&](const std::string& format, const VImage& image, const std::string& options) {
-        save(image, mFolder / "in" + format + options);
+        save(image, mDirectory / "in" + format + options);
         filter("in" + format, "out" + format);
-        return contents(mFolder / "out" + format);
+        return contents(mDirectory / "out" + format);
     };
     // The quantisation tables and the channels' sampling, without what a format or program adds.
     const auto settings = [](const std::string& jpeg) {
@@ -337,34 +339,35 @@ TEST_F(ImageFiles, FollowTheInputsCompression) {
     const VImage colours = shading(64, 64, 3), bilevel = shading(64, 64, 1) > 128;
     for (const char* options : {"[Q=60]", "[Q=85,subsample_mode=off]", "[Q=98]"}) {
         const std::string out = filtered(".jpg", colours, options);
-        EXPECT_EQ(settings(out), settings(contents(mFolder / "in.jpg"))) << options;
+        EXPECT_EQ(settings(out), settings(contents(mDirectory / "in.jpg"))) << options;
     }
     // Other inputs have none to follow.
-    save(colours, mFolder / "in.png");
+    save(colours, mDirectory / "in.png");
     for (const std::string quality : {"95", "60"}) {
-        save(colours, mFolder / "in.jpg[subsample_mode=off,Q=" + quality + "]");
+        save(colours, mDirectory / "in.jpg[subsample_mode=off,Q=" + quality + "]");
         filter("in.png", "out.jpg", {quality == "95" ? "--quiet" : "--quality=60"});
-        EXPECT_EQ(settings(contents(mFolder / "out.jpg")), settings(contents(mFolder / "in.jpg"))) << quality;
+        EXPECT_EQ(settings(contents(mDirectory / "out.jpg")), settings(contents(mDirectory / "in.jpg")))
+            << quality;
     }
     filter("in.png", "out.webp", {"--quality=60"});
-    EXPECT_EQ(contents(mFolder / "out.webp").find("VP8L"), std::string::npos);
+    EXPECT_EQ(contents(mDirectory / "out.webp").find("VP8L"), std::string::npos);
     EXPECT_EQ(filtered(".webp", colours, "[Q=80]").find("VP8L"), std::string::npos);
     EXPECT_THAT(filtered(".webp", colours, "[lossless]"), HasSubstr("VP8L"));
     // One bit a pixel stays where the result still has no other values.
     for (const std::string format : {".png", ".tif"}) {
         filtered(format, bilevel, "[bitdepth=1]");
-        expectNear(bilevel, load(mFolder / "out" + format));
-        EXPECT_EQ(ImageFile(mFolder / "out" + format).decode().pages[0].bits, 1);
+        expectNear(bilevel, load(mDirectory / "out" + format));
+        EXPECT_EQ(ImageFile(mDirectory / "out" + format).decode().pages[0].bits, 1);
     }
     filtered(".png", colours, "[palette]");
-    expectNear(load(mFolder / "in.png"), load(mFolder / "out.png"));
+    expectNear(load(mDirectory / "in.png"), load(mDirectory / "out.png"));
 }
 
 TEST_F(ImageFiles, ReplaceAnOldOutputOfAnyNameWithItsPermissionsAndOwnerThroughItsLink) {
-    const std::string name(255, 'x'), real = mFolder / name; // the longest name that there is
-    save(shading(20, 20, 3), mFolder / "#1.png");
+    const std::string name(255, 'x'), real = mDirectory / name; // the longest name that there is
+    save(shading(20, 20, 3), mDirectory / "#1.png");
     std::ofstream{real} << "old";
-    std::filesystem::create_symlink(name, mFolder / "50%d.png");
+    std::filesystem::create_symlink(name, mDirectory / "50%d.png");
     // Only root can give files away; others keep their own.
     const bool isGiven = chown(real.c_str(), 1234, 5678) == 0;
     std::filesystem::permissions(real, std::filesystem::perms(04640));
@@ -376,9 +379,9 @@ TEST_F(ImageFiles, ReplaceAnOldOutputOfAnyNameWithItsPermissionsAndOwnerThroughI
     EXPECT_EQ(now.st_mode & 07777, 04640u);
     EXPECT_EQ(now.st_uid, isGiven ? 1234 : getuid());
     EXPECT_EQ(now.st_gid, isGiven ? 5678 : getgid());
-    expectNear(load(mFolder / "#1.png"), load(real));
-    EXPECT_TRUE(std::filesystem::is_symlink(mFolder / "50%d.png"));
-    EXPECT_THAT(mFolder.names(), testing::ElementsAre("#1.png", "50%d.png", name));
+    expectNear(load(mDirectory / "#1.png"), load(real));
+    EXPECT_TRUE(std::filesystem::is_symlink(mDirectory / "50%d.png"));
+    EXPECT_THAT(mDirectory.names(), testing::ElementsAre("#1.png", "50%d.png", name));
 }
 
 TEST_F(ImageFiles, NoteWhatIsOddOrNotKeptOfATiff) {
@@ -386,19 +389,19 @@ TEST_F(ImageFiles, NoteWhatIsOddOrNotKeptOfATiff) {
     VImage alpha = noise(20, 10, 4), pages = paged(noise(8, 8, 3), 4);
     for (VImage* image : {&alpha, &pages})
         image->set(VIPS_META_XMP_NAME, nullptr, packet.data(), packet.size());
-    save(alpha, mFolder / "alpha.tif");
-    std::string tiff = contents(mFolder / "alpha.tif");
+    save(alpha, mDirectory / "alpha.tif");
+    std::string tiff = contents(mDirectory / "alpha.tif");
     const std::size_t entry = tiff.find(std::string("\x52\1\3\0\1\0\0\0", 8));
     ASSERT_NE(entry, std::string::npos);
     tiff[entry + 8] = 0; // ExtraSamples: unspecified
-    std::ofstream(mFolder / "unspecified.tif") << tiff;
+    std::ofstream(mDirectory / "unspecified.tif") << tiff;
     EXPECT_EQ(filter("alpha.tif", "out.tif"), "");
     EXPECT_THAT(filter("unspecified.tif", "out.tif"),
                 HasSubstr("it doesn't say what its last channel is; it is taken for alpha"));
-    expectNear(load(mFolder / "alpha.tif"), load(mFolder / "out.tif"));
+    expectNear(load(mDirectory / "alpha.tif"), load(mDirectory / "out.tif"));
 
-    save(pages, mFolder / "pages.tif");
-    save(pages, mFolder / "big.tif[bigtiff]");
+    save(pages, mDirectory / "pages.tif");
+    save(pages, mDirectory / "big.tif[bigtiff]");
     EXPECT_THAT(filter("big.tif", "out.tif"), HasSubstr("its metadata is damaged, or of a kind that can't"));
     EXPECT_THAT(filter("pages.tif", "out.tif"), HasSubstr("XMP of the pages after the first aren't kept"));
 }
@@ -408,24 +411,24 @@ TEST_F(ImageFiles, KeepAllFramesOfAnAnimation) {
     const std::vector<int> delays{100, 10, 200};
     tall.set("delay", std::vector<int>{100, 50, 200});
     tall.set("loop", 3);
-    save(tall, mFolder / "in.webp[lossless]");
+    save(tall, mDirectory / "in.webp[lossless]");
     // The library that writes this file changes short delays, and knows no background.
-    std::string webp = contents(mFolder / "in.webp");
+    std::string webp = contents(mDirectory / "in.webp");
     const std::size_t animation = webp.find("ANIM") + 8;
     const std::string background = "\x11\x22\x33\x44";
     webp.replace(animation, 4, background);
     webp[webp.find("ANMF", webp.find("ANMF") + 1) + 8 + 12] = 10;
-    std::ofstream(mFolder / "in.webp") << webp;
+    std::ofstream(mDirectory / "in.webp") << webp;
     EXPECT_EQ(filter("in.webp", "out.webp"), "");
-    const std::string written = contents(mFolder / "out.webp");
+    const std::string written = contents(mDirectory / "out.webp");
     EXPECT_EQ(written.substr(written.find("ANIM") + 8, 4), background);
-    const VImage all = load(mFolder / "out.webp[n=-1]");
+    const VImage all = load(mDirectory / "out.webp[n=-1]");
     expectNear(tall, all);
     EXPECT_EQ(all.get_int(VIPS_META_PAGE_HEIGHT), 12);
     EXPECT_EQ(all.get_array_int("delay"), delays);
     EXPECT_EQ(all.get_int("loop"), 3);
     filter("in.webp", "page.png", {"--page", "2"});
-    expectNear(tall.crop(0, 12, 16, 12), load(mFolder / "page.png"));
+    expectNear(tall.crop(0, 12, 16, 12), load(mDirectory / "page.png"));
 }
 
 TEST_F(ImageFiles, KeepAllPagesOfDifferentSizesAndKinds) {
@@ -440,10 +443,10 @@ TEST_F(ImageFiles, KeepAllPagesOfDifferentSizesAndKinds) {
         page.channels = 1 + i % 4;
         page.orientation = 2 + i;
     }
-    replaceFile(mFolder / "in.tif", encodeImage(written, *written.format, "in.tif"));
+    replaceFile(mDirectory / "in.tif", encodeImage(written, *written.format, "in.tif"));
     filter("in.tif", "out.tif");
     for (int i = 0; i < 6; ++i) {
-        const Image read = ImageFile(mFolder / "out.tif", {i + 1}).decode();
+        const Image read = ImageFile(mDirectory / "out.tif", {i + 1}).decode();
         const Page& page = read.pages.front();
         EXPECT_TRUE(page.world.sameShape(written.pages[i].world)) << i;
         EXPECT_EQ(page.channels, written.pages[i].channels);
@@ -452,9 +455,9 @@ TEST_F(ImageFiles, KeepAllPagesOfDifferentSizesAndKinds) {
 }
 
 TEST_F(ImageFiles, GoThroughPipes) {
-    ASSERT_EQ(mkfifo((mFolder / "pipe").c_str(), 0600), 0);
+    ASSERT_EQ(mkfifo((mDirectory / "pipe").c_str(), 0600), 0);
     for (const std::string format : {".jpg", ".png", ".tif", ".webp"}) {
-        save(noise(700, 520, 3), mFolder / "in" + format); // more than is read at once
+        save(noise(700, 520, 3), mDirectory / "in" + format); // more than is read at once
         filter("in" + format, "out" + format);
         filter("in" + format, "out.png");
         // Without --format the output has the format of the input.
@@ -463,8 +466,8 @@ TEST_F(ImageFiles, GoThroughPipes) {
             {"cat in$format >pipe & blur pipe -", format},
             {"cat in$format | blur /dev/stdin - --format=png", ".png"}};
         for (const auto& [command, written] : kCases)
-            EXPECT_EQ(ProcessRun(shell(mFolder, 0, "format=" + format + "; " + command)).wait().out,
-                      contents(mFolder / "out" + written))
+            EXPECT_EQ(ProcessRun(shell(mDirectory, 0, "format=" + format + "; " + command)).wait().out,
+                      contents(mDirectory / "out" + written))
                 << command << format;
     }
 }

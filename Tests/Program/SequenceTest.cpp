@@ -57,7 +57,7 @@ protected:
                                               "[^\n]*\nbilateral-blur: " + counts + "\n"));
     }
 
-    const Folder mIn, mOut;
+    const Directory mIn, mOut;
     const std::string mInput = mIn / "in.####.png", mOutput = mOut / "out.####.png";
 };
 
@@ -124,7 +124,7 @@ TEST_F(Sequence, InterruptedAtAnyMomentIsFinishedByTheSameCommand) {
     std::ofstream(mOut / ".out.0100.png.part") << std::string(1'000'000, 'x');
     EXPECT_EQ(blur(mInput, mOutput, 3, {"--skip-existing"}).exitCode, 0);
     EXPECT_EQ(std::filesystem::last_write_time(mOut / "out.0001.png"), written);
-    const Folder undisturbed;
+    const Directory undisturbed;
     ASSERT_EQ(blur(mInput, undisturbed / "out.####.png", 3).exitCode, 0);
     ASSERT_EQ(mOut.names(), undisturbed.names());
     for (const std::string& name : mOut.names())

@@ -18,16 +18,16 @@
 
 namespace Tessaloom::BilateralBlur {
 
-/// A new folder, gone with this object.
-class Folder {
+/// A new directory, gone with this object.
+class Directory {
 public:
-    Folder() {
+    Directory() {
         std::string name = (std::filesystem::temp_directory_path() / "blur_test.XXXXXX").string();
         mPath = mkdtemp(name.data());
     }
-    ~Folder() { std::filesystem::remove_all(mPath); }
-    Folder(const Folder&) = delete;
-    Folder& operator=(const Folder&) = delete;
+    ~Directory() { std::filesystem::remove_all(mPath); }
+    Directory(const Directory&) = delete;
+    Directory& operator=(const Directory&) = delete;
 
     std::string operator/(const std::string& name) const { return (mPath / name).string(); }
 
@@ -110,7 +110,7 @@ public:
     }
 
 private:
-    Folder mOutputs;
+    Directory mOutputs;
     pid_t mProcess = 0;
 };
 

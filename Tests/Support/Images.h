@@ -7,10 +7,10 @@
 #include <random>
 #include <vector>
 
-namespace Tessaloom::BilateralBlur::Pictures {
+namespace Tessaloom::BilateralBlur::Images {
 
-/// An 8-bit picture without gaps, 4 bytes a pixel in the host's order A, R, G, B.
-struct Picture {
+/// An 8-bit image without gaps, 4 bytes a pixel in the host's order A, R, G, B.
+struct Image {
     int width, height;
     std::vector<std::uint8_t> bytes = std::vector<std::uint8_t>(std::size_t{4} * width * height);
 
@@ -28,18 +28,18 @@ struct Picture {
 /// Every pixel as `value(x, y, channel)` gives it, rounded and clamped to 0..255; alpha is 255 throughout
 /// when `opaque`.
 template<class Function>
-Picture make(int width, int height, bool opaque, Function value) {
-    Picture picture{width, height};
+Image make(int width, int height, bool opaque, Function value) {
+    Image image{width, height};
     for (int i = 0; i < 4 * width * height; ++i) {
         const int channel = i % 4, pixel = i / 4;
         const double level = opaque && channel == 0 ? 255.0 : value(pixel % width, pixel / width, channel);
-        picture.bytes[i] = static_cast<std::uint8_t>(std::clamp(std::lround(level), 0L, 255L));
+        image.bytes[i] = static_cast<std::uint8_t>(std::clamp(std::lround(level), 0L, 255L));
     }
-    return picture;
+    return image;
 }
 
 /// Independent values, up to `amplitude` from mid grey: with a small one every tap carries weight.
-inline Picture noise(int width, int height, unsigned seed, bool opaque = false, int amplitude = 128) {
+inline Image noise(int width, int height, unsigned seed, bool opaque = false, int amplitude = 128) {
     std::mt19937 random(seed);
     return make(width, height, opaque, [&](int, int, int) {
         return 128 - amplitude + static_cast<int>(random() % (2u * amplitude + 1));
@@ -47,7 +47,7 @@ inline Picture noise(int width, int height, unsigned seed, bool opaque = false, 
 }
 
 /// 5 by 7 blocks of black, white and strong colours: only hard edges. Alpha rises from left to right.
-inline Picture blocks(int width, int height, bool opaque) {
+inline Image blocks(int width, int height, bool opaque) {
     return make(width, height, opaque, [&](int x, int y, int channel) {
         const int block = x / 5 * 3 + y / 7 * 5;
         return channel == 0 ? 255 * x / std::max(1, width - 1) : block >> (channel - 1) & 1 ? 255 : 0;
@@ -55,7 +55,7 @@ inline Picture blocks(int width, int height, bool opaque) {
 }
 
 /// Like a photograph, opaque: smooth shading, an edge across it, and a sensor's noise.
-inline Picture photograph(int width, int height, unsigned seed) {
+inline Image photograph(int width, int height, unsigned seed) {
     std::mt19937 random(seed);
     return make(width, height, true, [&](int x, int y, int channel) {
         const double u = static_cast<double>(x) / width, v = static_cast<double>(y) / height;
@@ -65,4 +65,4 @@ inline Picture photograph(int width, int height, unsigned seed) {
     });
 }
 
-} // namespace Tessaloom::BilateralBlur::Pictures
+} // namespace Tessaloom::BilateralBlur::Images
