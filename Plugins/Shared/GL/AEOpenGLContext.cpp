@@ -10,6 +10,7 @@
 #include <glbinding/gl/functions.h>
 
 #include <iostream>
+#include <memory>
 #include <new>
 #include <string>
 
@@ -73,12 +74,14 @@ NSOpenGLContext* AEOpenGLContext::createNSContext(NSOpenGLContext* share, CGLCon
         NSOpenGLPFAOpenGLProfile, NSOpenGLProfileVersion3_2Core,
         0};
     // clang-format on
-    NSOpenGLPixelFormat* format = NSOpenGLPixelFormat::initWithAttributes(kAttributes);
-    NSOpenGLContext* context = NSOpenGLContext::initWithFormat(format, share);
+    struct Release {
+        void operator()(NSOpenGLPixelFormat* format) const { format->release(); }
+    };
+    const std::unique_ptr<NSOpenGLPixelFormat, Release> format(
+        NSOpenGLPixelFormat::initWithAttributes(kAttributes));
+    NSOpenGLContext* context = NSOpenGLContext::initWithFormat(format.get(), share);
     if (context)
         out = context->CGLContextObj();
-    if (format)
-        format->release();
     return context;
 }
 
