@@ -141,7 +141,7 @@ protected:
 TEST_F(ManagerTest, TakesBackTheContextsOfThreadsThatEnd) {
     for (int i = 0; i < 20; ++i) {
         std::thread([] {
-            beginFrame();
+            Manager::getCurrentRenderContext()->makeContextCurrent();
             EXPECT_EQ(Manager::getCurrentRenderContext(), Manager::getCurrentRenderContext());
             EXPECT_EQ(EglWatch::liveContexts, 2);
         }).join();

@@ -24,27 +24,31 @@ bool mayFail(void* caller) {
 
 void* allocate(std::size_t size, std::size_t alignment, void* caller) {
     const bool isCounted = left != kUnlimited && mayFail(caller);
-    void* const memory = size > largest || (isCounted && left-- <= 0)
-                             ? nullptr
-                             : std::aligned_alloc(alignment, (size + alignment - 1) / alignment * alignment);
-    return memory ? memory : throw std::bad_alloc();
+    if (size > largest || (isCounted && left-- <= 0))
+        return nullptr;
+    return std::aligned_alloc(alignment, (size + alignment - 1) / alignment * alignment);
 }
 
 } // namespace
 
 } // namespace Tessaloom::BilateralBlur::AllocationLimit
 
+using Tessaloom::BilateralBlur::AllocationLimit::allocate;
+
 // A program's own functions come before those of its libraries, for the libraries and modules as well.
 #pragma GCC visibility push(default)
 
 // Not inlined, or their caller would be another.
+[[gnu::noinline]] void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+    return allocate(size, alignof(std::max_align_t), __builtin_return_address(0));
+}
 [[gnu::noinline]] void* operator new(std::size_t size) {
-    return Tessaloom::BilateralBlur::AllocationLimit::allocate(size, alignof(std::max_align_t),
-                                                               __builtin_return_address(0));
+    void* const memory = allocate(size, alignof(std::max_align_t), __builtin_return_address(0));
+    return memory ? memory : throw std::bad_alloc();
 }
 [[gnu::noinline]] void* operator new(std::size_t size, std::align_val_t alignment) {
-    return Tessaloom::BilateralBlur::AllocationLimit::allocate(size, static_cast<std::size_t>(alignment),
-                                                               __builtin_return_address(0));
+    void* const memory = allocate(size, static_cast<std::size_t>(alignment), __builtin_return_address(0));
+    return memory ? memory : throw std::bad_alloc();
 }
 void operator delete(void* memory) noexcept {
     std::free(memory);
