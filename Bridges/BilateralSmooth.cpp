@@ -7,7 +7,7 @@ namespace Tessaloom::BilateralBlur::Bridges {
 static_assert(kDeclaration.sliders.size() <= kMostSliders);
 
 const LinkedEffect& linkedEffect() {
-    static constexpr LinkedEffect kEffect{EntryPointFunc, kDeclaration};
+    static constexpr LinkedEffect kEffect{bilateralSmoothCommand, kDeclaration};
     return kEffect;
 }
 

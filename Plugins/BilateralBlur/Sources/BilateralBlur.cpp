@@ -42,7 +42,10 @@ void filter(SliderValues values, const Image& source, void* target, std::ptrdiff
                   source.width, source.height, values[0], pool);
 }
 
+EffectState mState;
+
 constexpr Effect kEffect{.declaration = kDeclaration,
+                         .state = mState,
                          .isStraight = false,
                          .reach = reach,
                          .draw = draw,
@@ -51,10 +54,9 @@ constexpr Effect kEffect{.declaration = kDeclaration,
 
 } // namespace
 
-} // namespace Tessaloom::BilateralBlur
-
-PF_Err EntryPointFunc(PF_Cmd cmd, PF_InData* in_data, PF_OutData* out_data, PF_ParamDef*[], PF_LayerDef*,
-                      void* extra) {
-    return Tessaloom::BilateralBlur::runCommand(Tessaloom::BilateralBlur::kEffect, cmd, in_data, out_data,
-                                                extra);
+PF_Err bilateralBlurCommand(PF_Cmd cmd, PF_InData* in_data, PF_OutData* out_data, PF_ParamDef*[],
+                            PF_LayerDef*, void* extra) {
+    return runCommand(kEffect, cmd, in_data, out_data, extra);
 }
+
+} // namespace Tessaloom::BilateralBlur

@@ -44,7 +44,10 @@ void filter(SliderValues values, const Image& source, void* target, std::ptrdiff
     bilateralSmooth(source, target, targetStride, reach(values), threshold(values), pool);
 }
 
+EffectState mState;
+
 constexpr Effect kEffect{.declaration = kDeclaration,
+                         .state = mState,
                          .isStraight = true,
                          .reach = reach,
                          .draw = draw,
@@ -53,10 +56,9 @@ constexpr Effect kEffect{.declaration = kDeclaration,
 
 } // namespace
 
-} // namespace Tessaloom::BilateralBlur
-
-PF_Err EntryPointFunc(PF_Cmd cmd, PF_InData* in_data, PF_OutData* out_data, PF_ParamDef*[], PF_LayerDef*,
-                      void* extra) {
-    return Tessaloom::BilateralBlur::runCommand(Tessaloom::BilateralBlur::kEffect, cmd, in_data, out_data,
-                                                extra);
+PF_Err bilateralSmoothCommand(PF_Cmd cmd, PF_InData* in_data, PF_OutData* out_data, PF_ParamDef*[],
+                              PF_LayerDef*, void* extra) {
+    return runCommand(kEffect, cmd, in_data, out_data, extra);
 }
+
+} // namespace Tessaloom::BilateralBlur

@@ -28,7 +28,7 @@ ThreadPool& pool() {
     return *mPool;
 }
 
-bool mIsSetDown = false;
+int mSetUp = 0; // how many effects are set up
 
 PF_Err about(const EffectDeclaration& effect, const PF_InData* in_data, PF_OutData* out_data) {
     const SuiteScoper<PF_ANSICallbacksSuite1> ansi(in_data, "PF ANSI Suite", 1, nullptr, nullptr);
@@ -55,15 +55,19 @@ void makeSharedContextCurrent() {
 void releaseGpu(const Effect& effect) {
     HostGLContext host;
     makeSharedContextCurrent();
-    AEOpenglMainFrameBuffer::mainFrameBuffer()->destory();
+    if (mSetUp == 0)
+        AEOpenglMainFrameBuffer::mainFrameBuffer()->destory();
     effect.releasePass();
-    AEOpenGLContextManager::releaseContextManager();
+    if (mSetUp == 0)
+        AEOpenGLContextManager::releaseContextManager();
     host.restore();
 }
 
 // The command has no code for a failure. A forked process has a copy of the objects, but they aren't its own.
 PF_Err globalSetdown(const Effect& effect) {
-    mIsSetDown = true;
+    if (effect.state.isSetUp)
+        --mSetUp;
+    effect.state = {.isSetUp = false, .isSetDown = true};
     try {
         if (CGLIsForked())
             AEOpenGLContextManager::releaseContextManager();
@@ -71,7 +75,8 @@ PF_Err globalSetdown(const Effect& effect) {
             releaseGpu(effect);
     } catch (...) { // exhausted memory: the GL objects stay
     }
-    delete std::exchange(mPool, nullptr);
+    if (mSetUp == 0)
+        delete std::exchange(mPool, nullptr);
     return PF_Err_NONE;
 }
 
@@ -82,9 +87,11 @@ PF_Err globalSetup(const Effect& effect, PF_OutData* out_data) {
     out_data->out_flags = effect.declaration.outFlags;
     out_data->out_flags2 = effect.declaration.outFlags2;
 
-    if (AEOpenGLContextManager::getSharedDataContext())
+    if (effect.state.isSetUp)
         globalSetdown(effect);
-    mIsSetDown = false;
+    effect.state = {.isSetUp = true, .isSetDown = false};
+    if (++mSetUp > 1)
+        return PF_Err_NONE;
     GpuUse::shared().reset();
     try {
         HostGLContext host;
@@ -126,7 +133,7 @@ PF_Err smartRender(const Effect& effect, PF_InData* in_data, PF_OutData* out_dat
         return error;
     const FrameFormat& format = frameFormat(effect.declaration, out_data, *extra);
     checkWorlds(out_data, input, output, format.pixelBytes);
-    if (mIsSetDown) {
+    if (effect.state.isSetDown) {
         showMessage(out_data, "The effect was asked for a frame after its global setdown.");
         return PF_Err_BAD_CALLBACK_PARAM;
     }

@@ -14,9 +14,16 @@ namespace Tessaloom::BilateralBlur {
 /// A value for each slider, in the order of their declaration. The host's, so it may be beyond a slider's range.
 using SliderValues = std::span<const std::int32_t>;
 
-/// What an effect does itself; the commands and all else are what effects share. A module has one effect.
+/// Whether an effect has had its global setup and setdown.
+struct EffectState {
+    bool isSetUp = false, isSetDown = false;
+};
+
+/// What an effect does itself; the commands and all else are what effects share. A module has one effect. Those that
+/// are linked into one program share the contexts and the threads, from the first setup to the last setdown.
 struct Effect {
     const EffectDeclaration& declaration;
+    EffectState& state;
 
     /// What `draw` and `filter` give is the result, at the depth of the frame. Otherwise the pass gives premultiplied
     /// red, green, blue, alpha of 8 bits, which the screen pass turns into the result.
@@ -40,7 +47,7 @@ struct Effect {
                    ThreadPool& pool);
 };
 
-/// Runs a command of the host's for an effect: all that EntryPointFunc has to do. Commands that effects don't know
+/// Runs a command of the host's for an effect: all that its entry has to do. Commands that effects don't know
 /// return 0 and touch nothing.
 ///
 /// Returns 0 or an error code; no exception comes out. A frame that can't be rendered sets
