@@ -9,13 +9,13 @@
 
 namespace Tessaloom::BilateralBlur::Bridges {
 
-/// The effect that a bridge carries.
+/// An effect that a bridge carries.
 struct LinkedEffect {
     PF_EntryPointFunc entry;
     const EffectDeclaration& declaration;
 };
 
-/// Each bridge has a source that defines this. All else takes names, sliders and entry from it.
+/// Each bridge of one effect has a source that defines this. All else takes names, sliders and entry from it.
 const LinkedEffect& linkedEffect();
 
 /// How many sliders an effect of the bridges has at most.

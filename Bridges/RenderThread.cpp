@@ -9,16 +9,16 @@
 
 #include <cstring>
 #include <exception>
+#include <map>
 #include <new>
-#include <optional>
+#include <type_traits>
 #include <utility>
 
 namespace Tessaloom::BilateralBlur::Bridges {
 
 namespace {
 
-Host::Resource linkedResource() {
-    const EffectDeclaration& declaration = linkedEffect().declaration;
+Host::Resource resourceOf(const EffectDeclaration& declaration) {
     Host::Resource resource;
     resource.name = declaration.name;
     resource.version = declaration.packedVersion;
@@ -37,63 +37,86 @@ Host::Resource linkedResource() {
     return resource;
 }
 
-std::size_t samplesOfRow(const Image& image) {
-    return std::size_t{4} * image.width;
+std::size_t rowBytes(const Image& image) {
+    const std::size_t sample = image.samples == Samples::Bytes ? 1 : image.samples == Samples::Words ? 2 : 4;
+    return sample * image.channels * image.width;
 }
 
 void copy(const Image& image) {
-    std::memmove(image.output, image.input,
-                 (image.hasFloats ? sizeof(float) : 1) * samplesOfRow(image) * image.height);
+    std::memmove(image.output, image.input, rowBytes(image) * image.height);
+}
+
+/// The address of a row.
+template<class Sample>
+Sample* rowAt(Sample* top, std::ptrdiff_t stride, const Image& image, int y) {
+    using Byte = std::conditional_t<std::is_const_v<Sample>, const std::byte, std::byte>;
+    const std::ptrdiff_t distance = stride ? stride : static_cast<std::ptrdiff_t>(rowBytes(image));
+    return reinterpret_cast<Sample*>(reinterpret_cast<Byte*>(top) + distance * y);
 }
 
 template<class Pixel, class Sample>
 void read(const Image& image, Host::World& world) {
-    const Sample* samples = static_cast<const Sample*>(image.input);
-    for (int y = 0; y < world.height; ++y, samples += samplesOfRow(image))
-        Host::unpackRow(samples, 4, world.width, world.row<Pixel>(y));
+    for (int y = 0; y < world.height; ++y)
+        Host::unpackRow(rowAt(static_cast<const Sample*>(image.input), image.inputStride, image, y),
+                        image.channels, world.width, world.row<Pixel>(y));
 }
 
 template<class Pixel, class Sample>
 void write(const Host::World& world, const Image& image) {
-    Sample* samples = static_cast<Sample*>(image.output);
-    for (int y = 0; y < world.height; ++y, samples += samplesOfRow(image))
-        Host::packRow(world.row<Pixel>(y), world.width, 4, samples);
+    for (int y = 0; y < world.height; ++y)
+        Host::packRow(world.row<Pixel>(y), world.width, image.channels,
+                      rowAt(static_cast<Sample*>(image.output), image.outputStride, image, y));
 }
 
-/// The effect, from setup to setdown, and its worlds, which are kept from image to image. All of it belongs
+/// An effect, from setup to setdown, and its worlds, which are kept from image to image. All of it belongs
 /// to one thread.
 class Studio {
 public:
-    /// Returns what went wrong, in one line; empty if nothing did.
-    std::string render(const Image& image) {
+    explicit Studio(const LinkedEffect& linked)
+        : mLinked(linked), mModule(linked.entry, resourceOf(linked.declaration)) {}
+
+    Outcome render(const Image& image) {
         take(image);
         const Host::Result result =
-            mEffect.render(mInput, mOutput, {image.values.data(), linkedEffect().declaration.sliders.size()});
+            mEffect.render(mInput, mOutput, {image.values.data(), mLinked.declaration.sliders.size()});
         if (!result.ok())
-            return result.text();
-        if (image.hasFloats)
-            write<PF_PixelFloat, float>(mOutput, image);
-        else
+            return {result.code == PF_Err_OUT_OF_MEMORY ? Outcome::Kind::OutOfMemory : Outcome::Kind::Failed,
+                    result.text()};
+        switch (image.samples) {
+        case Samples::Bytes:
             write<PF_Pixel8, std::uint8_t>(mOutput, image);
-        return "";
+            break;
+        case Samples::Words:
+            write<PF_PixelFloat, std::uint16_t>(mOutput, image);
+            break;
+        case Samples::Floats:
+            write<PF_PixelFloat, float>(mOutput, image);
+        }
+        return {};
     }
 
 private:
     void take(const Image& image) {
         // A size that an int doesn't hold turns negative and is refused.
         const int width = static_cast<int>(image.width), height = static_cast<int>(image.height);
-        const std::int32_t format = image.hasFloats ? PF_PixelFormat_ARGB128 : PF_PixelFormat_ARGB32;
+        const std::int32_t format =
+            image.samples == Samples::Bytes ? PF_PixelFormat_ARGB32 : PF_PixelFormat_ARGB128;
         if (mInput.width != width || mInput.height != height || mInput.format() != format) {
             mInput = Host::World(width, height, format);
             mOutput = Host::World(width, height, format);
         }
-        if (image.hasFloats)
-            read<PF_PixelFloat, float>(image, mInput);
-        else
-            read<PF_Pixel8, std::uint8_t>(image, mInput);
+        switch (image.samples) {
+        case Samples::Bytes:
+            return read<PF_Pixel8, std::uint8_t>(image, mInput);
+        case Samples::Words:
+            return read<PF_PixelFloat, std::uint16_t>(image, mInput);
+        case Samples::Floats:
+            return read<PF_PixelFloat, float>(image, mInput);
+        }
     }
 
-    const Host::Module mModule{linkedEffect().entry, linkedResource()};
+    const LinkedEffect& mLinked;
+    const Host::Module mModule;
     Host::Effect mEffect{mModule};
     Host::World mInput{0, 0};
     Host::World mOutput{0, 0};
@@ -105,20 +128,20 @@ const MakerProcess& filteringProcess() {
     return kProcess;
 }
 
-/// What `work` returns: why it failed, in one line, empty if it didn't. Exceptions count as failures; short
-/// texts need no memory.
+/// What `work` returns. Exceptions count as failures; short texts need no memory.
 template<class Work>
-std::string failureOf(Work work) {
+Outcome outcomeOf(Work work) noexcept {
+    const auto outOfMemory = [] { return Outcome{Outcome::Kind::OutOfMemory, "out of memory"}; };
     try {
         try {
             return work();
         } catch (const std::bad_alloc&) {
-            return "out of memory";
+            return outOfMemory();
         } catch (const std::exception& exception) {
-            return exception.what();
+            return {Outcome::Kind::Failed, exception.what()};
         }
     } catch (const std::bad_alloc&) {
-        return "out of memory";
+        return outOfMemory();
     }
 }
 
@@ -167,36 +190,39 @@ void RenderThread::leave() {
         stop();
 }
 
+Outcome RenderThread::render(const Image& image) noexcept {
+    return outcomeOf([&]() -> Outcome {
+        filteringProcess();
+        mHasFiltered = true;
+        if (isFork())
+            return {Outcome::Kind::Fork, "this process is a fork of the one that filters"};
+        return take(image);
+    });
+}
+
 void RenderThread::filter(const Image& image, void (*report)(const char* reason)) noexcept {
     if (image.width == 0 || image.height == 0)
         return;
-    filteringProcess();
-    mHasFiltered = true;
-    const std::string failure = failureOf([&]() -> std::string {
-        if (isFork())
-            return "this process is a fork of the one that filters";
-        return render(image);
-    });
-    if (failure.empty())
+    const Outcome outcome = render(image);
+    if (outcome.kind == Outcome::Kind::Filtered)
         return;
     copy(image);
-    if (!mHasReported.exchange(true))
-        report(failure.c_str());
+    // The end of the process isn't worth a message.
+    if (!mHasReported.exchange(true) && outcome.kind != Outcome::Kind::Exit)
+        report(outcome.reason.c_str());
 }
 
-std::string RenderThread::render(const Image& image) {
+Outcome RenderThread::take(const Image& image) {
     const std::lock_guard turn(mTurn);
     std::unique_lock lock(mMutex);
-    if (mClosed) {
-        mHasReported = true; // not worth a message
-        return "the process exits";
-    }
+    if (mClosed)
+        return {Outcome::Kind::Exit, "the process exits"};
     if (!mThread.joinable())
         start();
     mImage = &image;
     mChanged.notify_all();
     mChanged.wait(lock, [this] { return !mImage; });
-    return std::exchange(mFailure, {});
+    return std::exchange(mOutcome, {});
 }
 
 void RenderThread::start() {
@@ -215,22 +241,20 @@ void RenderThread::stop() {
 }
 
 void RenderThread::serve() {
-    std::optional<Studio> studio;
+    std::map<const LinkedEffect*, Studio> studios;
     std::unique_lock lock(mMutex);
     while (true) {
         mChanged.wait(lock, [this] { return mImage || mStopping; });
         if (!mImage)
             break;
         lock.unlock();
-        std::string failure = failureOf([&] {
-            if (!studio)
-                studio.emplace();
-            return studio->render(*mImage);
+        Outcome outcome = outcomeOf([&] {
+            return studios.try_emplace(&mImage->effect, mImage->effect).first->second.render(*mImage);
         });
         static const AtExit kAfterTheDriver;
         lock.lock();
         mHasRendered = true;
-        mFailure = std::move(failure);
+        mOutcome = std::move(outcome);
         mImage = nullptr;
         mChanged.notify_all();
     }

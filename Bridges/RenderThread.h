@@ -11,22 +11,37 @@
 
 namespace Tessaloom::BilateralBlur::Bridges {
 
-/// An image to filter: `width` by `height` pixels of four samples, red, green, blue and straight alpha, the top
-/// row first, with no gap between rows. Samples are bytes, or floats of full scale 1 for an effect that takes
-/// them. Input and output may be the same memory.
+/// What a sample is: a byte, 16 bits of full scale 65535, or a float of full scale 1.
+enum class Samples : char { Bytes, Words, Floats };
+
+/// An image to filter: `width` by `height` pixels of samples, 1 grey, 2 grey and alpha, 3 red, green and blue, or 4 with
+/// alpha, which is straight. An effect has to take floats for samples that aren't bytes. Input and output may be the
+/// same memory.
 struct Image {
+    const LinkedEffect& effect;
     unsigned width = 0, height = 0;
-    const void* input = nullptr;
-    void* output = nullptr;
-    SliderValues values{}; ///< each within its slider's range
-    bool hasFloats = false;
+    const void* input = nullptr; ///< of the top row
+    void* output = nullptr;      ///< of the top row
+    SliderValues values{};       ///< each within its slider's range
+    Samples samples = Samples::Bytes;
+    int channels = 4;
+    /// From row to row, in bytes; 0 means that rows have no gaps.
+    std::ptrdiff_t inputStride = 0, outputStride = 0;
 };
 
-/// The one place where the effect runs: a thread of its own that renders the images of all instances, one at
-/// a time. So the GL contexts that the host has current on its threads are never touched, and the effect has
+/// What has come of an image.
+struct Outcome {
+    enum class Kind : char { Filtered, OutOfMemory, Fork, Exit, Failed };
+
+    Kind kind = Kind::Filtered;
+    std::string reason{}; ///< of a failure, one line without a newline
+};
+
+/// The one place where effects run: a thread of its own that renders the images of all instances, one at
+/// a time. So the GL contexts that the host has current on its threads are never touched, and the effects have
 /// no more contexts than one thread needs, however many threads the host has. The thread receives no signals.
 ///
-/// The thread starts, and the effect is set up, with the first image; both end with the last instance, and
+/// The thread starts with the first image, and an effect is set up with its first; all end with the last instance, and
 /// may start again. When the process exits while instances exist, the image that is being rendered is
 /// finished and later ones pass through unfiltered.
 ///
@@ -44,7 +59,10 @@ public:
     /// Unregisters an instance. The last one waits for the end of the effect and its thread.
     void leave();
 
-    /// Filters an image, or copies it unchanged if that fails. Of all failures in the process, only the first
+    /// Filters an image. Where that fails the output stays as it is. Any thread may call.
+    Outcome render(const Image& image) noexcept;
+
+    /// Filters an image without gaps between rows, or copies it unchanged if that fails. Of all failures in the process, only the first
     /// is reported: `report` gets the reason, one line without a newline. Any thread may call.
     void filter(const Image& image, void (*report)(const char* reason)) noexcept;
 
@@ -54,7 +72,7 @@ private:
 
     RenderThread() = default;
     bool isFork() const;
-    std::string render(const Image& image);
+    Outcome take(const Image& image);
     void start();
     void stop();
     void serve();
@@ -71,7 +89,7 @@ private:
     std::mutex mMutex; // guards the rest, and is never held for long
     std::condition_variable mChanged;
     const Image* mImage = nullptr; // the image to render
-    std::string mFailure;          // why that failed, if it did
+    Outcome mOutcome;              // what has come of the last one
     bool mHasRendered = false;
     bool mStopping = false;
     bool mClosed = false;

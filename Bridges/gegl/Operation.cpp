@@ -60,11 +60,14 @@ void filterBlock(const Operation& operation, GeglBuffer* input, GeglBuffer* outp
     const int pixelBytes = babl_format_get_bytes_per_pixel(format), rowBytes = pixelBytes * source.width;
     std::vector<std::uint8_t> pixels(static_cast<std::size_t>(rowBytes) * source.height);
     gegl_buffer_get(input, &source, 1.0 / (1 << level), format, pixels.data(), rowBytes, GEGL_ABYSS_CLAMP);
-    Bridges::Image part{.width = static_cast<unsigned>(source.width),
+    Bridges::Image part{.effect = linkedEffect(),
+                        .width = static_cast<unsigned>(source.width),
                         .height = static_cast<unsigned>(source.height),
                         .input = pixels.data(),
                         .output = pixels.data(),
-                        .hasFloats = babl_format_get_type(format, 0) == babl_type("float")};
+                        .samples = babl_format_get_type(format, 0) == babl_type("float")
+                                       ? Bridges::Samples::Floats
+                                       : Bridges::Samples::Bytes};
     for (std::size_t i = 0; i < sliders().size(); ++i)
         part.values[i] = sliders()[i].isDistance ? operation.values[i] >> level : operation.values[i];
     Bridges::RenderThread::shared().filter(part, reportFailure);
