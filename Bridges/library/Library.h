@@ -1,0 +1,17 @@
+#pragma once
+
+// The library's functions are all that the shared object exports.
+#pragma GCC visibility push(default)
+#include "Bridges/library/bilateral-blur.h"
+#pragma GCC visibility pop
+
+#include "Bridges/LinkedEffect.h"
+
+namespace Tessaloom::BilateralBlur::Library {
+
+/// Filters an image of the caller's, once it is found to be one. `values` are within the sliders' ranges.
+/// Returns a bilateral_blur_code; no exception comes out.
+int filter(const Bridges::LinkedEffect& effect, const bilateral_blur_image* image,
+           const Bridges::SliderValues& values) noexcept;
+
+} // namespace Tessaloom::BilateralBlur::Library

@@ -1,0 +1,22 @@
+#include "Bridges/library/Library.h"
+
+#include "Plugins/BilateralSmooth/Sources/BilateralSmooth.h"
+#include "Plugins/BilateralSmooth/Sources/BilateralSmoothDeclaration.h"
+
+#include <cmath>
+
+using namespace Tessaloom::BilateralBlur;
+
+int bilateral_blur_smooth(const bilateral_blur_image* image, int radius, double threshold) {
+    static constexpr Bridges::LinkedEffect kEffect{bilateralSmoothCommand, kDeclaration};
+    constexpr const SliderDeclaration &kRadius = kSliders[0], &kThreshold = kSliders[1];
+    static_assert(kDeclaration.sliders.size() == 2 && kRadius.minimum == 0 && kRadius.maximum == 60 &&
+                      kThreshold.minimum == 1 && kThreshold.maximum == 1000 && kThreshold.steps == 1000,
+                  "bilateral-blur.h and the texts name the ranges");
+    if (radius < kRadius.minimum || radius > kRadius.maximum)
+        return BILATERAL_BLUR_BAD_RADIUS;
+    const double steps = threshold * kThreshold.steps;
+    if (!(steps >= kThreshold.minimum && steps <= kThreshold.maximum)) // nor if it isn't a number
+        return BILATERAL_BLUR_BAD_THRESHOLD;
+    return Library::filter(kEffect, image, {radius, static_cast<std::int32_t>(std::lround(steps))});
+}
