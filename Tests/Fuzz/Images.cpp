@@ -6,7 +6,6 @@
 #include "Tests/Fuzz/Fuzz.h"
 
 #include <span>
-#include <string>
 #include <zlib.h>
 
 using namespace Tessaloom::BilateralBlur;
