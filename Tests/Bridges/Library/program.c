@@ -98,6 +98,7 @@ static void refuse_what_is_wrong(void) {
         {{4, 2, 3, Float, a, 48, (char *)b + 2, 48}, 2, 0.1, BILATERAL_BLUR_BAD_ALIGNMENT},
         {{4, 2, 3, Float, a, 48, a + 1, 48}, 2, 0.1, BILATERAL_BLUR_OVERLAP},
         {{4, 2, 3, Float, a, 48, a, 52}, 2, 0.1, BILATERAL_BLUR_OVERLAP},
+        {{4, 2, 3, Float, a + 24, -48, a, 48}, 2, 0.1, BILATERAL_BLUR_OVERLAP},
         {{4, 2, 3, Float, a, 48, b, 48}, 61, 0.1, BILATERAL_BLUR_BAD_RADIUS},
         {{4, 2, 3, Float, a, 48, b, 48}, -1, 0.1, BILATERAL_BLUR_BAD_RADIUS},
         {{4, 2, 3, Float, a, 48, b, 48}, 2, 0, BILATERAL_BLUR_BAD_THRESHOLD},
