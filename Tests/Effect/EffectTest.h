@@ -48,29 +48,15 @@ inline void onThread(const std::function<void()>& work) {
     std::thread(work).join();
 }
 
-/// What the 8-bit framebuffer between the passes held, in the order of Oracle::pass: straight bytes give it
-/// back exactly. Colours of transparent pixels, which have to be 0, as they are.
-inline std::vector<int> premultiplied(const Host::World& world) {
-    std::vector<int> values;
+/// The bytes of a world without the gaps between its rows.
+inline std::vector<std::uint8_t> bytesOf(const Host::World& world) {
+    std::vector<std::uint8_t> bytes;
     for (int y = 0; y < world.height; ++y)
-        for (int x = 0; x < world.width; ++x) {
-            const PF_Pixel8 pixel = world.row(y)[x];
-            for (const int colour : {pixel.red, pixel.green, pixel.blue})
-                values.push_back(pixel.alpha ? (2 * colour * pixel.alpha + 255) / 510 : colour);
-            values.push_back(pixel.alpha);
-        }
-    return values;
+        bytes.insert(bytes.end(), world.row<std::uint8_t>(y), world.row<std::uint8_t>(y) + 4 * world.width);
+    return bytes;
 }
 
-inline std::vector<int> straight(const Host::World& world) {
-    std::vector<int> values;
-    for (int y = 0; y < world.height; ++y)
-        for (int i = 0; i < 4 * world.width; ++i)
-            values.push_back(world.row<std::uint8_t>(y)[i]);
-    return values;
-}
-
-/// A image at a blur scale.
+/// An image at a blur scale.
 struct Sample {
     Host::World world() const {
         Host::World world(image.width, image.height);
@@ -85,20 +71,15 @@ struct Sample {
     std::string difference(const Host::World& output, bool isSmooth = false) const {
         if (output.width != image.width || output.height != image.height)
             return "another size";
-        const std::vector<int> values = isSmooth ? straight(output) : premultiplied(output);
         std::vector<double>& expected = mExpected[isSmooth];
         if (expected.empty())
             expected = isSmooth ? Oracle::smooth(image.normalised(), image.width, image.height, value(true),
                                                  0.1, 1e-25)
                                 : Oracle::pass(image.normalised(), image.width, image.height, scale);
         const double rounding = (isSmooth || scale >= 9) && !EglWatch::hardware ? 0.6 : 0.51;
-        for (std::size_t i = 0; i < values.size(); ++i)
-            if (std::abs(values[i] - 255 * expected[i]) > rounding)
-                return (testing::Message()
-                        << "value " << i << " of " << values.size() << " at scale " << scale << ": "
-                        << values[i] << " instead of " << 255 * expected[i])
-                    .GetString();
-        return {};
+        const std::vector<std::uint8_t> straight = bytesOf(output);
+        return isSmooth ? Images::difference(straight, expected, rounding)
+                        : Images::difference(Images::premultiplied(straight), expected, rounding);
     }
 
     /// Of the first slider. A radius reaches twice as far as a scale of the same number.

@@ -1,10 +1,7 @@
 #include "Tests/Effect/EffectTest.h"
 #include "Tests/Support/GLCalls.h"
 
-#include <array>
-#include <tuple>
 #include <utility>
-#include <vector>
 
 namespace Tessaloom::BilateralBlur {
 namespace {
@@ -93,51 +90,15 @@ TEST_P(HostCallsTest, CallsTheHostInOneOrder) {
     EXPECT_EQ(mSample.difference(twice), "") << "rows that run upwards";
     row.height = 1;
     renderWith({.input = &row, .output = &rowAlone});
-    const std::vector<int> expected = premultiplied(rowAlone);
+    const std::vector<std::uint8_t> expected = bytesOf(rowAlone);
     for (const int distance : {0, -1, 47}) {
         row.rowbytes = distance;
         EXPECT_TRUE(renderWith({.input = &row, .output = &rowAlone}).ok()) << distance;
-        EXPECT_EQ(premultiplied(rowAlone), expected) << distance;
+        EXPECT_EQ(bytesOf(rowAlone), expected) << distance;
     }
     renderWith({.input = &whole, .output = &twice});
     renderWith({.input = &odd, .output = &small});
     EXPECT_EQ(std::memcmp(small.row(4), twice.row(4), sizeof(PF_Pixel8) * 3), 0);
-}
-
-TEST_P(HostCallsTest, UnwindsAtAFaultAndRendersTheNextFrame) {
-    constexpr const char* kNoMemory = "There is no memory for a frame of 12 x 8 pixels.";
-    const std::tuple<const char*, PF_Err, PF_Err, const char*> cases[] = {
-        {"checkout_layer_pixels 0", 77, 77, ""},
-        {"checkout_output", 77, 77, ""},
-        {"checkout_layer_pixels 0", -1, -1, ""},
-        {"checkout_output", -1, -1, ""},
-        {"checkout_output", kThrowOther, 516, ""},
-        {"AcquireSuite AEGP PF Interface Suite 1", 77, 516, ""},
-        {"AcquireSuite AEGP Layer Suite 11", 77, 516, ""},
-        {"AcquireSuite AEGP Item Suite 10", 77, 516, ""},
-        {"get_pixel_data8 input", 77, 516, ""},
-        {"get_pixel_data8 input", kThrowBadAlloc, 4, kNoMemory},
-        {"AcquireSuite PF Handle Suite 2", 77, 516, ""},
-        {"host_new_handle 384", 77, 516, kNoMemory},
-        {"host_lock_handle", 77, 516, kNoMemory},
-        {"get_pixel_data8 output", 77, 516, ""}};
-    for (const auto& [call, fault, code, message] : cases) {
-        SCOPED_TRACE(call);
-        const Host::Result result = renderWith({.failing = {{call, fault}}});
-        EXPECT_EQ(result.code, code);
-        EXPECT_EQ(result.message, message);
-    }
-}
-
-// A world without pixels costs a frame nothing but what asks for its memory.
-TEST_P(HostCallsTest, AsksForSuitesAndParametersOfAnEmptyWorld) {
-    World empty(0, 8);
-    EXPECT_TRUE(renderWith({.input = &empty, .output = &empty}).ok());
-    std::vector<std::string> expected = callsOfFrame(0);
-    std::erase_if(expected, [](const std::string& call) {
-        return call.starts_with("get_pixel") || call.starts_with("host_") || call.ends_with("Handle Suite 2");
-    });
-    EXPECT_EQ(mCalls, expected);
 }
 
 TEST_P(HostCallsTest, CountsTheBytesOfALargeWorldIn64Bits) {
@@ -178,10 +139,8 @@ TEST_P(HostCallsTest, RendersTheFrameOfAFailedParameterWithTheSliderAtZero) {
         EXPECT_EQ(mCalls, callsOfFrame());
         EXPECT_EQ(Sample(mSample.image, scale).difference(output), "");
     };
-    expectFrame({{"checkout_param", 77}}, 77, 0);
-    expectFrame({{"checkin_param", 78}}, 78, 7);
     expectFrame({{"checkout_param", -1}}, -1, 0);
-    expectFrame({{"checkin_param", -2}}, -2, 7);
+    expectFrame({{"checkin_param", 78}}, 78, 7);
     expectFrame({{"checkout_param", 71}, {"checkin_param", 72}}, 71, 0);
 }
 

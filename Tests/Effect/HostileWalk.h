@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Tests/Effect/EffectTest.h"
+#include "Tests/Support/GLCalls.h"
 
 #include <algorithm>
 #include <array>
@@ -15,15 +16,6 @@ public:
     /// Each decision is a number of 0 to `bound` - 1, as `below(bound)` gives it.
     HostileWalk(Way way, std::function<int(int bound)> below) : Session(way), mBelow(std::move(below)) {}
     ~HostileWalk() { mHostContext->makeCurrentContext(); }
-
-    /// Sets the effect up again where a step set it down.
-    void setUpAgain() {
-        if (!mIsSetDown)
-            return;
-        PF_OutData out{};
-        EXPECT_EQ(mModule.entry()(PF_Cmd_GLOBAL_SETUP, nullptr, &out, nullptr, nullptr, nullptr), 0);
-        mIsSetDown = false;
-    }
 
     /// Acts once, checks the outcome, and renders a right frame. That happens on a thread of its own or on
     /// this one, with the host's context current or none.
@@ -63,8 +55,10 @@ private:
         Host::World input(mBelow(9), mBelow(7)), target(mBelow(9), mBelow(7)), result(0, 0);
         PF_LayerDef* const output = mBelow(20) == 0 ? nullptr : &target;
         const std::string fault = kFunctions[std::min(mBelow(18), 9)];
-        const PF_Err code = mBelow(8) == 0 ? kThrowBadAlloc : 1 + mBelow(1000);
+        const PF_Err codes[] = {kThrowBadAlloc, kThrowOther, -1 - mBelow(1000), 1 + mBelow(1000)};
+        const PF_Err code = codes[std::min(mBelow(8), 3)];
         mHost.faults = {.failing = {{fault, code}}, .output = output};
+        const int textures = mGLCalls.kept("Textures");
         const Host::Result outcome = mEffect->render(input, result, std::array{mBelow(61)});
         mHost.faults = {};
         const bool isEmpty = target.width == 0 || target.height == 0;
@@ -77,12 +71,13 @@ private:
         PF_Err expected = !output || (isLarger && !isEmpty) || mIsSetDown ? PF_Err_BAD_CALLBACK_PARAM : 0;
         if (!isRetried &&
             std::ranges::any_of(mHost.calls, [&](auto& call) { return call.starts_with(fault); }))
-            expected = code == kThrowBadAlloc       ? PF_Err_OUT_OF_MEMORY
-                       : fault.starts_with("check") ? code
-                                                    : PF_Err_BAD_CALLBACK_PARAM;
+            expected = code == kThrowBadAlloc                              ? PF_Err_OUT_OF_MEMORY
+                       : code != kThrowOther && fault.starts_with("check") ? code
+                                                                           : PF_Err_BAD_CALLBACK_PARAM;
         EXPECT_EQ(outcome.code, expected) << outcome.message;
         EXPECT_THAT(outcome.mistakes, testing::IsEmpty());
         EXPECT_TRUE(target.paddingIntact());
+        EXPECT_EQ(mGLCalls.kept("Textures"), textures);
     }
 
     static constexpr PF_Cmd kCommands[] = {
@@ -90,6 +85,7 @@ private:
     static constexpr const char* kFunctions[] = {
         "checkout_layer", "checkout_layer_pixels", "checkout_output", "AcquireSuite",     "checkout_param",
         "checkin_param",  "get_pixel_data8",       "host_new_handle", "host_lock_handle", "none"};
+    GLCalls mGLCalls;
     const std::function<int(int)> mBelow;
     bool mIsSetDown = false;
     inline static const Sample mSamples[3] = {

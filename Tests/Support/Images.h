@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <random>
+#include <string>
 #include <vector>
 
 namespace Tessaloom::BilateralBlur::Images {
@@ -63,6 +64,30 @@ inline Image photograph(int width, int height, unsigned seed) {
         const double edge = std::sin(23 * u + 9 * v * v) > 0.2 ? 50 : 0;
         return shade + edge + (static_cast<int>(random() % 17) - 8);
     });
+}
+
+/// What the 8-bit framebuffer between the passes held for straight bytes A, R, G, B, which give it back exactly, in the
+/// order of Oracle::pass. Colours of transparent pixels, which have to be 0, are as they are.
+inline std::vector<int> premultiplied(const std::vector<std::uint8_t>& argb) {
+    std::vector<int> values;
+    for (std::size_t i = 0; i < argb.size(); i += 4) {
+        for (std::size_t channel = 1; channel < 4; ++channel)
+            values.push_back(argb[i] ? (2 * argb[i + channel] * argb[i] + 255) / 510 : argb[i + channel]);
+        values.push_back(argb[i]);
+    }
+    return values;
+}
+
+/// The first of the values, of 0 to 255, that is farther than `rounding` from what the oracle expects, of 0 to 1, and
+/// not left out by it. Empty if there is none.
+template<class Value>
+std::string difference(const std::vector<Value>& values, const std::vector<double>& expected,
+                       double rounding) {
+    for (std::size_t i = 0; i < values.size(); ++i)
+        if (std::abs(values[i] - 255 * expected.at(i)) > rounding)
+            return "value " + std::to_string(i) + " of " + std::to_string(values.size()) + ": " +
+                   std::to_string(values[i]) + " instead of " + std::to_string(255 * expected[i]);
+    return {};
 }
 
 } // namespace Tessaloom::BilateralBlur::Images

@@ -1,0 +1,103 @@
+#pragma once
+
+#include "Tests/Support/Oracle.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <random>
+#include <type_traits>
+#include <vector>
+
+namespace Tessaloom::BilateralBlur {
+
+/// Frames for "Bilateral Smooth" by chance, whose results are compared with the formula's.
+class SmoothFrames {
+protected:
+    /// Pixels of 4 values, A, R, G, B, in units of full scale.
+    struct Frame {
+        int width, height;
+        std::vector<double> values{};
+    };
+
+    int below(int bound) { return static_cast<int>(mRandom() % static_cast<unsigned>(bound)); }
+    double uniform() { return std::uniform_real_distribution<double>()(mRandom); }
+
+    /// Noise or shades, of some width or level.
+    Frame makeFrame(int width, int height) {
+        const double amplitude = std::pow(10, -2.5 * uniform()), level = uniform() * (1 - amplitude);
+        const int alphaKind = below(5);
+        const double alpha = uniform();
+        const bool shades = below(3) == 0;
+        Frame frame{width, height};
+        for (int i = 0; i < width * height; ++i) {
+            const bool left = i % width < width / 2;
+            frame.values.push_back(alphaKind == 0 || (alphaKind == 1 && left) ? 1
+                                   : alphaKind == 2                           ? alpha
+                                   : alphaKind == 3 && left                   ? 0
+                                                                              : uniform());
+            for (int channel = 0; channel < 3; ++channel)
+                frame.values.push_back(level +
+                                       amplitude * (shades ? 0.5 + 0.5 * std::sin(0.2 * i / width + channel) *
+                                                                       std::cos(0.15 * (i % width))
+                                                           : uniform()));
+        }
+        return frame;
+    }
+
+    /// Values far outside of 0..1, up to `factor`, and in every other call some that aren't finite or are denormal.
+    void reachBeyondFullScale(Frame& frame, double factor) {
+        constexpr float kInfinity = std::numeric_limits<float>::infinity();
+        constexpr float kSpecial[] = {kInfinity, -kInfinity, std::numeric_limits<float>::quiet_NaN(),
+                                      1e30f,     -1e30f,     3e38f,
+                                      1e-40f,    -1e-42f,    0.0f,
+                                      -0.0f};
+        const bool hasSpecial = below(2);
+        for (std::size_t at = 0; at < frame.values.size(); ++at) {
+            frame.values[at] *= at % 4 ? factor : 1;
+            if (hasSpecial && below(20) == 0)
+                frame.values[at] = kSpecial[below(at % 4 ? 10 : 3)];
+        }
+    }
+
+    /// Compares what `filter(values, radius, threshold)`, the threshold in thousandths, makes of the frame's values at a
+    /// depth: each must be within `most` of full scale, on average within `mean`.
+    template<class Value, class Filter>
+    void expectOracle(Frame frame, double fullScale, double most, double mean, Filter filter) {
+        const int radius = below(8) ? below(10) : below(61);
+        // The second has integer factors.
+        const int threshold =
+            below(3) ? static_cast<int>(std::lround(1000 * std::pow(10, -3 * uniform()))) : 100;
+        std::vector<Value> source;
+        for (double& value : frame.values) {
+            source.push_back(
+                static_cast<Value>(std::is_same_v<Value, float> ? value : std::rint(fullScale * value)));
+            value = source.back() / fullScale;
+        }
+        const std::vector<Value> result = filter(source, radius, threshold);
+        const auto expected =
+            Oracle::smooth(frame.values, frame.width, frame.height, radius, threshold / 1000.0, 1e-25);
+        ASSERT_EQ(result.size(), source.size());
+        double sum = 0;
+        for (std::size_t i = 0; i < result.size(); ++i) {
+            SCOPED_TRACE(testing::Message() << i << " of " << frame.width << " by " << frame.height << " at "
+                                            << radius << ", " << threshold << ", full scale " << fullScale);
+            if (radius == 0 || i % 4 == 0 || !std::isfinite(frame.values[i])) {
+                ASSERT_EQ(std::memcmp(&result[i], &source[i], sizeof(Value)), 0);
+            } else if (!std::isnan(expected[i])) {
+                const double error = std::abs(result[i] / fullScale - expected[i]);
+                ASSERT_LE(error, most + 4e-7 * std::abs(expected[i]))
+                    << result[i] / fullScale << ", " << expected[i];
+                sum += error;
+            }
+        }
+        ASSERT_LE(sum, mean * static_cast<double>(result.size()));
+    }
+
+private:
+    std::mt19937 mRandom{7};
+};
+
+} // namespace Tessaloom::BilateralBlur
