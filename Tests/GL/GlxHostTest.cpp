@@ -1,11 +1,7 @@
-#include "Host/Effect.h"
 #include "Tests/Effect/EffectTest.h"
-#include "Tests/Support/EglWatch.h"
 
 #include <gtest/gtest.h>
 
-#include <array>
-#include <optional>
 #include <stdexcept>
 #include <utility>
 

@@ -7,7 +7,6 @@
 #include "Tests/Support/FaultyHost.h"
 
 #include <algorithm>
-#include <cmath>
 #include <cstring>
 #include <random>
 
@@ -41,7 +40,7 @@ protected:
 };
 
 // The texture itself is the framebuffer that is read, so that no precision is lost between up and down. An
-// output may be smaller, and rows may run upwards in memory.
+// output may be smaller.
 TEST_F(TransferTest, KeepsPixelsOfEveryFormat) {
     std::mt19937 random(7);
     for (const std::int32_t format : {PF_PixelFormat_ARGB32, PF_PixelFormat_ARGB64, PF_PixelFormat_ARGB128}) {
@@ -59,27 +58,6 @@ TEST_F(TransferTest, KeepsPixelsOfEveryFormat) {
             EXPECT_TRUE(into->paddingIntact());
         }
     }
-}
-
-TEST_F(TransferTest, TakesRowsThatRunUpwards) {
-    World world(4, 2);
-    PF_Pixel8* const pixels = world.row(0);
-    for (int i = 0; i < 10; ++i)
-        pixels[i].red = static_cast<std::uint8_t>(i);
-    // A distance of 6 pixels and a half: the top row begins at pixel 6, the next within the one before the memory.
-    world.rowbytes = -26;
-    const std::vector<float> channels = texels(upload(PF_PixelFormat_ARGB32, world));
-    std::vector<int> reds;
-    for (std::size_t i = 1; i < channels.size(); i += 4)
-        reds.push_back(static_cast<int>(std::lround(255 * channels[i])));
-    EXPECT_THAT(reds, testing::ElementsAre(6, 7, 8, 9, 0, 1, 2, 3));
-    drawInto(makeTexture(4, 2), 4, 2);
-    download(PF_PixelFormat_ARGB32, world, world);
-    EXPECT_EQ(pixels[3].red, 0) << "written from pixel 0 on";
-
-    world.width = 0;
-    mHost.faults.failing = {{"get_pixel_data8", 1}};
-    EXPECT_NO_THROW(download(PF_PixelFormat_ARGB32, world, world)) << "nothing is written";
 }
 
 TEST_F(TransferTest, AsksForAHandleOfAnySize) {

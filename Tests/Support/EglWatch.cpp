@@ -3,6 +3,7 @@
 #include <EGL/egl.h>
 #include <EGL/eglext.h>
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <dlfcn.h>
 #include <mutex>
@@ -10,13 +11,11 @@
 
 namespace Tessaloom::BilateralBlur::EglWatch {
 
-std::atomic<int> liveContexts{0}, madeContexts{0};
-std::array<int, 3> lastDestroyed{};
+std::atomic<int> liveContexts{0};
 std::atomic<Failing> failing{Failing::Nothing};
 std::atomic<bool> isOtherApiCurrent{false};
 std::atomic<bool> hardware{false};
 std::atomic<const char*> renderer{"A GPU"};
-std::atomic<const char*> missing{""};
 
 namespace {
 
@@ -24,7 +23,6 @@ std::mutex mMutex;
 // In an array, as tests exhaust the memory.
 struct Context {
     EGLContext name;
-    int number;
     EGLint bindingError = EGL_SUCCESS;
 };
 std::array<Context, 4096> mContexts{};
@@ -73,8 +71,7 @@ EGLContext eglCreateContext(EGLDisplay display, EGLConfig config, EGLContext sha
     liveContexts += context != EGL_NO_CONTEXT;
     const std::lock_guard lock(mMutex);
     if (context != EGL_NO_CONTEXT)
-        find(EGL_NO_CONTEXT) = {context, ++madeContexts,
-                                failing == Failing::Binding ? EGL_BAD_ALLOC : EGL_SUCCESS};
+        find(EGL_NO_CONTEXT) = {context, failing == Failing::Binding ? EGL_BAD_ALLOC : EGL_SUCCESS};
     return context;
 }
 
@@ -99,17 +96,13 @@ EGLBoolean eglDestroyContext(EGLDisplay display, EGLContext context) {
     static const auto kNext = next<decltype(eglDestroyContext)>("eglDestroyContext");
     --liveContexts;
     const std::lock_guard lock(mMutex);
-    Context& destroyed = find(context);
-    lastDestroyed = {lastDestroyed[1], lastDestroyed[2], destroyed.number};
-    destroyed = {};
+    find(context) = {};
     return kNext(display, context);
 }
 
 __eglMustCastToProperFunctionPointerType eglGetProcAddress(const char* name) {
     static const auto kNext = next<decltype(eglGetProcAddress)>("eglGetProcAddress");
     using Function = __eglMustCastToProperFunctionPointerType;
-    if (std::strcmp(name, missing) == 0)
-        return nullptr;
     // A device of software names itself in its extensions.
     if (hardware && std::strcmp(name, "eglQueryDeviceStringEXT") == 0)
         return reinterpret_cast<Function>(+[](EGLDeviceEXT, EGLint) { return ""; });

@@ -2,18 +2,13 @@
 
 #include "Platform/GLContext.h"
 
-#include <array>
+#include <atomic>
 
 /// Stands between a test program, with the modules that it loads, and the system's EGL.
 namespace Tessaloom::BilateralBlur::EglWatch {
 
 /// Contexts of the process that were created and not destroyed.
 extern std::atomic<int> liveContexts;
-
-/// How many were created so far, and which were destroyed last, the latest at the end: numbers from 1 in the order
-/// of their creation.
-extern std::atomic<int> madeContexts;
-extern std::array<int, 3> lastDestroyed;
 
 /// What fails for contexts that are created now.
 enum class Failing { Nothing, Creation, Binding };
@@ -29,9 +24,6 @@ extern std::atomic<bool> isOtherApiCurrent;
 /// While it is set, devices that render by software look like GPUs, and their renderer has this name.
 extern std::atomic<bool> hardware;
 extern std::atomic<const char*> renderer;
-
-/// A function that EGL doesn't know while this is its name.
-extern std::atomic<const char*> missing;
 
 /// A core context that shares with no other, for the caller to release.
 NSOpenGLContext* makeContext();
