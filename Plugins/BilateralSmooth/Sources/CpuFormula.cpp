@@ -5,8 +5,6 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
-#include <limits>
-#include <type_traits>
 
 #define HWY_DISABLED_TARGETS (HWY_SVE | HWY_SVE2 | HWY_SVE_256 | HWY_SVE2_128 | HWY_RVV)
 #define HWY_WANT_AVX3_DL
@@ -19,39 +17,40 @@ HWY_BEFORE_NAMESPACE();
 namespace Tessaloom::BilateralBlur {
 namespace {
 namespace HWY_NAMESPACE {
-
 #include "Plugins/Shared/Cpu/Vectors-inl.h"
 
-/// The nearest value of the type.
+#include "Plugins/Shared/Cpu/Pixels-inl.h"
+
+/// Replaces red, green and blue of `kLanes` pixels. Bytes have means, other types differences.
 template<class Value>
-Value rounded(float value) {
-    constexpr float kMost = std::numeric_limits<Value>::max();
-    return static_cast<Value>(static_cast<int>(std::min(std::max(value, 0.0f), kMost) + 0.5f));
+HWY_INLINE void storeVector(const Value* source, Value* target, const Means& means, int column) {
+    VF a, r, g, b;
+    loadPixels(source, a, r, g, b);
+    const auto isFinite =
+        hn::And(hn::And(hn::IsFinite(a), hn::IsFinite(r)), hn::And(hn::IsFinite(g), hn::IsFinite(b)));
+    const auto replaced = [&](VF own, int channel) HWY_ATTR {
+        const VF mean = hn::LoadU(df, &means[channel][column]);
+        const VF result = sizeof(Value) == 1 ? mean : hn::Add(own, mean);
+        // All weights are 0 where the mean isn't a number.
+        return hn::IfThenElse(hn::And(isFinite, hn::Eq(mean, mean)), result, own);
+    };
+    storePixels(a, replaced(r, 0), replaced(g, 1), replaced(b, 2), target);
 }
 
-/// Replaces red, green and blue of up to a block's row of pixels. Bytes have means, other types differences.
 template<class Value>
-HWY_INLINE void storeValues(const std::uint8_t* source, std::uint8_t* target, int count, const Means& means) {
-    alignas(64) Value values[4 * kBlockWidth];
-    alignas(64) float buffer[4 * kBlockWidth];
-    std::memcpy(values, source, 4 * count * sizeof(Value));
-    float* const floats = asFloats(values, 4 * count, buffer);
-    for (int column = 0; column < count; column += kLanes) {
-        VF a, r, g, b;
-        hn::LoadInterleaved4(df, floats + 4 * column, a, r, g, b);
-        const auto isFinite =
-            hn::And(hn::And(hn::IsFinite(a), hn::IsFinite(r)), hn::And(hn::IsFinite(g), hn::IsFinite(b)));
-        const auto replaced = [&](VF own, int channel) HWY_ATTR {
-            const VF mean = hn::LoadU(df, &means[channel][column]);
-            const VF result = sizeof(Value) == 1 ? mean : hn::Add(own, mean);
-            // All weights are 0 where the mean isn't a number.
-            return hn::IfThenElse(hn::And(isFinite, hn::Eq(mean, mean)), result, own);
-        };
-        hn::StoreInterleaved4(a, replaced(r, 0), replaced(g, 1), replaced(b, 2), df, floats + 4 * column);
+HWY_INLINE void storeValues(const std::uint8_t* from, std::uint8_t* to, int count, const Means& means) {
+    const auto* const source = reinterpret_cast<const Value*>(from);
+    auto* const target = reinterpret_cast<Value*>(to);
+    int column = 0;
+    for (; column + kLanes <= count; column += kLanes)
+        storeVector(source + 4 * column, target + 4 * column, means, column);
+    if (column < count) {
+        Value line[4 * kLanes] = {};
+        const std::size_t bytes = sizeof(Value) * 4 * (count - column);
+        std::memcpy(line, source + 4 * column, bytes);
+        storeVector(line, line, means, column);
+        std::memcpy(target + 4 * column, line, bytes);
     }
-    if constexpr (!std::is_same_v<Value, float>)
-        std::transform(floats, floats + 4 * count, values, rounded<Value>);
-    std::memcpy(target, values, 4 * count * sizeof(Value));
 }
 
 void storeMeans(Depth depth, const std::uint8_t* source, std::uint8_t* target, int count,

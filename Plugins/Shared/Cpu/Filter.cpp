@@ -36,6 +36,8 @@ namespace {
 namespace HWY_NAMESPACE {
 #include "Plugins/Shared/Cpu/Vectors-inl.h"
 
+#include "Plugins/Shared/Cpu/Pixels-inl.h"
+
 /// 2^(x / 2^23 + 1): the integer is a logarithm in the unit of a float's bits, so its bits are the result but
 /// for the bend of 2^f against 1 + f between two powers of two, which the cubic adds.
 HWY_INLINE VF exp2Bits(VI x) {

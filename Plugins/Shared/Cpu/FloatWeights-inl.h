@@ -88,21 +88,19 @@ struct FloatPlanes : FloatData {
 private:
     template<class Value>
     std::optional<float> fillFrom(const Frame& frame, const FloatNumbers& numbers, const Block& block) {
-        alignas(64) Value line[4 * kLineWidth];
-        alignas(64) float buffer[4 * kLineWidth];
+        Value room[kLineWidth][4];
         const auto fullScale = static_cast<float>(1 / frame.image.fullScale);
         VI different = hn::Zero(di);
         VI first = hn::Zero(di);
         const int columns = block.planeColumns(frame.reach);
         for (int row = 0; row < block.planeRows(frame.reach); ++row) {
-            loadLine(frame.image, block, frame.reach, row, reinterpret_cast<Value(*)[4]>(line));
-            const float* const floats = asFloats(line, 4 * columns, buffer);
+            const Value* const line = lineOf(frame.image, block, frame.reach, row, room);
             if (row == 0)
-                first = hn::BitCast(di, hn::Set(df, floats[0]));
+                first = hn::BitCast(di, hn::Set(df, static_cast<float>(line[0])));
             for (int column = 0; column < columns; column += kLanes) {
                 const std::size_t at = frame.stride * row + column;
                 VF a, r, g, b;
-                hn::LoadInterleaved4(df, floats + 4 * column, a, r, g, b);
+                loadPixels(line + 4 * column, a, r, g, b);
                 different = hn::Or(different, hn::Xor(hn::BitCast(di, a), first));
                 const auto isFinite = hn::And(hn::And(hn::IsFinite(a), hn::IsFinite(r)),
                                               hn::And(hn::IsFinite(g), hn::IsFinite(b)));

@@ -63,7 +63,7 @@ struct IntegerPlanes : IntegerData {
     /// @return alpha, if it has one value all over them.
     std::optional<float> fill(const Frame& frame, const IntegerNumbers& numbers, const Block& block) {
         constexpr int kFirst = kCarriesAlpha ? 8 : 0; // bits of the first filtered channel
-        alignas(64) std::uint8_t line[kLineWidth][4];
+        std::uint8_t room[kLineWidth][4];
         const VI byte = hn::Set(di, 0xFF);
         const VI middle = hn::Set(di, 128);
         const VI factor = hn::Set(di, numbers.factors.neighbour);
@@ -71,13 +71,13 @@ struct IntegerPlanes : IntegerData {
         VI first = hn::Zero(di);
         const int columns = block.planeColumns(frame.reach);
         for (int row = 0; row < block.planeRows(frame.reach); ++row) {
-            loadLine(frame.image, block, frame.reach, row, line);
+            const std::uint8_t* const line = lineOf(frame.image, block, frame.reach, row, room);
             if (row == 0)
-                first = hn::Set(di, line[0][0]);
+                first = hn::Set(di, line[0]);
             const std::size_t start = frame.stride * row;
             for (int column = 0; column < columns; column += kLanes) {
                 const std::size_t at = start + column;
-                const VI pixels = hn::Load(di, reinterpret_cast<const std::int32_t*>(line[column]));
+                const VI pixels = hn::LoadU(di, reinterpret_cast<const std::int32_t*>(line + 4 * column));
                 const VI a = hn::Sub(hn::And(hn::ShiftRight<kFirst>(pixels), byte), middle);
                 const VI r = hn::Sub(hn::And(hn::ShiftRight<kFirst + 8>(pixels), byte), middle);
                 const VI g = hn::Sub(hn::And(hn::ShiftRight<kFirst + 16>(pixels), byte), middle);

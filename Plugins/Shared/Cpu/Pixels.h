@@ -8,7 +8,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <type_traits>
 
 namespace Tessaloom::BilateralBlur {
 
@@ -47,15 +46,14 @@ void loadLine(const Image& image, const Block& block, int reach, int row, Value 
         std::memcpy(line[i], source + kSize * (image.width - 1), kSize);
 }
 
-/// The values as floats: floats themselves stay where they are, others are converted into `floats`.
+/// That row where it is: in the image if it has all of its pixels, else in `room`, where it is loaded.
 template<class Value>
-float* asFloats(Value* values, int count, float* floats) {
-    if constexpr (std::is_same_v<Value, float>) {
-        return values;
-    } else {
-        std::copy_n(values, count, floats);
-        return floats;
-    }
+const Value* lineOf(const Image& image, const Block& block, int reach, int row, Value (*room)[4]) {
+    const int x = block.x - reach, y = block.y - reach + row;
+    if (x >= 0 && x + block.planeColumns(reach) <= image.width && y >= 0 && y < image.height)
+        return reinterpret_cast<const Value*>(image.row(y) + x * std::ptrdiff_t{sizeof(room[0])});
+    loadLine(image, block, reach, row, room);
+    return room[0];
 }
 
 /// The means of the filtered channels for a row of a block: of 8 bits in 0..255, of other depths less the pixel's own
