@@ -1,6 +1,6 @@
 // Times whole frames through the frei0r filter, loaded and called as its programs do, beside a plain copy of
 // the same frame; and the stages of a frame on the GPU way, also where OpenGL is software, each waited for,
-// as counters in milliseconds. A name says what is timed, the picture, its size and the blur scale.
+// as counters in milliseconds. A name says what is timed, the image, its size and the blur scale.
 #include "Host/Services.h"
 #include "Host/Suites.h"
 #include "Host/World.h"
@@ -9,7 +9,7 @@
 #include "Plugins/Shared/GL/AEOpenGLContext.h"
 #include "Plugins/Shared/GL/AEOpenGLUtilities.h"
 #include "Plugins/Shared/GL/AEOpenglMainFrameBuffer.h"
-#include "Tests/Support/Pictures.h"
+#include "Tests/Support/Images.h"
 
 #include <benchmark/benchmark.h>
 #include <dlfcn.h>
@@ -33,7 +33,6 @@ namespace Tessaloom::BilateralBlur {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-using Pictures::Picture;
 
 constexpr int kScales[] = {0, 10, 20, 30, 60};
 
@@ -45,20 +44,20 @@ constexpr Size kSizes[] = {{640, 360}, {1920, 1080}, {3840, 2160}};
 
 struct Content {
     const char* name;
-    Picture (*make)(Size);
+    Images::Image (*make)(Size);
 };
 
 constexpr Content kContents[] = {
-    {"photograph", [](Size size) { return Pictures::photograph(size.width, size.height, 1); }},
-    {"noise", [](Size size) { return Pictures::noise(size.width, size.height, 1); }}};
+    {"photograph", [](Size size) { return Images::photograph(size.width, size.height, 1); }},
+    {"noise", [](Size size) { return Images::noise(size.width, size.height, 1); }}};
 
-/// The picture in the filter's order R, G, B, A.
+/// The image in the filter's order R, G, B, A.
 std::vector<std::uint32_t> makeFrame(const Content& content, Size size) {
-    Picture picture = content.make(size);
-    for (std::size_t i = 0; i < picture.bytes.size(); i += 4)
-        std::rotate(&picture.bytes[i], &picture.bytes[i + 1], &picture.bytes[i] + 4);
-    std::vector<std::uint32_t> frame(picture.bytes.size() / 4);
-    std::memcpy(frame.data(), picture.bytes.data(), picture.bytes.size());
+    Images::Image image = content.make(size);
+    for (std::size_t i = 0; i < image.bytes.size(); i += 4)
+        std::rotate(&image.bytes[i], &image.bytes[i + 1], &image.bytes[i] + 4);
+    std::vector<std::uint32_t> frame(image.bytes.size() / 4);
+    std::memcpy(frame.data(), image.bytes.data(), image.bytes.size());
     return frame;
 }
 
@@ -151,9 +150,9 @@ void gpuFrames(benchmark::State& state, const Content& content, Size size, int s
     const Host::Services::Visit visit(services);
     PF_InData inData{{}, Host::utilCallbacks(), nullptr, Host::basicSuite(), 0, 1, 1};
     Host::World input(size.width, size.height), output(size.width, size.height);
-    const Picture picture = content.make(size);
+    const Images::Image image = content.make(size);
     for (int y = 0; y < size.height; ++y)
-        std::memcpy(input.row(y), picture.pixel(0, y), std::size_t{4} * static_cast<unsigned>(size.width));
+        std::memcpy(input.row(y), image.pixel(0, y), std::size_t{4} * static_cast<unsigned>(size.width));
     AEOpenGLContext context(nullptr);
     BilateralBlurRender render;
     Stages stages, first;

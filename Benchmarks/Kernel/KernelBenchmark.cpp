@@ -1,12 +1,12 @@
 // Times the CPU filters of both effects. Items are taps of the square neighbourhood: items_per_second is taps a
-// second. A name tells the instruction set ("best" is the machine's), the picture, its size, the blur size
+// second. A name tells the instruction set ("best" is the machine's), the image, its size, the blur size
 // and the threads.
 #include "Benchmarks/Kernel/FmaRate.h"
 #include "Platform/UsableCpus.h"
 #include "Plugins/BilateralBlur/Sources/CpuFormula.h"
 #include "Plugins/BilateralBlur/Sources/FilterConstants.h"
 #include "Plugins/BilateralSmooth/Sources/CpuFormula.h"
-#include "Tests/Support/Pictures.h"
+#include "Tests/Support/Images.h"
 
 #include <benchmark/benchmark.h>
 
@@ -28,8 +28,6 @@
 namespace Tessaloom::BilateralBlur {
 namespace {
 
-using Pictures::Picture;
-
 struct Size {
     int width, height;
 };
@@ -39,15 +37,15 @@ constexpr Size kSmall{640, 360}, kHd{1920, 1080}, kUhd{3840, 2160};
 struct Content {
     const char* name;
     bool opaque;
-    Picture (*make)(int, int);
+    Images::Image (*make)(int, int);
 };
 
 constexpr Content kNoise{"noise", false,
-                         [](int width, int height) { return Pictures::noise(width, height, 1); }};
+                         [](int width, int height) { return Images::noise(width, height, 1); }};
 constexpr Content kOpaqueNoise{"opaque_noise", true,
-                               [](int width, int height) { return Pictures::noise(width, height, 1, true); }};
+                               [](int width, int height) { return Images::noise(width, height, 1, true); }};
 constexpr Content kPhotograph{"photograph", true,
-                              [](int width, int height) { return Pictures::photograph(width, height, 1); }};
+                              [](int width, int height) { return Images::photograph(width, height, 1); }};
 
 /// Taps along each axis.
 int tapsAcross(int blurSize) {
@@ -96,11 +94,11 @@ void addBytes(const std::string& prefix, const Content& content, Size size, int 
         hwy::SetSupportedTargetsForTest(target);
         hwy::GetChosenTarget().Update(hwy::SupportedTargets());
         ThreadPool pool(threads);
-        const Picture picture = content.make(size.width, size.height);
+        const Images::Image image = content.make(size.width, size.height);
         const std::ptrdiff_t stride = std::ptrdiff_t{4} * size.width;
-        Picture result{size.width, size.height};
+        Images::Image result{size.width, size.height};
         for (auto _ : state)
-            bilateralBlur(picture.bytes.data(), stride, result.bytes.data(), stride, size.width, size.height,
+            bilateralBlur(image.bytes.data(), stride, result.bytes.data(), stride, size.width, size.height,
                           blurSize, pool);
         countTaps(state, size, tapsAcross(blurSize));
         if (target == HWY_AVX3_DL)
@@ -117,23 +115,23 @@ struct DepthCase {
     const char* name;
     Depth depth;
     double fullScale;
-    std::vector<std::uint8_t> (*bytes)(const Picture&);
+    std::vector<std::uint8_t> (*bytes)(const Images::Image&);
 };
 
 template<class Value>
-std::vector<std::uint8_t> bytesOf(const Picture& picture, double fullScale) {
+std::vector<std::uint8_t> bytesOf(const Images::Image& image, double fullScale) {
     std::vector<Value> values;
-    for (const std::uint8_t byte : picture.bytes)
+    for (const std::uint8_t byte : image.bytes)
         values.push_back(static_cast<Value>(byte * fullScale / 255));
     const auto* const bytes = reinterpret_cast<const std::uint8_t*>(values.data());
     return {bytes, bytes + sizeof(Value) * values.size()};
 }
 
 constexpr DepthCase kDepths[] = {
-    {"smooth8", Depth::Bits8, 255, [](const Picture& picture) { return picture.bytes; }},
+    {"smooth8", Depth::Bits8, 255, [](const Images::Image& image) { return image.bytes; }},
     {"smooth16", Depth::Bits16, 32768,
-     [](const Picture& picture) { return bytesOf<std::uint16_t>(picture, 32768); }},
-    {"smoothFloat", Depth::Float, 1, [](const Picture& picture) { return bytesOf<float>(picture, 1); }}};
+     [](const Images::Image& image) { return bytesOf<std::uint16_t>(image, 32768); }},
+    {"smoothFloat", Depth::Float, 1, [](const Images::Image& image) { return bytesOf<float>(image, 1); }}};
 
 void addSmooth(const DepthCase& depth, const Content& content, Size size, int radius, unsigned threads) {
     add(std::string(depth.name) + "/" + content.name + "/" + std::to_string(size.width) + "x" +
@@ -159,12 +157,12 @@ void addOpenCv([[maybe_unused]] const std::string& prefix, [[maybe_unused]] cons
                [[maybe_unused]] const std::string& end, [[maybe_unused]] bool isFloat = false) {
 #ifdef BILATERAL_BLUR_OPENCV
     add(prefix + "/" + content.name + "/" + end, [=](benchmark::State& state) {
-        const Picture picture = content.make(size.width, size.height);
+        const Images::Image image = content.make(size.width, size.height);
         cv::Mat source(size.height, size.width, CV_8UC3), result;
         for (int y = 0; y < size.height; ++y)
             for (int x = 0; x < size.width; ++x)
-                source.at<cv::Vec3b>(y, x) = {picture.pixel(x, y)[1], picture.pixel(x, y)[2],
-                                              picture.pixel(x, y)[3]};
+                source.at<cv::Vec3b>(y, x) = {image.pixel(x, y)[1], image.pixel(x, y)[2],
+                                              image.pixel(x, y)[3]};
         if (isFloat)
             source.convertTo(source, CV_32FC3, 1 / 255.0);
         cv::setNumThreads(static_cast<int>(threads));
