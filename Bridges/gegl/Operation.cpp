@@ -30,6 +30,7 @@ constexpr int kLargestBlock = 2048;
 struct Operation {
     GeglOperationAreaFilter parent;
     Bridges::SliderValues values;
+    gboolean isGrey; // the input
 };
 
 Operation& self(gpointer instance) {
@@ -52,6 +53,12 @@ GeglRectangle grown(const GeglRectangle& rectangle, int margin) {
             rectangle.height + 2 * margin};
 }
 
+/// Grey comes back from green, as an effect may leave a colour as it was.
+void makeGrey(std::vector<std::uint8_t>& pixels) {
+    for (std::size_t i = 0; i < pixels.size(); i += 4)
+        pixels[i] = pixels[i + 2] = pixels[i + 1];
+}
+
 /// A part of the work: filters `block` with its margin and writes it.
 void filterBlock(const Operation& operation, GeglBuffer* input, GeglBuffer* output, const Babl* format,
                  const GeglRectangle& image, const GeglRectangle& block, int level) {
@@ -71,6 +78,8 @@ void filterBlock(const Operation& operation, GeglBuffer* input, GeglBuffer* outp
     for (std::size_t i = 0; i < sliders().size(); ++i)
         part.values[i] = sliders()[i].isDistance ? operation.values[i] >> level : operation.values[i];
     Bridges::RenderThread::shared().filter(part, reportFailure);
+    if (operation.isGrey && part.samples == Bridges::Samples::Bytes)
+        makeGrey(pixels);
     const std::ptrdiff_t first =
         static_cast<std::ptrdiff_t>(rowBytes) * (block.y - source.y) + pixelBytes * (block.x - source.x);
     gegl_buffer_set(output, &block, level, format, pixels.data() + first, rowBytes);
@@ -103,8 +112,7 @@ gboolean process(GeglOperation* operation, GeglBuffer* input, GeglBuffer* output
 
 /// The encoding of the filtered pixels: a layer's own precision where the effect takes it. Floats hold all others
 /// but bytes.
-const char* encodingFor(GeglOperation* operation) {
-    const Babl* const source = gegl_operation_get_source_format(operation, "input");
+const char* encodingFor(const Babl* source) {
     const bool hasBytes = source && babl_format_get_type(source, 0) == babl_type("u8");
     const bool takesFloats = linkedEffect().declaration.outFlags2 & PF_OutFlag2_FLOAT_COLOR_AWARE;
     return takesFloats && !hasBytes ? "R'G'B'A float" : "R'G'B'A u8";
@@ -113,8 +121,11 @@ const char* encodingFor(GeglOperation* operation) {
 void prepare(GeglOperation* operation) {
     GeglOperationAreaFilter& area = self(operation).parent;
     area.left = area.right = area.top = area.bottom = linkedEffect().declaration.margin;
+    const Babl* const source = gegl_operation_get_source_format(operation, "input");
+    self(operation).isGrey =
+        source && (babl_get_model_flags(babl_format_get_model(source)) & BABL_MODEL_FLAG_GRAY) != 0;
     const Babl* const format =
-        babl_format_with_space(encodingFor(operation), gegl_operation_get_source_space(operation, "input"));
+        babl_format_with_space(encodingFor(source), gegl_operation_get_source_space(operation, "input"));
     gegl_operation_set_format(operation, "input", format);
     gegl_operation_set_format(operation, "output", format);
 }

@@ -99,6 +99,23 @@ TEST_F(Gegl, FloatsKeepTheirPrecisionAndTheirRange) {
     g_object_unref(buffer);
 }
 
+TEST_F(Gegl, AGreyLayerIsTheGreenOfTheSameInColours) {
+    const Babl* const grey = babl_format("Y' u8");
+    Bytes colours(mImage), values;
+    for (std::size_t i = 0; i < mImage.size(); i += 4) {
+        std::fill_n(&colours[i], 3, mImage[i]);
+        colours[i + 3] = 255;
+        values.push_back(mImage[i]);
+    }
+    GeglBuffer* const buffer = gegl_buffer_new(&kExtent, grey);
+    gegl_buffer_set(buffer, &kExtent, 0, grey, values.data(), GEGL_AUTO_ROWSTRIDE);
+    Bytes expected = reference(colours, kSize, {20});
+    for (std::size_t i = 0; i < expected.size(); i += 4)
+        expected[i] = expected[i + 2] = expected[i + 1];
+    EXPECT_EQ(render(buffer, blur(20), kExtent), expected);
+    g_object_unref(buffer);
+}
+
 TEST_F(Gegl, AnOperationAloneHasTheSlidersDefaultsAndNoPixels) {
     GeglNode* const alone =
         gegl_node_new_child(nullptr, "operation", "bilateral-blur:bilateral-smooth", nullptr);
