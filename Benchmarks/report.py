@@ -21,24 +21,43 @@ CORES = len(os.sched_getaffinity(0))
 PICTURES = ("photograph", "noise")
 
 
-def benchmark(name, program, pattern, seconds, repetitions):
-    """The rows of a benchmark program that match the pattern, by name, and its standard output's first lines.
-
-    Medians where it repeats. The JSON is kept as NAME.json."""
+def runs(name, program, pattern, seconds, repetitions, *options):
+    """The rows of a benchmark program that match the pattern, and its standard output. The JSON is kept as NAME.json."""
     print("measuring", name, file=sys.stderr)
     kept = KEPT / f"{name}.json"
     kept.unlink(missing_ok=True)
     done = subprocess.run(
-        ["timeout", "200", *program, f"--benchmark_filter={pattern}", f"--benchmark_min_time={seconds}",
-         f"--benchmark_repetitions={repetitions}", f"--benchmark_out={kept}", "--benchmark_out_format=json"],
+        ["timeout", "300", *program, f"--benchmark_filter={pattern}", f"--benchmark_min_time={seconds}",
+         f"--benchmark_repetitions={repetitions}", *options, f"--benchmark_out={kept}", "--benchmark_out_format=json"],
         capture_output=True, text=True)
     if done.returncode:
         print(f"not measured: {name}: {done.stderr[-300:]}", file=sys.stderr)
-        return {}, done.stdout
+        return [], done.stdout
+    rows = json.loads(kept.read_text())["benchmarks"]
+    for row in rows:
+        row["name"] = re.sub("/(process_time|real_time)", "", row["run_name"])
+    return rows, done.stdout
+
+
+def benchmark(name, program, pattern, seconds, repetitions):
+    """The rows that `runs` gives, by name, medians where it repeats, and its standard output."""
+    rows, output = runs(name, program, pattern, seconds, repetitions)
     wanted = "median" if repetitions > 1 else ""
-    return {re.sub("/(process_time|real_time)", "", row["run_name"]): row
-            for row in json.loads(kept.read_text())["benchmarks"]
-            if row.get("aggregate_name", "") == wanted}, done.stdout
+    return {row["name"]: row for row in rows if row.get("aggregate_name", "") == wanted}, output
+
+
+def least_times():
+    """The least CPU time of Bilateral Smooth and its peer on one thread in ms, by name; both take turns."""
+    one_core = ["taskset", "--cpu-list", str(min(os.sched_getaffinity(0))), *KERNEL]
+    times = {}
+    for radius, repetitions in ((5, 6), (14, 2), (29, 1)):
+        rows, _ = runs(f"smooth{radius}", one_core, f"^(smooth|opencv)(8|16|Float)/.*/radius:{radius}(/|$)", 0.01,
+                       repetitions, "--benchmark_enable_random_interleaving=true")
+        for row in rows:
+            if row["run_type"] == "iteration":
+                name = row["name"].removesuffix("/threads:1")
+                times[name] = min(times.get(name, row["cpu_time"]), row["cpu_time"])
+    return times
 
 
 def least(times, *command, **environment):
@@ -75,6 +94,7 @@ class Figures:
 
     def __init__(self):
         self.rows = {}
+        self.least = least_times()
         self.renderer = "-"
         for name, program, pattern, seconds, repetitions in (
                 ("frame", FRAME, "^(copy|filter)/.*/1920x1080/", 0.5, 3),
@@ -102,6 +122,18 @@ def frames(figures):
             ours, theirs = figures.of(f"filter/{where}"), figures.of(f"opencv_bilateralFilter/{where}")
             rows.append([picture, scale, cell(".1f", ours), cell(".0f", ours, figures.of(f"copy/{picture}/1920x1080")),
                          cell(".1f", theirs), cell(".1f", theirs, ours)])
+    return table(*rows)
+
+
+def smooth(figures):
+    rows = [["Depth", "Image", "Radius", "Bilateral Smooth", "OpenCV", "Times"]]
+    for depth, key in (("8 bits", "8"), ("16 bits", "16"), ("float", "Float")):
+        for picture, what in (("photograph", "photograph"), ("opaque_noise", "noise"),
+                              ("noise", "noise, alpha varies")):
+            for radius in (5, 14, 29):
+                where = f"{picture}/1920x1080/radius:{radius}"
+                ours, theirs = figures.least.get(f"smooth{key}/{where}"), figures.least.get(f"opencv{key}/{where}")
+                rows.append([depth, what, radius, cell(".0f", ours), cell(".0f", theirs), cell(".1f", theirs, ours)])
     return table(*rows)
 
 
@@ -219,8 +251,8 @@ def main():
     with tempfile.TemporaryDirectory() as directory:
         work = Path(directory)
         page = (Path(__file__).parent / "performance.md").read_text().format(
-            machine=machine(), cores=CORES, renderer=figures.renderer, frames=frames(figures), sizes=sizes(figures),
-            targets=targets(figures), stages=stages(figures), programs=programs(figures, work),
+            machine=machine(), cores=CORES, renderer=figures.renderer, frames=frames(figures), smooth=smooth(figures),
+            sizes=sizes(figures), targets=targets(figures), stages=stages(figures), programs=programs(figures, work),
             scaling=cell(".2f", figures.of(noise + "1"), figures.of(f"{noise}{CORES}")),
             of_rate=cell(".0f", figures.of(f"AVX3_DL/noise/640x360/scale:29/threads:{CORES}", "of_rate"), 0.01))
         image = plot(figures, work).read_bytes()
