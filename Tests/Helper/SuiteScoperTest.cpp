@@ -7,9 +7,6 @@
 
 #include <gmock/gmock.h>
 
-#include <string>
-#include <vector>
-
 namespace Tessaloom::BilateralBlur {
 namespace {
 
@@ -86,36 +83,12 @@ TEST_F(SuiteScoperTest, FreeFunctionsAcquireAndReleaseDrawingSuitesInOrder) {
     EXPECT_EQ(mOutData.out_flags, 2 | PF_OutFlag_DISPLAY_ERROR_MESSAGE);
 }
 
-// What a script's two handles go through, by their names.
-std::vector<std::string> mSteps;
-char mResult[] = "result", mError[] = "error";
-
-TEST_F(SuiteScoperTest, LocksAndFreesBothHandlesOfAScript) {
-    const AEGP_UtilitySuite5 utility{[](std::int32_t id, const char* script, std::uint8_t encoding,
-                                        AEGP_MemHandle* result, AEGP_MemHandle* error) -> PF_Err {
-        mSteps.push_back(std::to_string(id) + script + std::to_string(encoding));
-        *result = mResult;
-        *error = mError;
-        return PF_Err_NONE;
-    }};
-    const AEGP_MemorySuite1 memory{[](AEGP_MemHandle handle, void** address) -> PF_Err {
-                                       mSteps.push_back(std::string("lock ") + static_cast<char*>(handle));
-                                       *address = handle;
-                                       return PF_Err_NONE;
-                                   },
-                                   [](AEGP_MemHandle handle) -> PF_Err {
-                                       mSteps.push_back(std::string("free ") + static_cast<char*>(handle));
-                                       return PF_Err_NONE;
-                                   }};
-    mHost.faults.suites = {{"AEGP Utility Suite", &utility}, {"AEGP Memory Suite", &memory}};
-    EXPECT_EQ(ScriptHelper::RunSriptAndGetStringResult(mInData.pica_basicP, " script "), "result");
-    EXPECT_THAT(mSteps,
-                testing::ElementsAre("0 script 0", "lock result", "lock error", "free result", "free error"));
-}
-
 TEST_F(SuiteScoperTest, RunsScripts) {
     const auto run = [&] { return ScriptHelper::RunSriptAndGetStringResult(mInData.pica_basicP, "'a'+6*7"); };
     EXPECT_EQ(run(), "a42");
+    EXPECT_THAT(mHost.calls, Contains("AEGP_ExecuteScript 0 'a'+6*7 0"));
+    for (const char* ofBothTexts : {"AEGP_LockMemHandle", "AEGP_FreeMemHandle"})
+        EXPECT_THAT(mHost.calls, Contains(ofBothTexts).Times(2));
     {
         Host::Services services; // of an effect that is linked in, which has no engine
         const Host::Services::Visit visit(services);
