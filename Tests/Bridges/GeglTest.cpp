@@ -1,11 +1,7 @@
 #include "Tests/Bridges/Reference.h"
-#include "Tests/Support/ProcessRun.h"
 
 #include <gegl.h>
 #include <gmock/gmock.h>
-
-#include <algorithm>
-#include <random>
 
 // The operations in graphs of GEGL, which loads them from the build's directory. Every result is compared with
 // the whole image's, byte for byte.
@@ -146,20 +142,6 @@ TEST_F(Gegl, APreviewAtHalfTheSizeIsFilteredHalfAsFar) {
     }
     g_object_set(gegl_config(), "mipmap-rendering", FALSE, nullptr);
 }
-
-// A program that isn't built with the sanitizer can't load the operation that is.
-#ifndef __SANITIZE_ADDRESS__
-TEST_F(Gegl, TheCommandLineGivesTheSameBytes) {
-    const Directory directory;
-    const std::string in = SAMPLE_IMAGE, out = directory / "out.png";
-    ProcessRun run({"/usr/bin/env", "gegl", in, "--", "bilateral-blur:bilateral-blur", "blur-scale=20",
-                    "gegl:png-save", "path=" + out, "bitdepth=8"});
-    EXPECT_EQ(run.wait().exitCode, 0);
-    const GeglRectangle all{0, 0, 960, 600};
-    EXPECT_EQ(render(nullptr, "gegl:png-load path=" + out, all),
-              render(nullptr, "gegl:png-load path=" + in + " " + blur(20), all));
-}
-#endif
 
 TEST_F(Gegl, StrangeInputIsRendered) {
     const GeglRectangle far{1 << 29, -(1 << 29), 8, 8};
