@@ -36,7 +36,7 @@ protected:
 };
 
 TEST_P(Smooth, IsTheOraclesImageAtEveryDepth) {
-    for (int i = 0; i < 80 && !HasFatalFailure(); ++i)
+    for (int i = 0; i < 50 && !HasFatalFailure(); ++i)
         expectEveryDepth();
 }
 

@@ -3,10 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <fstream>
 #include <map>
-#include <string>
 
 namespace Tessaloom::BilateralBlur {
 namespace {

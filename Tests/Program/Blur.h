@@ -1,6 +1,5 @@
 #pragma once
 
-#include "Tests/Support/Images.h"
 #include "Tests/Support/ProcessRun.h"
 
 #include <arpa/inet.h>
@@ -37,31 +36,28 @@ inline std::vector<std::string> shell(const Directory& directory, int blurScale,
                 std::to_string(blurScale) + " \"$@\"; }; " + command};
 }
 
-/// A generated image as one of the library, with 1 to 4 channels and samples of 8 or 16 bits.
-inline vips::VImage samplesOf(const Images::Image& generated, int channels, bool deep = false) {
+/// An image of these channels, 1 to 4, with samples of 8 or 16 bits.
+inline vips::VImage imageOf(const std::vector<vips::VImage>& channels, bool deep = false) {
     constexpr VipsInterpretation kKinds[2][2] = {{VIPS_INTERPRETATION_B_W, VIPS_INTERPRETATION_GREY16},
                                                  {VIPS_INTERPRETATION_sRGB, VIPS_INTERPRETATION_RGB16}};
-    const vips::VImage argb(vips_image_new_from_memory_copy(generated.bytes.data(), generated.bytes.size(),
-                                                            generated.width, generated.height, 4,
-                                                            VIPS_FORMAT_UCHAR));
-    const int colours = channels < 3 ? 1 : 3;
-    vips::VImage image = argb.extract_band(1, vips::VImage::option()->set("n", colours));
-    if (channels > colours)
-        image = image.bandjoin(argb[0]);
-    return (image * (deep ? 257 : 1))
-        .cast(deep ? VIPS_FORMAT_USHORT : VIPS_FORMAT_UCHAR)
-        .copy(vips::VImage::option()->set("interpretation", kKinds[colours > 1][deep]));
+    const vips::VImage image = vips::VImage::bandjoin(channels).cast(VIPS_FORMAT_UCHAR) * (deep ? 257 : 1);
+    return image.cast(deep ? VIPS_FORMAT_USHORT : VIPS_FORMAT_UCHAR)
+        .copy(vips::VImage::option()->set("interpretation", kKinds[channels.size() > 2][deep]));
 }
 
 /// Independent noise, with the lowest and the highest value in good number.
 inline vips::VImage noise(int width, int height, int channels, int seed = 0, bool deep = false) {
-    return samplesOf(Images::noise(width, height, static_cast<unsigned>(seed), false, 200), channels, deep);
+    std::vector<vips::VImage> bands;
+    for (int i = 0; i < channels; ++i)
+        bands.push_back(vips::VImage::gaussnoise(
+            width, height,
+            vips::VImage::option()->set("mean", 128)->set("sigma", 120)->set("seed", 4 * seed + i)));
+    return imageOf(bands, deep);
 }
 
 /// Smooth shading, which survives JPEG.
 inline vips::VImage shading(int width, int height, int channels) {
-    const auto shade = [&](int x, int, int) { return 40 + 190.0 * x / width; };
-    return samplesOf(Images::make(width, height, true, shade), channels);
+    return imageOf(std::vector(channels, vips::VImage::xyz(width, height)[0] * (190.0 / width) + 40));
 }
 
 /// The image as pages of this height, one below the other.

