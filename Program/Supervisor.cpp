@@ -73,6 +73,17 @@ bool canBeReadAgain(const std::filesystem::path& input) {
     return std::filesystem::is_regular_file(input, ignored);
 }
 
+/// False where no driver of OpenGL can reach a GPU: none of the files by which they do is there. A user who names
+/// drivers decides that.
+bool mayHaveGpu() {
+    constexpr const char* kDevices[] = {"/dev/dri",      "/dev/nvidiactl", "/dev/nvmap",   "/dev/dxg",
+                                        "/dev/kgsl-3d0", "/dev/mali0",     "/dev/galcore", "/dev/pvrsrvkm"};
+    std::error_code ignored;
+    return std::getenv("__EGL_VENDOR_LIBRARY_FILENAMES") || std::getenv("__EGL_VENDOR_LIBRARY_DIRS") ||
+           std::any_of(std::begin(kDevices), std::end(kDevices),
+                       [&](const char* device) { return std::filesystem::exists(device, ignored); });
+}
+
 void Supervisor::run() {
     const bool readsAhead = mRun.jobs.size() > 1 || canBeReadAgain(mRun.jobs.front().input);
     if (Round all{mRun.those(Job::State::Waiting), readsAhead}; !all.jobs.empty())
@@ -154,7 +165,12 @@ void Supervisor::beChild(const Round& round, pid_t parent, int pipe) const {
     std::set_terminate(std::abort);
     try {
         startImageFiles(mSettings.verbose);
-        if (!mUsesGl) // the loader of GL drivers finds none
+        // The loader of GL drivers then finds none. A software driver takes longer to load than a small image to
+        // filter, and frames are filtered on the CPU with it too.
+        const bool hasGpu = mayHaveGpu();
+        if (!hasGpu && mSettings.verbose)
+            std::fputs("no GPU: there is no device file of one, such as /dev/dri\n", stderr);
+        if (!hasGpu || !mUsesGl)
             setenv("__EGL_VENDOR_LIBRARY_FILENAMES", "/dev/null", 1);
         const int standardOutput = takeStandardOutput(mSettings.verbose);
         runPipeline(mRun.jobs, round, mSettings, standardOutput, events);
