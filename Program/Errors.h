@@ -2,6 +2,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace Tessaloom::BilateralBlur::Program {
 
@@ -30,5 +31,8 @@ std::string printable(const std::string& text);
 
 /// What messages show of a text of any length that a user typed.
 std::string shortened(const std::string& text);
+
+/// The first names of a list, and how many more there are: "a, b and 3 more".
+std::string firstOf(const std::vector<std::string>& names, std::size_t count);
 
 } // namespace Tessaloom::BilateralBlur::Program

@@ -1,6 +1,5 @@
 #include "Program/FindModule.h"
 
-#include "Program/CommandLine.h"
 #include "Program/Errors.h"
 
 #include <algorithm>
@@ -26,7 +25,12 @@ std::string moduleName(const std::string& key) {
 }
 
 /// Empty where the effect's module is in none of the places.
-path moduleOf(const std::string& key, const path& program) {
+path moduleOf(const std::string& key) {
+    std::error_code error;
+    const path program = std::filesystem::read_symlink("/proc/self/exe", error).parent_path();
+    if (error)
+        throw Failure("can't find out where the program is without /proc (" + error.message() +
+                      "); name the module with --module PATH");
     const std::string name = moduleName(key);
     for (const path& place : {path("."), path(BILATERAL_BLUR_INSTALLED_MODULE), path("../Plugins") / name}) {
         path module = (program / place / (name + ".so")).lexically_normal();
@@ -44,24 +48,24 @@ const std::vector<std::string>& effectKeys() {
     return kKeys;
 }
 
-path findModule(const std::string& key) {
-    std::error_code error;
-    const path program = std::filesystem::read_symlink("/proc/self/exe", error).parent_path();
-    if (error)
-        throw Failure("can't find out where the program is without /proc (" + error.message() +
-                      "); name the module with --module PATH");
+std::vector<std::string> presentEffects() {
     std::vector<std::string> present;
     std::copy_if(effectKeys().begin(), effectKeys().end(), std::back_inserter(present),
-                 [&](const std::string& other) { return !moduleOf(other, program).empty(); });
+                 [&](const std::string& key) { return !moduleOf(key).empty(); });
+    return present;
+}
+
+path findModule(const std::string& key) {
+    const std::vector<std::string> present = presentEffects();
     const std::string& wanted = key.empty() ? effectKeys().front() : key;
     if (std::count(present.begin(), present.end(), wanted) != 0)
-        return moduleOf(wanted, program);
-    if (present.empty() || key.empty())
+        return moduleOf(wanted);
+    if (present.empty())
         throw Failure(moduleName(effectKeys().front()) +
                       ".so: the effect's module isn't beside the program or in its library directory; "
                       "name it with --module PATH");
-    throw WrongUse("--effect: there is no module for " + shortened(key) + ", only for " +
-                   joined(present, ", ") + " (see --help)");
+    throw WrongUse("--effect: there is no module for " + shortened(wanted) + ", only for " +
+                   firstOf(present, present.size()) + " (see --help)");
 }
 
 } // namespace Tessaloom::BilateralBlur::Program

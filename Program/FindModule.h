@@ -10,6 +10,10 @@ namespace Tessaloom::BilateralBlur::Program {
 /// meant where the option isn't given.
 const std::vector<std::string>& effectKeys();
 
+/// Of these, those whose modules are in one of the places where `findModule` looks. Throws Failure where the system
+/// doesn't tell where the program is.
+std::vector<std::string> presentEffects();
+
 /// The module to load where --module isn't given: beside the program, where an installation puts it, or
 /// where the build makes it. Throws WrongUse, with the effects that are there, for another key or an effect that is
 /// in none of these places, and Failure where none is.

@@ -20,6 +20,7 @@
 #include <new>
 #include <string>
 #include <unistd.h>
+#include <vector>
 
 using namespace Tessaloom::BilateralBlur;
 using namespace Tessaloom::BilateralBlur::Program;
@@ -38,6 +39,23 @@ void printAbout(const std::filesystem::path& module) {
     std::string text = Host::Effect(loaded).about() + "\n";
     std::replace(text.begin(), text.end(), '\r', '\n');
     writeStandardOutput(standardOutput, bytesOf(text));
+}
+
+/// The module's property list. Names, ranges and wrong use are known by it without loading the module, which takes a
+/// GPU driver.
+Host::Resource resourceOf(std::filesystem::path module) {
+    return Host::readResource(module.replace_extension(".plist"));
+}
+
+/// The sliders of all effects that are there, each name once.
+Host::Resource allEffects() {
+    Host::Resource all;
+    for (const std::string& key : presentEffects())
+        for (const Host::Slider& slider : resourceOf(findModule(key)).sliders)
+            if (std::none_of(all.sliders.begin(), all.sliders.end(),
+                             [&](const Host::Slider& other) { return other.key == slider.key; }))
+                all.sliders.push_back(slider);
+    return all;
 }
 
 int blur(const Options& options, const std::filesystem::path& module, const Host::Resource& effect) {
@@ -72,16 +90,17 @@ int run(int argc, char** argv) {
     }
     const std::filesystem::path module =
         preliminaries.module.empty() ? findModule(preliminaries.effect) : preliminaries.module;
-    if (std::error_code ignored; !std::filesystem::exists(module, ignored))
-        throw Failure(module.string() + ": there is no such module");
-    // Names, ranges and wrong use are known without loading the module, which takes a GPU driver.
-    const Host::Resource effect =
-        Host::readResource(std::filesystem::path(module).replace_extension(".plist"));
+    if (std::error_code ignored; !std::filesystem::exists(module, ignored)) {
+        const std::vector<std::string> present = presentEffects();
+        throw Failure(module.string() + ": there is no such module" +
+                      (present.empty() ? "" : "; --effect takes " + firstOf(present, present.size())));
+    }
+    const Host::Resource effect = resourceOf(module);
     const Options options = parseOptions(argc, argv, effect);
     if (options.help)
         print(helpText(effect));
     else if (!options.completion.empty())
-        print(completionText(options.completion, effect));
+        print(completionText(options.completion, preliminaries.module.empty() ? allEffects() : effect));
     else if (options.about)
         printAbout(module);
     else

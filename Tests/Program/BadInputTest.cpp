@@ -118,7 +118,8 @@ TEST(BadInput, IsReportedInOneLine) {
         {"blur in.1.png protected.png", 1, "protected.png: can't be replaced: Permission denied"},
         {"blur in.1.png closed/out.png", 1, "the directory can't be written to: Permission denied"},
         {"blur in.1.png none/out.png", 1, "none/out.png: there is no directory"},
-        {"blur in.1.png out.png --module /none.so", 1, "/none.so: there is no such module"},
+        {"blur in.1.png out.png --module /none.so", 1,
+         "/none.so: there is no such module; --effect takes bilateral-blur, bilateral-smooth"},
         {"blur in.#.png out.#.png --frames 10-20", 1, "no frames found with a number of --frames 10-20"},
         {"blur --help >/dev/full", 1, "standard output: No space left on device"},
         {"blur in.1.png - | :", 1, "standard output: Broken pipe"},
@@ -171,13 +172,22 @@ TEST(Program, ListsTheEffectsWhoseModulesAreThere) {
                 HasSubstr("no module for bilateral-smooth, only for bilateral-blur (see --help)\n"));
 }
 
-TEST(Program, CompletesItsOptionsInBash) {
-    const std::string script = ProcessRun({PROGRAM, "--completion", "bash"}).wait().out +
-                               "COMP_WORDS=(bilateral-blur --format =) COMP_CWORD=2; _bilateral_blur\n"
-                               "echo ${COMPREPLY[@]}\n";
-    EXPECT_EQ(ProcessRun({"/bin/bash", "-c", script}).wait().out, "jpeg png tiff webp\n");
+TEST(Program, CompletesTheOptionsOfAllEffectsInBash) {
+    const std::string script = ProcessRun({PROGRAM, "--completion", "bash"}).wait().out;
+    const auto completed = [&](const std::string& words, int last) {
+        const std::string complete = "COMP_WORDS=(" + words + ") COMP_CWORD=" + std::to_string(last) +
+                                     "; _bilateral_blur; echo ${COMPREPLY[@]}\n";
+        return ProcessRun({"/bin/bash", "-c", script + complete}).wait().out;
+    };
+    EXPECT_EQ(completed("bilateral-blur --format =", 2), "jpeg png tiff webp\n");
+    EXPECT_EQ(completed("bilateral-blur --effect bilateral-s", 2), "bilateral-smooth\n");
+    EXPECT_EQ(completed("bilateral-blur --b", 1), "--blur-scale\n");
+    EXPECT_EQ(completed("bilateral-blur --r", 1), "--radius\n");
 }
 
 } // namespace
 
 } // namespace Tessaloom::BilateralBlur::Program::Test
+    std::filesystem::rename(directory / "BilateralBlur.so", directory / "BilateralSmooth.so");
+    EXPECT_THAT(ProcessRun({directory / "program"}).wait().err,
+                HasSubstr("no module for bilateral-blur, only for bilateral-smooth (see --help)\n"));
