@@ -68,6 +68,14 @@ CLI::Validator size() {
     return accepts("a size such as 800M or 4G", parseSize);
 }
 
+CLI::Validator compression() {
+    constexpr int kHighest = 9;
+    return accepts(wholeRange(0, kHighest) + ", or lzw", [](const std::string& text) {
+        const auto level = text == "lzw" ? std::optional(kLzw) : parsed<int>(text);
+        return level && 0 <= *level && *level <= (text == "lzw" ? kLzw : kHighest) ? level : std::nullopt;
+    });
+}
+
 /// What users see for a slider's value: its share of `steps`, without zeros at the end.
 std::string shownValue(const Host::Slider& slider, std::int32_t value) {
     char text[32];
@@ -137,6 +145,11 @@ CommandLine::CommandLine(const Host::Resource& effect)
     add("--memory", options.memory, "SIZE",
         "Use at most SIZE bytes of memory, as 800M or 4G (default: what is available)")
         ->transform(size());
+    add("--compression", options.compression, "LEVEL",
+        "Compression of PNG and TIFF, 0 (none) to 9 (the smallest file, slowly), or of TIFF lzw (default: 4 "
+        "for "
+        "PNG, lzw for TIFF)")
+        ->transform(compression());
     add("--threads", options.threads, "N", "Use at most N processor cores (default: all)")
         ->transform(whole(1, kMost));
     add("--module", preliminaries.module, "PATH", "The effect's module (default: the one beside the program)")

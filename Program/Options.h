@@ -25,6 +25,7 @@ struct Options {
     std::string format{};                ///< as typed; empty where it isn't given, as are those below where 0
     int quality = 0, page = 0;
     std::uint64_t memory = 0; ///< bytes
+    int compression = -1;     ///< WriteOptions::compression
     unsigned threads = 0;
     bool skipExisting = false, quiet = false, verbose = false;
     bool help = false, about = false;

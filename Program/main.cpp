@@ -69,7 +69,7 @@ int blur(const Options& options, const std::filesystem::path& module, const Host
                   {.module = module,
                    .values = options.values,
                    .reading = {options.page, effect.takes(PF_PixelFormat_ARGB128)},
-                   .writing = {options.quality},
+                   .writing = {options.quality, options.compression},
                    .verbose = options.verbose},
                   report);
     return run.isComplete() ? 0 : kExitFailure;

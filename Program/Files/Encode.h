@@ -9,13 +9,17 @@
 
 namespace Tessaloom::BilateralBlur::Program {
 
+/// A value of WriteOptions::compression beside the levels of deflate.
+inline constexpr int kLzw = 10;
+
 struct WriteOptions {
-    int quality = 0; ///< of JPEG and WebP, 1 to 100; 0 for the input's own
+    int quality = 0;      ///< of JPEG and WebP, 1 to 100; 0 for the input's own
+    int compression = -1; ///< of PNG and TIFF, a level of deflate, 0 to 9, or kLzw; -1 for the format's own
 };
 
-/// The bytes of a file in a format, with the image's channels, metadata, and of the image's 16 bits a channel or
-/// floats as much as the format can hold. PNG and TIFF are written without loss, and so is WebP
-/// unless the input is WebP with loss or a quality is given. A JPEG file gets the quality and colour
+/// The bytes of a file in a format, with the image's channels, metadata, and of its 16 bits a channel or floats as
+/// much as the format can hold. PNG and TIFF are written without loss, by themselves at level 4 and with LZW, and
+/// so is WebP unless the input is WebP with loss or a quality is given. A JPEG file gets the quality and colour
 /// resolution of the input, if that is JPEG, else quality 95 and full colour resolution. `name` is for
 /// messages. Throws Failure, for alpha in JPEG and several pages in PNG among others.
 Bytes encodeImage(const Image& image, const Format& format, const std::string& name,

@@ -22,11 +22,12 @@ struct Format {
     std::array<const char*, 2> extensions; ///< lower case, with the dot; the last one also names the format
     std::array<const char*, 2> rareExtensions = {"", ""}; ///< which no message lists
     bool hasAlpha;
-    bool hasPages;           ///< several in a file, all of them ours to read and write
-    bool isAnimated = false; ///< the pages are frames of one size
-    bool mixesTags = false;  ///< EXIF is in one directory with the tags that say how the pixels are stored
-    int largestSide;         ///< of width and height, in pixels
-    int mostBits = 8;        ///< of a sample: 32 are a float
+    bool hasPages;            ///< several in a file, all of them ours to read and write
+    bool isAnimated = false;  ///< the pages are frames of one size
+    bool mixesTags = false;   ///< EXIF is in one directory with the tags that say how the pixels are stored
+    int largestSide;          ///< of width and height, in pixels
+    int mostBits = 8;         ///< of a sample: 32 are a float
+    int mostCompression = -1; ///< the highest WriteOptions::compression that it takes
 
     // The peak of a run for each pixel, measured on noise of 3000 x 3000 pixels with 1 to 4 channels of 8 and 16
     // bits; of the largest page, and of each other one.

@@ -246,14 +246,20 @@ void reducePng(Bytes& file) {
     file = std::move(reduced);
 }
 
-Bytes encodePng(const Image& image, WriteOptions, bool isOfInput) {
+Bytes encodePng(const Image& image, WriteOptions options, bool isOfInput) {
     const Page& page = image.pages.front();
     const int bits =
         page.bits < 8 && !(page.channels == 1 && fits(page, page.bits)) ? 8 : std::min(page.bits, 16);
-    // On filtered images smaller than the library's own choice, and twice as fast.
-    vips::VOption* options =
-        VImage::option()->set("compression", 4)->set("filter", VIPS_FOREIGN_PNG_FILTER_PAETH);
-    const Bytes plain = encodePlain(imageOf(image.pages, bits == 16), ".png", options->set("bitdepth", bits));
+    // Paeth's predictor gives filtered images smaller than the library's own choice, in half the time; the row
+    // above takes a tenth of the time.
+    constexpr int kLevel = 4, kFastest = 1;
+    const int level = options.compression < 0 ? kLevel : options.compression;
+    const auto predictor = level > kFastest ? VIPS_FOREIGN_PNG_FILTER_PAETH
+                           : level > 0      ? VIPS_FOREIGN_PNG_FILTER_UP
+                                            : VIPS_FOREIGN_PNG_FILTER_NONE;
+    vips::VOption* settings = VImage::option()->set("compression", level)->set("filter", predictor);
+    const Bytes plain =
+        encodePlain(imageOf(image.pages, bits == 16), ".png", settings->set("bitdepth", bits));
     Bytes file;
     file.reserve(plain.size() + image.metadata->own.size());
     append(file, bytesOf(kSignature));

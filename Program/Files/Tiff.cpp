@@ -148,7 +148,21 @@ bool isBilevel(const Page& page) {
     return true;
 }
 
-void setTags(TIFF* tiff, const Page& page, bool bilevel, std::size_t rowSize) {
+void setCompression(TIFF* tiff, const Page& page, bool bilevel, int compression) {
+    const int method = compression == 0      ? COMPRESSION_NONE
+                       : compression == kLzw ? COMPRESSION_LZW
+                       : compression > 0     ? COMPRESSION_ADOBE_DEFLATE
+                       : bilevel             ? COMPRESSION_CCITTFAX4
+                                             : COMPRESSION_LZW;
+    TIFFSetField(tiff, TIFFTAG_COMPRESSION, method);
+    if (method == COMPRESSION_ADOBE_DEFLATE)
+        TIFFSetField(tiff, TIFFTAG_ZIPQUALITY, compression);
+    if (!bilevel && method != COMPRESSION_NONE)
+        TIFFSetField(tiff, TIFFTAG_PREDICTOR,
+                     page.bits == 32 ? PREDICTOR_FLOATINGPOINT : PREDICTOR_HORIZONTAL);
+}
+
+void setTags(TIFF* tiff, const Page& page, bool bilevel, int compression, std::size_t rowSize) {
     constexpr std::size_t kStripSize = 1 << 18;
     TIFFSetField(tiff, TIFFTAG_IMAGEWIDTH, page.world.width);
     TIFFSetField(tiff, TIFFTAG_IMAGELENGTH, page.world.height);
@@ -158,10 +172,7 @@ void setTags(TIFF* tiff, const Page& page, bool bilevel, std::size_t rowSize) {
     TIFFSetField(tiff, TIFFTAG_SAMPLESPERPIXEL, page.channels);
     TIFFSetField(tiff, TIFFTAG_PHOTOMETRIC, page.channels < 3 ? PHOTOMETRIC_MINISBLACK : PHOTOMETRIC_RGB);
     TIFFSetField(tiff, TIFFTAG_PLANARCONFIG, PLANARCONFIG_CONTIG);
-    TIFFSetField(tiff, TIFFTAG_COMPRESSION, bilevel ? COMPRESSION_CCITTFAX4 : COMPRESSION_LZW);
-    if (!bilevel)
-        TIFFSetField(tiff, TIFFTAG_PREDICTOR,
-                     page.bits == 32 ? PREDICTOR_FLOATINGPOINT : PREDICTOR_HORIZONTAL);
+    setCompression(tiff, page, bilevel, compression);
     TIFFSetField(tiff, TIFFTAG_ROWSPERSTRIP,
                  bilevel ? page.world.height
                          : static_cast<int>(std::max<std::size_t>(1, kStripSize / rowSize)));
@@ -182,12 +193,12 @@ void setTags(TIFF* tiff, const Page& page, bool bilevel, std::size_t rowSize) {
                      page.profile.data());
 }
 
-void write(TIFF* tiff, const Page& page) {
+void write(TIFF* tiff, const Page& page, int compression) {
     const bool bilevel = isBilevel(page);
     const int bits = std::max(page.bits, 8);
     const auto width = static_cast<std::size_t>(page.world.width);
     Bytes row(width * static_cast<std::size_t>(page.channels) * static_cast<std::size_t>(bits / 8));
-    setTags(tiff, page, bilevel, row.size());
+    setTags(tiff, page, bilevel, compression, row.size());
     for (int y = 0; y < page.world.height; ++y) {
         packRow(page, y, bits, row.data());
         if (bilevel) {
@@ -245,10 +256,10 @@ void inspectTiff(std::span<const std::byte> bytes, Image& head, FoundMetadata& f
         head.notes.push_back("EXIF, IPTC and XMP of the pages after the first aren't kept");
 }
 
-Bytes encodeTiff(const Image& image, WriteOptions, bool) {
+Bytes encodeTiff(const Image& image, WriteOptions options, bool) {
     Bytes plain;
     File file{{}, &plain};
-    write(open(file, "w").get(), image.pages.front());
+    write(open(file, "w").get(), image.pages.front(), options.compression);
     // The library for metadata would lose pages after the fourth, so it gets a file of one.
     const Metadata& metadata = *image.metadata;
     const bool hasMetadata = !metadata.exif.empty() || !metadata.iptc.empty() || !metadata.xmp.empty();
@@ -258,7 +269,7 @@ Bytes encodeTiff(const Image& image, WriteOptions, bool) {
         File whole{{}, &bytes};
         const Tiff tiff = open(whole, "a");
         for (std::size_t i = 1; i < image.pages.size(); ++i)
-            write(tiff.get(), image.pages[i]);
+            write(tiff.get(), image.pages[i], options.compression);
     }
     return bytes;
 }

@@ -89,6 +89,26 @@ TEST_F(ImageFiles, OfEveryKindKeepTheirKindAndColours) {
             }
 }
 
+TEST_F(ImageFiles, AreCompressedAsAskedWithoutLoss) {
+    save(noise(60, 50, 3).resize(5), mDirectory / "in.png");
+    for (const std::string format : {".png", ".tif"}) {
+        SCOPED_TRACE(format);
+        const auto size = [&](const std::string& level) {
+            filter("in.png", level + format, {"--compression", level});
+            EXPECT_EQ((load(mDirectory / level + format) - load(mDirectory / "in.png")).abs().max(), 0)
+                << level;
+            return contents(mDirectory / level + format).size();
+        };
+        EXPECT_GT(size("0"), 300u * 250 * 3);
+        EXPECT_LT(size("1"), size("0"));
+        EXPECT_LT(size("9"), size("1"));
+        filter("in.png", "own" + format);
+        const std::string same = format == ".png" ? "4" : "lzw";
+        size(same);
+        EXPECT_TRUE(contents(mDirectory / "own" + format) == contents(mDirectory / same + format));
+    }
+}
+
 TEST_F(ImageFiles, AreFilteredAsTheEffectFiltersThem) {
     save(noise(41, 37, 4), mDirectory / "in.png");
     ASSERT_EQ(blur(mDirectory / "in.png", mDirectory / "out.tif", 20).exitCode, 0);
