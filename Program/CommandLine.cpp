@@ -105,7 +105,7 @@ std::string rangeOf(const Host::Slider& slider) {
 }
 
 CommandLine::CommandLine(const Host::Resource& effect)
-    : app(effect.name + " for images and numbered sequences.", "bilateral-blur") {
+    : app(effect.name + " for images, directories of them and numbered sequences.", "bilateral-blur") {
     app.set_help_flag();
     app.allow_extras();
     app.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
@@ -113,12 +113,14 @@ CommandLine::CommandLine(const Host::Resource& effect)
                          const std::string& description) {
         return app.add_option(name, value, description)->type_name(type);
     };
-    app.add_option("INPUT", options.input,
-                   "The image to filter: " + formatNames() +
-                       "; - is standard input; or a numbered sequence, shot.####.png or shot.%04d.png");
-    app.add_option("OUTPUT", options.output,
+    app.add_option("INPUT", first,
+                   "An image to filter: " + formatNames() +
+                       "; - is standard input; or a numbered sequence, shot.####.png or shot.%04d.png; or a "
+                       "directory, for the images in it");
+    app.add_option("OUTPUT", second,
                    "The file to write: " + formatExtensions() +
-                       "; - is standard output; for a sequence with a number as well");
+                       "; - is standard output; for a sequence with a number as well; or a directory that "
+                       "exists, for files with the names of the inputs");
     // Before all that may be wrong: parsing ends there, and the effect must be known to say what is wrong.
     CLI::Option* const key = add("--effect", preliminaries.effect, joined(effectKeys(), "|").c_str(),
                                  "The effect, whose options follow (default: " + effectKeys().front() + ")");
@@ -134,22 +136,24 @@ CommandLine::CommandLine(const Host::Resource& effect)
     }
     add("--frames", options.frames, "RANGES",
         "Frames of a sequence: 1-240, 1-240x2 (every second), 7,10-20 (default: all that exist)");
-    app.add_flag("--skip-existing", options.skipExisting, "Skip frames whose output already exists");
+    app.add_flag("--skip-existing", options.skipExisting,
+                 "Skip images whose output already exists, whatever it was made with");
     add("--format", options.format, formatChoices().c_str(),
-        "The format of OUTPUT (default: by its extension; for - the format of the input)")
+        "The format of OUTPUT, also of all files in a directory (default: by the extension; for - the format "
+        "of "
+        "the input)")
         ->check(oneOf(formatChoices()));
     add("--quality", options.quality, "N", "Quality of JPEG and WebP, 1 to 100 (default: the input's)")
         ->transform(whole(1, 100));
+    add("--compression", options.compression, "LEVEL",
+        "Compression of PNG and TIFF, 0 (none) to 9 (the smallest file, slowly), or lzw for TIFF "
+        "(default: 4 for PNG, lzw for TIFF)")
+        ->transform(compression());
     add("--page", options.page, "N", "Filter only this page of a TIFF, or this frame of an animation, from 1")
         ->transform(whole(1, kMost));
     add("--memory", options.memory, "SIZE",
         "Use at most SIZE bytes of memory, as 800M or 4G (default: what is available)")
         ->transform(size());
-    add("--compression", options.compression, "LEVEL",
-        "Compression of PNG and TIFF, 0 (none) to 9 (the smallest file, slowly), or of TIFF lzw (default: 4 "
-        "for "
-        "PNG, lzw for TIFF)")
-        ->transform(compression());
     add("--threads", options.threads, "N", "Use at most N processor cores (default: all)")
         ->transform(whole(1, kMost));
     add("--module", preliminaries.module, "PATH", "The effect's module (default: the one beside the program)")

@@ -19,6 +19,7 @@ struct CommandLine {
 
     CLI::App app;
     Options options;
+    std::string first, second; ///< files; those that follow are what remains after parsing
     Preliminaries preliminaries;
 };
 

@@ -10,14 +10,14 @@ namespace {
 
 struct Header {
     Event::Kind kind;
-    std::int32_t frame;
+    std::int32_t job;
     std::uint32_t textSize;
 };
 
 } // namespace
 
 void EventWriter::send(const Event& event) {
-    const Header header{event.kind, event.frame, static_cast<std::uint32_t>(event.text.size())};
+    const Header header{event.kind, event.job, static_cast<std::uint32_t>(event.text.size())};
     std::string bytes(reinterpret_cast<const char*>(&header), sizeof header);
     bytes += event.text;
     // Events longer than the pipe's atomic size must not mix.
@@ -46,7 +46,7 @@ std::optional<Event> EventReader::next() {
     const std::size_t size = sizeof header + header.textSize;
     if (mBytes.size() < size)
         return std::nullopt;
-    Event event{header.kind, header.frame, mBytes.substr(sizeof header, header.textSize)};
+    Event event{header.kind, header.job, mBytes.substr(sizeof header, header.textSize)};
     mBytes.erase(0, size);
     return event;
 }

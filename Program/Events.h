@@ -10,15 +10,16 @@ namespace Tessaloom::BilateralBlur::Program {
 /// What the process that does the work reports to the one that watches it.
 struct Event {
     enum class Kind : std::int32_t {
-        Ready,   ///< the effect is set up; `frame` is meaningless
-        Started, ///< a frame is being read
+        Ready,   ///< the effect is set up; `job` is meaningless
+        Started, ///< a job's image is being read
+        Step,    ///< `text` says what is being done for it, as "filtering 5472 x 4104 pixels"
         Done,    ///< its output is complete
         Failed,  ///< it has no output; `text` says why
         Note,    ///< `text` is worth knowing about it
-        Stopped, ///< no frame can be done any more; `text` says why, `frame` is meaningless
+        Stopped, ///< no job can be done any more; `text` says why, `job` is meaningless
     };
     Kind kind;
-    std::int32_t frame; ///< its index among the jobs
+    std::int32_t job; ///< its index
     std::string text{};
 };
 

@@ -14,7 +14,7 @@ namespace {
 class Formatter : public CLI::Formatter {
 public:
     std::string make_usage(const CLI::App*, std::string name) const override {
-        return "Usage: " + name + " [OPTION]... INPUT OUTPUT\n";
+        return "Usage: " + name + " [OPTION]... INPUT... OUTPUT\n";
     }
 
     /// Names and description side by side.

@@ -12,30 +12,28 @@ namespace Tessaloom::BilateralBlur::Program {
 
 namespace {
 
-/// Refuses what no option and no argument takes. What follows an unknown option may be meant as its value.
-void refuseSurplus(const std::vector<std::string>& surplus) {
-    std::vector<std::string> options, arguments;
-    bool isAfterMark = false; // only arguments follow
-    for (const std::string& text : surplus) {
+/// INPUT, those that follow it, and OUTPUT. Throws WrongUse for an unknown option, whose value, if what follows
+/// is one, is among the files then.
+std::vector<std::string> filesOf(const CommandLine& line) {
+    std::vector<std::string> files{line.first, line.second}, unknown;
+    bool isAfterMark = false; // only files follow
+    for (const std::string& text : line.app.remaining()) {
         if (!isAfterMark && text == "--")
             isAfterMark = true;
         else if (!isAfterMark && text.size() > 1 && text.front() == '-')
-            options.push_back(text);
+            unknown.push_back(shortened(text));
         else
-            arguments.push_back(text);
+            files.push_back(text);
     }
-    const std::vector<std::string>& named = options.empty() ? arguments : options;
-    if (named.empty())
-        return;
-    throw WrongUse((options.empty() ? "unexpected argument " : "unknown option ") + shortened(named.front()) +
-                   (named.size() > 1 ? " and " + std::to_string(named.size() - 1) + " more" : "") +
-                   " (see --help)");
+    if (!unknown.empty())
+        throw WrongUse("unknown option " + firstOf(unknown, 1) + " (see --help)");
+    return files;
 }
 
 void requireArguments(const CommandLine& line, const Host::Resource& effect) {
-    if (line.options.input.empty())
+    if (line.first.empty())
         throw WrongUse("INPUT is missing: the image to filter (see --help)");
-    if (line.options.output.empty())
+    if (line.second.empty())
         throw WrongUse("OUTPUT is missing: the file to write (see --help)");
     for (const Host::Slider& slider : effect.sliders)
         if (slider.isRequired && line.app.count("--" + slider.key) == 0)
@@ -62,7 +60,9 @@ Options parseOptions(int argc, const char* const* argv, const Host::Resource& ef
         const std::string text = error.what();
         throw WrongUse(text.substr(0, text.find('\n')) + " (see --help)");
     }
-    refuseSurplus(line.app.remaining());
+    line.options.inputs = filesOf(line);
+    line.options.output = line.options.inputs.back();
+    line.options.inputs.pop_back();
     if (!line.options.help && !line.options.about && line.options.completion.empty())
         requireArguments(line, effect);
     return line.options;

@@ -19,13 +19,14 @@ struct Preliminaries {
 
 /// The command line.
 struct Options {
-    std::string input, output;
+    std::vector<std::string> inputs; ///< files, patterns of sequences and directories, as typed
+    std::string output;
     std::vector<std::int32_t> values{};  ///< of the effect's sliders, in the order of their declaration
     std::optional<std::string> frames{}; ///< as typed
     std::string format{};                ///< as typed; empty where it isn't given, as are those below where 0
     int quality = 0, page = 0;
-    std::uint64_t memory = 0; ///< bytes
     int compression = -1;     ///< WriteOptions::compression
+    std::uint64_t memory = 0; ///< bytes
     unsigned threads = 0;
     bool skipExisting = false, quiet = false, verbose = false;
     bool help = false, about = false;

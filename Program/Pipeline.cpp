@@ -123,7 +123,10 @@ ImageFile Pipeline::open(const Job& job) {
     try {
         return ImageFile(job.input, mSettings.reading);
     } catch (const Failure&) {
-        if (mJobs.size() > 1)
+        // All would fail of that.
+        if (mJobs.size() > 1 && std::all_of(mJobs.begin(), mJobs.end(), [&](const Job& other) {
+                return other.input.parent_path() == job.input.parent_path();
+            }))
             checkDirectoryExists(job.input);
         throw;
     }
@@ -167,7 +170,14 @@ void Pipeline::noteLosses(const Item& item) {
 }
 
 void Pipeline::filter(Item& item, Host::Effect& effect) {
-    for (Page& page : item.image.pages) {
+    std::vector<Page>& pages = item.image.pages;
+    for (std::size_t i = 0; i < pages.size(); ++i) {
+        Page& page = pages[i];
+        mEvents.send(
+            {Event::Kind::Step, item.job,
+             "filtering " + std::to_string(page.width) + " x " + std::to_string(page.height) + " pixels" +
+                 (pages.size() > 1 ? ", page " + std::to_string(i + 1) + " of " + std::to_string(pages.size())
+                                   : "")});
         const Host::Result result =
             effect.render(page.world, page.world, mSettings.values, {.current = job(item).frame});
         if (!result.ok())
@@ -178,6 +188,8 @@ void Pipeline::filter(Item& item, Host::Effect& effect) {
 void Pipeline::write(Item& item) {
     const path& output = job(item).output;
     const Format& format = job(item).format ? *job(item).format : *item.image.format;
+    if (mJobs.size() == 1)
+        mEvents.send({Event::Kind::Step, item.job, "writing " + outputName(output)});
     if (!mIsStopped && attempt(item.job, outputName(output), [&] {
             const Bytes bytes = encodeImage(item.image, format, outputName(output), mSettings.writing);
             if (output == kStandardStream)

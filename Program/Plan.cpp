@@ -7,8 +7,12 @@
 
 #include <algorithm>
 #include <iterator>
+#include <map>
 #include <optional>
+#include <set>
+#include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 namespace Tessaloom::BilateralBlur::Program {
@@ -22,18 +26,70 @@ bool isThere(const path& file) {
     return std::filesystem::exists(file, ignored);
 }
 
-/// Null where the output has the format of the input.
-const Format* outputFormat(const Options& options) {
-    if (!options.format.empty())
-        return formatNamed(options.format);
-    return options.output == kStandardStream ? nullptr : &formatOf(options.output);
+bool isDirectory(const path& file) {
+    std::error_code ignored;
+    return std::filesystem::is_directory(file, ignored);
 }
 
-Run planImage(const Options& options, const Format* format) {
-    if (options.frames)
-        throw WrongUse("--frames needs a sequence as INPUT, a name with #### or %04d: " + options.input);
-    return {.name = options.input,
-            .jobs = {{.input = options.input, .output = options.output, .format = format}}};
+/// True where the outputs get the names of the inputs.
+bool isIntoDirectory(const Options& options) {
+    return options.inputs.size() > 1 || isDirectory(options.inputs.front()) || isDirectory(options.output) ||
+           options.output.ends_with('/');
+}
+
+/// Throws WrongUse where --compression is given and isn't for the format. Null is one that isn't known yet.
+void checkCompression(const Options& options, const path& output, const Format* format) {
+    const auto takes = [&](const Format& other) { return options.compression <= other.mostCompression; };
+    if (options.compression >= 0 && !(format && takes(*format)))
+        throw WrongUse(outputName(output) + ": --compression" + (options.compression == kLzw ? " lzw" : "") +
+                       " is for " + formatNames(takes) +
+                       (format ? std::string(", not for ") + format->name : "; name it with --format"));
+}
+
+/// The file to write for an input. In a directory it has the input's name, with the extension of --format.
+path outputOf(const path& input, const Options& options) {
+    if (!isIntoDirectory(options))
+        return options.output;
+    path name = input.filename();
+    const Format *wanted = formatNamed(options.format), *named = formatOfName(name);
+    if (wanted && named && wanted != named)
+        name.replace_extension();
+    if (wanted && wanted != named)
+        name += wanted->extensions.front();
+    return options.output / name;
+}
+
+/// A job with its output, whose format is null where that is the input's.
+Job jobOf(const path& input, const path& output, const Options& options) {
+    const Format* format = !options.format.empty()     ? formatNamed(options.format)
+                           : output == kStandardStream ? nullptr
+                                                       : &formatOf(output);
+    checkCompression(options, output, format);
+    return {.input = input, .output = output, .format = format};
+}
+
+void addDirectory(Run& run, const path& directory, const Options& options) {
+    constexpr std::size_t kMostNamed = 5;
+    std::vector<std::string> images, others;
+    std::error_code error, ignored;
+    for (std::filesystem::directory_iterator at(directory, error), end; !error && at != end;
+         at.increment(error)) {
+        const std::string name = at->path().filename().string();
+        const bool isImage = !name.starts_with('.') && formatOfName(name) && at->is_regular_file(ignored);
+        (isImage ? images : others).push_back(name);
+    }
+    if (error)
+        throw Failure(directory.string() + ": " + error.message());
+    if (images.empty())
+        throw Failure(directory.string() + ": there are no images in it, whose names end in " +
+                      formatExtensions());
+    std::sort(images.begin(), images.end());
+    std::sort(others.begin(), others.end());
+    for (const std::string& name : images)
+        run.jobs.push_back(jobOf(directory / name, outputOf(name, options), options));
+    if (!others.empty())
+        run.notes.push_back(directory.string() +
+                            ": no images by their names, so left out: " + firstOf(others, kMostNamed));
 }
 
 /// The frames of a rising range that aren't in `present`, which is rising too.
@@ -63,60 +119,113 @@ void checkApart(const FramePattern& input, const FramePattern& output, const std
                            ": the output's frames would replace the input's; name another directory or file");
 }
 
-Run planSequence(const Options& options, const FramePattern& input, const Format* format) {
-    const std::optional<FramePattern> output = FramePattern::parse(options.output);
+void addSequence(Run& run, const std::string& name, const FramePattern& input, const Options& options) {
+    const path pattern = outputOf(name, options);
+    const std::optional<FramePattern> output = FramePattern::parse(pattern);
     if (!output)
-        throw WrongUse(options.output + ": a sequence as INPUT needs one as OUTPUT, with #### or %04d");
+        throw WrongUse(pattern.string() + ": a sequence as INPUT needs one as OUTPUT, with #### or %04d");
+    const Job any = jobOf(name, pattern, options);
     if (const std::optional<path> padded = input.patternOfPadded())
-        throw WrongUse(options.input +
-                       ": there are files whose numbers have leading zeros; name them all with " +
+        throw WrongUse(name + ": there are files whose numbers have leading zeros; name them all with " +
                        padded->string());
     const std::vector<int> existing = input.existingFrames();
     const std::vector<int> wanted = options.frames ? parseFrames(*options.frames) : existing;
     const std::vector<int> missing = missingFrom(existing, wanted);
     if (missing.size() == wanted.size())
-        throw Failure(options.input + ": no frames found" +
+        throw Failure(name + ": no frames found" +
                       (options.frames ? " with a number of --frames " + *options.frames : ""));
     checkApart(input, *output, wanted);
 
-    Run run{.name = options.input, .jobs = {}};
-    for (const int frame : wanted)
-        run.jobs.push_back(
-            {.input = input.file(frame), .output = output->file(frame), .format = format, .frame = frame});
-    for (Job& job : run.jobs)
-        if (std::binary_search(missing.begin(), missing.end(), job.frame)) {
+    for (const int frame : wanted) {
+        Job& job = run.jobs.emplace_back(any);
+        job.input = input.file(frame);
+        job.output = output->file(frame);
+        job.frame = frame;
+        if (std::binary_search(missing.begin(), missing.end(), frame)) {
             job.state = Job::State::Failed;
-            job.reason = options.input + ": no such frames: " + framesText(missing);
+            job.reason = name + ": no such frames: " + framesText(missing);
         }
+    }
+    run.isSequence = options.inputs.size() == 1;
     if (!options.frames && !gapsOf(wanted).empty())
-        run.notes.push_back("missing frames " + framesText(gapsOf(wanted)));
-    return run;
+        run.notes.push_back(name + ": missing frames " + framesText(gapsOf(wanted)));
 }
 
-void skipExisting(Run& run) {
+void add(Run& run, const std::string& input, const Options& options) {
+    const std::optional<FramePattern> pattern = isThere(input) ? std::nullopt : FramePattern::parse(input);
+    if (input == kStandardStream && isIntoDirectory(options))
+        throw WrongUse("standard input has no name for a file in a directory; name the file as OUTPUT");
+    if (options.frames && !pattern)
+        throw WrongUse("--frames needs a sequence as INPUT, a name with #### or %04d: " + input);
+    if (pattern)
+        addSequence(run, input, *pattern, options);
+    else if (isDirectory(input))
+        addDirectory(run, input, options);
+    else
+        run.jobs.push_back(jobOf(input, outputOf(input, options), options));
+}
+
+/// Throws WrongUse where OUTPUT isn't a directory and has to be one.
+void checkDirectory(const Options& options) {
+    if (!isIntoDirectory(options) || isDirectory(options.output))
+        return;
+    const bool isOther = options.output == kStandardStream || isThere(options.output);
+    throw WrongUse(outputName(options.output) +
+                   (isOther ? ": this is no directory" : ": there is no such directory") +
+                   "; several inputs, or a directory, are written into one that exists");
+}
+
+/// A file, whatever its name; nothing where there is none.
+std::optional<std::pair<dev_t, ino_t>> identityOf(const path& file) {
+    struct stat status;
+    if (stat(file.c_str(), &status) != 0)
+        return std::nullopt;
+    return std::pair(status.st_dev, status.st_ino);
+}
+
+/// Throws WrongUse where two jobs would write one file, or one would replace an input.
+void checkOutputs(const std::vector<Job>& jobs) {
+    std::map<path, path> writers;
+    std::set<std::optional<std::pair<dev_t, ino_t>>> inputs;
+    for (const Job& job : jobs) {
+        const auto [writer, isFirst] = writers.emplace(job.output, job.input);
+        if (!isFirst)
+            throw WrongUse(writer->second.string() + " and " + job.input.string() +
+                           " would both be written to " + job.output.string());
+        inputs.insert(identityOf(job.input));
+    }
+    inputs.erase(std::nullopt);
+    for (const Job& job : jobs)
+        if (inputs.count(identityOf(job.output)) != 0)
+            throw WrongUse(job.output.string() + ": this input would be replaced; name another directory, "
+                                                 "or one input and itself as OUTPUT");
+}
+
+void skipExisting(Run& run, const std::string& output) {
     const std::size_t before = run.jobs.size();
     std::erase_if(run.jobs,
                   [](const Job& job) { return job.state == Job::State::Waiting && isThere(job.output); });
     if (const std::size_t skipped = before - run.jobs.size())
-        run.notes.push_back(std::to_string(skipped) + (skipped == 1 ? " output exists" : " outputs exist") +
-                            " already");
+        run.notes.push_back(output + ": " + std::to_string(skipped) +
+                            (skipped == 1 ? " output exists" : " outputs exist") + " already");
 }
 
 } // namespace
 
 Run makePlan(const Options& options) {
-    // Before anything is looked for: a wrong name of the output is wrong use whatever the input is.
-    const Format* format = outputFormat(options);
+    checkDirectory(options);
     if (options.output == kStandardStream && isatty(STDOUT_FILENO))
         throw WrongUse("standard output is a terminal; redirect it or name a file as OUTPUT");
-    const std::optional<FramePattern> input =
-        isThere(options.input) ? std::nullopt : FramePattern::parse(options.input);
-    Run run = input ? planSequence(options, *input, format) : planImage(options, format);
+    Run run;
+    for (const std::string& input : options.inputs)
+        add(run, input, options);
+    if (isIntoDirectory(options))
+        checkOutputs(run.jobs);
     if (options.output == kStandardStream)
         return run;
     checkReplaceable(run.jobs.front().output);
     if (options.skipExisting)
-        skipExisting(run);
+        skipExisting(run, options.output);
     return run;
 }
 

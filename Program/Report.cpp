@@ -42,9 +42,11 @@ std::size_t terminalColumns() {
 
 Report::Report(const Run& run, bool quiet)
     : mRun(run), mQuiet(quiet), mIsTerminal(isatty(STDERR_FILENO) != 0) {
+    if (!run.jobs.empty())
+        mDoing = "reading " + run.jobs.front().input.string();
     if (!mQuiet)
         for (const std::string& note : run.notes)
-            line(run.name + ": " + note);
+            line(note);
     for (const int index : run.those(Job::State::Failed))
         failed(run.jobs[static_cast<std::size_t>(index)]);
 }
@@ -80,6 +82,11 @@ void Report::done() {
         showProgress();
 }
 
+void Report::tick() {
+    if (!mQuiet && mIsTerminal)
+        showProgress();
+}
+
 void Report::showProgress() {
     const Clock::time_point now = Clock::now();
     if (now - mShown < (mIsTerminal ? Clock::duration(100ms) : Clock::duration(5s)))
@@ -88,40 +95,59 @@ void Report::showProgress() {
     const std::string text = progressText(std::chrono::duration<double>(now - mStart).count());
     if (!mIsTerminal)
         return line(text);
-    std::fprintf(stderr, "\r\033[K%s", text.substr(0, terminalColumns()).c_str());
+    std::fprintf(stderr, "\r\033[K%s", printable(text).substr(0, terminalColumns()).c_str());
     mOnProgressLine = true;
 }
 
 std::string Report::progressText(double seconds) const {
     const auto done = mRun.those(Job::State::Done).size();
     const auto handled = done + mRun.those(Job::State::Failed).size();
+    if (handled == 0)
+        return mDoing + ", " + durationText(seconds);
     char text[128];
-    std::snprintf(text, sizeof text, "%zu of %zu frames, %.1f a second, %s left", handled, mRun.jobs.size(),
-                  static_cast<double>(done) / seconds,
+    std::snprintf(text, sizeof text, "%zu of %zu %s, %.1f a second, %s left", handled, mRun.jobs.size(),
+                  mRun.isSequence ? "frames" : "images", static_cast<double>(done) / seconds,
                   durationText(static_cast<double>(mRun.jobs.size() - handled) * seconds /
                                static_cast<double>(std::max<std::size_t>(done, 1)))
                       .c_str());
     return text;
 }
 
+/// The frames that some jobs are for, or the first of their files.
+std::string Report::named(const std::vector<int>& jobs) const {
+    constexpr std::size_t kMost = 10;
+    std::vector<int> frames;
+    std::vector<std::string> names;
+    for (const int index : jobs) {
+        const Job& job = mRun.jobs[static_cast<std::size_t>(index)];
+        frames.push_back(job.frame);
+        names.push_back(job.input.string());
+    }
+    return mRun.isSequence ? framesText(frames) : firstOf(names, kMost);
+}
+
 void Report::end() {
+    if (mOnProgressLine)
+        std::fputs("\r\033[K", stderr);
+    mOnProgressLine = false;
     if (!mRun.stopped.empty())
         line(mRun.stopped);
     if (mRun.jobs.size() < 2)
         return;
+    const std::string noun = mRun.isSequence ? "frame" : "image";
     const auto done = mRun.those(Job::State::Done).size();
     if (mRun.isInterrupted)
-        return line("interrupted: " + std::to_string(done) + " of " + std::to_string(mRun.jobs.size()) +
-                    " frames filtered");
-    const std::vector<int> failed = mRun.framesOf(Job::State::Failed);
-    std::vector<int> left = mRun.framesOf(Job::State::Waiting);
-    const std::vector<int> started = mRun.framesOf(Job::State::Started);
+        return line("interrupted: " + std::to_string(done) + " of " + counted(mRun.jobs.size(), noun) +
+                    " filtered");
+    const std::vector<int> failed = mRun.those(Job::State::Failed);
+    std::vector<int> left = mRun.those(Job::State::Waiting);
+    const std::vector<int> started = mRun.those(Job::State::Started);
     left.insert(left.end(), started.begin(), started.end());
     std::sort(left.begin(), left.end());
     if (!mQuiet || !failed.empty() || !left.empty())
-        line(counted(done, "frame") + " filtered, " + std::to_string(failed.size()) + " failed" +
-             (failed.empty() ? "" : ": " + framesText(failed)) +
-             (left.empty() ? "" : ", not done: " + framesText(left)));
+        line(counted(done, noun) + " filtered, " + std::to_string(failed.size()) + " failed" +
+             (failed.empty() ? "" : ": " + named(failed)) +
+             (left.empty() ? "" : ", not done: " + named(left)));
 }
 
 } // namespace Tessaloom::BilateralBlur::Program

@@ -10,13 +10,6 @@ std::vector<int> Run::those(Job::State state) const {
     return indices;
 }
 
-std::vector<int> Run::framesOf(Job::State state) const {
-    std::vector<int> frames;
-    for (const int index : those(state))
-        frames.push_back(jobs[static_cast<std::size_t>(index)].frame);
-    return frames;
-}
-
 std::string outputName(const std::filesystem::path& output) {
     return output == kStandardStream ? "standard output" : output.string();
 }

@@ -17,7 +17,7 @@ struct Job {
 
     std::filesystem::path input, output;
     const Format* format = nullptr; ///< of the output; null for the input's
-    int frame = 0;                  ///< 0 for a single image
+    int frame = 0;                  ///< its number in a sequence, else 0
     State state = State::Waiting;
     std::string reason{};             ///< why it failed; one line that names the file
     std::vector<std::string> notes{}; ///< worth knowing about it
@@ -26,17 +26,14 @@ struct Job {
 /// The record of what a command line asks for and of what has come of it. Only the process that watches the
 /// work writes to it once the work has begun.
 struct Run {
-    std::string name;                 ///< INPUT, as typed
-    std::vector<Job> jobs;            ///< those of frames that don't exist have failed from the start
-    std::vector<std::string> notes{}; ///< worth knowing before the work starts
+    std::vector<Job> jobs{};          ///< those of frames that don't exist have failed from the start
+    bool isSequence = false;          ///< the jobs are the frames of one sequence, rising
+    std::vector<std::string> notes{}; ///< worth knowing before the work starts; each names its file
     std::string stopped{};            ///< why no further frame can be done; empty where they can
     bool isInterrupted = false;       ///< a signal has ended it
 
     /// The indices of the jobs with a state.
     std::vector<int> those(Job::State state) const;
-
-    /// Of these, rising, the numbers of their frames.
-    std::vector<int> framesOf(Job::State state) const;
 
     /// True where every job is done.
     bool isComplete() const { return those(Job::State::Done).size() == jobs.size(); }

@@ -85,7 +85,7 @@ bool mayHaveGpu() {
 }
 
 void Supervisor::run() {
-    const bool readsAhead = mRun.jobs.size() > 1 || canBeReadAgain(mRun.jobs.front().input);
+    const bool readsAhead = mRun.jobs.size() != 1 || canBeReadAgain(mRun.jobs.front().input);
     if (Round all{mRun.those(Job::State::Waiting), readsAhead}; !all.jobs.empty())
         mRounds.push_back(std::move(all));
     while (!mRounds.empty() && mRun.stopped.empty()) {
@@ -192,9 +192,13 @@ void Supervisor::beChild(const Round& round, pid_t parent, int pipe) const {
 /// Handles what the child sends, until its end.
 void Supervisor::receiveAll(int pipe, pid_t child) {
     EventReader events(pipe);
+    constexpr int kPause = 500; // milliseconds
     pollfd inputs[] = {{pipe, POLLIN, 0}, {mSignals.descriptor(), POLLIN, 0}};
     for (;;) {
-        if (poll(inputs, 2, -1) < 0)
+        const int ready = poll(inputs, 2, kPause);
+        if (ready == 0)
+            mReport.tick();
+        if (ready <= 0)
             continue;
         if (inputs[1].revents != 0)
             endBy(mSignals.take(), child);
@@ -206,7 +210,7 @@ void Supervisor::receiveAll(int pipe, pid_t child) {
 }
 
 void Supervisor::handle(const Event& event) {
-    Job& job = mRun.jobs[event.frame];
+    Job& job = mRun.jobs[event.job];
     switch (event.kind) {
     case Event::Kind::Ready:
         mIsReady = true;
@@ -214,12 +218,15 @@ void Supervisor::handle(const Event& event) {
     case Event::Kind::Started:
         job.state = Job::State::Started;
         break;
+    case Event::Kind::Step:
+        mReport.doing(event.text);
+        break;
     case Event::Kind::Done:
         job.state = Job::State::Done;
         mReport.done();
         break;
     case Event::Kind::Failed:
-        fail(event.frame, event.text);
+        fail(event.job, event.text);
         break;
     case Event::Kind::Note:
         job.notes.push_back(event.text);

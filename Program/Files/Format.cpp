@@ -126,11 +126,15 @@ std::string formatExtensions() {
 }
 
 const Format& formatOf(const path& path) {
-    const Format* format = formatWithExtension(path.extension().string());
+    const Format* format = formatOfName(path);
     if (!format)
         throw WrongUse(path.string() + ": the extension names no format that can be written; use " +
                        formatExtensions());
     return *format;
+}
+
+const Format* formatOfName(const path& path) {
+    return formatWithExtension(path.extension().string());
 }
 
 const Format* formatNamed(const std::string& name) {

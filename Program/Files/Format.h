@@ -69,6 +69,9 @@ std::string formatChoices();
 /// extension.
 const Format& formatOf(const std::filesystem::path& path);
 
+/// The format that the extension of a file name means; null for none.
+const Format* formatOfName(const std::filesystem::path& path);
+
 /// The format of one of `formatChoices`; null for any other name.
 const Format* formatNamed(const std::string& name);
 

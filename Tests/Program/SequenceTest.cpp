@@ -8,6 +8,7 @@
 #include <gmock/gmock.h>
 
 #include <chrono>
+#include <optional>
 #include <pty.h>
 #include <sys/file.h>
 #include <sys/mount.h>
@@ -77,6 +78,32 @@ TEST_F(Sequence, IsFilteredFrameByFrameAndItsGapsAreReported) {
     }
 }
 
+TEST_F(Sequence, OrAListWithDirectoriesIsFilteredAsSingleImagesAre) {
+    std::filesystem::create_directories(mIn / "more/deeper.png");
+    save(noise(200, 150, 3), mIn / "-a b.png");
+    save(noise(33, 70, 2, 1, true), mIn / "[b#].tif");
+    save(shading(64, 40, 3), mIn / "c\n.jpg");
+    save(noise(20, 10, 4), mIn / "more/d.png");
+    for (const char* other : {"more/.e.png", "more/notes.txt"})
+        std::ofstream(mIn / other) << "not meant";
+    const std::string list = "blur --format png --skip-existing -- -* '[b#].tif' c* more ";
+    EXPECT_EQ(ProcessRun(shell(mIn, 3, list + mOut / "")).wait().err,
+              "bilateral-blur: more: no images by their names, so left out: .e.png, deeper.png, notes.txt\n"
+              "bilateral-blur: [b#].tif: 16-bit input is reduced to 8 bits per channel\n"
+              "bilateral-blur: 4 images filtered, 0 failed\n");
+    EXPECT_THAT(mOut.names(), ElementsAre("-a b.png", "[b#].png", "c\n.png", "d.png"));
+    for (const std::string name : {"-a b.png", "[b#].tif", "c\n.jpg", "more/d.png"}) {
+        ASSERT_EQ(blur(mIn / name, mIn / "alone.png", 3).exitCode, 0);
+        const std::string written = mOut / std::filesystem::path(name).filename().replace_extension(".png");
+        EXPECT_EQ(contents(mIn / "alone.png"), contents(written)) << name;
+    }
+    std::ofstream(mIn / "more/f.png") << "no image";
+    const Outcome again = ProcessRun(shell(mIn, 3, list + "none.jpg " + mOut / "")).wait();
+    EXPECT_EQ(again.exitCode, 1);
+    EXPECT_THAT(again.err, HasSubstr("4 outputs exist already\n"));
+    EXPECT_THAT(again.err, EndsWith("0 images filtered, 2 failed: more/f.png, none.jpg\n"));
+}
+
 TEST_F(Sequence, GoesOnAfterFramesThatFail) {
     makeFrames(1, 5);
     std::ofstream(mIn / "in.0002.png") << "no image";
@@ -130,30 +157,59 @@ TEST_F(Sequence, InterruptedAtAnyMomentIsFinishedByTheSameCommand) {
         ASSERT_EQ(contents(mOut / name), contents(undisturbed / name)) << name;
 }
 
+/// A run whose standard error is a terminal of 20 columns.
+class RunOnTerminal {
+public:
+    explicit RunOnTerminal(const std::vector<std::string>& command) {
+        int end;
+        const winsize window{.ws_row = 24, .ws_col = 20, .ws_xpixel = 0, .ws_ypixel = 0};
+        EXPECT_EQ(openpty(&mTerminal, &end, nullptr, nullptr, &window), 0);
+        run.emplace(command, [end] {
+            signal(SIGHUP, SIG_IGN);
+            dup2(end, STDERR_FILENO);
+        });
+        close(end);
+    }
+    ~RunOnTerminal() { close(mTerminal); }
+
+    /// All that is printed until the end of the program, the last to write, when reading fails.
+    std::string shown() const {
+        std::string shown;
+        char bytes[4096];
+        for (ssize_t count; (count = read(mTerminal, bytes, sizeof bytes)) > 0;)
+            shown.append(bytes, static_cast<std::size_t>(count));
+        return shown;
+    }
+
+    std::optional<ProcessRun> run;
+
+private:
+    int mTerminal = -1;
+};
+
 TEST_F(Sequence, ShowsProgressAsWideAsTheTerminalAfterAHangUpThatIsIgnored) {
     makeFrames(1, 40);
-    int terminal, end;
-    const winsize window{.ws_row = 24, .ws_col = 20, .ws_xpixel = 0, .ws_ypixel = 0};
-    ASSERT_EQ(openpty(&terminal, &end, nullptr, nullptr, &window), 0);
-    ProcessRun run(command(mInput, mOutput, 3), [&] {
-        signal(SIGHUP, SIG_IGN);
-        dup2(end, STDERR_FILENO);
-    });
-    close(end);
+    RunOnTerminal terminal(command(mInput, mOutput, 3));
     waitUntil([&] { return !mOut.names().empty(); });
     for (const int signal : {SIGSTOP, SIGHUP, SIGCONT}) {
-        run.send(signal);
+        terminal.run->send(signal);
         std::this_thread::sleep_for(std::chrono::milliseconds(60)); // twice, more than between two lines
     }
-    std::string shown;
-    char bytes[4096];
-    // Ends with an error when the program, the last to write, has ended.
-    for (ssize_t count; (count = read(terminal, bytes, sizeof bytes)) > 0;)
-        shown.append(bytes, static_cast<std::size_t>(count));
-    EXPECT_THAT(shown, MatchesRegex("(\r\x1b\\[K[^\r]{19})+"
-                                    "\r\x1b\\[Kbilateral-blur: 40 frames filtered, 0 failed\r\n"));
-    EXPECT_EQ(run.wait().exitCode, 0);
-    close(terminal);
+    EXPECT_THAT(terminal.shown(), MatchesRegex("(\r\x1b\\[K[^\r]{19})+"
+                                               "\r\x1b\\[Kbilateral-blur: 40 frames filtered, 0 failed\r\n"));
+    EXPECT_EQ(terminal.run->wait().exitCode, 0);
+}
+
+TEST_F(Sequence, AndASingleImageShowThatTheProgramIsAtWork) {
+    ASSERT_EQ(mkfifo((mIn / "pipe").c_str(), 0666), 0);
+    RunOnTerminal terminal(
+        {"/bin/sh", "-c", "cd " + mIn / "" + " && exec '" PROGRAM "' pipe x.png --blur-scale 1"});
+    const int reached = open((mIn / "pipe").c_str(), O_WRONLY);
+    std::this_thread::sleep_for(std::chrono::milliseconds(600)); // longer than nothing new is waited for
+    close(reached);
+    EXPECT_THAT(terminal.shown(), MatchesRegex("(\r\x1b\\[Kreading pipe, 0:[0-9][0-9])+\r\x1b\\[K"
+                                               "bilateral-blur: pipe: the file is empty\r\n"));
+    EXPECT_EQ(terminal.run->wait().exitCode, 1);
 }
 
 // As where a library ends the process for want of memory. The pipe without a writer holds the reader.
