@@ -162,11 +162,8 @@ void Pipeline::noteLosses(const Item& item) {
     for (const std::string& text : item.image.notes)
         note(text);
     const Format& format = job(item).format ? *job(item).format : *item.image.format;
-    if (mSettings.reading.keepsDepth &&
-        std::any_of(item.image.pages.begin(), item.image.pages.end(),
-                    [&](const Page& page) { return page.bits > format.mostBits; }))
-        note(std::string(format.name) + " holds " + std::to_string(format.mostBits) +
-             " bits per channel at most, so samples are reduced to that");
+    for (const std::string& text : lossesIn(format, item.image, mSettings.reading.keepsDepth))
+        note(text);
 }
 
 void Pipeline::filter(Item& item, Host::Effect& effect) {

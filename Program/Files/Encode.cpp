@@ -68,6 +68,17 @@ void checkHolds(const Format& format, const Image& image, const std::string& nam
     }
 }
 
+std::vector<std::string> lossesIn(const Format& format, const Image& image, bool keepsDepth) {
+    std::vector<std::string> notes;
+    if (format.losses)
+        notes = format.losses(image);
+    if (keepsDepth && std::any_of(image.pages.begin(), image.pages.end(),
+                                  [&](const Page& page) { return page.bits > format.mostBits; }))
+        notes.push_back(std::string(format.name) + " holds " + std::to_string(format.mostBits) +
+                        " bits per channel at most, so samples are reduced to that");
+    return notes;
+}
+
 VImage imageOf(const std::vector<Page>& pages, bool deep) {
     const Page& page = pages.front();
     const bool grey = page.channels < 3;

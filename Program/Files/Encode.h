@@ -28,6 +28,9 @@ Bytes encodeImage(const Image& image, const Format& format, const std::string& n
 /// Throws Failure where a format can't hold the images; `name` is the output's.
 void checkHolds(const Format& format, const Image& image, const std::string& name);
 
+/// Notes on what the format can't hold of the image's metadata and of the depth that the effect keeps.
+std::vector<std::string> lossesIn(const Format& format, const Image& image, bool keepsDepth);
+
 // What the formats share
 
 /// Pages of one size, one below the other, as an image of the library. It borrows the pixels.

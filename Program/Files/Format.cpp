@@ -27,6 +27,7 @@ constexpr Format kFormats[] = {
      .reduce = reduceJpeg,
      .load = VImage::jpegload_buffer,
      .verify = verifyJpeg,
+     .losses = lossesInJpeg,
      .encode = encodeJpeg},
     {.name = "PNG",
      .extensions = {".png", ".png"},

@@ -52,6 +52,9 @@ struct Format {
     /// Notes what is odd.
     void (*verify)(std::span<const std::byte> file, std::vector<std::string>& notes) = nullptr;
 
+    /// Notes on what a file of this format loses of the image's metadata for want of room; null where all has room.
+    std::vector<std::string> (*losses)(const Image& image) = nullptr;
+
     /// The bytes of the file, metadata included. `isOfInput` where the image comes from a file of this format.
     Bytes (*encode)(const Image& image, WriteOptions options, bool isOfInput);
 };
@@ -93,6 +96,7 @@ void reduceJpeg(Bytes& file);
 void reducePng(Bytes& file);
 void reduceWebp(Bytes& file);
 void isolateTiffPage(Bytes& file, const Page& page);
+std::vector<std::string> lossesInJpeg(const Image& image);
 Bytes encodeJpeg(const Image& image, WriteOptions options, bool isOfInput);
 Bytes encodePng(const Image& image, WriteOptions options, bool isOfInput);
 Bytes encodeTiff(const Image& image, WriteOptions options, bool isOfInput);

@@ -223,19 +223,25 @@ void verifyJpeg(std::span<const std::byte> file, std::vector<std::string>& notes
                         std::to_string(rest) + " bytes");
 }
 
+std::vector<std::string> lossesInJpeg(const Image& image) {
+    Metadata metadata = *image.metadata;
+    return fitJpeg(metadata);
+}
+
 Bytes encodeJpeg(const Image& image, WriteOptions options, bool isOfInput) {
     const Page& page = image.pages.front();
     const Compression& compression = image.compression;
     const int followed = compression.quality > 0 ? compression.quality : kPlainQuality;
-    const Bytes plain =
-        encodePlain(imageOf(image.pages, false), ".jpg",
-                    vips::VImage::option()
-                        ->set("Q", options.quality > 0 ? options.quality : followed)
-                        ->set("optimize_coding", true)
-                        ->set("subsample_mode", compression.subsampled && compression.quality > 0
-                                                    ? VIPS_FOREIGN_SUBSAMPLE_ON
-                                                    : VIPS_FOREIGN_SUBSAMPLE_OFF));
-    Bytes file = withMetadata(plain, *image.metadata, page.profile);
+    Bytes plain = encodePlain(imageOf(image.pages, false), ".jpg",
+                              vips::VImage::option()
+                                  ->set("Q", options.quality > 0 ? options.quality : followed)
+                                  ->set("optimize_coding", true)
+                                  ->set("subsample_mode", compression.subsampled && compression.quality > 0
+                                                              ? VIPS_FOREIGN_SUBSAMPLE_ON
+                                                              : VIPS_FOREIGN_SUBSAMPLE_OFF));
+    Metadata metadata = *image.metadata;
+    fitJpeg(metadata);
+    Bytes file = withMetadata(std::move(plain), metadata, page.profile);
     const Bytes own = isOfInput ? image.metadata->own : jfifSegment(page.density);
     file.insert(file.begin() + kStart.size(), own.begin(), own.end());
     return file;

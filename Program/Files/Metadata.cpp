@@ -120,7 +120,28 @@ void readExifBlock(std::span<const std::byte> block, Exiv2::ExifData& exif) {
     removeStale(exif, false);
 }
 
-Bytes rewritten(const Bytes& file, const Metadata& metadata, const Bytes& profile) {
+/// All fields in a block, whatever its size.
+Bytes wholeBlock(const Exiv2::ExifData& exif) {
+    Exiv2::MemIo block;
+    Exiv2::TiffParser::encode(block, nullptr, 0, Exiv2::littleEndian, exif, Exiv2::IptcData(),
+                              Exiv2::XmpData());
+    return copied(block.mmap(), static_cast<std::size_t>(block.size()));
+}
+
+/// Erases the largest fields until about so many bytes are gone. Gives their names.
+std::vector<std::string> eraseLargest(Exiv2::ExifData& exif, std::size_t bytes) {
+    std::vector<std::string> names;
+    for (std::size_t gone = 0; gone < bytes && !exif.empty();) {
+        const auto largest = std::max_element(
+            exif.begin(), exif.end(), [](const auto& a, const auto& b) { return a.size() < b.size(); });
+        gone += static_cast<std::size_t>(largest->size()) + 1;
+        names.push_back(largest->groupName() + "." + largest->tagName());
+        exif.erase(largest);
+    }
+    return names;
+}
+
+Bytes rewritten(Bytes file, const Metadata& metadata, const Bytes& profile) {
     const auto image = Exiv2::ImageFactory::open(raw(file), static_cast<long>(file.size()));
     image->readMetadata();
     image->clearMetadata();
@@ -136,10 +157,9 @@ Bytes rewritten(const Bytes& file, const Metadata& metadata, const Bytes& profil
         image->setIccProfile(buffer, false);
     }
     image->writeMetadata();
+    file = {}; // large, as the copy to come
     Exiv2::BasicIo& io = image->io();
-    io.open();
-    const Exiv2::DataBuf whole = io.read(static_cast<long>(io.size()));
-    return copied(whole.pData_, static_cast<std::size_t>(whole.size_));
+    return copied(io.mmap(), static_cast<std::size_t>(io.size()));
 }
 
 /// Prepares the library, before the first use.
@@ -196,15 +216,28 @@ Bytes exifBlock(const Exiv2::ExifData& exif) {
     const long size =
         std::accumulate(exif.begin(), exif.end(), 0L,
                         [](long sum, const Exiv2::Exifdatum& field) { return sum + field.size(); });
-    if (size > kMostOfJpeg) {
-        Exiv2::MemIo block;
-        Exiv2::TiffParser::encode(block, nullptr, 0, Exiv2::littleEndian, exif, Exiv2::IptcData(),
-                                  Exiv2::XmpData());
-        return copied(block.mmap(), static_cast<std::size_t>(block.size()));
-    }
+    if (size > kMostOfJpeg)
+        return wholeBlock(exif);
     Exiv2::Blob block;
     Exiv2::ExifParser::encode(block, Exiv2::littleEndian, exif);
     return copied(block.data(), block.size());
+}
+
+std::vector<std::string> fitJpeg(Metadata& metadata) {
+    constexpr std::size_t kMost = 65'000; // a segment's, less what its start takes
+    std::vector<std::string> notes, names;
+    for (std::size_t size; (size = wholeBlock(metadata.exif).size()) > kMost;)
+        for (std::string& name : eraseLargest(metadata.exif, size - kMost))
+            names.push_back(std::move(name));
+    if (!names.empty())
+        notes.push_back("JPEG has room for 64 KB of EXIF; the largest fields aren't kept: " + names.front() +
+                        (names.size() > 1 ? " and " + std::to_string(names.size() - 1) + " more" : ""));
+    if (metadata.xmp.size() > kMost) {
+        notes.push_back("JPEG has room for 64 KB of XMP; the image's " +
+                        std::to_string(metadata.xmp.size() / 1000) + " KB aren't kept");
+        metadata.xmp.clear();
+    }
+    return notes;
 }
 
 Density densityOf(const Exiv2::ExifData& exif) {
@@ -229,9 +262,9 @@ void setDensity(Exiv2::ExifData& exif, const Density& density) {
     exif[kResolutionUnit] = std::uint16_t(density.unit == Density::Unit::Centimetre ? 3 : 2);
 }
 
-Bytes withMetadata(const Bytes& file, const Metadata& metadata, const Bytes& profile) {
+Bytes withMetadata(Bytes file, const Metadata& metadata, const Bytes& profile) {
     try {
-        return rewritten(file, metadata, profile);
+        return rewritten(std::move(file), metadata, profile);
     } catch (const Exiv2::AnyError& error) {
         throw std::runtime_error(std::string("its metadata is refused: ") + error.what());
     }

@@ -29,12 +29,16 @@ std::vector<std::string> readMetadata(std::span<const std::byte> file, bool isTi
 /// An EXIF block without a prefix; empty where there are no fields.
 Bytes exifBlock(const Exiv2::ExifData& exif);
 
+/// Leaves out what the segments of a JPEG have no room for: the largest fields of EXIF, and XMP. Gives a note on
+/// each of the two that loses something.
+std::vector<std::string> fitJpeg(Metadata& metadata);
+
 /// The density that EXIF fields give.
 Density densityOf(const Exiv2::ExifData& exif);
 void setDensity(Exiv2::ExifData& exif, const Density& density);
 
 /// A JPEG or TIFF file with EXIF, IPTC, XMP and a profile in place of its own. Throws std::runtime_error where
 /// the library refuses.
-Bytes withMetadata(const Bytes& file, const Metadata& metadata, const Bytes& profile);
+Bytes withMetadata(Bytes file, const Metadata& metadata, const Bytes& profile);
 
 } // namespace Tessaloom::BilateralBlur::Program

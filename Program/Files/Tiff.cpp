@@ -263,8 +263,8 @@ Bytes encodeTiff(const Image& image, WriteOptions options, bool) {
     // The library for metadata would lose pages after the fourth, so it gets a file of one.
     const Metadata& metadata = *image.metadata;
     const bool hasMetadata = !metadata.exif.empty() || !metadata.iptc.empty() || !metadata.xmp.empty();
-    Bytes bytes = hasMetadata ? withMetadata(plain, metadata, image.pages.front().profile) : plain;
-    plain = {};
+    Bytes bytes = hasMetadata ? withMetadata(std::move(plain), metadata, image.pages.front().profile)
+                              : std::move(plain);
     if (image.pages.size() > 1) {
         File whole{{}, &bytes};
         const Tiff tiff = open(whole, "a");

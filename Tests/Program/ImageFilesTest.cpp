@@ -323,6 +323,16 @@ TEST_F(ImageFiles, KeepLargeExifWhereTheFormatHasRoomAndGoOnWithOddExif) {
             EXPECT_GE(fields(out), 20) << out; // and the density, where it has no other place
         }
     }
+    EXPECT_THAT(filter("in.png", "out.jpg"),
+                HasSubstr("the largest fields aren't kept: Image.0x9c40 and 7 more"));
+    EXPECT_EQ(fields("out.jpg"), 12);
+    // A hundred directories of 65535 entries each, which overlap.
+    std::vector<std::array<std::uint32_t, 4>> directories{{0x014A, 4, 100, 26}};
+    std::string overlapping;
+    for (std::uint32_t i = 0; i < 100; ++i)
+        overlapping += {static_cast<char>(i + 200), '\2', '\0', '\0'};
+    give(tiff(directories, overlapping + std::string(800'000, '\xff')));
+    EXPECT_THAT(filter("in.png", "out.png"), HasSubstr("more than 5000 parts"));
     give("no EXIF at all");
     EXPECT_THAT(filter("in.png", "out.png"), HasSubstr("its metadata is damaged"));
 }
