@@ -29,6 +29,7 @@ struct Page {
     int bits = 8;                ///< of a sample of the file: 32 are a float; 1, 2 and 4 were widened to 8
     int delay = 0;               ///< how long the frame of an animation is shown, in milliseconds
     std::uint64_t directory = 0; ///< of a page of a TIFF: where in the file its tags are
+    std::string refusal{};       ///< why its samples can't be read; empty where they can
     int orientation = 0;         ///< of a page of a TIFF, as the tag has it; 0 where there is none
     Density density{};
     Bytes profile{};                                            ///< the ICC profile

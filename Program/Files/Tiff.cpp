@@ -118,6 +118,19 @@ void refuseSmallTiles(TIFF* tiff, const Page& page) {
                                  " pixels are too small");
 }
 
+/// Why the pixels can't be read; empty where they can, or are of a kind that the decoder names.
+std::string refusalOf(TIFF* tiff) {
+    std::uint16_t bits = 1, kind = SAMPLEFORMAT_UINT, method = COMPRESSION_NONE;
+    TIFFGetFieldDefaulted(tiff, TIFFTAG_BITSPERSAMPLE, &bits);
+    TIFFGetFieldDefaulted(tiff, TIFFTAG_SAMPLEFORMAT, &kind);
+    TIFFGetFieldDefaulted(tiff, TIFFTAG_COMPRESSION, &method);
+    if (method == COMPRESSION_OJPEG)
+        return "TIFF with JPEG of the old kind isn't supported";
+    if (kind == SAMPLEFORMAT_IEEEFP && bits != 32)
+        return "TIFF with floats of " + std::to_string(bits) + " bits isn't supported; floats of 32 bits are";
+    return {};
+}
+
 Page pageOf(TIFF* tiff) {
     Page page;
     page.directory = TIFFCurrentDirOffset(tiff);
@@ -128,6 +141,7 @@ Page pageOf(TIFF* tiff) {
         page.bits = value;
     if (TIFFGetField(tiff, TIFFTAG_ORIENTATION, &value))
         page.orientation = value;
+    page.refusal = refusalOf(tiff);
     page.density = densityOf(tiff);
     for (const std::uint32_t tag : kTexts) {
         const char* content = nullptr;

@@ -50,6 +50,15 @@ void writeBadFiles(const Directory& directory) {
                                     {323, 4, 1, 1},
                                     {324, 4, 1, 8},
                                     {325, 4, 1, 1}}));
+    for (const auto& [name, method, kind] : {std::tuple("half.tif", 1, 3), std::tuple("old-jpeg.tif", 6, 1)})
+        write(name, tiff(Entries{{256, 4, 1, 1},
+                                 {257, 4, 1, 1},
+                                 {258, 3, 1, 16},
+                                 {259, 3, 1, static_cast<std::uint32_t>(method)},
+                                 {262, 3, 1, 1},
+                                 {273, 4, 1, 8},
+                                 {279, 4, 1, 2},
+                                 {339, 3, 1, static_cast<std::uint32_t>(kind)}}));
     const std::string animation = pngChunk("acTL", std::string("\0\0\0\2\0\0\0\0", 8));
     write("animated.png", good.substr(0, 33) + animation + good.substr(33));
     write("huge.png", pngWithoutPixels(60000));
@@ -114,6 +123,8 @@ TEST(BadInput, IsReportedInOneLine) {
         {"blur 12bits.jpg old.png", 1, "JPEG with 12 bits a channel isn't supported; 8 are"},
         {"blur scans.jpg old.png", 1, "scans.jpg: the image can't be read: it has more than 200 scans"},
         {"blur tiles.tif old.png", 1, "its tiles of 1 x 1 pixels are too small"},
+        {"blur half.tif old.png", 1, "floats of 16 bits isn't supported; floats of 32 bits are"},
+        {"blur old-jpeg.tif old.png", 1, "JPEG of the old kind isn't supported"},
         {"blur secret.png old.png", 1, "secret.png: Permission denied"},
         {"blur text.png old.png", 1, "text.png: this isn't an image in JPEG, PNG, TIFF or WebP"},
         {"blur empty.png old.png", 1, "empty.png: the file is empty"},
