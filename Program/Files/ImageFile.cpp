@@ -74,9 +74,10 @@ std::int32_t worldFormat(const Page& page, bool keepsDepth) {
 std::uint64_t memoryOf(const std::vector<Page>& pages, bool keepsDepth, const Format& from,
                        const Format& to) {
     std::uint64_t largest = 0, all = 0;
+    const std::uint64_t toEncode = pages.size() > 1 ? to.bytesToAnimate : to.bytesToEncode;
     for (const Page& page : pages) {
         const bool isDeep = worldFormat(page, keepsDepth) == PF_PixelFormat_ARGB128;
-        const std::uint64_t peak = std::max(from.bytesToDecode, to.bytesToEncode) + (isDeep ? kDeepPeak : 0);
+        const std::uint64_t peak = std::max(from.bytesToDecode, toEncode) + (isDeep ? kDeepPeak : 0);
         const std::uint64_t waiting = to.bytesWaiting + (isDeep ? kDeepWaiting : 0);
         largest = std::max(largest, (peak - waiting) * pixelsOf(page));
         all += waiting * pixelsOf(page);
@@ -171,6 +172,9 @@ ImageFile::ImageFile(const path& path, ReadOptions options)
         if (page.width <= 0 || page.height <= 0)
             fail(mName, "the image can't be read: its header is damaged");
     choosePage(mHead, options.page, mName);
+    for (const Page& page : mHead.pages)
+        if (!page.refusal.empty())
+            fail(mName, page.refusal);
     takeMetadata(std::move(found));
 }
 
