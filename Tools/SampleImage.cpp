@@ -7,8 +7,9 @@
 //   sample_image seeds DIRECTORY           small files of all formats
 // Pixels are straight RGBA. The same call gives the same bytes.
 
-#include "Tests/Support/Pictures.h"
+#include "Tests/Support/Images.h"
 
+#include <ImfRgbaFile.h>
 #include <vips/vips.h>
 
 #include <algorithm>
@@ -23,7 +24,7 @@
 
 namespace {
 
-namespace Pictures = Tessaloom::BilateralBlur::Pictures;
+namespace Images = Tessaloom::BilateralBlur::Images;
 
 constexpr int kWidth = 960;
 constexpr int kHeight = 600;
@@ -121,10 +122,10 @@ Colour scene(double x, double y) {
 }
 
 // A mean of four points for each pixel, and the noise of a sensor over it.
-Pictures::Picture sampleImage(double sigma = 9, bool isOpaque = false) {
+Images::Image sampleImage(double sigma = 9, bool isOpaque = false) {
     std::mt19937 engine(7);
     std::normal_distribution<double> noise(0, 1);
-    return Pictures::make(kWidth, kHeight, isOpaque, [&](int x, int y, int channel) {
+    return Images::make(kWidth, kHeight, isOpaque, [&](int x, int y, int channel) {
         if (channel == 0)
             return 255 * alpha(x + 0.5, y + 0.5);
         double sum = 0;
@@ -138,7 +139,7 @@ Pictures::Picture sampleImage(double sigma = 9, bool isOpaque = false) {
 }
 
 // As straight RGBA; null where the library fails.
-VipsImage* rgbaOf(const Pictures::Picture& sample) {
+VipsImage* rgbaOf(const Images::Image& sample) {
     VipsImage* argb = vips_image_new_from_memory_copy(sample.bytes.data(), sample.bytes.size(), kWidth,
                                                       kHeight, 4, VIPS_FORMAT_UCHAR);
     VipsImage *rgb = nullptr, *alpha = nullptr, *rgba = nullptr;
@@ -149,7 +150,7 @@ VipsImage* rgbaOf(const Pictures::Picture& sample) {
     return rgba;
 }
 
-bool makeSample(const char* path, const Pictures::Picture& sample) {
+bool makeSample(const char* path, const Images::Image& sample) {
     VipsImage* image = rgbaOf(sample);
     return image && vips_image_write_to_file(image, path, nullptr) == 0;
 }
@@ -195,6 +196,10 @@ bool makeSeeds(const std::string& directory) {
         "xmlns:xmp='http://ns.adobe.com/xap/1.0/' xmp:Rating='3'/></rdf:RDF></x:xmpmeta>";
     for (VipsImage* image : {corner, opaque})
         vips_image_set_blob_copy(image, VIPS_META_XMP_NAME, packet.data(), packet.size());
+    std::vector<Imf::Rgba> pixels(std::size_t{19 * 13}, Imf::Rgba(0.25f, 2, -0.5f, 0.75f));
+    Imf::RgbaOutputFile exr((directory + "/half.exr").c_str(), 19, 13, Imf::WRITE_RGBA);
+    exr.setFrameBuffer(pixels.data(), 1, 19);
+    exr.writePixels(13);
     for (const std::string ending : kEndings) {
         VipsImage* image = ending.find(".jpg") != std::string::npos ? opaque : corner;
         if (vips_image_write_to_file(image, (directory + "/" + ending).c_str(), nullptr))

@@ -52,7 +52,7 @@ void checkHolds(const Format& format, const Image& image, const std::string& nam
     const std::string formatName = format.name;
     if (hasAlpha && !format.hasAlpha)
         fail(name, formatName + " can't hold the image's alpha channel; use " +
-                       formatNames([](const Format& other) { return other.hasAlpha; }));
+                       formatNames([](const Format& other) { return other.hasAlpha && other.encode; }));
     if (image.pages.size() > 1 && &format != image.format)
         fail(name, formatName + " can't hold the " + std::to_string(image.pages.size()) +
                        " pages of the input; use " + image.format->name + ", or choose one with --page N");
@@ -60,8 +60,9 @@ void checkHolds(const Format& format, const Image& image, const std::string& nam
         const int side = std::max(page.width, page.height);
         if (side <= format.largestSide)
             continue;
-        const std::string larger = formatNames(
-            [&](const Format& other) { return other.largestSide >= side && (other.hasAlpha || !hasAlpha); });
+        const std::string larger = formatNames([&](const Format& other) {
+            return other.encode && other.largestSide >= side && (other.hasAlpha || !hasAlpha);
+        });
         fail(name, formatName + " holds images of " + std::to_string(format.largestSide) + " x " +
                        std::to_string(format.largestSide) + " pixels at most" +
                        (larger.empty() ? "" : "; use " + larger));
@@ -69,9 +70,11 @@ void checkHolds(const Format& format, const Image& image, const std::string& nam
 }
 
 std::vector<std::string> lossesIn(const Format& format, const Image& image, bool keepsDepth) {
-    std::vector<std::string> notes;
+    std::vector<std::string> notes =
+        &format == image.format ? std::vector<std::string>() : image.notesElsewhere;
     if (format.losses)
-        notes = format.losses(image);
+        for (std::string& note : format.losses(image))
+            notes.push_back(std::move(note));
     if (keepsDepth && std::any_of(image.pages.begin(), image.pages.end(),
                                   [&](const Page& page) { return page.bits > format.mostBits; }))
         notes.push_back(std::string(format.name) + " holds " + std::to_string(format.mostBits) +

@@ -75,6 +75,58 @@ constexpr Format kFormats[] = {
      .reduce = reduceWebp,
      .load = VImage::webpload_buffer,
      .encode = encodeWebp},
+    {.name = "OpenEXR",
+     .extensions = {".exr", ".exr"},
+     .hasAlpha = true,
+     .hasPages = false,
+     .hasMetadata = false,
+     .rewrites = true,
+     .largestSide = 1'000'000,
+     .mostBits = 32,
+     .bytesToDecode = 24,
+     .bytesToEncode = 32,
+     .bytesWaiting = 8,
+     .matches = matchesExr,
+     .inspect = inspectExr,
+     .load = loadExr,
+     .losses = lossesInExr,
+     .encode = encodeExr},
+    {.name = "HEIC",
+     .extensions = {".heic", ".heif"},
+     .hasAlpha = true,
+     .hasPages = false,
+     .hasMetadata = false,
+     .largestSide = 0,
+     .bytesToDecode = 52,
+     .bytesToEncode = 0,
+     .bytesWaiting = 0,
+     .matches = matchesHeic,
+     .inspect = inspectHeif,
+     .load = loadHeif},
+    {.name = "AVIF",
+     .extensions = {".avif", ".avif"},
+     .hasAlpha = true,
+     .hasPages = false,
+     .hasMetadata = false,
+     .largestSide = 0,
+     .bytesToDecode = 52,
+     .bytesToEncode = 0,
+     .bytesWaiting = 0,
+     .matches = matchesAvif,
+     .inspect = inspectHeif,
+     .load = loadHeif},
+    {.name = "JPEG XL",
+     .extensions = {".jxl", ".jxl"},
+     .hasAlpha = true,
+     .hasPages = false,
+     .hasMetadata = false,
+     .largestSide = 0,
+     .bytesToDecode = 60,
+     .bytesToEncode = 0,
+     .bytesWaiting = 0,
+     .matches = matchesJxl,
+     .inspect = inspectJxl,
+     .load = loadJxl},
 };
 
 template<class Condition>
@@ -114,7 +166,8 @@ std::string formatNames(const std::function<bool(const Format&)>& fits) {
 std::string formatChoices() {
     std::string choices;
     for (const Format& format : kFormats)
-        choices.append(choices.empty() ? "" : "|").append(format.extensions.back() + 1);
+        if (format.encode)
+            choices.append(choices.empty() ? "" : "|").append(format.extensions.back() + 1);
     return choices;
 }
 
@@ -122,16 +175,18 @@ std::string formatExtensions() {
     std::vector<std::string> extensions;
     for (const Format& format : kFormats)
         for (const char* extension : format.extensions)
-            if (extensions.empty() || extensions.back() != extension)
+            if (format.encode && (extensions.empty() || extensions.back() != extension))
                 extensions.push_back(extension);
     return alternatives(extensions);
 }
 
 const Format& formatOf(const path& path) {
     const Format* format = formatOfName(path);
-    if (!format)
-        throw WrongUse(path.string() + ": the extension names no format that can be written; use " +
-                       formatExtensions());
+    if (!format || !format->encode)
+        throw WrongUse(path.string() + ": " +
+                       (format ? format->name + std::string(" can be read, but not written")
+                               : "the extension names no format that can be written") +
+                       "; use " + formatExtensions());
     return *format;
 }
 

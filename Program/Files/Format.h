@@ -24,6 +24,8 @@ struct Format {
     bool hasAlpha;
     bool hasPages;            ///< several in a file, all of them ours to read and write
     bool isAnimated = false;  ///< the pages are frames of one size
+    bool hasMetadata = true;  ///< EXIF, IPTC or XMP that the library for metadata reads
+    bool rewrites = false;    ///< a file from one of the same format: what isn't filtered is copied
     bool mixesTags = false;   ///< EXIF is in one directory with the tags that say how the pixels are stored
     int largestSide;          ///< of width and height, in pixels
     int mostBits = 8;         ///< of a sample: 32 are a float
@@ -55,8 +57,9 @@ struct Format {
     /// Notes on what a file of this format loses of the image's metadata for want of room; null where all has room.
     std::vector<std::string> (*losses)(const Image& image) = nullptr;
 
-    /// The bytes of the file, metadata included. `isOfInput` where the image comes from a file of this format.
-    Bytes (*encode)(const Image& image, WriteOptions options, bool isOfInput);
+    /// The bytes of the file, metadata included. `isOfInput` where the image comes from a file of this format. Null
+    /// for a format that is read alone.
+    Bytes (*encode)(const Image& image, WriteOptions options, bool isOfInput) = nullptr;
 };
 
 /// The formats that fit, for messages: "JPEG, PNG, TIFF or WebP".
@@ -87,19 +90,31 @@ bool matchesJpeg(std::span<const std::byte> file);
 bool matchesPng(std::span<const std::byte> file);
 bool matchesTiff(std::span<const std::byte> file);
 bool matchesWebp(std::span<const std::byte> file);
+bool matchesExr(std::span<const std::byte> file);
+bool matchesHeic(std::span<const std::byte> file);
+bool matchesAvif(std::span<const std::byte> file);
+bool matchesJxl(std::span<const std::byte> file);
 void verifyJpeg(std::span<const std::byte> file, std::vector<std::string>& notes);
 void inspectJpeg(std::span<const std::byte> file, Image& head, FoundMetadata& found);
 void inspectPng(std::span<const std::byte> file, Image& head, FoundMetadata& found);
 void inspectTiff(std::span<const std::byte> file, Image& head, FoundMetadata& found);
 void inspectWebp(std::span<const std::byte> file, Image& head, FoundMetadata& found);
+void inspectExr(std::span<const std::byte> file, Image& head, FoundMetadata& found);
+void inspectHeif(std::span<const std::byte> file, Image& head, FoundMetadata& found);
+void inspectJxl(std::span<const std::byte> file, Image& head, FoundMetadata& found);
+vips::VImage loadExr(VipsBlob* file, vips::VOption* options);
+vips::VImage loadHeif(VipsBlob* file, vips::VOption* options);
+vips::VImage loadJxl(VipsBlob* file, vips::VOption* options);
 void reduceJpeg(Bytes& file);
 void reducePng(Bytes& file);
 void reduceWebp(Bytes& file);
 void isolateTiffPage(Bytes& file, const Page& page);
 std::vector<std::string> lossesInJpeg(const Image& image);
+std::vector<std::string> lossesInExr(const Image& image);
 Bytes encodeJpeg(const Image& image, WriteOptions options, bool isOfInput);
 Bytes encodePng(const Image& image, WriteOptions options, bool isOfInput);
 Bytes encodeTiff(const Image& image, WriteOptions options, bool isOfInput);
 Bytes encodeWebp(const Image& image, WriteOptions options, bool isOfInput);
+Bytes encodeExr(const Image& image, WriteOptions options, bool isOfInput);
 
 } // namespace Tessaloom::BilateralBlur::Program

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <string>
 
 namespace Tessaloom::BilateralBlur::Program {
 
@@ -35,9 +36,14 @@ private:
 
 /// What a format's walk through a file finds of metadata.
 struct FoundMetadata {
-    Bytes own;                       ///< segments or chunks that a file of the same format gets as they are
-    Bytes texts;                     ///< of a PNG: a file that has what the library is to read, and no EXIF
-    std::span<const std::byte> exif; ///< of a PNG: the EXIF block
+    Bytes own;   ///< segments or chunks that a file of the same format gets as they are
+    Bytes texts; ///< of a PNG: a file that has what the library is to read, and no EXIF
+    std::span<const std::byte>
+        exif;                  ///< of a PNG, or where the library for metadata reads nothing: the EXIF block
+    Bytes block;               ///< owns the bytes of `exif` where the file doesn't
+    std::string packet;        ///< XMP, where the library for metadata reads nothing
+    int orientation = 0;       ///< 1 to 8, as EXIF has it, in place of what EXIF says; 0 where EXIF is right
+    std::uint64_t buffers = 0; ///< bytes that it takes to decode the pixels, beside those of each pixel
     MetadataCount count;
     bool ownsPacket = false; ///< XMP is in `own`
 };

@@ -56,7 +56,9 @@ struct Image {
     Compression compression;
     int unreadableFrames = 0; ///< of an animated PNG, beside its still image
     std::shared_ptr<const Metadata> metadata;
-    std::vector<std::string> notes; ///< what the output will lack, and where the file seems odd
+    std::shared_ptr<const Bytes> source;     ///< the file, where one of its format is written from it
+    std::vector<std::string> notes;          ///< what the output will lack, and where the file seems odd
+    std::vector<std::string> notesElsewhere; ///< what an output in another format will lack
 };
 
 } // namespace Tessaloom::BilateralBlur::Program

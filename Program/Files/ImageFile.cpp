@@ -182,14 +182,15 @@ void ImageFile::takeMetadata(FoundMetadata found) {
     // The library has its own copy of the file, and some of each field.
     constexpr std::uint64_t kCopiesOfFile = 2, kCopiesOfField = 6;
     const Format& format = *mHead.format;
-    mMemory = kCopiesOfFile * mBytes.size();
+    mMemory = kCopiesOfFile * mBytes.size() + found.buffers;
     if (found.count.isAcceptable())
         mMemory += kCopiesOfField * found.count.bytes();
     else if (format.mixesTags)
         removeOtherTags(mBytes);
     requireMemory(mName + ": the file and its metadata", mMemory);
     auto metadata = std::make_shared<Metadata>();
-    for (std::string& note : readMetadata(mBytes, format.mixesTags, std::move(found), *metadata))
+    const std::span<const std::byte> file = format.hasMetadata ? std::span(mBytes) : std::span<std::byte>();
+    for (std::string& note : readMetadata(file, format.mixesTags, std::move(found), *metadata))
         mHead.notes.push_back(std::move(note));
     for (Page& page : mHead.pages)
         if (page.density.x == 0)
@@ -201,6 +202,8 @@ void ImageFile::takeMetadata(FoundMetadata found) {
 
 std::uint64_t ImageFile::checkFor(const Format* output, const std::string& name) const {
     const Format& format = output ? *output : *mHead.format;
+    if (!format.encode)
+        fail(mName, std::string(format.name) + " can be read, but not written; name a format with --format");
     checkHolds(format, mHead, name);
     const Page& largest =
         *std::max_element(mHead.pages.begin(), mHead.pages.end(),
@@ -237,6 +240,8 @@ Image ImageFile::decode(Host::World spare) {
                          std::exchange(spare, Host::World(0, 0)));
             }
         }
+        if (format.rewrites)
+            image.source = std::make_shared<const Bytes>(std::move(mBytes));
         if (!mOptions.keepsDepth && std::any_of(image.pages.begin(), image.pages.end(),
                                                 [](const Page& page) { return page.bits == 16; }))
             image.notes.push_back("16-bit input is reduced to 8 bits per channel");

@@ -7,6 +7,11 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <dlfcn.h>
+#include <filesystem>
+#include <gmodule.h>
+#include <mutex>
+#include <stdexcept>
 #include <string_view>
 
 namespace Tessaloom::BilateralBlur::Program {
@@ -29,8 +34,8 @@ void startImageFiles(bool verbose) {
     if (!verbose)
         // What matters of the libraries' messages makes an image fail, and is reported in our words.
         g_log_set_default_handler([](auto, auto, auto, auto) {}, nullptr);
-    // No modules are found below this directory. They are for formats that the program refuses, and loading them
-    // with all their libraries takes four times as long as the rest of this function.
+    // No modules are found below this directory. Few files need them, and loading them with all their libraries
+    // takes four times as long as the rest of this function.
     setenv("VIPSHOME", "/nonexistent", 1);
     if (VIPS_INIT("bilateral-blur") != 0)
         throw Failure("can't initialise libvips: " + std::string(vips_error_buffer()));
@@ -40,6 +45,23 @@ void startImageFiles(bool verbose) {
     // share of the work already.
     vips_cache_set_max(0);
     vips_concurrency_set(1);
+}
+
+void loadModule(const char* module, const char* loader, const char* formats) {
+    static std::mutex mutex;
+    const std::lock_guard lock(mutex);
+    if (g_type_from_name(loader) != 0)
+        return;
+    Dl_info library;
+    std::filesystem::path directory;
+    if (dladdr(reinterpret_cast<void*>(&vips_init), &library) != 0)
+        directory = std::filesystem::path(library.dli_fname).parent_path();
+    const std::string version = std::to_string(vips_version(0)) + "." + std::to_string(vips_version(1));
+    const auto file = directory / ("vips-modules-" + version) / (module + std::string(".so"));
+    if (!g_module_open(file.c_str(), G_MODULE_BIND_LAZY))
+        throw std::runtime_error(formats + std::string(" need the module ") + module +
+                                 " of libvips, which isn't installed or lacks a library");
+    vips_operation_block_set(loader, FALSE);
 }
 
 } // namespace Tessaloom::BilateralBlur::Program

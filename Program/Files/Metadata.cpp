@@ -75,6 +75,15 @@ bool isReadable(const std::string& packet) {
     return packet.empty() || Exiv2::XmpParser::decode(fields, packet) == 0;
 }
 
+/// Takes a packet that was found. False where it is damaged.
+bool takePacket(const std::string& packet, Metadata& metadata) {
+    Exiv2::XmpData fields;
+    if (Exiv2::XmpParser::decode(fields, packet) != 0)
+        return false;
+    metadata.xmp = withoutThumbnails(packet, fields);
+    return true;
+}
+
 /// The packet in a field of a TIFF.
 std::string packetOf(const Exiv2::ExifData& exif) {
     const auto field = exif.findKey(Exiv2::ExifKey("Exif.Image.XMLPacket"));
@@ -187,10 +196,8 @@ std::vector<std::string> readMetadata(std::span<const std::byte> file, bool isTi
                 " parts, and isn't kept"};
     std::vector<std::string> notes;
     bool isPacketRead = true;
-    bool isRead = succeeds([&] {
-        isPacketRead = readWithLibrary(found.texts.empty() ? file : std::span<const std::byte>(found.texts),
-                                       isTiff, metadata);
-    });
+    const std::span<const std::byte> whole = found.texts.empty() ? file : found.texts;
+    bool isRead = whole.empty() || succeeds([&] { isPacketRead = readWithLibrary(whole, isTiff, metadata); });
     if (!isRead) {
         metadata.exif.clear();
         metadata.iptc.clear();
@@ -200,6 +207,13 @@ std::vector<std::string> readMetadata(std::span<const std::byte> file, bool isTi
         metadata.exif.clear();
         isRead = false;
     }
+    if (!found.packet.empty())
+        isPacketRead = takePacket(found.packet, metadata);
+    if (found.orientation > 1)
+        metadata.exif[kOrientation] = static_cast<std::uint16_t>(found.orientation);
+    else if (const auto field = metadata.exif.findKey(Exiv2::ExifKey(kOrientation));
+             found.orientation == 1 && field != metadata.exif.end())
+        metadata.exif.erase(field);
     if (!isRead)
         notes.push_back("its metadata is damaged, or of a kind that can't be read, and isn't kept");
     if (!isPacketRead)

@@ -61,6 +61,15 @@ void writeBadFiles(const Directory& directory) {
                                  {339, 3, 1, static_cast<std::uint32_t>(kind)}}));
     const std::string animation = pngChunk("acTL", std::string("\0\0\0\2\0\0\0\0", 8));
     write("animated.png", good.substr(0, 33) + animation + good.substr(33));
+    blur(directory / "alpha.png", directory / "small.exr", 0);
+    const std::string exr = contents(directory / "small.exr");
+    const std::size_t corner =
+        exr.find("dataWindow") + 11 + 6 + 4 + 8; // its name, type, size and first corner
+    write("wide.exr", exr.substr(0, corner) + std::string("\0\0\0\x70", 4) + exr.substr(corner + 4));
+    write("parts.exr", exr.substr(0, 5) + "\x10" + exr.substr(6));
+    write("cut.exr", exr.substr(0, exr.size() - 13));
+    save(small, directory / "small.heic");
+    write("cut.heic", contents(directory / "small.heic").substr(0, 200));
     write("huge.png", pngWithoutPixels(60000));
     write("text.png", "this is no image\n");
     write("padded.01.png", "");
@@ -101,10 +110,11 @@ TEST(BadInput, IsReportedInOneLine) {
          "--threshold: must be a number from 0.001 to 1, not 0.0009"},
         {"program in.1.png out.png --effect bilateral-smooth --module '" MODULE "'", 2, " excludes "},
         {"blur in.1.png out.png --effect bilateral-smooth", 2, "unknown option --blur-scale"},
-        {"blur in.1.png out.xcf", 2, "use .jpg, .jpeg, .png, .tif, .tiff or .webp"},
+        {"blur in.1.png out.xcf", 2, "use .jpg, .jpeg, .png, .tif, .tiff, .webp or .exr"},
         {"blur in.1.png out.png --frames 1", 2, "--frames needs a sequence"},
         {"blur in.1.png out.png --memory 2X", 2, "--memory: must be a size such as 800M or 4G, not 2X"},
-        {"blur in.1.png out.png --format gif", 2, "--format: must be one of jpeg, png, tiff, webp, not gif"},
+        {"blur in.1.png out.png --format gif", 2,
+         "--format: must be one of jpeg, png, tiff, webp, exr, not gif"},
         {"blur in.1.png out.png --compression 10", 2,
          "--compression: must be an integer from 0 to 9, or lzw, not 10"},
         {"blur in.1.png out.png --compression lzw", 2, "out.png: --compression lzw is for TIFF, not for PNG"},
@@ -125,8 +135,18 @@ TEST(BadInput, IsReportedInOneLine) {
         {"blur tiles.tif old.png", 1, "its tiles of 1 x 1 pixels are too small"},
         {"blur half.tif old.png", 1, "floats of 16 bits isn't supported; floats of 32 bits are"},
         {"blur old-jpeg.tif old.png", 1, "JPEG of the old kind isn't supported"},
+        {"blur small.exr old.png", 1, "its samples are of type float; grey and RGB images"},
+        {"program --effect=bilateral-smooth wide.exr old.png", 1,
+         "or says that a side has more than 1000000 pixels"},
+        {"program --effect=bilateral-smooth parts.exr old.png", 1,
+         "OpenEXR of several parts isn't supported"},
+        {"program --effect=bilateral-smooth cut.exr out.exr", 1, "the image is damaged or cut short"},
+        {"blur cut.heic old.png", 1, "cut.heic: the image can't be read: its header is damaged"},
+        {"blur small.heic - | cat", 1, "HEIC can be read, but not written; name a format with --format"},
+        {"blur in.1.png out.jxl", 2, "JPEG XL can be read, but not written; use .jpg"},
         {"blur secret.png old.png", 1, "secret.png: Permission denied"},
-        {"blur text.png old.png", 1, "text.png: this isn't an image in JPEG, PNG, TIFF or WebP"},
+        {"blur text.png old.png", 1,
+         "text.png: this isn't an image in JPEG, PNG, TIFF, WebP, OpenEXR, HEIC, AVIF or JPEG XL"},
         {"blur empty.png old.png", 1, "empty.png: the file is empty"},
         {"blur /proc/self/mem old.png", 1, "/proc/self/mem: can't be read: Input/output error"},
         {"blur cut.small.jpg old.png", 1, "the image can't be read: the file is cut short"},
@@ -141,7 +161,8 @@ TEST(BadInput, IsReportedInOneLine) {
         {"blur huge.png old.png", 1, "60000 x 60000 pixels need "},
         {"blur cmyk.tif old.png", 1, "its colours are cmyk; grey and RGB images"},
         {"blur float.tif old.png", 1, "its samples are of type float; grey and RGB images"},
-        {"blur alpha.png out.jpg", 1, "JPEG can't hold the image's alpha channel; use PNG, TIFF or WebP"},
+        {"blur alpha.png out.jpg", 1,
+         "JPEG can't hold the image's alpha channel; use PNG, TIFF, WebP or OpenEXR"},
         {"blur in.1.png old.png", 1, "old.png: can't be written: File too large"},
         {"blur in.1.png protected.png", 1, "protected.png: can't be replaced: Permission denied"},
         {"blur in.1.png closed/out.png", 1, "the directory can't be written to: Permission denied"},
@@ -210,7 +231,7 @@ TEST(Program, CompletesTheOptionsOfAllEffectsInBash) {
                                      "; _bilateral_blur; echo ${COMPREPLY[@]}\n";
         return ProcessRun({"/bin/bash", "-c", script + complete}).wait().out;
     };
-    EXPECT_EQ(completed("bilateral-blur --format =", 2), "jpeg png tiff webp\n");
+    EXPECT_EQ(completed("bilateral-blur --format =", 2), "jpeg png tiff webp exr\n");
     EXPECT_EQ(completed("bilateral-blur --effect bilateral-s", 2), "bilateral-smooth\n");
     EXPECT_EQ(completed("bilateral-blur --b", 1), "--blur-scale\n");
     EXPECT_EQ(completed("bilateral-blur --r", 1), "--radius\n");

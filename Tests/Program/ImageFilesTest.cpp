@@ -8,10 +8,18 @@
 #include "Program/OutputFile.h"
 #include "Tests/Program/Blur.h"
 
+#include <ImfChannelList.h>
+#include <ImfFrameBuffer.h>
+#include <ImfHeader.h>
+#include <ImfInputFile.h>
+#include <ImfOutputFile.h>
+#include <ImfStandardAttributes.h>
 #include <gmock/gmock.h>
+#include <half.h>
 
 #include <cstring>
 #include <map>
+#include <random>
 #include <set>
 #include <sys/stat.h>
 
@@ -149,6 +157,111 @@ TEST_F(ImageFiles, KeepTheirDepthWithAnEffectThatTakesIt) {
     EXPECT_THAT(smooth("float.tif", "out.png", "0"), HasSubstr("PNG holds 16 bits per channel at most"));
     smooth("float.tif", "out.tif", "8");
     expectFiltered("float.tif", "out.tif", SMOOTH_MODULE, {8, 50});
+}
+
+// OpenEXR
+
+/// A file's channels in rows, with all bytes of their samples.
+struct Exr {
+    Imf::Header header;
+    std::map<std::string, std::vector<char>> channels;
+
+    Imf::FrameBuffer frameBuffer() {
+        const Imath::Box2i window = header.dataWindow();
+        const int width = window.max.x - window.min.x + 1, height = window.max.y - window.min.y + 1;
+        Imf::FrameBuffer buffer;
+        for (auto at = header.channels().begin(); at != header.channels().end(); ++at) {
+            const std::size_t size = at.channel().type == Imf::HALF ? 2 : 4;
+            channels[at.name()].resize(size * width * height);
+            buffer.insert(at.name(), Imf::Slice::Make(at.channel().type, channels[at.name()].data(), window,
+                                                      size, size * width));
+        }
+        return buffer;
+    }
+    const float* floats(const std::string& name) { return reinterpret_cast<float*>(channels[name].data()); }
+};
+
+Exr readExr(const std::string& file) {
+    Imf::InputFile input(file.c_str());
+    Exr exr{input.header(), {}};
+    input.setFrameBuffer(exr.frameBuffer());
+    input.readPixels(exr.header.dataWindow().min.y, exr.header.dataWindow().max.y);
+    return exr;
+}
+
+/// Values of all kinds and signs, more than 1 among them, in R, G, B, and in Z; alpha 0, 1 and between; an id.
+Exr writeExr(const std::string& file, Imf::PixelType type, Imf::Compression compression) {
+    constexpr int kWidth = 29, kHeight = 23;
+    Exr exr{Imf::Header(40, 30, Imath::Box2i({-3, 5}, {-4 + kWidth, 4 + kHeight})), {}};
+    exr.header.compression() = compression;
+    Imf::addOwner(exr.header, "Somebody");
+    for (const std::string name : {"R", "G", "B", "A", "Z", "id"})
+        exr.header.channels().insert(name, Imf::Channel(name == "id"  ? Imf::UINT
+                                                        : name == "Z" ? Imf::FLOAT
+                                                                      : type));
+    const Imf::FrameBuffer buffer = exr.frameBuffer();
+    std::mt19937 random(5);
+    for (auto& [name, bytes] : exr.channels)
+        for (std::size_t i = 0; i < std::size_t{kWidth * kHeight}; ++i) {
+            const float any =
+                std::ldexp(static_cast<float>(random()) / 4e9f, static_cast<int>(random() % 12) - 6);
+            const float odd[] = {0, -any, NAN, INFINITY}, cover[] = {0, 1, any, any / 64};
+            const float value = name == "A"         ? cover[random() % 4]
+                                : random() % 8 == 0 ? odd[random() % 4]
+                                                    : any;
+            const half rounded = value;
+            if (bytes.size() == 2 * kWidth * kHeight)
+                std::memcpy(&bytes[2 * i], &rounded, 2);
+            else
+                std::memcpy(&bytes[4 * i], &value, 4);
+        }
+    Imf::OutputFile output(file.c_str(), exr.header);
+    output.setFrameBuffer(buffer);
+    output.writePixels(kHeight);
+    return exr;
+}
+
+TEST_F(ImageFiles, OfOpenExrKeepAllThatIsNotFiltered) {
+    const std::string in = mDirectory / "in.exr", out = mDirectory / "out.exr";
+    const auto smooth = [&](const std::string& output, const std::string& radius) {
+        const Outcome outcome = ProcessRun({PROGRAM, in, mDirectory / output, "--effect=bilateral-smooth",
+                                            "--radius=" + radius, "--threshold=0.5"})
+                                    .wait();
+        EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
+        return outcome.err;
+    };
+    for (const Imf::PixelType type : {Imf::HALF, Imf::FLOAT})
+        for (const Imf::Compression compression : {Imf::PIZ_COMPRESSION, Imf::ZIPS_COMPRESSION}) {
+            Exr wanted = writeExr(in, type, compression);
+            EXPECT_EQ(smooth("out.exr", "0"), "");
+            Exr same = readExr(out);
+            EXPECT_TRUE(same.channels == wanted.channels) << type << compression;
+            EXPECT_EQ(same.header.dataWindow(), wanted.header.dataWindow());
+            EXPECT_EQ(same.header.displayWindow(), wanted.header.displayWindow());
+            EXPECT_EQ(same.header.compression(), compression);
+            EXPECT_EQ(Imf::owner(same.header), "Somebody");
+        }
+    // The effect's own result, with alpha multiplied in; light without alpha stays.
+    Exr before = readExr(in);
+    smooth("out.exr", "4");
+    Exr after = readExr(out);
+    Image image = ImageFile(in, {.keepsDepth = true}).decode();
+    Host::World& world = image.pages[0].world;
+    const Host::Module module(SMOOTH_MODULE);
+    ASSERT_TRUE(Host::Effect(module).render(world, world, std::array{4, 500}).ok());
+    int changed = 0;
+    for (int i = 0; i < world.width * world.height; ++i) {
+        const float alpha = before.floats("A")[i], old = before.floats("G")[i], now = after.floats("G")[i];
+        const float straight = world.row<PF_PixelFloat>(i / world.width)[i % world.width].green;
+        const float wanted = alpha > 0 ? straight * alpha : old;
+        if (std::isfinite(wanted)) {
+            ASSERT_NEAR(now, wanted, std::abs(wanted) * 1e-6) << i;
+        }
+        changed += now != old;
+    }
+    EXPECT_GT(changed, 100);
+    EXPECT_TRUE(after.channels["Z"] == before.channels["Z"]);
+    EXPECT_THAT(smooth("out.tif", "0"), HasSubstr("only OpenEXR keeps its other channels: Z, id"));
 }
 
 // What files hold beside the pixels
@@ -473,6 +586,44 @@ TEST_F(ImageFiles, KeepAllPagesOfDifferentSizesAndKinds) {
         EXPECT_EQ(page.channels, written.pages[i].channels);
         EXPECT_EQ(page.orientation, 2 + i);
     }
+}
+
+/// A file of JPEG XL with metadata in boxes around its pixels.
+std::string jxlWith(const std::string& pixels, const std::string& exif, const std::string& packet) {
+    const auto box = [](const std::string& name, const std::string& content) {
+        return pngNumber(content.size() + 8) + name + content;
+    };
+    return box("JXL ", "\r\n\x87\n") + box("ftyp", std::string("jxl \0\0\0\0jxl ", 12)) +
+           box("Exif", std::string(4, '\0') + exif) + box("xml ", packet) + box("jxlc", pixels);
+}
+
+TEST_F(ImageFiles, OfFormatsThatAreReadAloneGoIntoOthers) {
+    std::string packet = "<x:xmpmeta xmlns:x='adobe:ns:meta/'><rdf:RDF xmlns:rdf='http://www.w3.org/1999/02/"
+                         "22-rdf-syntax-ns#'><rdf:Description rdf:about='' xmp:Rating='3' "
+                         "xmlns:xmp='http://ns.adobe.com/xap/1.0/'/></rdf:RDF></x:xmpmeta>";
+    std::string exif = tiff({{0x0112, 3, 1, 6}, {0x013B, 2, 3, 'M' | 'e' << 8}});
+    VImage colours = shading(64, 48, 3);
+    colours.set(VIPS_META_EXIF_NAME, nullptr, exif.data(), exif.size());
+    colours.set(VIPS_META_XMP_NAME, nullptr, packet.data(), packet.size());
+    for (const std::string format : {".heic", ".avif", ".jxl"}) {
+        SCOPED_TRACE(format);
+        save(colours, mDirectory / "in" + format + "[lossless]");
+        if (format == ".jxl") {
+            const std::string pixels = contents(mDirectory / "in.jxl");
+            std::ofstream(mDirectory / "in.jxl") << jxlWith(pixels, exif, packet);
+        }
+        EXPECT_EQ(filter("in" + format, "out.png"), "");
+        expectNear(load(mDirectory / "in" + format), load(mDirectory / "out.png"));
+        const auto written = Exiv2::ImageFactory::open(mDirectory / "out.png");
+        written->readMetadata();
+        EXPECT_EQ(written->exifData()["Exif.Image.Artist"].toString(), "Me");
+        EXPECT_EQ(written->xmpData()["Xmp.xmp.Rating"].toString(), "3");
+        // The decoder turns the pixels.
+        EXPECT_EQ(written->exifData()["Exif.Image.Orientation"].count(), 0);
+    }
+    save(noise(64, 48, 3, 7, true), mDirectory / "deep.heic[bitdepth=12,lossless]");
+    EXPECT_THAT(filter("deep.heic", "out.png"), HasSubstr("16-bit input is reduced"));
+    EXPECT_EQ(load(mDirectory / "out.png").max(), 65535);
 }
 
 TEST_F(ImageFiles, GoThroughPipes) {
