@@ -63,11 +63,12 @@ private:
         mHost.faults = {};
         const bool isEmpty = target.width == 0 || target.height == 0;
         const bool isLarger = target.width > input.width || target.height > input.height;
-        // Memory that runs out for the GPU sends a frame to the CPU, which asks for none where a straight result has
+        // An exception on the way of the GPU sends a frame to the CPU, which asks for none where a straight result has
         // the output's size.
         const bool needsHandle =
             !mWay.isSmooth || target.width != input.width || target.height != input.height;
-        const bool isRetried = code == kThrowBadAlloc && fault.starts_with("host_") && !needsHandle;
+        const bool isThrown = code == kThrowBadAlloc || code == kThrowOther;
+        const bool isRetried = isThrown && fault.starts_with("host_") && !needsHandle;
         PF_Err expected = !output || (isLarger && !isEmpty) || mIsSetDown ? PF_Err_BAD_CALLBACK_PARAM : 0;
         if (!isRetried &&
             std::ranges::any_of(mHost.calls, [&](auto& call) { return call.starts_with(fault); }))
