@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <csignal>
 #include <optional>
 #include <sched.h>
 #include <span>
@@ -50,6 +51,22 @@ TEST(ThreadPool, AJobsExceptionReachesTheCallerAndLeavesThePoolUsable) {
         pool.run(8, [&](std::size_t, unsigned) { ++calls; });
         EXPECT_EQ(calls, 8);
     }
+}
+
+TEST(ThreadPool, ItsThreadsBlockAllSignals) {
+    ThreadPool pool(2);
+    std::atomic<int> ready = 0;
+    sigset_t blocked[2];
+    pool.run(2, [&](std::size_t, unsigned worker) {
+        pthread_sigmask(SIG_SETMASK, nullptr, &blocked[worker]);
+        // Each worker takes one job.
+        for (++ready; ready < 2;)
+            std::this_thread::yield();
+    });
+    // The C library keeps some signals for itself, and an emulator the last.
+    for (const int signal : {SIGINT, SIGTERM, SIGSEGV, SIGCHLD, SIGRTMIN})
+        EXPECT_EQ(sigismember(&blocked[1], signal), 1) << signal;
+    EXPECT_EQ(sigismember(&blocked[0], SIGTERM), 0);
 }
 
 TEST(ThreadPool, HasAsManyThreadsAsTheProcessMayUse) {
