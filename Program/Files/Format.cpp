@@ -186,7 +186,7 @@ const Format& formatOf(const path& path) {
         throw WrongUse(path.string() + ": " +
                        (format ? format->name + std::string(" can be read, but not written")
                                : "the extension names no format that can be written") +
-                       "; use " + formatExtensions());
+                       "; use " + formatExtensions() + ", or --format");
     return *format;
 }
 
