@@ -17,6 +17,15 @@ public:
     HostileWalk(Way way, std::function<int(int bound)> below) : Session(way), mBelow(std::move(below)) {}
     ~HostileWalk() { mHostContext->makeCurrentContext(); }
 
+    /// Sets the effect up if the last action set it down.
+    void setUpAgain() {
+        if (!mIsSetDown)
+            return;
+        PF_OutData out{};
+        EXPECT_EQ(mModule.entry()(PF_Cmd_GLOBAL_SETUP, nullptr, &out, nullptr, nullptr, nullptr), 0);
+        mIsSetDown = false;
+    }
+
     /// Acts once, checks the outcome, and renders a right frame. That happens on a thread of its own or on
     /// this one, with the host's context current or none.
     void step() {
