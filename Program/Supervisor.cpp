@@ -1,6 +1,7 @@
 #include "Program/Supervisor.h"
 
 #include "Platform/EndingSignals.h"
+#include "Platform/GpuDevices.h"
 #include "Program/Errors.h"
 #include "Program/Events.h"
 #include "Program/Files/ImageLibrary.h"
@@ -71,17 +72,6 @@ std::string causeOf(int status) {
 bool canBeReadAgain(const std::filesystem::path& input) {
     std::error_code ignored;
     return std::filesystem::is_regular_file(input, ignored);
-}
-
-/// False where no driver of OpenGL can reach a GPU: none of the files by which they do is there. A user who names
-/// drivers decides that.
-bool mayHaveGpu() {
-    constexpr const char* kDevices[] = {"/dev/dri",      "/dev/nvidiactl", "/dev/nvmap",   "/dev/dxg",
-                                        "/dev/kgsl-3d0", "/dev/mali0",     "/dev/galcore", "/dev/pvrsrvkm"};
-    std::error_code ignored;
-    return std::getenv("__EGL_VENDOR_LIBRARY_FILENAMES") || std::getenv("__EGL_VENDOR_LIBRARY_DIRS") ||
-           std::any_of(std::begin(kDevices), std::end(kDevices),
-                       [&](const char* device) { return std::filesystem::exists(device, ignored); });
 }
 
 void Supervisor::run() {
