@@ -62,8 +62,8 @@ public:
     /// Filters an image. Where that fails the output stays as it is. Any thread may call.
     Outcome render(const Image& image) noexcept;
 
-    /// Filters an image without gaps between rows, or copies it unchanged if that fails. Of all failures in the process, only the first
-    /// is reported: `report` gets the reason, one line without a newline. Any thread may call.
+    /// Filters an image without gaps between rows, or copies it unchanged if that fails. Of all failures in the
+    /// process, only the first is reported: `report` gets the reason, one line without a newline. Any thread may call.
     void filter(const Image& image, void (*report)(const char* reason)) noexcept;
 
 private:

@@ -29,7 +29,7 @@ std::ptrdiff_t rowBytes(const bilateral_blur_image& image) {
     return sampleBytes(image) * image.channels * static_cast<std::ptrdiff_t>(image.width);
 }
 
-bool isRowsApart(const bilateral_blur_image& image, std::ptrdiff_t stride) {
+bool areRowsApart(const bilateral_blur_image& image, std::ptrdiff_t stride) {
     return image.height == 1 || stride >= rowBytes(image) || stride <= -rowBytes(image);
 }
 
@@ -81,7 +81,7 @@ int check(const Bridges::LinkedEffect& effect, const bilateral_blur_image& image
     if (image.depth != BILATERAL_BLUR_8_BITS &&
         !(effect.declaration.outFlags2 & PF_OutFlag2_FLOAT_COLOR_AWARE))
         return BILATERAL_BLUR_NEEDS_8_BITS;
-    if (!isRowsApart(image, image.input_stride) || !isRowsApart(image, image.output_stride))
+    if (!areRowsApart(image, image.input_stride) || !areRowsApart(image, image.output_stride))
         return BILATERAL_BLUR_BAD_STRIDE;
     if (!isAligned(image, image.input, image.input_stride) ||
         !isAligned(image, image.output, image.output_stride))

@@ -17,8 +17,8 @@ struct ReadOptions {
 /// A file that was opened and read, once, and whose header was judged. Pipes will do.
 class ImageFile {
 public:
-    /// Reads a file of one of the formats of `kFormats`, identified by its content; "-" is standard input. Throws Failure
-    /// where it can't be read, is cut short, lacks the page, or needs more memory than there is available.
+    /// Reads a file of one of the formats of `kFormats`, identified by its content; "-" is standard input. Throws
+    /// Failure where it can't be read, is cut short, lacks the page, or needs more memory than there is available.
     explicit ImageFile(const std::filesystem::path& path, ReadOptions options = {});
 
     /// Gives the bytes that it takes at most to decode the images, filter them and encode them in a format, the
