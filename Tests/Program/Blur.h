@@ -29,20 +29,22 @@ inline Outcome blur(const std::string& input, const std::string& output, int blu
     return ProcessRun(command(input, output, blurScale, more)).wait();
 }
 
-/// A command of a shell in a directory, where "program" is the real program, and "blur" with a scale.
+/// A command of a shell in a directory, where "program" is the real program, "blur" with a scale, and "smooth" with
+/// another effect.
 inline std::vector<std::string> shell(const Directory& directory, int blurScale, const std::string& command) {
     return {"/bin/bash", "-o", "pipefail", "-c",
             "cd " + directory / "" + "; program() { '" PROGRAM "' \"$@\"; }; blur() { program --blur-scale " +
-                std::to_string(blurScale) + " \"$@\"; }; " + command};
+                std::to_string(blurScale) +
+                " \"$@\"; }; smooth() { program --effect=bilateral-smooth \"$@\"; }; " + command};
 }
 
-/// An image of these channels, 1 to 4, with samples of 8 or 16 bits.
+/// An image of these channels, 1 to 4, of values from 0 to 255, with samples of 8 or 16 bits.
 inline vips::VImage imageOf(const std::vector<vips::VImage>& channels, bool deep = false) {
-    constexpr VipsInterpretation kKinds[2][2] = {{VIPS_INTERPRETATION_B_W, VIPS_INTERPRETATION_GREY16},
-                                                 {VIPS_INTERPRETATION_sRGB, VIPS_INTERPRETATION_RGB16}};
-    const vips::VImage image = vips::VImage::bandjoin(channels).cast(VIPS_FORMAT_UCHAR) * (deep ? 257 : 1);
-    return image.cast(deep ? VIPS_FORMAT_USHORT : VIPS_FORMAT_UCHAR)
-        .copy(vips::VImage::option()->set("interpretation", kKinds[channels.size() > 2][deep]));
+    const vips::VImage image = vips::VImage::bandjoin(channels);
+    if (!deep)
+        return image.cast(VIPS_FORMAT_UCHAR);
+    const auto kind = channels.size() > 2 ? VIPS_INTERPRETATION_RGB16 : VIPS_INTERPRETATION_GREY16;
+    return (image * 257).cast(VIPS_FORMAT_USHORT).copy(vips::VImage::option()->set("interpretation", kind));
 }
 
 /// Independent noise, with the lowest and the highest value in good number.
@@ -86,23 +88,33 @@ inline std::string pngWithoutPixels(int side) {
     return "\x89PNG\r\n\x1a\n" + pngChunk("IHDR", size) + pngChunk("IEND", "");
 }
 
-/// A TIFF structure of one directory whose entries are tag, type, count and value, with `tail` behind it.
-inline std::string tiff(const std::vector<std::array<std::uint32_t, 4>>& entries,
-                        const std::string& tail = "") {
+/// As it is in a TIFF structure.
+struct TiffEntry {
+    std::uint16_t tag, type;
+    std::uint32_t count, value;
+    std::string bytes() const { return {reinterpret_cast<const char*>(this), sizeof *this}; }
+};
+
+/// A TIFF structure of one directory with up to 255 entries, and `tail` behind it.
+inline std::string tiff(const std::vector<TiffEntry>& entries, const std::string& tail = "") {
     std::string bytes("II*\0\x8\0\0\0", 8);
-    const auto append = [&](std::uint32_t number, int size) {
-        for (int i = 0; i < size; ++i)
-            bytes += static_cast<char>(number >> 8 * i);
+    bytes += {static_cast<char>(entries.size()), '\0'};
+    for (const TiffEntry& entry : entries)
+        bytes += entry.bytes();
+    return bytes + std::string(4, '\0') + tail;
+}
+
+/// The bytes with the first `from` replaced, which must be among them.
+inline std::string replaced(std::string bytes, const std::string& from, const std::string& to) {
+    return bytes.replace(bytes.find(from), from.size(), to);
+}
+
+/// A TIFF file with another short number in a tag that has one.
+inline std::string withTag(const std::string& tiff, int tag, int before, int now) {
+    const auto entry = [&](int number) {
+        return TiffEntry{static_cast<std::uint16_t>(tag), 3, 1, static_cast<std::uint32_t>(number)}.bytes();
     };
-    append(static_cast<std::uint32_t>(entries.size()), 2);
-    for (const auto& [tag, type, count, value] : entries) {
-        append(tag, 2);
-        append(type, 2);
-        append(count, 4);
-        append(value, 4);
-    }
-    append(0, 4);
-    return bytes + tail;
+    return replaced(tiff, entry(before), entry(now));
 }
 
 /// Options of the format may follow the file's name, as in "x.webp[lossless]".

@@ -17,7 +17,7 @@
 #include <gmock/gmock.h>
 #include <half.h>
 
-#include <cstring>
+#include <bit>
 #include <map>
 #include <random>
 #include <set>
@@ -38,18 +38,11 @@ namespace {
 using testing::HasSubstr;
 using vips::VImage;
 
-/// Colours as near as the 8 bits of the premultiplied image carry them, and `loss` on top of that.
-void expectNear(const VImage& wanted, const VImage& image, double loss = 0) {
+/// Checks that an image is of another's kind, with its samples, which may differ by `loss`.
+void expectSame(const VImage& wanted, const VImage& image, double loss = 0) {
     ASSERT_EQ(std::tuple(wanted.width(), wanted.height(), wanted.bands(), wanted.format()),
               std::tuple(image.width(), image.height(), image.bands(), image.format()));
-    const int unit = wanted.format() == VIPS_FORMAT_USHORT ? 257 : 1, last = wanted.bands() - 1;
-    const VImage before = (wanted.cast(VIPS_FORMAT_DOUBLE) / unit).rint();
-    const VImage after = image.cast(VIPS_FORMAT_DOUBLE) / unit, difference = (before - after).abs();
-    const bool hasAlpha = last % 2 == 1;
-    const VImage alpha = hasAlpha ? before[last] : before[0] * 0 + 255;
-    EXPECT_LE((difference * alpha).max(), 255 * (1 + loss));
-    EXPECT_LE(difference[hasAlpha ? last : 0].max(), 1 + loss);
-    EXPECT_EQ((after * (alpha == 0)).max(), 0);
+    EXPECT_LE((wanted - image).abs().max(), loss);
 }
 
 class ImageFiles : public testing::Test {
@@ -57,52 +50,57 @@ protected:
     // The start of OpenGL would take half of a run's time.
     ImageFiles() { setenv("__EGL_VENDOR_LIBRARY_FILENAMES", "/nonexistent", 1); }
 
-    /// Filters a file of the directory at scale 0. Gives what is printed.
+    /// Filters a file of the directory with an effect that changes nothing at radius 0. Gives what is printed.
     std::string filter(const std::string& in, const std::string& out,
-                       const std::vector<std::string>& more = {}) const {
-        const Outcome outcome = blur(mDirectory / in, mDirectory / out, 0, more);
+                       std::vector<std::string> more = {}) const {
+        more.insert(more.begin(),
+                    {PROGRAM, mDirectory / in, mDirectory / out, "--effect=bilateral-smooth", "--radius=0"});
+        const Outcome outcome = ProcessRun(more).wait();
         EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
         return outcome.err;
     }
 
-    /// Checks that a file is what the effect of a module makes of another.
-    void expectFiltered(const std::string& in, const std::string& out, const char* module,
-                        const std::vector<std::int32_t>& values) const {
-        const ReadOptions reading{.keepsDepth = true};
-        Image source = ImageFile(mDirectory / in, reading).decode();
-        Image result = ImageFile(mDirectory / out, reading).decode();
-        Host::World &wanted = source.pages[0].world, &world = result.pages[0].world;
-        const Host::Module loaded(module);
-        ASSERT_TRUE(Host::Effect(loaded).render(wanted, wanted, values).ok());
-        ASSERT_TRUE(world.sameShape(wanted));
-        for (int y = 0; y < world.height; ++y)
-            ASSERT_EQ(
-                std::memcmp(world.row(y), wanted.row(y), world.width * Host::bytesPerPixel(world.format())),
-                0);
+    /// Checks that a file's samples stay as they are.
+    void expectKept(const std::string& name, double loss = 0) const {
+        EXPECT_EQ(filter(name, "out." + name), "");
+        expectSame(load(mDirectory / name), load(mDirectory / ("out." + name)), loss);
+    }
+
+    /// A small PNG file, in.png, with chunks behind its header and before its end.
+    void writePng(const std::string& first, const std::string& last = "") const {
+        save(shading(20, 20, 3), mDirectory / "in.png");
+        std::string png = contents(mDirectory / "in.png");
+        png.insert(png.size() - 12, last);
+        std::ofstream(mDirectory / "in.png") << png.insert(33, first);
     }
 
     const Directory mDirectory;
 };
 
-TEST_F(ImageFiles, OfEveryKindKeepTheirKindAndColours) {
-    const std::map<std::string, std::vector<int>> kKinds{
-        {".jpg", {1, 3}}, {".png", {1, 2, 3, 4}}, {".tif", {1, 2, 3, 4}}, {".webp", {3, 4}}};
-    for (const auto& [format, kinds] : kKinds)
-        for (const int channels : kinds)
-            for (const bool deep : {false, true}) {
-                if (deep && format != ".png" && format != ".tif")
-                    continue;
-                SCOPED_TRACE(std::to_string(channels) + format);
-                const bool lossy = format == ".jpg";
-                const std::string in = "in" + format, out = "out" + format;
-                save(lossy ? shading(53, 31, channels) : noise(53, 31, channels, 7, deep),
-                     mDirectory / in + (format == ".webp" ? "[lossless]" : ""));
-                const std::string notes = filter(in, out);
-                const VImage image = load(mDirectory / in);
-                EXPECT_EQ(notes.find("16-bit input is reduced") != std::string::npos,
-                          image.format() == VIPS_FORMAT_USHORT);
-                expectNear(image, load(mDirectory / out), lossy ? 2 : 0);
-            }
+TEST_F(ImageFiles, OfEveryKindKeepTheirKindDepthAndColours) {
+    for (const int channels : {1, 2, 3, 4}) {
+        SCOPED_TRACE(channels);
+        const VImage image = noise(53, 31, channels, 7), deep = noise(53, 31, channels, 7, true);
+        save(deep, mDirectory / "deep.png");
+        save(deep, mDirectory / "deep.tif");
+        save(deep * 3e-5 - 0.5, mDirectory / "float.tif");
+        save(image, mDirectory / "in.png");
+        save(image, mDirectory / "in.tif");
+        save(image, mDirectory / "in.webp[lossless]");
+        for (const char* name : {"deep.png", "deep.tif", "float.tif", "in.png", "in.tif", "in.webp"})
+            expectKept(name);
+        save(shading(53, 31, channels), mDirectory / "in.jpg");
+        expectKept("in.jpg", 2);
+    }
+    EXPECT_THAT(filter("float.tif", "out.png"), HasSubstr("PNG holds 16 bits per channel at most"));
+}
+
+TEST_F(ImageFiles, OfMoreBitsAreRoundedForAnEffectOfEight) {
+    const VImage deep = noise(53, 31, 3, 7, true);
+    save(deep, mDirectory / "in.png");
+    EXPECT_THAT(blur(mDirectory / "in.png", mDirectory / "out.png", 0).err,
+                HasSubstr("16-bit input is reduced to 8 bits per channel"));
+    expectSame(deep, load(mDirectory / "out.png"), 128);
 }
 
 TEST_F(ImageFiles, AreCompressedAsAskedWithoutLoss) {
@@ -111,8 +109,7 @@ TEST_F(ImageFiles, AreCompressedAsAskedWithoutLoss) {
         SCOPED_TRACE(format);
         const auto size = [&](const std::string& level) {
             filter("in.png", level + format, {"--compression", level});
-            EXPECT_EQ((load(mDirectory / level + format) - load(mDirectory / "in.png")).abs().max(), 0)
-                << level;
+            expectSame(load(mDirectory / "in.png"), load(mDirectory / level + format));
             return contents(mDirectory / level + format).size();
         };
         EXPECT_GT(size("0"), 300u * 250 * 3);
@@ -125,142 +122,83 @@ TEST_F(ImageFiles, AreCompressedAsAskedWithoutLoss) {
     }
 }
 
-TEST_F(ImageFiles, AreFilteredAsTheEffectFiltersThem) {
-    save(noise(41, 37, 4), mDirectory / "in.png");
-    ASSERT_EQ(blur(mDirectory / "in.png", mDirectory / "out.tif", 20).exitCode, 0);
-    expectFiltered("in.png", "out.tif", MODULE, {20});
-}
-
-TEST_F(ImageFiles, KeepTheirDepthWithAnEffectThatTakesIt) {
-    const auto smooth = [&](const std::string& in, const std::string& out, const std::string& radius) {
-        const Outcome outcome =
-            ProcessRun({PROGRAM, mDirectory / in, mDirectory / out, "--effect=bilateral-smooth",
-                        "--radius=" + radius, "--threshold=0.05"})
-                .wait();
-        EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
-        return outcome.err;
-    };
-    for (const int channels : {1, 2, 3, 4}) {
-        const VImage deep = noise(53, 31, channels, 7, true);
-        const VipsInterpretation kinds[] = {VIPS_INTERPRETATION_B_W, VIPS_INTERPRETATION_scRGB};
-        // Multiples of 257 would come back from 8 bits as well.
-        const VImage fine = (deep * 0.9 + VImage::gaussnoise(53, 31).abs()).cast(VIPS_FORMAT_USHORT);
-        save(fine.copy(VImage::option()->set("interpretation", deep.interpretation())),
-             mDirectory / "in.png");
-        save(load(mDirectory / "in.png"), mDirectory / "in.tif");
-        save((deep * 3e-5 - 0.5)
-                 .cast(VIPS_FORMAT_FLOAT)
-                 .copy(VImage::option()->set("interpretation", kinds[channels > 2])),
-             mDirectory / "float.tif");
-        for (const std::string in : {"in.png", "in.tif", "float.tif"}) {
-            SCOPED_TRACE(in + " with channels: " + std::to_string(channels));
-            const std::string out = "out." + in;
-            EXPECT_EQ(smooth(in, out, "0"), "");
-            const VImage before = load(mDirectory / in), after = load(mDirectory / out);
-            EXPECT_EQ(after.format(), before.format());
-            EXPECT_EQ(after.bands(), channels);
-            EXPECT_EQ((after - before).abs().max(), 0);
-        }
-    }
-    EXPECT_THAT(smooth("float.tif", "out.png", "0"), HasSubstr("PNG holds 16 bits per channel at most"));
-    smooth("float.tif", "out.tif", "8");
-    expectFiltered("float.tif", "out.tif", SMOOTH_MODULE, {8, 50});
-}
-
 // OpenEXR
 
-/// A file's channels in rows, with all bytes of their samples.
+constexpr int kWidth = 29, kHeight = 23;
+const Imath::Box2i kWindow({-3, 5}, {-4 + kWidth, 4 + kHeight});
+
+/// A file's channels in rows: the bits of floats, which hold every other sample as well.
 struct Exr {
     Imf::Header header;
-    std::map<std::string, std::vector<char>> channels;
+    std::map<std::string, std::vector<std::uint32_t>> channels;
 
-    Imf::FrameBuffer frameBuffer() {
-        const Imath::Box2i window = header.dataWindow();
-        const int width = window.max.x - window.min.x + 1, height = window.max.y - window.min.y + 1;
-        Imf::FrameBuffer buffer;
-        for (auto at = header.channels().begin(); at != header.channels().end(); ++at) {
-            const std::size_t size = at.channel().type == Imf::HALF ? 2 : 4;
-            channels[at.name()].resize(size * width * height);
-            buffer.insert(at.name(), Imf::Slice::Make(at.channel().type, channels[at.name()].data(), window,
-                                                      size, size * width));
-        }
-        return buffer;
-    }
-    const float* floats(const std::string& name) { return reinterpret_cast<float*>(channels[name].data()); }
+    float value(const char* channel, int i) { return std::bit_cast<float>(channels[channel][i]); }
 };
 
 Exr readExr(const std::string& file) {
     Imf::InputFile input(file.c_str());
     Exr exr{input.header(), {}};
-    input.setFrameBuffer(exr.frameBuffer());
-    input.readPixels(exr.header.dataWindow().min.y, exr.header.dataWindow().max.y);
+    Imf::FrameBuffer buffer;
+    for (auto at = exr.header.channels().begin(); at != exr.header.channels().end(); ++at) {
+        exr.channels[at.name()].resize(kWidth * kHeight);
+        buffer.insert(at.name(), Imf::Slice::Make(Imf::FLOAT, exr.channels[at.name()].data(), kWindow));
+    }
+    input.setFrameBuffer(buffer);
+    input.readPixels(kWindow.min.y, kWindow.max.y);
     return exr;
 }
 
 /// Values of all kinds and signs, more than 1 among them, in R, G, B, and in Z; alpha 0, 1 and between; an id.
-Exr writeExr(const std::string& file, Imf::PixelType type, Imf::Compression compression) {
-    constexpr int kWidth = 29, kHeight = 23;
-    Exr exr{Imf::Header(40, 30, Imath::Box2i({-3, 5}, {-4 + kWidth, 4 + kHeight})), {}};
-    exr.header.compression() = compression;
-    Imf::addOwner(exr.header, "Somebody");
-    for (const std::string name : {"R", "G", "B", "A", "Z", "id"})
-        exr.header.channels().insert(name, Imf::Channel(name == "id"  ? Imf::UINT
-                                                        : name == "Z" ? Imf::FLOAT
-                                                                      : type));
-    const Imf::FrameBuffer buffer = exr.frameBuffer();
+void writeExr(const std::string& file, Imf::PixelType type, Imf::Compression compression) {
+    Imf::Header header(40, 30, kWindow);
+    header.compression() = compression;
+    Imf::addOwner(header, "Somebody");
+    Imf::FrameBuffer buffer;
+    std::map<std::string, std::vector<float>> floats;
+    std::map<std::string, std::vector<half>> halves;
     std::mt19937 random(5);
-    for (auto& [name, bytes] : exr.channels)
-        for (std::size_t i = 0; i < std::size_t{kWidth * kHeight}; ++i) {
-            const float any =
-                std::ldexp(static_cast<float>(random()) / 4e9f, static_cast<int>(random() % 12) - 6);
-            const float odd[] = {0, -any, NAN, INFINITY}, cover[] = {0, 1, any, any / 64};
-            const float value = name == "A"         ? cover[random() % 4]
-                                : random() % 8 == 0 ? odd[random() % 4]
-                                                    : any;
-            const half rounded = value;
-            if (bytes.size() == 2 * kWidth * kHeight)
-                std::memcpy(&bytes[2 * i], &rounded, 2);
-            else
-                std::memcpy(&bytes[4 * i], &value, 4);
+    for (const std::string name : {"R", "G", "B", "A", "Z", "id"}) {
+        for (int i = 0; i < kWidth * kHeight; ++i) {
+            const float any = static_cast<float>(random() % 1000) / 50;
+            const float values[] = {0, 1, any, any / 64, -any, NAN, INFINITY};
+            floats[name].push_back(values[random() % (name == "A" ? 4 : 7)]);
+            halves[name].push_back(floats[name].back());
         }
-    Imf::OutputFile output(file.c_str(), exr.header);
+        const Imf::PixelType own = name == "id" ? Imf::UINT : name == "Z" ? Imf::FLOAT : type;
+        void* const samples =
+            own == Imf::HALF ? static_cast<void*>(halves[name].data()) : floats[name].data();
+        header.channels().insert(name, Imf::Channel(own));
+        buffer.insert(name, Imf::Slice::Make(own, samples, kWindow));
+    }
+    Imf::OutputFile output(file.c_str(), header);
     output.setFrameBuffer(buffer);
     output.writePixels(kHeight);
-    return exr;
 }
 
 TEST_F(ImageFiles, OfOpenExrKeepAllThatIsNotFiltered) {
-    const std::string in = mDirectory / "in.exr", out = mDirectory / "out.exr";
-    const auto smooth = [&](const std::string& output, const std::string& radius) {
-        const Outcome outcome = ProcessRun({PROGRAM, in, mDirectory / output, "--effect=bilateral-smooth",
-                                            "--radius=" + radius, "--threshold=0.5"})
-                                    .wait();
-        EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
-        return outcome.err;
-    };
     for (const Imf::PixelType type : {Imf::HALF, Imf::FLOAT})
         for (const Imf::Compression compression : {Imf::PIZ_COMPRESSION, Imf::ZIPS_COMPRESSION}) {
-            Exr wanted = writeExr(in, type, compression);
-            EXPECT_EQ(smooth("out.exr", "0"), "");
-            Exr same = readExr(out);
+            writeExr(mDirectory / "in.exr", type, compression);
+            EXPECT_EQ(filter("in.exr", "out.exr"), "");
+            const Exr wanted = readExr(mDirectory / "in.exr"), same = readExr(mDirectory / "out.exr");
             EXPECT_TRUE(same.channels == wanted.channels) << type << compression;
-            EXPECT_EQ(same.header.dataWindow(), wanted.header.dataWindow());
+            EXPECT_TRUE(same.header.channels() == wanted.header.channels());
+            EXPECT_EQ(same.header.dataWindow(), kWindow);
             EXPECT_EQ(same.header.displayWindow(), wanted.header.displayWindow());
             EXPECT_EQ(same.header.compression(), compression);
             EXPECT_EQ(Imf::owner(same.header), "Somebody");
         }
     // The effect's own result, with alpha multiplied in; light without alpha stays.
-    Exr before = readExr(in);
-    smooth("out.exr", "4");
-    Exr after = readExr(out);
-    Image image = ImageFile(in, {.keepsDepth = true}).decode();
+    filter("in.exr", "out.exr", {"--radius=4", "--threshold=0.5"});
+    Exr before = readExr(mDirectory / "in.exr"), after = readExr(mDirectory / "out.exr");
+    Image image = ImageFile(mDirectory / "in.exr", {.keepsDepth = true}).decode();
     Host::World& world = image.pages[0].world;
     const Host::Module module(SMOOTH_MODULE);
     ASSERT_TRUE(Host::Effect(module).render(world, world, std::array{4, 500}).ok());
     int changed = 0;
-    for (int i = 0; i < world.width * world.height; ++i) {
-        const float alpha = before.floats("A")[i], old = before.floats("G")[i], now = after.floats("G")[i];
-        const float straight = world.row<PF_PixelFloat>(i / world.width)[i % world.width].green;
+    for (int i = 0; i < kWidth * kHeight; ++i) {
+        const float alpha = before.value("A", i), old = before.value("G", i), now = after.value("G", i);
+        const float straight = world.row<PF_PixelFloat>(i / kWidth)[i % kWidth].green;
         const float wanted = alpha > 0 ? straight * alpha : old;
         if (std::isfinite(wanted)) {
             ASSERT_NEAR(now, wanted, std::abs(wanted) * 1e-6) << i;
@@ -269,41 +207,55 @@ TEST_F(ImageFiles, OfOpenExrKeepAllThatIsNotFiltered) {
     }
     EXPECT_GT(changed, 100);
     EXPECT_TRUE(after.channels["Z"] == before.channels["Z"]);
-    EXPECT_THAT(smooth("out.tif", "0"), HasSubstr("only OpenEXR keeps its other channels: Z, id"));
+    EXPECT_THAT(filter("in.exr", "out.tif"), HasSubstr("only OpenEXR keeps its other channels: Z, id"));
 }
 
 // What files hold beside the pixels
 
-const std::pair<const char*, const char*> kExif[] = {
-    {"Exif.Image.Artist", "Somebody"},
-    {"Exif.Image.Orientation", "6"},
-    {"Exif.Photo.FNumber", "28/10"},
-    {"Exif.GPSInfo.GPSLatitudeRef", "N"},
-};
+/// A copy of an image with a block of metadata.
+VImage with(const VImage& image, const char* kind, const std::string& block) {
+    VImage copy = image.copy();
+    vips_image_set_blob_copy(copy.get_image(), kind, block.data(), block.size());
+    return copy;
+}
 
-/// The kinds of metadata, and whether a file has them.
-std::map<std::string, bool> kindsIn(const std::string& file) {
-    const auto image = Exiv2::ImageFactory::open(file);
+std::string xmp(const std::string& properties) {
+    return "<x:xmpmeta xmlns:x='adobe:ns:meta/'><rdf:RDF xmlns:rdf='http://www.w3.org/1999/02/"
+           "22-rdf-syntax-ns#'><rdf:Description rdf:about='' xmlns:xmp='http://ns.adobe.com/xap/1.0/'>" +
+           properties + "</rdf:Description></rdf:RDF></x:xmpmeta>";
+}
+
+auto metadataOf(const std::string& file) {
+    auto image = Exiv2::ImageFactory::open(file);
     image->readMetadata();
-    Exiv2::ExifData& exif = image->exifData();
+    return image;
+}
+
+/// One thing of each kind that a file can hold beside its pixels; empty where it has none of the kind.
+std::map<std::string, std::string> kindsIn(const std::string& file) {
+    const auto image = metadataOf(file);
+    const auto exif = [&](const char* key) { return image->exifData()[key].toString(); };
     const VImage loaded = load(file);
-    // In a WebP, EXIF alone has a place for the density.
-    const bool isWebp = file.ends_with(".webp");
-    const double x = isWebp ? exif["Exif.Image.XResolution"].toFloat() / 25.4 : loaded.xres();
-    const double y = isWebp ? exif["Exif.Image.YResolution"].toFloat() / 25.4 : loaded.yres();
-    const auto has = [&](const char* key) { return exif.findKey(Exiv2::ExifKey(key)) != exif.end(); };
-    std::map<std::string, bool> kinds{
-        {"IPTC", !image->iptcData().empty()},
-        {"XMP", !image->xmpData().empty()},
-        {"comment", !image->comment().empty()},
-        {"density", std::abs(x - 5) + std::abs(y - 10) < 0.01},
-        {"only what isn't of a TIFF", file.ends_with(".tif") || !has("Exif.Image.PlanarConfiguration")},
-        {"profile", loaded.get_typeof(VIPS_META_ICC_NAME) != 0},
-        {"thumbnail", has("Exif.Thumbnail.Compression")},
+    const auto perInch = [&](const char* key, double perMillimetre) {
+        // In a WebP, EXIF alone has a place for the density.
+        const bool isWebp = file.ends_with(".webp");
+        return std::to_string(std::lround(isWebp ? image->exifData()[key].toFloat() : 25.4 * perMillimetre));
     };
-    for (const auto& [key, value] : kExif)
-        kinds[key] = has(key) && exif[key].toString() == value;
-    return kinds;
+    const bool hasTagsOfTiff = !exif("Exif.Image.PlanarConfiguration").empty();
+    return {
+        {"EXIF", exif("Exif.Image.Artist")},
+        {"EXIF of the camera", exif("Exif.Photo.FNumber")},
+        {"IPTC", image->iptcData()["Iptc.Application2.Caption"].toString()},
+        {"XMP", image->xmpData()["Xmp.xmp.Rating"].toString()},
+        {"comment", image->comment()},
+        {"density, across", perInch("Exif.Image.XResolution", loaded.xres())},
+        {"density, down", perInch("Exif.Image.YResolution", loaded.yres())},
+        {"only what isn't of a TIFF", file.ends_with(".tif") || !hasTagsOfTiff ? "yes" : ""},
+        {"orientation", exif("Exif.Image.Orientation")},
+        {"place", exif("Exif.GPSInfo.GPSLatitudeRef")},
+        {"profile", loaded.get_typeof(VIPS_META_ICC_NAME) != 0 ? "yes" : ""},
+        {"thumbnail", exif("Exif.Thumbnail.Compression")},
+    };
 }
 
 // The table of the manual page: every kind goes from each format to each, except what a format can't hold and
@@ -312,28 +264,33 @@ TEST_F(ImageFiles, KeepMetadataFromFormatToFormat) {
     const std::string jpeg = mDirectory / "in.jpg";
     save(shading(40, 30, 3).copy(VImage::option()->set("xres", 5.0)->set("yres", 10.0)),
          jpeg + "[profile=p3]");
-    const auto image = Exiv2::ImageFactory::open(jpeg);
-    image->readMetadata();
-    for (const auto& [key, value] : kExif)
-        image->exifData()[key] = std::string(value);
+    const auto image = metadataOf(jpeg);
+    image->exifData()["Exif.Image.Artist"] = "Somebody";
+    image->exifData()["Exif.Image.Orientation"] = std::uint16_t{6};
+    image->exifData()["Exif.Photo.FNumber"] = Exiv2::URational(28, 10);
+    image->exifData()["Exif.GPSInfo.GPSLatitudeRef"] = "N";
     Exiv2::ExifThumb(image->exifData()).setJpegThumbnail(jpeg);
     image->setComment("comment");
     image->iptcData()["Iptc.Application2.Caption"] = "caption";
     image->xmpData()["Xmp.xmp.Rating"] = "3";
     image->writeMetadata();
-    const std::map<std::string, bool> all = kindsIn(jpeg);
-    for (const auto& [kind, isThere] : all)
-        ASSERT_TRUE(isThere) << kind;
+    const std::map<std::string, std::string> all = kindsIn(jpeg);
+    EXPECT_EQ(all.at("density, across"), "127");
+    EXPECT_EQ(all.at("density, down"), "254");
+    for (const auto& [kind, value] : all)
+        ASSERT_NE(value, "") << kind;
     const std::set<std::string> kHaveIptc{".jpg", ".tif"};
     for (const std::string from : {".jpg", ".png", ".tif", ".webp"}) {
         if (from != ".jpg")
             filter("in.jpg", "in" + from);
         for (const std::string to : {".jpg", ".png", ".tif", ".webp"}) {
             filter("in" + from, "out" + to);
-            std::map<std::string, bool> expected = all;
-            expected["IPTC"] = kHaveIptc.contains(from) && kHaveIptc.contains(to);
-            expected["comment"] = from == ".jpg" && to == ".jpg";
-            expected["thumbnail"] = false;
+            std::map<std::string, std::string> expected = all;
+            if (!kHaveIptc.contains(from) || !kHaveIptc.contains(to))
+                expected["IPTC"] = "";
+            if (from != ".jpg" || to != ".jpg")
+                expected["comment"] = "";
+            expected["thumbnail"] = "";
             EXPECT_EQ(kindsIn(mDirectory / "out" + to), expected) << from << " to " << to;
         }
     }
@@ -351,47 +308,24 @@ TEST_F(ImageFiles, GetNoMetadataThatTheInputLacks) {
 }
 
 TEST_F(ImageFiles, KeepPngChunksAndTheFirstExif) {
-    const auto exif = [](const std::string& artist) {
-        const std::string start("II*\0\x8\0\0\0\1\0\x3b\1\2\0\3\0\0\0", 18);
-        return pngChunk("eXIf", start + artist + std::string(6, '\0'));
-    };
     const std::string before = pngChunk("gAMA", std::string("\0\1\x86\xa0", 4)) +
                                pngChunk("bKGD", std::string("\0\x10\0\x20\0\x30", 6));
+    const std::string exif = pngChunk("eXIf", tiff({{0x013B, 2, 3, 'M' | 'e' << 8}}));
     const std::string after = pngChunk("iTXt", std::string("Title\0\0\0de\0Titel\0Stra\xc3\x9f\x65", 24)) +
                               pngChunk("tIME", std::string("\x7\xd0\1\2\3\4\5", 7));
-    save(shading(20, 20, 3), mDirectory / "plain.png");
-    std::string png = contents(mDirectory / "plain.png");
-    png.insert(png.size() - 12, after); // before the chunk of the end
-    png.insert(33, before + exif("Me") + exif("He"));
-    std::ofstream(mDirectory / "in.png") << png;
+    writePng(before + exif + pngChunk("eXIf", tiff({{0x013B, 2, 3, 'H' | 'e' << 8}})), after);
     filter("in.png", "out.png");
     const std::string out = contents(mDirectory / "out.png");
-    for (const std::string& kept : {before, exif("Me"), after})
+    for (const std::string& kept : {before, exif, after})
         EXPECT_THAT(out, HasSubstr(kept));
     EXPECT_EQ(out.find("eXIf"), out.rfind("eXIf"));
-}
-
-/// The JPEG file with a packet of XMP in place of its metadata.
-void giveXmp(const std::string& file, const std::string& properties) {
-    const std::string segment =
-        std::string("http://ns.adobe.com/xap/1.0/\0", 29) +
-        "<x:xmpmeta xmlns:x='adobe:ns:meta/'><rdf:RDF xmlns:rdf='http://www.w3.org/1999/"
-        "02/22-rdf-syntax-ns#'><rdf:Description rdf:about='' "
-        "xmlns:xmp='http://ns.adobe.com/xap/1.0/'>" +
-        properties + "</rdf:Description></rdf:RDF></x:xmpmeta>";
-    const std::size_t size = segment.size() + 2;
-    std::string jpeg = contents(file);
-    jpeg.insert(2,
-                std::string("\xff\xe1") + static_cast<char>(size >> 8) + static_cast<char>(size) + segment);
-    std::ofstream(file) << jpeg;
 }
 
 TEST_F(ImageFiles, LoseXmpThatIsDamagedWithANote) {
     for (const char* damaged :
          {"<xmp:Rating>3 & more</xmp:Rating>", "<xmp:Label>\xe9</xmp:Label>", "<no:Rating>3</no:Rating>",
           "<xmp:Rating>3</xmp:Rating><xmp:Rating>4</xmp:Rating>", "<xmp:Rating>"}) {
-        save(shading(20, 20, 3), mDirectory / "in.jpg");
-        giveXmp(mDirectory / "in.jpg", damaged);
+        save(with(shading(20, 20, 3), VIPS_META_XMP_NAME, xmp(damaged)), mDirectory / "in.jpg");
         EXPECT_THAT(filter("in.jpg", "out.jpg"), HasSubstr("its XMP is damaged and isn't kept")) << damaged;
     }
 }
@@ -399,19 +333,16 @@ TEST_F(ImageFiles, LoseXmpThatIsDamagedWithANote) {
 // Entries that share their bytes ask for a hundred times the file's size.
 TEST_F(ImageFiles, LoseMetadataThatWouldTakeAllMemory) {
     constexpr std::uint32_t kShared = 1 << 20, kEntries = 200;
-    std::vector<std::array<std::uint32_t, 4>> shared;
-    for (std::uint32_t i = 0; i < kEntries; ++i)
-        shared.push_back({40000 + i, 7, kShared, 8 + 2 + 12 * kEntries + 4});
-    save(shading(20, 20, 3), mDirectory / "in.png");
+    std::vector<TiffEntry> shared;
+    for (std::uint16_t i = 0; i < kEntries; ++i)
+        shared.push_back({i, 7, kShared, 8 + 2 + 12 * kEntries + 4});
+    writePng("");
     [[maybe_unused]] const long usual = blur(mDirectory / "in.png", mDirectory / "out.png", 0).peakMiB;
-    std::string png = contents(mDirectory / "in.png");
-    std::ofstream(mDirectory / "in.png")
-        << png.insert(33, pngChunk("eXIf", tiff(shared, std::string(kShared, 'x'))));
-    std::string packet;
+    writePng(pngChunk("eXIf", tiff(shared, std::string(kShared, 'x'))));
+    std::string properties;
     for (int i = 0; i < 6000; ++i)
-        packet += "<xmp:P/>";
-    save(shading(20, 20, 3), mDirectory / "in.jpg");
-    giveXmp(mDirectory / "in.jpg", packet);
+        properties += "<xmp:P/>";
+    save(with(shading(20, 20, 3), VIPS_META_XMP_NAME, xmp(properties)), mDirectory / "in.jpg");
     for (const std::string format : {".png", ".jpg"}) {
         const Outcome outcome = blur(mDirectory / "in" + format, mDirectory / "out" + format, 0);
         EXPECT_EQ(outcome.exitCode, 0) << outcome.err;
@@ -423,22 +354,15 @@ TEST_F(ImageFiles, LoseMetadataThatWouldTakeAllMemory) {
 }
 
 TEST_F(ImageFiles, KeepLargeExifWhereTheFormatHasRoomAndGoOnWithOddExif) {
-    std::vector<std::array<std::uint32_t, 4>> large;
-    for (std::uint32_t i = 0; i < 20; ++i)
-        large.push_back({40000 + i, 7, 5000, 8 + 2 + 12 * 20 + 4 + 5000 * i});
+    std::vector<TiffEntry> large;
+    for (std::uint16_t tag = 40000; tag < 40020; ++tag)
+        large.push_back({tag, 7, 5000, 8 + 2 + 12 * 20 + 4 + 5000u * (tag - 40000)});
     const std::string exif = tiff(large, std::string(100'000, 'x'));
-    save(shading(20, 20, 3), mDirectory / "plain.png");
-    const auto give = [&](const std::string& block) {
-        std::string png = contents(mDirectory / "plain.png");
-        std::ofstream(mDirectory / "in.png") << png.insert(33, pngChunk("eXIf", block));
-    };
     const auto fields = [&](const std::string& out) {
-        const auto image = Exiv2::ImageFactory::open(mDirectory / out);
-        image->readMetadata();
-        return image->exifData().count();
+        return metadataOf(mDirectory / out)->exifData().count();
     };
-    for (const std::string& block : {exif, std::string("Exif\0\0", 6) + exif}) {
-        give(block);
+    for (const std::string& start : {std::string(), std::string("Exif\0\0", 6)}) {
+        writePng(pngChunk("eXIf", start + exif));
         for (const std::string out : {"out.png", "out.webp"}) {
             EXPECT_EQ(filter("in.png", out), "");
             EXPECT_GE(fields(out), 20) << out; // and the density, where it has no other place
@@ -448,13 +372,13 @@ TEST_F(ImageFiles, KeepLargeExifWhereTheFormatHasRoomAndGoOnWithOddExif) {
                 HasSubstr("the largest fields aren't kept: Image.0x9c40 and 7 more"));
     EXPECT_EQ(fields("out.jpg"), 12);
     // A hundred directories of 65535 entries each, which overlap.
-    std::vector<std::array<std::uint32_t, 4>> directories{{0x014A, 4, 100, 26}};
     std::string overlapping;
     for (std::uint32_t i = 0; i < 100; ++i)
         overlapping += {static_cast<char>(i + 200), '\2', '\0', '\0'};
-    give(tiff(directories, overlapping + std::string(800'000, '\xff')));
+    overlapping += std::string(800'000, '\xff');
+    writePng(pngChunk("eXIf", tiff({{0x014A, 4, 100, 26}}, overlapping)));
     EXPECT_THAT(filter("in.png", "out.png"), HasSubstr("more than 5000 parts"));
-    give("no EXIF at all");
+    writePng(pngChunk("eXIf", "no EXIF at all"));
     EXPECT_THAT(filter("in.png", "out.png"), HasSubstr("its metadata is damaged"));
 }
 
@@ -469,8 +393,9 @@ TEST_F(ImageFiles, NoteWhatAJpegHasBesideItsPixels) {
 }
 
 TEST_F(ImageFiles, FollowTheInputsCompression) {
-    const auto filtered = [&](const std::string& format, const VImage& image, const std::string& options) {
-        save(image, mDirectory / "in" + format + options);
+    const VImage colours = shading(64, 64, 3);
+    const auto filtered = [&](const std::string& format, const std::string& options) {
+        save(colours, mDirectory / "in" + format + options);
         filter("in" + format, "out" + format);
         return contents(mDirectory / "out" + format);
     };
@@ -478,9 +403,8 @@ TEST_F(ImageFiles, FollowTheInputsCompression) {
     const auto settings = [](const std::string& jpeg) {
         return jpeg.substr(jpeg.find("\xff\xdb"), 138) + jpeg.substr(jpeg.find("\xff\xc0"), 19);
     };
-    const VImage colours = shading(64, 64, 3), bilevel = shading(64, 64, 1) > 128;
     for (const char* options : {"[Q=60]", "[Q=85,subsample_mode=off]", "[Q=98]"}) {
-        const std::string out = filtered(".jpg", colours, options);
+        const std::string out = filtered(".jpg", options);
         EXPECT_EQ(settings(out), settings(contents(mDirectory / "in.jpg"))) << options;
     }
     // Other inputs have none to follow.
@@ -493,16 +417,16 @@ TEST_F(ImageFiles, FollowTheInputsCompression) {
     }
     filter("in.png", "out.webp", {"--quality=60"});
     EXPECT_EQ(contents(mDirectory / "out.webp").find("VP8L"), std::string::npos);
-    EXPECT_EQ(filtered(".webp", colours, "[Q=80]").find("VP8L"), std::string::npos);
-    EXPECT_THAT(filtered(".webp", colours, "[lossless]"), HasSubstr("VP8L"));
+    EXPECT_EQ(filtered(".webp", "[Q=80]").find("VP8L"), std::string::npos);
+    EXPECT_THAT(filtered(".webp", "[lossless]"), HasSubstr("VP8L"));
     // One bit a pixel stays where the result still has no other values.
-    for (const std::string format : {".png", ".tif"}) {
-        filtered(format, bilevel, "[bitdepth=1]");
-        expectNear(bilevel, load(mDirectory / "out" + format));
-        EXPECT_EQ(ImageFile(mDirectory / "out" + format).decode().pages[0].bits, 1);
+    for (const std::string name : {"bits.png", "bits.tif"}) {
+        save(shading(64, 64, 1) > 128, mDirectory / name + "[bitdepth=1]");
+        expectKept(name);
+        EXPECT_EQ(ImageFile(mDirectory / "out." + name).decode().pages[0].bits, 1);
     }
-    filtered(".png", colours, "[palette]");
-    expectNear(load(mDirectory / "in.png"), load(mDirectory / "out.png"));
+    save(colours, mDirectory / "colours.png[palette]");
+    expectKept("colours.png");
 }
 
 TEST_F(ImageFiles, ReplaceAnOldOutputOfAnyNameWithItsPermissionsAndOwnerThroughItsLink) {
@@ -521,26 +445,20 @@ TEST_F(ImageFiles, ReplaceAnOldOutputOfAnyNameWithItsPermissionsAndOwnerThroughI
     EXPECT_EQ(now.st_mode & 07777, 04640u);
     EXPECT_EQ(now.st_uid, isGiven ? 1234 : getuid());
     EXPECT_EQ(now.st_gid, isGiven ? 5678 : getgid());
-    expectNear(load(mDirectory / "#1.png"), load(real));
+    expectSame(load(mDirectory / "#1.png"), load(real));
     EXPECT_TRUE(std::filesystem::is_symlink(mDirectory / "50%d.png"));
     EXPECT_THAT(mDirectory.names(), testing::ElementsAre("#1.png", "50%d.png", name));
 }
 
 TEST_F(ImageFiles, NoteWhatIsOddOrNotKeptOfATiff) {
-    std::string packet = "<x:xmpmeta xmlns:x='adobe:ns:meta/'/>";
-    VImage alpha = noise(20, 10, 4), pages = paged(noise(8, 8, 3), 4);
-    for (VImage* image : {&alpha, &pages})
-        image->set(VIPS_META_XMP_NAME, nullptr, packet.data(), packet.size());
-    save(alpha, mDirectory / "alpha.tif");
-    std::string tiff = contents(mDirectory / "alpha.tif");
-    const std::size_t entry = tiff.find(std::string("\x52\1\3\0\1\0\0\0", 8));
-    ASSERT_NE(entry, std::string::npos);
-    tiff[entry + 8] = 0; // ExtraSamples: unspecified
-    std::ofstream(mDirectory / "unspecified.tif") << tiff;
+    const VImage alpha = noise(20, 10, 4);
+    const VImage pages = with(paged(noise(8, 8, 3), 4), VIPS_META_XMP_NAME, xmp(""));
+    save(with(alpha, VIPS_META_XMP_NAME, xmp("")), mDirectory / "alpha.tif");
+    std::ofstream(mDirectory / "unspecified.tif") << withTag(contents(mDirectory / "alpha.tif"), 338, 2, 0);
     EXPECT_EQ(filter("alpha.tif", "out.tif"), "");
     EXPECT_THAT(filter("unspecified.tif", "out.tif"),
                 HasSubstr("it doesn't say what its last channel is; it is taken for alpha"));
-    expectNear(load(mDirectory / "alpha.tif"), load(mDirectory / "out.tif"));
+    expectSame(load(mDirectory / "alpha.tif"), load(mDirectory / "out.tif"));
 
     save(pages, mDirectory / "pages.tif");
     save(pages, mDirectory / "big.tif[bigtiff]");
@@ -562,15 +480,14 @@ TEST_F(ImageFiles, KeepAllFramesOfAnAnimation) {
     webp[webp.find("ANMF", webp.find("ANMF") + 1) + 8 + 12] = 10;
     std::ofstream(mDirectory / "in.webp") << webp;
     EXPECT_EQ(filter("in.webp", "out.webp"), "");
-    const std::string written = contents(mDirectory / "out.webp");
-    EXPECT_EQ(written.substr(written.find("ANIM") + 8, 4), background);
+    EXPECT_THAT(contents(mDirectory / "out.webp"), HasSubstr(std::string("ANIM\6\0\0\0", 8) + background));
     const VImage all = load(mDirectory / "out.webp[n=-1]");
-    expectNear(tall, all);
+    expectSame(tall, all);
     EXPECT_EQ(all.get_int(VIPS_META_PAGE_HEIGHT), 12);
     EXPECT_EQ(all.get_array_int("delay"), delays);
     EXPECT_EQ(all.get_int("loop"), 3);
     filter("in.webp", "page.png", {"--page", "2"});
-    expectNear(tall.crop(0, 12, 16, 12), load(mDirectory / "page.png"));
+    expectSame(tall.crop(0, 12, 16, 12), load(mDirectory / "page.png"));
 }
 
 TEST_F(ImageFiles, KeepAllPagesOfDifferentSizesAndKinds) {
@@ -606,13 +523,10 @@ std::string jxlWith(const std::string& pixels, const std::string& exif, const st
 }
 
 TEST_F(ImageFiles, OfFormatsThatAreReadAloneGoIntoOthers) {
-    std::string packet = "<x:xmpmeta xmlns:x='adobe:ns:meta/'><rdf:RDF xmlns:rdf='http://www.w3.org/1999/02/"
-                         "22-rdf-syntax-ns#'><rdf:Description rdf:about='' xmp:Rating='3' "
-                         "xmlns:xmp='http://ns.adobe.com/xap/1.0/'/></rdf:RDF></x:xmpmeta>";
-    std::string exif = tiff({{0x0112, 3, 1, 6}, {0x013B, 2, 3, 'M' | 'e' << 8}});
-    VImage colours = shading(64, 48, 3);
-    colours.set(VIPS_META_EXIF_NAME, nullptr, exif.data(), exif.size());
-    colours.set(VIPS_META_XMP_NAME, nullptr, packet.data(), packet.size());
+    const std::string exif = tiff({{0x0112, 3, 1, 6}, {0x013B, 2, 3, 'M' | 'e' << 8}});
+    const std::string packet = xmp("<xmp:Rating>3</xmp:Rating>");
+    const VImage colours =
+        with(with(shading(64, 48, 3), VIPS_META_EXIF_NAME, exif), VIPS_META_XMP_NAME, packet);
     for (const std::string format : {".heic", ".avif", ".jxl"}) {
         SCOPED_TRACE(format);
         save(colours, mDirectory / "in" + format + "[lossless]");
@@ -621,16 +535,15 @@ TEST_F(ImageFiles, OfFormatsThatAreReadAloneGoIntoOthers) {
             std::ofstream(mDirectory / "in.jxl") << jxlWith(pixels, exif, packet);
         }
         EXPECT_EQ(filter("in" + format, "out.png"), "");
-        expectNear(load(mDirectory / "in" + format), load(mDirectory / "out.png"));
-        const auto written = Exiv2::ImageFactory::open(mDirectory / "out.png");
-        written->readMetadata();
+        expectSame(load(mDirectory / "in" + format), load(mDirectory / "out.png"));
+        const auto written = metadataOf(mDirectory / "out.png");
         EXPECT_EQ(written->exifData()["Exif.Image.Artist"].toString(), "Me");
         EXPECT_EQ(written->xmpData()["Xmp.xmp.Rating"].toString(), "3");
         // The decoder turns the pixels.
         EXPECT_EQ(written->exifData()["Exif.Image.Orientation"].count(), 0);
     }
     save(noise(64, 48, 3, 7, true), mDirectory / "deep.heic[bitdepth=12,lossless]");
-    EXPECT_THAT(filter("deep.heic", "out.png"), HasSubstr("16-bit input is reduced"));
+    EXPECT_EQ(filter("deep.heic", "out.png"), "");
     EXPECT_EQ(load(mDirectory / "out.png").max(), 65535);
 }
 
