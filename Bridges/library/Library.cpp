@@ -160,11 +160,11 @@ const char* bilateral_blur_text(int code) {
         return "Input and output overlap in part. Use the same memory with the same stride for both, or "
                "memory apart.";
     case BILATERAL_BLUR_BAD_BLUR_SCALE:
-        return "The blur scale must be an integer from 0 to 60.";
+        return Tessaloom::BilateralBlur::Library::kBadBlurScale;
     case BILATERAL_BLUR_BAD_RADIUS:
-        return "The radius must be an integer from 0 to 60.";
+        return Tessaloom::BilateralBlur::Library::kBadRadius;
     case BILATERAL_BLUR_BAD_THRESHOLD:
-        return "The threshold must be a number from 0.001 to 1.";
+        return Tessaloom::BilateralBlur::Library::kBadThreshold;
     case BILATERAL_BLUR_NEEDS_8_BITS:
         return "Bilateral Blur takes 8 bits a channel only. Convert the image to 8 bits, or use Bilateral "
                "Smooth, which takes every depth.";

@@ -9,6 +9,11 @@
 
 namespace Tessaloom::BilateralBlur::Library {
 
+/// What `bilateral_blur_text` says of a value out of its range; each is where the range is checked.
+extern const char* const kBadBlurScale;
+extern const char* const kBadRadius;
+extern const char* const kBadThreshold;
+
 /// Filters an image of the caller's, once it is found to be one. `values` are within the sliders' ranges.
 /// Returns a bilateral_blur_code; no exception comes out.
 int filter(const Bridges::LinkedEffect& effect, const bilateral_blur_image* image,

@@ -77,7 +77,8 @@ constexpr double numberAfter(std::string_view name) {
 
 static_assert(numberAfter("#define SIGMA ") == kSpatialSigma);
 static_assert(numberAfter("#define BSIGMA ") == kRangeSigma);
-static_assert(numberAfter("float kernel[") == 2 * kLargestReach + 1);
+static_assert(numberAfter("float kernel[") == 2 * kLargestReach + 1,
+              "from the declared maximum of the scale");
 
 } // namespace
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Plugins/BilateralBlur/Sources/BilateralBlurDeclaration.h"
 #include "Plugins/Shared/Cpu/BilateralFilter.h"
 
 #include <algorithm>
@@ -15,7 +16,8 @@ constexpr double kSpatialSigma = 10.0;
 constexpr double kRangeSigma = 0.1;
 
 /// The largest blur scale; the smallest is 0. Every other value works as the nearest of the two.
-constexpr int kLargestBlurScale = 60;
+constexpr int kLargestBlurScale = kSliders[0].maximum;
+static_assert(kSliders[0].minimum == 0);
 
 /// How far the neighbourhood of a pixel extends to each side at a blur scale, in pixels.
 constexpr int reachOf(int blurScale) {
@@ -24,6 +26,7 @@ constexpr int reachOf(int blurScale) {
 
 constexpr int kLargestReach = reachOf(kLargestBlurScale);
 static_assert(kLargestReach <= kReachLimit);
+static_assert(kLargestReach == kDeclaration.margin, "EFFECT_MARGIN in Declaration.cmake is this");
 
 /// The filter at a blur scale.
 constexpr BilateralFilter filterOf(int blurScale) {
