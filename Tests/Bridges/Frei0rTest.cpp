@@ -98,10 +98,11 @@ TEST(Frei0r, BeginsAndEndsAgainAndAgainWithoutLeavingAnything) {
     std::vector<Bytes> expected;
     for (int scale = 0; scale <= 60; ++scale)
         expected.push_back(reference(makeFrames(sizeFor(scale), 1), sizeFor(scale), {scale}));
+    const double maximum = Host::Module(BLUR_MODULE).resource().sliders[0].maximum;
     const int contexts = EglWatch::liveContexts;
     const auto filterTwice = [&](int scale) {
         // As users write it, with a few digits.
-        const Instance instance = makeInstance(sizeFor(scale), std::round(scale / 60.0 * 1e4) / 1e4);
+        const Instance instance = makeInstance(sizeFor(scale), std::round(scale / maximum * 1e4) / 1e4);
         const auto filter = [&] {
             EXPECT_EQ(updated(instance, makeFrames(sizeFor(scale), 1)), expected[scale]) << scale;
         };

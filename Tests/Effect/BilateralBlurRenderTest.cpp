@@ -34,7 +34,7 @@ TEST_F(BilateralBlurRenderTest, DrawsWhatTheFormulasSayForAnyScaleAndFor16Bits) 
         EXPECT_EQ(integer(gl::GL_VERTEX_ARRAY_BINDING), 0);
         EXPECT_EQ(integer(gl::GL_ARRAY_BUFFER_BINDING), 0);
         const std::vector<float> drawn = texels(target.popRenderContext());
-        const auto expected = Oracle::pass(values, kWidth, kHeight, std::clamp(scale, 0, 60), kMultiplier);
+        const auto expected = Oracle::pass(values, kWidth, kHeight, scale, kMultiplier);
         for (std::size_t i = 0; i < expected.size(); ++i)
             EXPECT_NEAR(255 * drawn.at(i), 255 * expected[i], 0.502) << scale << ", " << i;
     }

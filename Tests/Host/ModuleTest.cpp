@@ -38,7 +38,7 @@ TEST(Module, ReportsWhyItIsRefused) {
         {changed(">1024<", ">1025<"), "OutFlags2 is 1025"},
         {changed("Blur Scale", "Scale"), "the name of slider 1 is Scale in the property list"},
         {changed("Minimum</key>", "Minimum</key><integer>1</integer>"), "Blur Scale: Minimum is 1 in"},
-        {changed(">60<", ">61<"), "Blur Scale: Maximum is 61 in"},
+        {changed("Maximum</key>", "Maximum</key><integer>7</integer>"), "Blur Scale: Maximum is 7 in"},
         {changed("Default</key>", "Default</key><integer>5</integer>"), "Blur Scale: Default is 5 in"},
         {changed("<key>Sliders</key>", "<key>Sliders</key><array/>"), "the number of sliders is 0 in"},
     };

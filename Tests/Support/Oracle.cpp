@@ -9,12 +9,13 @@ namespace {
 // The oracle's own, so that it notices a change of the effect's.
 constexpr double kSpatialVariance = 10.0 * 10.0;
 constexpr double kRangeVariance = 0.1 * 0.1;
+constexpr int kLargestBlurSize = 60;
 
 } // namespace
 
 std::vector<double> pass(const std::vector<double>& argb, int width, int height, int blurSize,
                          double multiplier) {
-    const int reach = (blurSize - 1) / 2;
+    const int reach = (std::clamp(blurSize, 1, kLargestBlurSize) - 1) / 2;
     const auto pixel = [&](int x, int y) {
         return &argb[std::size_t{4} * (std::clamp(y, 0, height - 1) * width + std::clamp(x, 0, width - 1))];
     };

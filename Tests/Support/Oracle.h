@@ -7,8 +7,8 @@ namespace Tessaloom::BilateralBlur::Oracle {
 
 /// The blur pass. What follows it in the effect is rounded to 8 bits and divided by the alpha.
 ///
-/// For the pixel p and its neighbours q of the square of (blurSize - 1) / 2, truncated towards zero, around
-/// it, coordinates clamped to the image: w(q) = exp(-|q - p|^2 / (2 * 10^2)) * exp(-|c(q) - c(p)|^2 /
+/// For the pixel p and its neighbours q of the square of (blurSize - 1) / 2, blurSize being clamped to 1..60 and the
+/// quotient truncated, around it, coordinates clamped to the image: w(q) = exp(-|q - p|^2 / (2 * 10^2)) * exp(-|c(q) - c(p)|^2 /
 /// (2 * 0.1^2)), c being the first three channels (alpha, red, green). Those three come out as their weighted
 /// mean, blue as it went in; all four are scaled by `multiplier`, then red, green and blue are multiplied by
 /// the alpha.
