@@ -18,28 +18,29 @@ namespace Tessaloom::BilateralBlur::Bridges::Test {
 
 namespace {
 
-void* const kFilter = dlopen(BLUR_FILTER, RTLD_NOW | RTLD_LOCAL);
-void* const kSmoothFilter = dlopen(SMOOTH_FILTER, RTLD_NOW | RTLD_LOCAL);
+void* const kBlur = dlopen(BLUR_FILTER, RTLD_NOW | RTLD_LOCAL);
+void* const kSmooth = dlopen(SMOOTH_FILTER, RTLD_NOW | RTLD_LOCAL);
 #define FUNCTION(filter, name) reinterpret_cast<decltype(&::name)>(dlsym(filter, #name))
-#define FILTER(name) FUNCTION(kFilter, name)
-#define SMOOTH(name) FUNCTION(kSmoothFilter, name)
+#define BLUR(name) FUNCTION(kBlur, name)
+#define SMOOTH(name) FUNCTION(kSmooth, name)
 
 using Instance = std::shared_ptr<void>;
 
 Instance makeInstance(Size size, double position) {
-    const Instance instance(FILTER(f0r_construct)(size.width, size.height), FILTER(f0r_destruct));
-    FILTER(f0r_set_param_value)(instance.get(), &position, 0);
+    const Instance instance(BLUR(f0r_construct)(size.width, size.height), BLUR(f0r_destruct));
+    BLUR(f0r_set_param_value)(instance.get(), &position, 0);
     return instance;
 }
 
-void update(const Instance& instance, const Bytes& frame, Bytes& result) {
+void update(const Instance& instance, const Bytes& frame, Bytes& result, void* filter = kBlur) {
     const auto* const from = reinterpret_cast<const std::uint32_t*>(frame.data());
-    FILTER(f0r_update)(instance.get(), std::nan(""), from, reinterpret_cast<std::uint32_t*>(result.data()));
+    auto* const to = reinterpret_cast<std::uint32_t*>(result.data());
+    FUNCTION(filter, f0r_update)(instance.get(), std::nan(""), from, to);
 }
 
-Bytes updated(const Instance& instance, const Bytes& frame) {
+Bytes updated(const Instance& instance, const Bytes& frame, void* filter = kBlur) {
     Bytes result(frame.size());
-    update(instance, frame, result);
+    update(instance, frame, result, filter);
     return result;
 }
 
@@ -57,37 +58,30 @@ TEST(Frei0r, ExportsTheFunctionsOfAFilterAlone) {
 
 TEST(Frei0r, EachParameterIsItsSlidersValueDividedByTheMaximum) {
     const Bytes frame = makeFrames(kSize, 1);
-    Bytes result(frame.size());
-    const f0r_instance_t instance = SMOOTH(f0r_construct)(kSize.width, kSize.height);
-    const auto becomes = [&](std::int32_t radius, std::int32_t threshold) {
-        const auto* const from = reinterpret_cast<const std::uint32_t*>(frame.data());
-        const auto updateSmooth = SMOOTH(f0r_update);
-        updateSmooth(instance, 0, from, reinterpret_cast<std::uint32_t*>(result.data()));
-        EXPECT_EQ(result, smooth()(frame, kSize, {{radius, threshold}}));
+    const Instance instance(SMOOTH(f0r_construct)(kSize.width, kSize.height), SMOOTH(f0r_destruct));
+    const auto set = [&](int index, double position) {
+        SMOOTH(f0r_set_param_value)(instance.get(), &position, index);
+        SMOOTH(f0r_get_param_value)(instance.get(), &position, index);
+        return position;
     };
-    becomes(5, 100);
-    double radius = 0.2, threshold = 0.09955;
-    SMOOTH(f0r_set_param_value)(instance, &radius, 0);
-    SMOOTH(f0r_set_param_value)(instance, &threshold, 1);
-    becomes(12, 100);
-
+    EXPECT_EQ(updated(instance, frame, kSmooth), smoothed()(frame, kSize, {{5, 100}})) << "the defaults";
+    EXPECT_EQ(set(0, 0.2), 0.2);
+    EXPECT_EQ(set(1, 0.09955), 0.09955);
+    EXPECT_EQ(updated(instance, frame, kSmooth), smoothed()(frame, kSize, {{12, 100}}));
     testing::internal::CaptureStderr();
-    for (auto [given, kept] : {std::pair{0.25, 0.25}, {20, 1}, {std::nan(""), 1}, {-HUGE_VAL, 0}}) {
-        SMOOTH(f0r_set_param_value)(instance, &given, 1);
-        SMOOTH(f0r_get_param_value)(instance, &given, 1);
-        EXPECT_EQ(given, kept);
-    }
-    becomes(12, 1);
+    EXPECT_EQ(set(1, 20), 1);
+    EXPECT_EQ(set(1, std::nan("")), 1);
+    EXPECT_EQ(set(1, -HUGE_VAL), 0);
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
               "Bilateral Smooth: Threshold 20 is out of range, 0 to 1 (which means 0 to 1, at least 0.001); "
               "using 1\n");
-    SMOOTH(f0r_destruct)(instance);
+    EXPECT_EQ(updated(instance, frame, kSmooth), smoothed()(frame, kSize, {{12, 1}}));
     f0r_param_info_t info{};
     SMOOTH(f0r_get_param_info)(&info, 1);
     SMOOTH(f0r_get_param_info)(&info, 2);
     EXPECT_STREQ(info.name, "Threshold");
     EXPECT_STREQ(info.explanation, "0 to 1 means 0 to 1, at least 0.001");
-    FILTER(f0r_get_param_info)(&info, 0);
+    BLUR(f0r_get_param_info)(&info, 0);
     EXPECT_STREQ(info.explanation, "0 to 1 means 0 to 60");
 }
 
@@ -97,7 +91,7 @@ TEST(Frei0r, BeginsAndEndsAgainAndAgainWithoutLeavingAnything) {
     const auto sizeFor = [](int scale) { return Size{1 + scale % 5 * 9, 1 + scale * 7 % 41}; };
     std::vector<Bytes> expected;
     for (int scale = 0; scale <= 60; ++scale)
-        expected.push_back(reference(makeFrames(sizeFor(scale), 1), sizeFor(scale), {scale}));
+        expected.push_back(blurred()(makeFrames(sizeFor(scale), 1), sizeFor(scale), {{scale}}));
     const double maximum = Host::Module(BLUR_MODULE).resource().sliders[0].maximum;
     const int contexts = EglWatch::liveContexts;
     const auto filterTwice = [&](int scale) {
@@ -153,15 +147,15 @@ TEST(Frei0r, AHostGetsNoExceptionWhereTheSetupHasNoMemory) {
     for (const std::size_t limit :
          {0, 100}) { // with a bit of it the thread starts, and has none for the effect
         AllocationLimit::largest = limit;
-        void* const second = FILTER(f0r_construct)(kSize.width, kSize.height);
+        void* const second = BLUR(f0r_construct)(kSize.width, kSize.height);
         // A host may go on without an instance.
-        FILTER(f0r_get_param_value)(second, &position, 0);
-        FILTER(f0r_set_param_value)(second, &position, 0);
+        BLUR(f0r_get_param_value)(second, &position, 0);
+        BLUR(f0r_set_param_value)(second, &position, 0);
         update(instance, frame, result);
         AllocationLimit::largest = SIZE_MAX;
         EXPECT_EQ(result, frame);
         EXPECT_EQ(second != nullptr, limit == 100);
-        update({second, FILTER(f0r_destruct)}, frame, result);
+        update({second, BLUR(f0r_destruct)}, frame, result);
     }
     EXPECT_NE(updated(instance, frame), frame);
 }

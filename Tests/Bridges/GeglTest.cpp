@@ -3,6 +3,8 @@
 #include <gegl.h>
 #include <gmock/gmock.h>
 
+#include <memory>
+
 // The operations in graphs of GEGL, which loads them from the build's directory. Every result is compared with
 // the whole image's, byte for byte.
 
@@ -12,6 +14,8 @@ namespace {
 
 constexpr Size kSize{301, 203};
 constexpr GeglRectangle kExtent{-37, 11, kSize.width, kSize.height};
+
+using Buffer = std::unique_ptr<GeglBuffer, decltype(&g_object_unref)>;
 
 /// Of bytes or floats.
 template<class Sample>
@@ -24,14 +28,14 @@ std::string blur(int scale) {
 }
 
 /// Of a threshold between two steps, the nearer one counts: 0.2.
-std::string smoothed(int radius) {
+std::string smooth(int radius) {
     return "bilateral-blur:bilateral-smooth threshold=0.1996 radius=" + std::to_string(radius);
 }
 
 template<class Sample>
-GeglBuffer* makeBuffer(const std::vector<Sample>& pixels) {
-    GeglBuffer* const buffer = gegl_buffer_new(&kExtent, format<Sample>());
-    gegl_buffer_set(buffer, &kExtent, 0, format<Sample>(), pixels.data(), GEGL_AUTO_ROWSTRIDE);
+Buffer makeBuffer(const std::vector<Sample>& pixels, const Babl* kind = format<Sample>()) {
+    Buffer buffer(gegl_buffer_new(&kExtent, kind), g_object_unref);
+    gegl_buffer_set(buffer.get(), &kExtent, 0, kind, pixels.data(), GEGL_AUTO_ROWSTRIDE);
     return buffer;
 }
 
@@ -57,30 +61,28 @@ protected:
         setenv("GEGL_PATH", GEGL_OPERATION_PATH, 1);
         gegl_init(nullptr, nullptr);
     }
-    ~Gegl() override { g_object_unref(mBuffer); }
 
     const Bytes mImage = makeFrames(kSize, 1);
-    GeglBuffer* const mBuffer = makeBuffer(mImage);
+    const Buffer mBuffer = makeBuffer(mImage);
 };
 
 TEST_F(Gegl, AnyRegionHasTheBytesOfTheWholeImage) {
     std::mt19937 random(7);
     const std::pair<std::string, Bytes> kChains[] = {
-        {blur(0), reference(mImage, kSize, {0})},
-        {blur(60), reference(mImage, kSize, {60})},
-        {blur(20) + " " + blur(9), reference(reference(mImage, kSize, {20}), kSize, {9})},
-        {smoothed(60), smooth()(mImage, kSize, {{60, 200}})},
+        {blur(0), blurred()(mImage, kSize, {{0}})},
+        {blur(60), blurred()(mImage, kSize, {{60}})},
+        {blur(20) + " " + blur(9), blurred()(blurred()(mImage, kSize, {{20}}), kSize, {{9}})},
+        {smooth(60), smoothed()(mImage, kSize, {{60, 200}})},
     };
     for (const auto& [chain, expected] : kChains) {
-        GeglBuffer* const whole = makeBuffer(expected);
+        const Buffer whole = makeBuffer(expected);
         for (int i = 0; i < 6; ++i) {
             const GeglRectangle region{
                 -60 + static_cast<int>(random() % 300), -9 + static_cast<int>(random() % 200),
                 1 + static_cast<int>(random() % 120), 1 + static_cast<int>(random() % 90)};
-            EXPECT_EQ(render(mBuffer, chain, region), render(whole, "gegl:nop", region))
+            EXPECT_EQ(render(mBuffer.get(), chain, region), render(whole.get(), "gegl:nop", region))
                 << chain << " at " << region.x << "," << region.y;
         }
-        g_object_unref(whole);
     }
 }
 
@@ -89,27 +91,23 @@ TEST_F(Gegl, FloatsKeepTheirPrecisionAndTheirRange) {
     std::uniform_real_distribution<float> any(-0.5f, 1.5f);
     std::vector<float> image(kSize.bytes());
     std::ranges::generate(image, [&] { return any(random); });
-    GeglBuffer* const buffer = makeBuffer(image);
-    EXPECT_EQ(render<float>(buffer, smoothed(7), kExtent), smooth()(image, kSize, {{7, 200}}));
-    EXPECT_EQ(render<float>(buffer, smoothed(0), kExtent), image);
-    g_object_unref(buffer);
+    const Buffer buffer = makeBuffer(image);
+    EXPECT_EQ(render<float>(buffer.get(), smooth(7), kExtent), smoothed()(image, kSize, {{7, 200}}));
+    EXPECT_EQ(render<float>(buffer.get(), smooth(0), kExtent), image);
 }
 
 TEST_F(Gegl, AGreyLayerIsTheGreenOfTheSameInColours) {
-    const Babl* const grey = babl_format("Y' u8");
     Bytes colours(mImage), values;
     for (std::size_t i = 0; i < mImage.size(); i += 4) {
         std::fill_n(&colours[i], 3, mImage[i]);
         colours[i + 3] = 255;
         values.push_back(mImage[i]);
     }
-    GeglBuffer* const buffer = gegl_buffer_new(&kExtent, grey);
-    gegl_buffer_set(buffer, &kExtent, 0, grey, values.data(), GEGL_AUTO_ROWSTRIDE);
-    Bytes expected = reference(colours, kSize, {20});
+    const Buffer buffer = makeBuffer(values, babl_format("Y' u8"));
+    Bytes expected = blurred()(colours, kSize, {{20}});
     for (std::size_t i = 0; i < expected.size(); i += 4)
         expected[i] = expected[i + 2] = expected[i + 1];
-    EXPECT_EQ(render(buffer, blur(20), kExtent), expected);
-    g_object_unref(buffer);
+    EXPECT_EQ(render(buffer.get(), blur(20), kExtent), expected);
 }
 
 TEST_F(Gegl, AnOperationAloneHasTheSlidersDefaultsAndNoPixels) {
@@ -128,17 +126,17 @@ TEST_F(Gegl, APreviewAtHalfTheSizeIsFilteredHalfAsFar) {
     const GeglRectangle half{kExtent.x / 2, kExtent.y / 2 + 1, 90, 70},
         inner{half.x + 30, half.y + 30, 20, 1};
     Bytes reduced(Size{half.width, half.height}.bytes());
-    gegl_buffer_get(mBuffer, &half, 0.5, format<std::uint8_t>(), reduced.data(), GEGL_AUTO_ROWSTRIDE,
+    gegl_buffer_get(mBuffer.get(), &half, 0.5, format<std::uint8_t>(), reduced.data(), GEGL_AUTO_ROWSTRIDE,
                     GEGL_ABYSS_CLAMP);
     const Size size{half.width, half.height};
     const std::pair<std::string, Bytes> kPreviews[] = {
-        {blur(20), reference(reduced, size, {10})},
-        {smoothed(20), smooth()(reduced, size, {{10, 200}})},
+        {blur(20), blurred()(reduced, size, {{10}})},
+        {smooth(20), smoothed()(reduced, size, {{10, 200}})},
     };
     g_object_set(gegl_config(), "mipmap-rendering", TRUE, nullptr);
     for (const auto& [chain, expected] : kPreviews) {
         const auto at = expected.begin() + 4 * (half.width * 30 + 30);
-        EXPECT_EQ(render(mBuffer, chain, inner, 0.5), Bytes(at, at + 80)) << chain;
+        EXPECT_EQ(render(mBuffer.get(), chain, inner, 0.5), Bytes(at, at + 80)) << chain;
     }
     g_object_set(gegl_config(), "mipmap-rendering", FALSE, nullptr);
 }
@@ -146,7 +144,7 @@ TEST_F(Gegl, APreviewAtHalfTheSizeIsFilteredHalfAsFar) {
 TEST_F(Gegl, StrangeInputIsRendered) {
     const GeglRectangle far{1 << 29, -(1 << 29), 8, 8};
     EXPECT_EQ(render(nullptr, blur(20), {-20, -30, 40, 25}), Bytes(4000)) << "no pixels";
-    EXPECT_EQ(render(mBuffer, blur(20), far), Bytes(256)) << "far outside";
+    EXPECT_EQ(render(mBuffer.get(), blur(20), far), Bytes(256)) << "far outside";
     // A plane without bounds, of white and black squares, whose edges stay.
     const std::string plane = "gegl:checkerboard x=9 ";
     for (const GeglRectangle& region : {GeglRectangle{-20, -30, 2100, 3}, {-20, -30, 3, 2100}})

@@ -68,19 +68,14 @@ private:
     Host::Effect mEffect{mModule};
 };
 
-/// "Bilateral Smooth".
-inline Reference& smooth() {
-    static Reference kSmooth(SMOOTH_MODULE);
-    return kSmooth;
+inline Reference& blurred() {
+    static Reference kBlur(BLUR_MODULE);
+    return kBlur;
 }
 
-/// Frames through "Bilateral Blur", each at the scale of its place.
-inline Bytes reference(const Bytes& frames, Size size, const std::vector<int>& scales) {
-    static Reference kBlur(BLUR_MODULE);
-    std::vector<Values> values;
-    for (const int scale : scales)
-        values.push_back({scale});
-    return kBlur(frames, size, values);
+inline Reference& smoothed() {
+    static Reference kSmooth(SMOOTH_MODULE);
+    return kSmooth;
 }
 
 } // namespace Tessaloom::BilateralBlur::Bridges::Test
