@@ -12,6 +12,9 @@ namespace Tessaloom::BilateralBlur::Host::Test {
 
 namespace {
 
+using testing::HasSubstr;
+using testing::ThrowsMessage;
+
 class EffectTest : public testing::Test {
 protected:
     const Module mModule{MODULE};
@@ -52,20 +55,14 @@ TEST_F(EffectTest, LeavesTheOutputOfAFailedFrameAlone) {
 }
 
 TEST_F(EffectTest, IsOneOfItsModuleAtATime) {
-    const auto complaint = [this] {
-        try {
-            const Effect other(mHost.module());
-            return std::string();
-        } catch (const ModuleError& error) {
-            return std::string(error.what());
-        }
-    };
-    EXPECT_THAT(complaint(), testing::HasSubstr("the process has this effect already"));
+    const auto setUp = [this] { const Effect other(mHost.module()); };
+    EXPECT_THAT(setUp, ThrowsMessage<ModuleError>(HasSubstr("the process has this effect already")));
     World world(2, 2);
     EXPECT_TRUE(mEffect->render(world, world, {}).ok()) << "it goes on";
     mEffect.reset();
     mHost.faults.failing = {{"add_param", -1}};
-    EXPECT_THAT(complaint(), testing::HasSubstr("parameters setup failed: the effect failed with code -1"));
+    EXPECT_THAT(setUp, ThrowsMessage<ModuleError>(
+                           HasSubstr("parameters setup failed: the effect failed with code -1")));
     mHost.faults = {};
     mEffect.emplace(mHost.module());
     static_assert(!std::is_constructible_v<Effect, Module>);
@@ -77,7 +74,9 @@ class Misdeeds : public testing::Test {
 protected:
     struct Rendering {
         PF_InData* in;
+        PF_OutData* out;
         PF_LayerDef *input, *output;
+        PF_Err result = PF_Err_NONE;
     };
 
     static PF_Err entry(PF_Cmd cmd, PF_InData* in, PF_OutData* out, PF_ParamDef**, PF_LayerDef*,
@@ -94,10 +93,11 @@ protected:
         if (cmd != PF_Cmd_SMART_RENDER)
             return PF_Err_NONE;
         const auto& render = *static_cast<PF_SmartRenderExtra*>(extra);
-        PF_LayerDef *input = nullptr, *output = nullptr;
-        render.cb->checkout_layer_pixels(in->effect_ref, 7, &input);
-        render.cb->checkout_output(in->effect_ref, &output);
-        return mRender({in, input, output}, *out);
+        Rendering frame{in, out, nullptr, nullptr};
+        render.cb->checkout_layer_pixels(in->effect_ref, 7, &frame.input);
+        render.cb->checkout_output(in->effect_ref, &frame.output);
+        mRender(frame);
+        return frame.result;
     }
 
     static PF_Pixel8* pixels(const Rendering& frame, PF_LayerDef* world) {
@@ -107,7 +107,7 @@ protected:
     }
 
     /// What the host says of a frame.
-    std::string complaint(PF_Err (*render)(const Rendering&, PF_OutData&)) {
+    std::string complaint(void (*render)(Rendering&)) {
         mRender = render;
         World output(0, 0);
         std::string text = mEffect->render(mInput, output, {}).text();
@@ -117,37 +117,36 @@ protected:
 
     static inline PF_Cmd mLast = 0;
     static inline int mParameters = 1, mMissing = 0;
-    static inline PF_Err (*mRender)(const Rendering&, PF_OutData&) = nullptr;
+    static inline void (*mRender)(Rendering&) = nullptr;
     const Module mModule{entry, {}};
     std::optional<Effect> mEffect{mModule};
     World mInput{9, 300};
 };
 
 TEST_F(Misdeeds, AreReportedInOneLine) {
-    EXPECT_EQ(complaint([](auto&, auto&) { return PF_Err{0}; }), "");
-    EXPECT_EQ(complaint([](auto& frame, auto&) { return frame.input->width++, PF_Err{0}; }),
+    EXPECT_EQ(complaint([](auto&) {}), "");
+    EXPECT_EQ(complaint([](auto& frame) { ++frame.input->width; }), "the record of a world was overwritten");
+    EXPECT_EQ(complaint([](auto& frame) { ++frame.output->rowbytes; }),
               "the record of a world was overwritten");
-    EXPECT_EQ(complaint([](auto& frame, auto&) { return frame.output->rowbytes++, PF_Err{0}; }),
-              "the record of a world was overwritten");
-    EXPECT_EQ(complaint([](auto& frame, auto&) { return pixels(frame, frame.output)[9].red++, PF_Err{0}; }),
+    EXPECT_EQ(complaint([](auto& frame) { ++pixels(frame, frame.output)[9].red; }),
               "the padding of the output's rows was overwritten");
-    EXPECT_EQ(complaint([](auto& frame, auto&) {
+    EXPECT_EQ(complaint([](auto& frame) {
                   PF_ParamDef slider{};
                   slider.param_type = PF_Param_SLIDER;
-                  return frame.in->inter.add_param(frame.in->effect_ref, -1, &slider);
+                  frame.result = frame.in->inter.add_param(frame.in->effect_ref, -1, &slider);
               }),
               "the effect failed with code 516; a parameter was added outside of parameters setup");
-    EXPECT_EQ(complaint([](auto&, auto& out) {
-                  std::strcpy(out.return_msg, "too\r\nlarge");
-                  return out.out_flags = PF_OutFlag_DISPLAY_ERROR_MESSAGE, PF_Err{5};
+    EXPECT_EQ(complaint([](auto& frame) {
+                  std::strcpy(frame.out->return_msg, "too\r\nlarge");
+                  frame.out->out_flags = PF_OutFlag_DISPLAY_ERROR_MESSAGE;
+                  frame.result = 5;
               }),
               "too large");
-    EXPECT_EQ(complaint([](auto&, auto&) -> PF_Err { throw 5; }), "an exception left the entry");
+    EXPECT_EQ(complaint([](auto&) { throw 5; }), "an exception left the entry");
     int noticed = 0;
     for (int i = 0; i < 4; ++i) // a row in four is checked
-        noticed += complaint([](auto& frame, auto&) {
-                       return pixels(frame, frame.input)[0].red++, PF_Err{0};
-                   }) == "the input was overwritten";
+        noticed += complaint([](auto& frame) { ++pixels(frame, frame.input)[0].red; }) ==
+                   "the input was overwritten";
     EXPECT_EQ(noticed, 1);
     mMissing = 1;
     EXPECT_EQ(complaint(nullptr), "the effect promises 0,0 to 9,299 instead of 0,0 to 9,300");
