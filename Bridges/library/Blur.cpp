@@ -10,7 +10,7 @@ const char* const Library::kBadBlurScale = "The blur scale must be an integer fr
 int bilateral_blur_blur(const bilateral_blur_image* image, int blur_scale) {
     static constexpr Bridges::LinkedEffect kEffect{bilateralBlurCommand, kDeclaration};
     constexpr const SliderDeclaration& kScale = kSliders[0];
-    static_assert(kDeclaration.sliders.size() == 1 && kScale.minimum == 0 && kScale.maximum == 60,
+    static_assert(kScale.minimum == 0 && kScale.maximum == 60,
                   "the text above, bilateral-blur.h and bilateral_blur.py name the range");
     if (blur_scale < kScale.minimum || blur_scale > kScale.maximum)
         return BILATERAL_BLUR_BAD_BLUR_SCALE;

@@ -2,6 +2,7 @@
 
 #include "Bridges/RenderThread.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <new>
@@ -89,6 +90,14 @@ int check(const Bridges::LinkedEffect& effect, const bilateral_blur_image& image
     return isOverlapping(image) ? BILATERAL_BLUR_OVERLAP : BILATERAL_BLUR_OK;
 }
 
+Bridges::SliderValues valuesFor(const EffectDeclaration& declaration,
+                                std::initializer_list<std::int32_t> given) {
+    Bridges::SliderValues values{};
+    std::ranges::transform(declaration.sliders, values.begin(), &SliderDeclaration::defaultValue);
+    std::ranges::copy(given, values.begin());
+    return values;
+}
+
 Bridges::Samples samplesOf(const bilateral_blur_image& image) {
     return image.depth == BILATERAL_BLUR_8_BITS    ? Bridges::Samples::Bytes
            : image.depth == BILATERAL_BLUR_16_BITS ? Bridges::Samples::Words
@@ -115,7 +124,7 @@ int codeOf(Bridges::Outcome::Kind kind) {
 } // namespace
 
 int filter(const Bridges::LinkedEffect& effect, const bilateral_blur_image* image,
-           const Bridges::SliderValues& values) noexcept try {
+           std::initializer_list<std::int32_t> values) noexcept try {
     if (!image)
         return BILATERAL_BLUR_NULL_POINTER;
     if (const int code = check(effect, *image))
@@ -125,7 +134,7 @@ int filter(const Bridges::LinkedEffect& effect, const bilateral_blur_image* imag
                               .height = static_cast<unsigned>(image->height),
                               .input = image->input,
                               .output = image->output,
-                              .values = values,
+                              .values = valuesFor(effect.declaration, values),
                               .samples = samplesOf(*image),
                               .channels = image->channels,
                               .inputStride = image->input_stride,

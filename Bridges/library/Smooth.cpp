@@ -13,8 +13,8 @@ const char* const Library::kBadThreshold = "The threshold must be a number from 
 int bilateral_blur_smooth(const bilateral_blur_image* image, int radius, double threshold) {
     static constexpr Bridges::LinkedEffect kEffect{bilateralSmoothCommand, kDeclaration};
     constexpr const SliderDeclaration &kRadius = kSliders[0], &kThreshold = kSliders[1];
-    static_assert(kDeclaration.sliders.size() == 2 && kRadius.minimum == 0 && kRadius.maximum == 60 &&
-                      kThreshold.minimum == 1 && kThreshold.maximum == 1000 && kThreshold.steps == 1000,
+    static_assert(kRadius.minimum == 0 && kRadius.maximum == 60 && kThreshold.minimum == 1 &&
+                      kThreshold.maximum == 1000 && kThreshold.steps == 1000,
                   "the texts above, bilateral-blur.h and bilateral_blur.py name the ranges");
     if (radius < kRadius.minimum || radius > kRadius.maximum)
         return BILATERAL_BLUR_BAD_RADIUS;
