@@ -20,6 +20,9 @@ macro(read_declaration EFFECT)
     include(${PROJECT_SOURCE_DIR}/Plugins/${EFFECT}/Declaration.cmake)
     key_of(EFFECT_KEY "${EFFECT_NAME}")
     string(REPLACE "-" "_" EFFECT_IDENTIFIER ${EFFECT_KEY})
+    # Targets begin with the project's name and the last word of the effect's: bilateral_blur_smooth.
+    string(REGEX REPLACE "^.*-" "" EFFECT_TARGET ${EFFECT_KEY})
+    set(EFFECT_TARGET bilateral_blur_${EFFECT_TARGET})
     # Shotcut sorts its filters by what they do: "Blur: Bilateral".
     string(REGEX REPLACE "^(.*) ([^ ]*)$" "\\2: \\1" EFFECT_SHOTCUT_NAME "${EFFECT_NAME}")
     string(TOLOWER "${EFFECT_SHOTCUT_NAME}" EFFECT_SHOTCUT_KEYWORDS)
