@@ -61,8 +61,7 @@ TEST_F(EffectTest, IsOneOfItsModuleAtATime) {
     EXPECT_TRUE(mEffect->render(world, world, {}).ok()) << "it goes on";
     mEffect.reset();
     mHost.faults.failing = {{"add_param", -1}};
-    EXPECT_THAT(setUp, ThrowsMessage<ModuleError>(
-                           HasSubstr("parameters setup failed: the effect failed with code -1")));
+    EXPECT_THAT(setUp, ThrowsMessage<ModuleError>(HasSubstr("the effect failed with code -1")));
     mHost.faults = {};
     mEffect.emplace(mHost.module());
     static_assert(!std::is_constructible_v<Effect, Module>);

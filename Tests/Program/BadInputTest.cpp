@@ -25,7 +25,7 @@ void writeBadFiles(const Directory& directory) {
     save(paged(noise(20, 40, 3), 10), directory / "pages.tif");
     for (const char* name : {"small.jpg", "small.png", "small.tif", "small.webp", "small.heic"})
         save(small, directory / name);
-    blur(directory / "alpha.png", directory / "small.exr", 0);
+    blur(directory / "alpha.png", directory / "small.exr");
     for (const std::string name : {"small.jpg", "small.tif", "small.webp", "small.exr", "pages.tif"}) {
         const std::string whole = contents(directory / name);
         write("cut." + name, whole.substr(0, whole.size() - 13));
@@ -51,7 +51,7 @@ void writeBadFiles(const Directory& directory) {
     write("animated.png", good.substr(0, 33) + animation + good.substr(33));
     const std::string exr = contents(directory / "small.exr");
     const std::size_t corner =
-        exr.find("dataWindow") + 11 + 6 + 4 + 8; // behind name, type, size and first corner
+        exr.find("dataWindow") + 11 + 6 + 4 + 8; // behind name, type, size and a corner
     write("wide.exr", exr.substr(0, corner) + std::string("\0\0\0\x70", 4) + exr.substr(corner + 4));
     write("parts.exr", exr.substr(0, 5) + "\x10" + exr.substr(6));
     write("huge.png", pngWithoutPixels(60000));
@@ -151,7 +151,7 @@ TEST(BadInput, IsReportedInOneLine) {
     const std::vector<std::string> before = directory.names();
     for (const auto& [command, exitCode, words] : kCases) {
         SCOPED_TRACE(command);
-        const Outcome outcome = ProcessRun(shell(directory, 1, command), [] {
+        const Outcome outcome = ProcessRun(shell(directory, command), [] {
                                     const rlimit limit{5000, 5000};
                                     setrlimit(RLIMIT_FSIZE, &limit);
                                     // By these two root passes over permissions.
@@ -188,11 +188,9 @@ TEST(Program, ListsTheEffectsWhoseModulesAreThere) {
     std::ofstream(directory / "BilateralBlur.so") << "a module";
     const Outcome outcome = ProcessRun({directory / "program", "--effect=bilateral-smooth"}).wait();
     EXPECT_EQ(outcome.exitCode, 2);
-    EXPECT_THAT(outcome.err,
-                HasSubstr("no module for bilateral-smooth, only for bilateral-blur (see --help)\n"));
+    EXPECT_THAT(outcome.err, HasSubstr("no module for bilateral-smooth, only for bilateral-blur (see"));
     std::filesystem::rename(directory / "BilateralBlur.so", directory / "BilateralSmooth.so");
-    EXPECT_THAT(ProcessRun({directory / "program"}).wait().err,
-                HasSubstr("no module for bilateral-blur, only for bilateral-smooth (see --help)\n"));
+    EXPECT_THAT(ProcessRun({directory / "program"}).wait().err, HasSubstr("only for bilateral-smooth (see"));
 }
 
 TEST(Program, CompletesTheOptionsOfAllEffectsInBash) {

@@ -17,25 +17,26 @@ inline const int kStarted = [] {
     return result;
 }();
 
-/// The command line of a run of the real program.
-inline std::vector<std::string> command(const std::string& input, const std::string& output, int blurScale,
+/// The command line of a run of the real program, at scale 3 unless `more` says another.
+inline std::vector<std::string> command(const std::string& input, const std::string& output,
                                         std::vector<std::string> more = {}) {
-    more.insert(more.begin(), {PROGRAM, input, output, "--blur-scale", std::to_string(blurScale)});
+    more.insert(more.begin(), {PROGRAM, input, output, "--blur-scale=3"});
     return more;
 }
 
-inline Outcome blur(const std::string& input, const std::string& output, int blurScale,
+inline Outcome blur(const std::string& input, const std::string& output,
                     const std::vector<std::string>& more = {}) {
-    return ProcessRun(command(input, output, blurScale, more)).wait();
+    return ProcessRun(command(input, output, more)).wait();
 }
 
-/// A command of a shell in a directory, where "program" is the real program, "blur" with a scale, and "smooth" with
-/// another effect.
-inline std::vector<std::string> shell(const Directory& directory, int blurScale, const std::string& command) {
+/// A command of a shell in a directory, where "program" is the real program, "blur" at scale 3, and "smooth" with
+/// another effect at radius 0.
+inline std::vector<std::string> shell(const Directory& directory, const std::string& command) {
     return {"/bin/bash", "-o", "pipefail", "-c",
-            "cd " + directory / "" + "; program() { '" PROGRAM "' \"$@\"; }; blur() { program --blur-scale " +
-                std::to_string(blurScale) +
-                " \"$@\"; }; smooth() { program --effect=bilateral-smooth \"$@\"; }; " + command};
+            "cd " + directory / "" +
+                "; program() { '" PROGRAM "' \"$@\"; }; blur() { program --blur-scale=3 \"$@\"; }; "
+                "smooth() { program --effect=bilateral-smooth --radius=0 \"$@\"; }; " +
+                command};
 }
 
 /// An image of these channels, 1 to 4, of values from 0 to 255, with samples of 8 or 16 bits.

@@ -53,6 +53,7 @@ protected:
         setenv("__EGL_VENDOR_LIBRARY_FILENAMES", "/nonexistent", 1);
         std::filesystem::current_path(mDirectory / "");
     }
+    ~ImageFiles() override { std::filesystem::current_path("/"); }
 
     /// Filters a file with an effect that changes nothing at radius 0. Gives what is printed.
     std::string filter(const std::string& in, const std::string& out,
@@ -104,7 +105,8 @@ TEST_F(ImageFiles, OfEveryKindKeepTheirKindDepthAndColours) {
 TEST_F(ImageFiles, OfMoreBitsAreRoundedForAnEffectOfEight) {
     const VImage deep = noise(53, 31, 3, 7, true);
     save(deep, "in.png");
-    EXPECT_THAT(blur("in.png", "out.png", 0).err, HasSubstr("16-bit input is reduced to 8 bits per channel"));
+    const Outcome outcome = blur("in.png", "out.png", {"--blur-scale=0"});
+    EXPECT_THAT(outcome.err, HasSubstr("16-bit input is reduced to 8 bits per channel"));
     expectSame(deep, load("out.png"), 128);
 }
 
@@ -212,6 +214,11 @@ TEST_F(ImageFiles, OfOpenExrKeepAllThatIsNotFiltered) {
     }
     EXPECT_GT(changed, 100);
     EXPECT_TRUE(after.channels["Z"] == before.channels["Z"]);
+    // A new file's colours are multiplied as well.
+    save(shading(53, 31, 4), "in.png");
+    filter("in.png", "new.exr");
+    filter("new.exr", "back.webp");
+    expectSame(load("in.png"), load("back.webp"));
     EXPECT_THAT(filter("in.exr", "out.tif"), HasSubstr("only OpenEXR keeps its other channels: Z, id"));
 }
 
@@ -266,20 +273,19 @@ std::map<std::string, std::string> kindsIn(const std::string& file) {
 // The table of the manual page: every kind goes from each format to each, except what a format can't hold and
 // the thumbnail, which shows the unfiltered image.
 TEST_F(ImageFiles, KeepMetadataFromFormatToFormat) {
-    const std::string jpeg = "in.jpg";
-    save(shading(40, 30, 3).copy(VImage::option()->set("xres", 5.0)->set("yres", 10.0)),
-         jpeg + "[profile=p3]");
-    const auto image = metadataOf(jpeg);
+    const VImage plain = shading(40, 30, 3).copy(VImage::option()->set("xres", 5.0)->set("yres", 10.0));
+    save(plain, "in.jpg[profile=p3]");
+    const auto image = metadataOf("in.jpg");
     image->exifData()["Exif.Image.Artist"] = "Somebody";
     image->exifData()["Exif.Image.Orientation"] = std::uint16_t{6};
     image->exifData()["Exif.Photo.FNumber"] = Exiv2::URational(28, 10);
     image->exifData()["Exif.GPSInfo.GPSLatitudeRef"] = "N";
-    Exiv2::ExifThumb(image->exifData()).setJpegThumbnail(jpeg);
+    Exiv2::ExifThumb(image->exifData()).setJpegThumbnail("in.jpg");
     image->setComment("comment");
     image->iptcData()["Iptc.Application2.Caption"] = "caption";
     image->xmpData()["Xmp.xmp.Rating"] = "3";
     image->writeMetadata();
-    const std::map<std::string, std::string> all = kindsIn(jpeg);
+    const std::map<std::string, std::string> all = kindsIn("in.jpg");
     EXPECT_EQ(all.at("density, across"), "127");
     EXPECT_EQ(all.at("density, down"), "254");
     for (const auto& [kind, value] : all)
@@ -345,9 +351,8 @@ TEST_F(ImageFiles, LoseXmpThatIsDamagedOrTooLargeWithANote) {
 /// A block of EXIF with fields of so many bytes, each `step` bytes behind the one before.
 std::string exifOf(int fields, std::uint32_t size, std::uint32_t step) {
     std::vector<TiffEntry> entries;
-    for (int i = 0; i < fields; ++i)
-        entries.push_back(
-            {static_cast<std::uint16_t>(40000 + i), 7, size, 8 + 2 + 12u * fields + 4 + step * i});
+    for (std::uint16_t tag = 40000; tag < 40000 + fields; ++tag)
+        entries.push_back({tag, 7, size, 8 + 2 + 12u * fields + 4 + step * (tag - 40000u)});
     return tiff(entries, std::string(size + step * fields, 'x'));
 }
 
@@ -374,8 +379,7 @@ TEST_F(ImageFiles, KeepLargeExifWhereTheFormatHasRoom) {
             EXPECT_GE(fields(out), 20) << out; // and the density, where it has no other place
         }
     }
-    EXPECT_THAT(filter("in.png", "out.jpg"),
-                HasSubstr("the largest fields aren't kept: Image.0x9c40 and 7 more"));
+    EXPECT_THAT(filter("in.png", "out.jpg"), HasSubstr("fields aren't kept: Image.0x9c40 and 7 more"));
     EXPECT_EQ(fields("out.jpg"), 12);
 }
 
@@ -396,19 +400,20 @@ TEST_F(ImageFiles, FollowTheInputsCompression) {
         return contents("out" + format);
     };
     // The quantisation tables and the channels' sampling, without what a format or program adds.
-    const auto settings = [](const std::string& jpeg) {
+    const auto settings = [](const std::string& file) {
+        const std::string jpeg = contents(file);
         return jpeg.substr(jpeg.find("\xff\xdb"), 138) + jpeg.substr(jpeg.find("\xff\xc0"), 19);
     };
     for (const char* options : {"[Q=60]", "[Q=85,subsample_mode=off]", "[Q=98]"}) {
-        const std::string out = filtered(".jpg", options);
-        EXPECT_EQ(settings(out), settings(contents("in.jpg"))) << options;
+        filtered(".jpg", options);
+        EXPECT_EQ(settings("out.jpg"), settings("in.jpg")) << options;
     }
     // Other inputs have none to follow.
     save(colours, "in.png");
     for (const std::string quality : {"95", "60"}) {
         save(colours, "in.jpg[subsample_mode=off,Q=" + quality + "]");
         filter("in.png", "out.jpg", {quality == "95" ? "--quiet" : "--quality=60"});
-        EXPECT_EQ(settings(contents("out.jpg")), settings(contents("in.jpg"))) << quality;
+        EXPECT_EQ(settings("out.jpg"), settings("in.jpg")) << quality;
     }
     filter("in.png", "out.webp", {"--quality=60"});
     EXPECT_EQ(contents("out.webp").find("VP8L"), std::string::npos);
@@ -451,8 +456,9 @@ TEST_F(ImageFiles, NoteWhatIsOddOrNotKeptOfATiff) {
     save(with(alpha, VIPS_META_XMP_NAME, xmp("")), "alpha.tif");
     std::ofstream("unspecified.tif") << withTag(contents("alpha.tif"), 338, 2, 0);
     EXPECT_EQ(filter("alpha.tif", "out.tif"), "");
+    EXPECT_EQ(filter("out.tif", "again.tif"), "");
     EXPECT_THAT(filter("unspecified.tif", "out.tif"),
-                HasSubstr("it doesn't say what its last channel is; it is taken for alpha"));
+                HasSubstr("its last channel is; it is taken for alpha"));
     expectSame(load("alpha.tif"), load("out.tif"));
 
     save(pages, "pages.tif");
@@ -548,11 +554,11 @@ TEST_F(ImageFiles, GoThroughPipes) {
         filter("in" + format, "out.png");
         // Without --format the output has the format of the input.
         const std::pair<const char*, std::string> kCases[] = {
-            {"cat in$format | blur - - --verbose", format},
-            {"cat in$format >pipe & blur pipe -", format},
-            {"cat in$format | blur /dev/stdin - --format=png", ".png"}};
+            {"cat in$format | smooth - - --verbose", format},
+            {"cat in$format >pipe & smooth pipe -", format},
+            {"cat in$format | smooth /dev/stdin - --format=png", ".png"}};
         for (const auto& [command, written] : kCases)
-            EXPECT_EQ(ProcessRun(shell(mDirectory, 0, "format=" + format + "; " + command)).wait().out,
+            EXPECT_EQ(ProcessRun(shell(mDirectory, "format=" + format + "; " + command)).wait().out,
                       contents("out" + written))
                 << command << format;
     }
