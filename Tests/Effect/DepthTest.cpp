@@ -27,7 +27,7 @@ INSTANTIATE_TEST_SUITE_P(Smooth, DepthTest, kSmoothWays, nameOf);
 
 TEST_P(DepthTest, SmoothsAtTheDepthOfTheFrame) {
     for (int i = 0; i < 12; ++i) {
-        Frame frame = makeFrame(1 + below(40), 1 + below(30));
+        Frame frame = makeFrame();
         expectFiltered<std::uint16_t>(frame, PF_PixelFormat_ARGB64, 32768);
         const double factor = 3 * uniform();
         reachBeyondFullScale(frame, factor);

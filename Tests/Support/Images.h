@@ -1,6 +1,7 @@
 #pragma once
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
@@ -64,6 +65,27 @@ inline Image photograph(int width, int height, unsigned seed) {
         const double edge = std::sin(23 * u + 9 * v * v) > 0.2 ? 50 : 0;
         return shade + edge + (static_cast<int>(random() % 17) - 8);
     });
+}
+
+inline int below(std::mt19937& random, int bound) {
+    return static_cast<int>(random() % static_cast<unsigned>(bound));
+}
+
+/// One of the above by chance, now and then wide or high. Alpha is the content's own or, throughout or on the left, a
+/// constant one.
+inline Image random(std::mt19937& random) {
+    const int shape = below(random, 15);
+    const int width = 1 + (shape == 0 ? 256 + below(random, 30) : below(random, 40));
+    const int height = 1 + below(random, shape == 0 ? 3 : shape == 1 ? 70 : 24);
+    const int amplitude = 1 + below(random, 128), alpha = std::array{0, 1, 77, 255}[below(random, 4)];
+    const int end = width * below(random, 3) / 2;
+    const Image contents[] = {noise(width, height, random(), false, amplitude), blocks(width, height, false),
+                              photograph(width, height, random())};
+    Image image = contents[below(random, 3)];
+    for (std::size_t i = 0; i < image.bytes.size(); i += 4)
+        if (static_cast<int>(i / 4) % width < end)
+            image.bytes[i] = static_cast<std::uint8_t>(alpha);
+    return image;
 }
 
 /// What the 8-bit framebuffer between the passes held for straight bytes A, R, G, B, which give it back exactly, in the

@@ -1,15 +1,13 @@
 #pragma once
 
+#include "Tests/Support/Images.h"
 #include "Tests/Support/Oracle.h"
 
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <cstring>
 #include <limits>
-#include <random>
 #include <type_traits>
-#include <vector>
 
 namespace Tessaloom::BilateralBlur {
 
@@ -22,28 +20,17 @@ protected:
         std::vector<double> values{};
     };
 
-    int below(int bound) { return static_cast<int>(mRandom() % static_cast<unsigned>(bound)); }
+    int below(int bound) { return Images::below(mRandom, bound); }
     double uniform() { return std::uniform_real_distribution<double>()(mRandom); }
 
-    /// Noise or shades, of some width or level.
-    Frame makeFrame(int width, int height) {
-        const double amplitude = std::pow(10, -2.5 * uniform()), level = uniform() * (1 - amplitude);
-        const int alphaKind = below(5);
-        const double alpha = uniform();
-        const bool shades = below(3) == 0;
-        Frame frame{width, height};
-        for (int i = 0; i < width * height; ++i) {
-            const bool left = i % width < width / 2;
-            frame.values.push_back(alphaKind == 0 || (alphaKind == 1 && left) ? 1
-                                   : alphaKind == 2                           ? alpha
-                                   : alphaKind == 3 && left                   ? 0
-                                                                              : uniform());
-            for (int channel = 0; channel < 3; ++channel)
-                frame.values.push_back(level +
-                                       amplitude * (shades ? 0.5 + 0.5 * std::sin(0.2 * i / width + channel) *
-                                                                       std::cos(0.15 * (i % width))
-                                                           : uniform()));
-        }
+    /// A random image, its colours on some scale from some level.
+    Frame makeFrame() {
+        const double scale = std::pow(10, -2.5 * uniform()), level = uniform() * (1 - scale);
+        const Images::Image image = Images::random(mRandom);
+        Frame frame{image.width, image.height, image.normalised()};
+        for (std::size_t i = 0; i < frame.values.size(); ++i)
+            if (i % 4 > 0)
+                frame.values[i] = level + scale * frame.values[i];
         return frame;
     }
 
