@@ -9,16 +9,11 @@ using Host::World;
 struct DepthTest : EffectTest, SmoothFrames {
     template<class Value>
     void expectFiltered(const Frame& frame, std::int32_t format, double fullScale, double mean = 2e-5) {
-        World input(frame.width, frame.height, format), output(0, 0);
-        const std::size_t row = std::size_t{4} * frame.width;
-        expectOracle<Value>(frame, fullScale, 2e-4, mean, [&](auto values, int radius, int threshold) {
-            for (int y = 0; y < frame.height; ++y)
-                std::copy_n(&values[y * row], row, input.row<Value>(y));
+        expectOracle<Value>(frame, fullScale, 2e-4, mean, [&](const auto& values, int radius, int threshold) {
+            World input = worldOf(values, frame.width, frame.height, format), output(0, 0);
             EXPECT_EQ(mEffect->render(input, output, std::array{radius, threshold}).text(), "");
-            EXPECT_TRUE(output.sameShape(input));
-            for (int y = 0; y < output.height; ++y)
-                std::copy_n(output.row<Value>(y), row, &values[y * row]);
-            return values;
+            EXPECT_EQ(output.format(), format);
+            return valuesOf<Value>(output);
         });
     }
 };

@@ -237,7 +237,7 @@ TEST_P(GpuTest, DrawsALargeFrameInBands) {
     EglWatch::hardware = false;
     mEffect.emplace(mHost.module());
     EXPECT_EQ(mEffect->render(input, onCpu, std::array{sample.value(mWay.isSmooth)}).text(), "");
-    const std::vector<std::uint8_t> drawn = bytesOf(inBands), computed = bytesOf(onCpu);
+    const std::vector<std::uint8_t> drawn = valuesOf(inBands), computed = valuesOf(onCpu);
     for (std::size_t i = 0; i < drawn.size(); ++i)
         ASSERT_NEAR(drawn[i], computed[i], 1) << i;
 }

@@ -48,22 +48,28 @@ inline void onThread(const std::function<void()>& work) {
     std::thread(work).join();
 }
 
-/// The bytes of a world without the gaps between its rows.
-inline std::vector<std::uint8_t> bytesOf(const Host::World& world) {
-    std::vector<std::uint8_t> bytes;
+/// A world of these values, 4 a pixel.
+template<class Value>
+Host::World worldOf(const std::vector<Value>& values, int width, int height,
+                    std::int32_t format = PF_PixelFormat_ARGB32) {
+    Host::World world(width, height, format);
+    for (int y = 0; y < height; ++y)
+        std::copy_n(&values[std::size_t{4} * width * y], 4 * width, world.row<Value>(y));
+    return world;
+}
+
+/// The values of a world, without the gaps between its rows.
+template<class Value = std::uint8_t>
+std::vector<Value> valuesOf(const Host::World& world) {
+    std::vector<Value> values;
     for (int y = 0; y < world.height; ++y)
-        bytes.insert(bytes.end(), world.row<std::uint8_t>(y), world.row<std::uint8_t>(y) + 4 * world.width);
-    return bytes;
+        values.insert(values.end(), world.row<Value>(y), world.row<Value>(y) + 4 * world.width);
+    return values;
 }
 
 /// An image at a blur scale.
 struct Sample {
-    Host::World world() const {
-        Host::World world(image.width, image.height);
-        for (int y = 0; y < world.height; ++y)
-            std::memcpy(world.row(y), image.pixel(0, y), std::size_t{4} * world.width);
-        return world;
-    }
+    Host::World world() const { return worldOf(image.bytes, image.width, image.height); }
 
     /// The first value of `output` that isn't what the formulas of an effect give, rounded to either side where that is
     /// no farther than 0.01 from the middle; 0.1 where a processor may filter with weights of 8 bits. Empty if there is
@@ -77,7 +83,7 @@ struct Sample {
                                                  0.1, 1e-25)
                                 : Oracle::pass(image.normalised(), image.width, image.height, scale);
         const double rounding = (isSmooth || scale >= 9) && !EglWatch::hardware ? 0.6 : 0.51;
-        const std::vector<std::uint8_t> straight = bytesOf(output);
+        const std::vector<std::uint8_t> straight = valuesOf(output);
         return isSmooth ? Images::difference(straight, expected, rounding)
                         : Images::difference(Images::premultiplied(straight), expected, rounding);
     }
