@@ -26,30 +26,24 @@ int objects() {
 }
 
 // A frame, and its end without its destructors needing memory, where that is exhausted after so many allocations
-// and stays so. True if it sufficed.
-bool framePasses(int allocations, bool alsoForContexts) {
+// and stays so. Returns how many of them the frame didn't need, 0 where it failed.
+int framePasses(int allocations) {
     AEOpenglMainFrameBuffer& target = *AEOpenglMainFrameBuffer::mainFrameBuffer();
     auto* saved = (new SaveRestoreGLContextMac)->init();
-    const auto makeContexts = [] {
-        AEOpenGLContextManager::setupContextManager();
-        AEOpenGLContextManager::getCurrentRenderContext()->makeContextCurrent();
-    };
-    if (!alsoForContexts)
-        makeContexts();
-    bool passes = false;
+    int unused = 0;
     {
         BackgroundRender pass;
         AllocationLimit::left = allocations;
         try {
-            if (alsoForContexts)
-                makeContexts();
+            AEOpenGLContextManager::setupContextManager();
+            AEOpenGLContextManager::getCurrentRenderContext()->makeContextCurrent();
             target.prepare(4, 4, true);
             target.beginDrawing();
             target.pushRenderContext(false, true);
             const TextureOwner level(target.popRenderContext());
             pass.draw(level.name(), 1);
             target.endDrawing(1);
-            passes = true;
+            unused = AllocationLimit::left;
         } catch (const std::bad_alloc&) {
         } catch (const GLFailure&) {
         }
@@ -57,26 +51,23 @@ bool framePasses(int allocations, bool alsoForContexts) {
         target.discard();
     }
     glUseProgram(0); // which keeps a deleted program until then
-    const int left = objects();
+    EXPECT_EQ(objects(), 0) << allocations;
     target.destory();
     AEOpenGLContextManager::releaseContextManager();
     saved->restore();
     saved->release();
     AllocationLimit::left = kUnlimited;
-    EXPECT_EQ(left, 0) << allocations;
-    return passes;
+    EXPECT_EQ(EglWatch::liveContexts, 0) << allocations;
+    return unused;
 }
 
-// At every allocation of a frame, and at more and more distant ones of the contexts, which are many.
+// At every allocation of a frame, the last ones, and at more and more distant ones of the contexts, which are many.
 TEST(Memory, ExhaustedMemoryStopsNoDestructorAndLeavesNothing) {
-    framePasses(kUnlimited, true); // what is made once
-    int allocations = 0;
-    for (; !framePasses(allocations, false); ++allocations)
-        ASSERT_EQ(EglWatch::liveContexts, 0) << allocations;
-    EXPECT_GT(allocations, 10);
-    for (allocations = 0; !framePasses(allocations, true); allocations += 1 + allocations / 8)
-        ASSERT_EQ(EglWatch::liveContexts, 0) << allocations;
-    EXPECT_EQ(EglWatch::liveContexts, 0);
+    constexpr int kMany = 1'000'000;
+    framePasses(kMany); // what is made once
+    const int needed = kMany - framePasses(kMany);
+    for (int missing = 1; missing <= needed; missing += std::max(1, missing / 8 - 4))
+        ASSERT_EQ(framePasses(needed - missing), 0) << missing;
 }
 
 } // namespace

@@ -62,7 +62,8 @@ AEOpenGLContext* AEOpenGLContextManager::getCurrentRenderContext() {
         return known->second;
 
     auto context = std::make_unique<AEOpenGLContext>(mSharedDataContext);
-    return mRenderContexts.emplace(kThread.number, context.get()).first->second = context.release();
+    mRenderContexts.emplace(kThread.number, context.get());
+    return context.release();
 }
 
 // In a child of the process that made them, contexts can only be forgotten, and the lock may be held for ever.
