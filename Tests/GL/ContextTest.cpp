@@ -14,23 +14,16 @@ namespace Tessaloom::BilateralBlur {
 namespace {
 
 using namespace gl;
-using testing::HasSubstr;
 using Manager = AEOpenGLContextManager;
 using ContextTest = GLTest;
-
-std::string text(GLenum what) {
-    return reinterpret_cast<const char*>(glGetString(what));
-}
 
 TEST_F(ContextTest, PrintsItsIdentityAndShares) {
     const GLuint texture = makeTexture(1, 1);
     testing::internal::CaptureStdout();
     const AEOpenGLContext made(&context);
-    const std::string version = text(GL_VERSION); // "4.6 (Core Profile) Mesa"
     EXPECT_THAT(testing::internal::GetCapturedStdout(),
-                testing::StartsWith("\nOpenGL Version:  " + version.substr(0, version.find(' ')) +
-                                    "\nOpenGL Vendor:   " + text(GL_VENDOR) +
-                                    "\nOpenGL Renderer: " + text(GL_RENDERER) + "\nOpenGL Revision: "));
+                testing::MatchesRegex("\nOpenGL Version:  [34]\\.[0-9]\nOpenGL Vendor:   .+\n"
+                                      "OpenGL Renderer: .+\nOpenGL Revision: [0-9]+ .+\n\n"));
     EXPECT_EQ(glIsTexture(texture), GL_TRUE);
 }
 
@@ -62,27 +55,17 @@ TEST_F(ContextTest, IsSoftwareWhereItsDeviceOrItsRendererSaysSo) {
     context.makeContextCurrent();
 }
 
-// The text of what `step` throws, behind "lost: " where the context is.
-template<typename Step>
-std::string failureOf(Step step) {
-    try {
-        step();
-    } catch (const GLFailure& failure) {
-        return std::string(failure.isContextLost() ? "lost: " : "") + failure.what();
-    }
-    return "";
-}
-
 TEST_F(ContextTest, FailsWithAReason) {
     const CGLContextObj own = CGLGetCurrentContext();
-    const auto make = [&] { AEOpenGLContext made(&context); };
     for (const auto failing : {EglWatch::Failing::Creation, EglWatch::Failing::Binding}) {
         EglWatch::failing = failing;
-        EXPECT_THAT(failureOf(make), HasSubstr("system"));
+        EXPECT_THAT([&] { AEOpenGLContext made(&context); },
+                    testing::ThrowsMessage<GLFailure>(testing::HasSubstr("system")));
     }
     EglWatch::failing = EglWatch::Failing::Nothing;
     EXPECT_TRUE(CGLGetCurrentContext() == own);
-    EXPECT_EQ(failureOf([] { throw GLFailure(GL_CONTEXT_LOST); }), "lost: OpenGL lost its context");
+    EXPECT_TRUE(GLFailure(GL_CONTEXT_LOST).isContextLost());
+    EXPECT_STREQ(GLFailure(GL_CONTEXT_LOST).what(), "OpenGL lost its context");
     context.makeContextCurrent();
 }
 
@@ -149,14 +132,16 @@ TEST_F(ManagerTest, AForkedChildLeavesGLAlone) {
         alarm(60); // a child that waits for the driver's threads waits for ever
         GLCalls calls;
         const int live = EglWatch::liveContexts;
-        bool isRefused = failureOf(beginFrame) != "" &&
-                         failureOf([] { AEOpenGLContext made(nullptr); }) != "" &&
-                         failureOf([] { Manager::getSharedDataContext()->makeContextCurrent(); }) != "";
+        EXPECT_THROW(beginFrame(), GLFailure);
+        EXPECT_THROW(AEOpenGLContext(nullptr), GLFailure);
+        EXPECT_THROW(Manager::getSharedDataContext()->makeContextCurrent(), GLFailure);
         AEOpenGLContext::makeNoneCurrent();
         pass.reset();
         AEOpenglMainFrameBuffer::mainFrameBuffer()->destory();
         Manager::releaseContextManager();
-        _exit(isRefused && calls.names.empty() && EglWatch::liveContexts == live ? 0 : 1);
+        EXPECT_EQ(calls.names, "");
+        EXPECT_EQ(EglWatch::liveContexts, live);
+        _exit(HasFailure());
     };
     EXPECT_EXIT(child(), testing::ExitedWithCode(0), "");
 }

@@ -1,13 +1,15 @@
 #include "Plugins/Shared/GL/AEOpenglMainFrameBuffer.h"
 
+#include "Plugins/BilateralBlur/Sources/BilateralBlurRender.h"
 #include "Plugins/Shared/GL/AEOpenGLUtilities.h"
 #include "Plugins/Shared/GL/BackgroundRender.h"
 #include "Plugins/Shared/GL/ScreenRender.h"
 #include "Plugins/Shared/Math/Vec2.h"
 #include "Tests/GL/GLTest.h"
+#include "Tests/Support/Images.h"
+#include "Tests/Support/Oracle.h"
 
-#include <algorithm>
-#include <utility>
+#include <optional>
 
 namespace Tessaloom::BilateralBlur {
 namespace {
@@ -55,15 +57,6 @@ TEST_F(MainFrameBufferTest, StacksLevelsWithStencilBuffers) {
     }
 }
 
-TEST_F(MainFrameBufferTest, NamesTheStatusOfAFrameBuffer) {
-    for (const auto& [texture, text] : {std::pair{makeTexture(1, 1), "OK"},
-                                        {makeTexture(0, 0), "Framebuffer incomplete, incomplete attachment!"},
-                                        {0u, "Framebuffer incomplete, missing attachment!"}}) {
-        drawInto(texture, 1, 1);
-        EXPECT_EQ(AEOpenGLUtilities::CheckFramebufferStatus(), text);
-    }
-}
-
 TEST_F(MainFrameBufferTest, RendersIntoAMipLevelOfATexture) {
     beginFrame(true);
     const GLuint texture = makeTexture(8, 8, white.data());
@@ -100,6 +93,35 @@ TEST_F(MainFrameBufferTest, TurnsHostPixelsIntoPremultipliedOnesAndBack) {
     EXPECT_THAT(texels(middle), testing::Pointwise(testing::FloatNear(1e-6f), premultiplied));
     const float straight[] = {0.5f, 0.2f, 0.4f, 0.8f, 0, 0, 0, 0};
     EXPECT_THAT(texels(result), testing::Pointwise(testing::FloatNear(1e-6f), straight));
+}
+
+// The blur's pass for any scale. 16-bit pixels fill half of the texture's range.
+TEST_F(MainFrameBufferTest, DrawsWhatTheFormulasSay) {
+    constexpr int kWidth = 21, kHeight = 13;
+    constexpr float kMultiplier = 65535.0f / 32768.0f;
+    std::vector<double> values = Images::noise(kWidth, kHeight, 5, false, 60).normalised();
+    for (double& value : values)
+        value /= kMultiplier;
+    const std::vector<float> texture(values.begin(), values.end());
+    const GLuint input = makeTexture(kWidth, kHeight, texture.data());
+    drawInto(input, kWidth, kHeight);
+    target.prepare(kWidth, kHeight, false);
+    std::optional<BilateralBlurRender> pass(std::in_place);
+    for (const int scale : {-1, 7, 29, 61}) {
+        pass->setBlurScale(scale);
+        target.beginDrawing();
+        pass->draw(input, kMultiplier);
+        EXPECT_EQ(integer(GL_VERTEX_ARRAY_BINDING), 0);
+        EXPECT_EQ(integer(GL_ARRAY_BUFFER_BINDING), 0);
+        const std::vector<float> drawn = texels(target.popRenderContext());
+        const auto expected = Oracle::pass(values, kWidth, kHeight, std::clamp(scale, 0, 60), kMultiplier);
+        EXPECT_THAT(std::vector<double>(drawn.begin(), drawn.end()),
+                    testing::Pointwise(testing::DoubleNear(0.502 / 255), expected))
+            << scale;
+    }
+    calls.names.clear();
+    pass.reset();
+    EXPECT_EQ(calls.names, "DeleteProgram DeleteVertexArrays DeleteBuffers ");
 }
 
 } // namespace

@@ -2,7 +2,6 @@
 #include "Host/Suites.h"
 #include "Host/World.h"
 #include "Plugins/Shared/GL/AEOpenGLUtilities.h"
-#include "Plugins/Shared/GL/GLFailure.h"
 #include "Tests/GL/GLTest.h"
 #include "Tests/Support/FaultyHost.h"
 
@@ -66,18 +65,6 @@ TEST_F(TransferTest, AsksForAHandleOfAnySize) {
     mHost.faults.failing = {{"host_new_handle", 1}};
     EXPECT_THAT([&] { download(PF_PixelFormat_ARGB128, world, world); }, testing::Throws<int>(4));
     EXPECT_THAT(mHost.calls, testing::Contains("host_new_handle 4294967296"));
-}
-
-// The caller can still write the pixels in another way.
-TEST_F(TransferTest, FailsBeforeAPixelIsWrittenWhereGLCanNotRead) {
-    World world(3, 2, PF_PixelFormat_ARGB32);
-    std::memset(world.row(0), 7, 12);
-    drawInto(0, 3, 2);
-    mType = GL_UNSIGNED_BYTE, mPixelSize = 4;
-    EXPECT_THROW(download(PF_PixelFormat_ARGB32, world, world), GLFailure);
-    EXPECT_EQ(world.row(0)->green, 7);
-    EXPECT_THAT(mHost.calls, testing::Not(testing::Contains(testing::StartsWith("get_pixel_data"))));
-    EXPECT_THAT(mServices.settle(), testing::IsEmpty());
 }
 
 // The faults of 8-bit pixels are among those of the effect's frames.
