@@ -10,7 +10,6 @@
 #include <optional>
 #include <sched.h>
 #include <span>
-#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -70,12 +69,9 @@ TEST(ThreadPool, ItsThreadsBlockAllSignals) {
 }
 
 TEST(ThreadPool, HasAsManyThreadsAsTheProcessMayUse) {
-    cpu_set_t all, one;
-    CPU_ZERO(&one);
+    cpu_set_t all, one{};
     ASSERT_EQ(sched_getaffinity(0, sizeof(all), &all), 0);
-    for (int cpu = 0; CPU_COUNT(&one) == 0; ++cpu)
-        if (CPU_ISSET(cpu, &all))
-            CPU_SET(cpu, &one);
+    CPU_SET(sched_getcpu(), &one);
     ASSERT_EQ(sched_setaffinity(0, sizeof(one), &one), 0);
     EXPECT_EQ(ThreadPool().threads(), 1u);
     sched_setaffinity(0, sizeof(all), &all);
@@ -89,20 +85,17 @@ TEST(ThreadPool, WorksAndEndsInAForkedChildWhateverTheOthersHeld) {
         while (!stop.stop_requested())
             pool->run(20, [](std::size_t, unsigned) {});
     });
-    for (int i = 0; i < 50; ++i) {
-        const pid_t child = fork();
-        if (child == 0) {
-            alarm(20);
-            int calls = 0;
-            pool->run(8, [&](std::size_t, unsigned worker) { calls += worker == 0; });
-            const bool alone = pool->threads() == 1;
-            pool.reset();
-            _exit(calls == 8 && alone ? 0 : 1);
-        }
-        int status = -1;
-        ASSERT_EQ(waitpid(child, &status, 0), child);
-        ASSERT_EQ(status, 0);
-    }
+    const auto child = [&] {
+        alarm(20);
+        int calls = 0;
+        pool->run(8, [&](std::size_t, unsigned worker) { calls += worker == 0; });
+        EXPECT_EQ(calls, 8);
+        EXPECT_EQ(pool->threads(), 1u);
+        pool.reset();
+        _exit(HasFailure());
+    };
+    for (int i = 0; i < 50; ++i)
+        ASSERT_EXIT(child(), testing::ExitedWithCode(0), "");
 }
 
 } // namespace

@@ -63,16 +63,13 @@ struct Recorded<kFunction> {
     static Result call(Arguments... arguments) {
         const std::string text = __PRETTY_FUNCTION__; // "... kFunction = &Table::name]"
         const std::size_t begin = text.rfind(':') + 1;
-        [[maybe_unused]] const PF_Err code =
-            record(text.substr(begin, text.find(']', begin) - begin), arguments...);
-        if constexpr (std::is_same_v<Result, PF_Err>) {
-            if (code)
-                return code;
-        } else if constexpr (std::is_pointer_v<Result>) {
-            if (code)
-                return nullptr;
-        }
-        return (mHost<Table>.*kFunction)(arguments...);
+        const PF_Err code = record(text.substr(begin, text.find(']', begin) - begin), arguments...);
+        if (code == PF_Err_NONE)
+            return (mHost<Table>.*kFunction)(arguments...);
+        if constexpr (std::is_same_v<Result, PF_Err>)
+            return code;
+        else
+            return Result();
     }
 };
 
@@ -181,17 +178,10 @@ PF_Err entry(PF_Cmd cmd, PF_InData* inData, PF_OutData* outData, PF_ParamDef* pa
         outData->out_flags = kOtherFlag;
     PF_OutData before = *outData;
     const PF_Err code = mEntry(cmd, FaultyHost::wrap(*inData), outData, params, output, extra);
-    const PF_OutData& after = *outData;
-    std::memcpy(before.return_msg, after.return_msg, sizeof before.return_msg);
-    before.out_flags |= after.out_flags & PF_OutFlag_DISPLAY_ERROR_MESSAGE;
-    if (cmd == PF_Cmd_GLOBAL_SETUP) {
-        before.my_version = after.my_version;
-        before.out_flags = after.out_flags;
-        before.out_flags2 = after.out_flags2;
-    } else if (cmd == PF_Cmd_PARAMS_SETUP) {
-        before.num_params = after.num_params;
-    }
-    if (std::memcmp(&before, &after, sizeof before) != 0)
+    std::memcpy(before.return_msg, outData->return_msg, sizeof before.return_msg);
+    before.out_flags |= outData->out_flags & PF_OutFlag_DISPLAY_ERROR_MESSAGE;
+    const bool isSetup = cmd == PF_Cmd_GLOBAL_SETUP || cmd == PF_Cmd_PARAMS_SETUP;
+    if (!isSetup && std::memcmp(&before, outData, sizeof before) != 0)
         throw std::logic_error("the effect wrote to a field that isn't its own");
     return code;
 }
