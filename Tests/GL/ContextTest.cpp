@@ -69,15 +69,6 @@ TEST_F(ContextTest, FailsWithAReason) {
     context.makeContextCurrent();
 }
 
-TEST_F(ContextTest, TakesAllErrorsAndTheWorstOfThem) {
-    glEnable(GL_TEXTURE0);
-    EXPECT_EQ(takeGLErrors(), GL_INVALID_ENUM);
-    glBufferData(GL_ARRAY_BUFFER, 1, nullptr, GL_TEXTURE0);
-    makeTexture(-1, 1);
-    EXPECT_NE(takeGLErrors(), GL_NO_ERROR);
-    EXPECT_EQ(takeGLErrors(), GL_NO_ERROR);
-}
-
 class ManagerTest : public testing::Test {
 protected:
     ManagerTest() { Manager::setupContextManager(); }

@@ -6,41 +6,23 @@
 namespace Tessaloom::BilateralBlur {
 namespace {
 
-// A host on X11 that draws with GLX. A thread can have a context of GLX or of EGL, not of both, and X11 ends the process
-// where it is refused.
-class GlxHostTest : public testing::Test {
-protected:
-    GlxHostTest() {
-        constexpr int kDrawsThere[] = {GLX_DRAWABLE_TYPE, GLX_PBUFFER_BIT, None};
-        constexpr int kSize[] = {GLX_PBUFFER_WIDTH, 16, GLX_PBUFFER_HEIGHT, 16, None};
-        int count = 0;
-        GLXFBConfig* const configs =
-            glXChooseFBConfig(mDisplay, DefaultScreen(mDisplay), kDrawsThere, &count);
-        mSurface = glXCreatePbuffer(mDisplay, configs[0], kSize);
-        mContext = glXCreateNewContext(mDisplay, configs[0], GLX_RGBA_TYPE, nullptr, True);
-        XFree(configs);
-    }
-    ~GlxHostTest() override {
-        makeCurrent(false);
-        glXDestroyContext(mDisplay, mContext);
-        XCloseDisplay(mDisplay);
-    }
-
-    // Makes the host's context current, or none.
-    bool makeCurrent(bool isCurrent = true) {
-        return glXMakeCurrent(mDisplay, isCurrent ? mSurface : GLXPbuffer{}, isCurrent ? mContext : nullptr);
-    }
-
-    bool isCurrent() const { return glXGetCurrentContext() == mContext; }
-
-    Display* const mDisplay = XOpenDisplay(nullptr);
-    GLXPbuffer mSurface = 0;
-    GLXContext mContext = nullptr;
-};
-
-// The host keeps its context in all commands, and can make it current after each: without it, frames are drawn with GL
-// where there is a GPU.
-TEST_F(GlxHostTest, KeepsItsContextAroundTheEffect) {
+// A host that draws with GLX keeps its context in all commands, and can make it current after each: without it, frames
+// are drawn with GL where there is a GPU. A thread can have a context of GLX or of EGL, not of both, and X11 ends the
+// process where it is refused.
+TEST(GlxHost, KeepsItsContextAroundTheEffect) {
+    constexpr int kDrawsThere[] = {GLX_DRAWABLE_TYPE, GLX_PBUFFER_BIT, None};
+    constexpr int kSize[] = {GLX_PBUFFER_WIDTH, 16, GLX_PBUFFER_HEIGHT, 16, None};
+    Display* const display = XOpenDisplay(nullptr);
+    ASSERT_NE(display, nullptr);
+    int count = 0;
+    GLXFBConfig* const configs = glXChooseFBConfig(display, DefaultScreen(display), kDrawsThere, &count);
+    const GLXPbuffer surface = glXCreatePbuffer(display, configs[0], kSize);
+    const GLXContext context = glXCreateNewContext(display, configs[0], GLX_RGBA_TYPE, nullptr, True);
+    XFree(configs);
+    const auto makeCurrent = [&](bool isCurrent = true) {
+        return glXMakeCurrent(display, isCurrent ? surface : GLXPbuffer{}, isCurrent ? context : nullptr);
+    };
+    const auto isCurrent = [&] { return glXGetCurrentContext() == context; };
     const Host::Module module(MODULE);
     const Sample sample(Images::photograph(12, 8, 5), 7);
     for (const auto& [hardware, isCurrentAtSetup] :
@@ -61,7 +43,9 @@ TEST_F(GlxHostTest, KeepsItsContextAroundTheEffect) {
         effect.reset();
         EXPECT_TRUE(makeCurrent()) << "after a setdown";
     }
-    EglWatch::hardware = false;
+    makeCurrent(false);
+    glXDestroyContext(display, context);
+    XCloseDisplay(display);
 }
 
 } // namespace

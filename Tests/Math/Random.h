@@ -5,20 +5,16 @@
 
 #include <gtest/gtest.h>
 
-#include <ostream>
-#include <random>
+#include <array>
+#include <bit>
 
 namespace Tessaloom::BilateralBlur {
 
-// What a red test prints of the toolkit's values.
-inline void PrintTo(const Vec2& v, std::ostream* out) {
-    *out << '(' << v.x << ", " << v.y << ')';
-}
-inline void PrintTo(const Vec3& v, std::ostream* out) {
-    *out << '(' << v.x << ", " << v.y << ", " << v.z << ')';
-}
-inline void PrintTo(const Vec4& v, std::ostream* out) {
-    *out << '(' << v.x << ", " << v.y << ", " << v.z << ", " << v.w << ')';
+/// What a red test prints of the toolkit's values: all of them are made of doubles.
+template<typename Value>
+requires(sizeof(Value) % sizeof(double) == 0) void PrintTo(const Value& value, std::ostream* out) {
+    for (const double each : std::bit_cast<std::array<double, sizeof(Value) / sizeof(double)>>(value))
+        *out << each << ' ';
 }
 
 /// Random input for property tests, the same for the same seed.
