@@ -2,17 +2,12 @@
 
 #include "Platform/UsableCpus.h"
 
-#include <gmock/gmock.h>
-
-#include <algorithm>
 #include <atomic>
 #include <csignal>
 #include <optional>
 #include <sched.h>
 #include <span>
-#include <thread>
 #include <unistd.h>
-#include <vector>
 
 namespace Tessaloom::BilateralBlur {
 namespace {

@@ -8,11 +8,7 @@
 
 #include <gmock/gmock.h>
 
-#include <array>
 #include <cstring>
-#include <functional>
-#include <optional>
-#include <string>
 #include <thread>
 
 namespace Tessaloom::BilateralBlur {
@@ -34,15 +30,10 @@ inline const auto kSmoothWays =
     testing::Values(Way(Way::Gpu, true), Way(Way::SoftwareGL, true), Way(Way::NoGL, true));
 
 inline void PrintTo(Way way, std::ostream* out) {
-    *out << (way.isSmooth ? "Smooth" : "")
-         << (way == Way::Gpu    ? "Gpu"
-             : way == Way::NoGL ? "NoGL"
-                                : "SoftwareGL");
+    *out << (way.isSmooth ? "Smooth" : "") << std::array{"Gpu", "SoftwareGL", "NoGL"}[way.kind];
 }
 
-inline std::string nameOf(const testing::TestParamInfo<Way>& info) {
-    return testing::PrintToString(info.param);
-}
+inline constexpr testing::PrintToStringParamName kNameOfWay;
 
 inline void onThread(const std::function<void()>& work) {
     std::thread(work).join();
@@ -82,7 +73,7 @@ struct Sample {
             expected = isSmooth ? Oracle::smooth(image.normalised(), image.width, image.height, value(true),
                                                  0.1, 1e-25)
                                 : Oracle::pass(image.normalised(), image.width, image.height, scale);
-        const double rounding = (isSmooth || scale >= 9) && !EglWatch::hardware ? 0.6 : 0.51;
+        const double rounding = (isSmooth || scale >= 9) && !EglWatch::renderer ? 0.6 : 0.51;
         const std::vector<std::uint8_t> straight = valuesOf(output);
         return isSmooth ? Images::difference(straight, expected, rounding)
                         : Images::difference(Images::premultiplied(straight), expected, rounding);
@@ -100,7 +91,7 @@ struct Sample {
 /// so in the end.
 struct Session {
     explicit Session(Way way) : mWay(way) {
-        EglWatch::hardware = way == Way::Gpu;
+        EglWatch::renderer = way == Way::Gpu ? "A GPU" : nullptr;
         mHostContext->makeCurrentContext();
         EglWatch::failing = way == Way::NoGL ? EglWatch::Failing::Binding : EglWatch::Failing::Nothing;
         mEffect.emplace(mHost.module());

@@ -1,7 +1,6 @@
 #include "Tests/Effect/EffectTest.h"
 #include "Tests/Support/GLCalls.h"
-
-#include <utility>
+#include "Tests/Support/SmoothFrames.h"
 
 namespace Tessaloom::BilateralBlur {
 namespace {
@@ -101,14 +100,6 @@ TEST_P(HostCallsTest, FindsRowsAtAnyDistance) {
     }
 }
 
-TEST_P(HostCallsTest, CountsTheBytesOfALargeWorldIn64Bits) {
-    World world(12, 8);
-    static_cast<PF_LayerDef&>(world) = {70000, 70000, 280000};
-    const Host::Result result = renderWith({.failing = {{"host_new_handle", 77}}, .input = &world});
-    EXPECT_EQ(result.message, "There is no memory for a frame of 70000 x 70000 pixels.");
-    EXPECT_THAT(mCalls, testing::Contains("host_new_handle 19600000000"));
-}
-
 TEST_P(HostCallsTest, RefusesWorldsThatDoNotFit) {
     World world(13, 9);
     const int distance = world.rowbytes;
@@ -126,10 +117,13 @@ TEST_P(HostCallsTest, RefusesWorldsThatDoNotFit) {
     expect(input, {12, 8, 47}, "The rows of the input, 47 bytes apart, don't hold 12 pixels.");
     expect(input, {12, 8, -47}, "The rows of the input, -47 bytes apart, don't hold 12 pixels.");
     expect(output, {12, 8, 47}, "The rows of the output, 47 bytes apart, don't hold 12 pixels.");
-    expect(output, {12, 8, -47}, "The rows of the output, -47 bytes apart, don't hold 12 pixels.");
     expect(output, {12, 1, 0}, "");
     expect(output, {-12, 8, distance}, "");
     expect(output, {12, -8, distance}, "");
+    // Bytes are counted in 64 bits.
+    expect({.failing = {{"host_new_handle", 77}}, .input = &world}, {70000, 70000, 280000},
+           "There is no memory for a frame of 70000 x 70000 pixels.");
+    EXPECT_THAT(mCalls, testing::Contains("host_new_handle 19600000000"));
 }
 
 TEST_P(HostCallsTest, RendersTheFrameOfAFailedParameterWithTheSliderAtZero) {
@@ -144,7 +138,39 @@ TEST_P(HostCallsTest, RendersTheFrameOfAFailedParameterWithTheSliderAtZero) {
     expectFrame({{"checkout_param", 71}, {"checkin_param", 72}}, 71, 0);
 }
 
-INSTANTIATE_TEST_SUITE_P(Ways, HostCallsTest, kWays, nameOf);
+INSTANTIATE_TEST_SUITE_P(Ways, HostCallsTest, kWays, kNameOfWay);
+
+struct DepthTest : EffectTest, SmoothFrames {
+    template<class Value>
+    void expectFiltered(const Frame& frame, std::int32_t format, double fullScale, double mean = 2e-5) {
+        expectOracle<Value>(frame, fullScale, 2e-4, mean, [&](const auto& values, int radius, int threshold) {
+            World input = worldOf(values, frame.width, frame.height, format), output(0, 0);
+            EXPECT_EQ(mEffect->render(input, output, std::array{radius, threshold}).text(), "");
+            EXPECT_EQ(output.format(), format);
+            return valuesOf<Value>(output);
+        });
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(Smooth, DepthTest, kSmoothWays, kNameOfWay);
+
+TEST_P(DepthTest, SmoothsAtTheDepthOfTheFrame) {
+    for (int i = 0; i < 12; ++i) {
+        Frame frame = makeFrame();
+        expectFiltered<std::uint16_t>(frame, PF_PixelFormat_ARGB64, 32768);
+        const double factor = 3 * uniform();
+        reachBeyondFullScale(frame, factor);
+        expectFiltered<float>(frame, PF_PixelFormat_ARGB128, 1, 2e-5 + 4e-7 * factor);
+    }
+}
+
+TEST_P(DepthTest, RefusesADepthThatItDoesNotTake) {
+    mHost.faults.bitDepth = 12;
+    World input = mSample.world(), output(0, 0);
+    EXPECT_EQ(mEffect->render(input, output, std::array{5}).message,
+              "Bilateral Smooth doesn't take frames of 12 bits a channel.");
+    mHost.faults = {};
+}
 
 } // namespace
 } // namespace Tessaloom::BilateralBlur

@@ -3,11 +3,6 @@
 #include "Tests/Effect/EffectTest.h"
 #include "Tests/Support/GLCalls.h"
 
-#include <algorithm>
-#include <array>
-#include <functional>
-#include <utility>
-
 namespace Tessaloom::BilateralBlur {
 
 /// A host that does by chance what it may, and what it may not.
@@ -19,11 +14,8 @@ public:
 
     /// Sets the effect up if the last action set it down.
     void setUpAgain() {
-        if (!mIsSetDown)
-            return;
-        PF_OutData out{};
-        EXPECT_EQ(mModule.entry()(PF_Cmd_GLOBAL_SETUP, nullptr, &out, nullptr, nullptr, nullptr), 0);
-        mIsSetDown = false;
+        if (std::exchange(mIsSetDown, false))
+            send(PF_Cmd_GLOBAL_SETUP);
     }
 
     /// Acts once, checks the outcome, and renders a right frame. That happens on a thread of its own or on
@@ -40,19 +32,21 @@ public:
     }
 
 private:
+    void send(PF_Cmd command) {
+        PF_OutData out{};
+        EXPECT_EQ(mModule.entry()(command, nullptr, &out, nullptr, nullptr, nullptr), 0);
+    }
+
     void act() {
         // Nothing fails in 10 of 12 steps.
         EglWatch::failing = static_cast<EglWatch::Failing>(std::max(0, mBelow(12) - 9));
         const int action = mBelow(300);
-        if (action < 10) {
-            PF_OutData out{};
-            PF_OutData* const touched = kCommands[action] == PF_Cmd_GLOBAL_SETUP ? &out : nullptr;
-            EXPECT_EQ(mModule.entry()(kCommands[action], nullptr, touched, nullptr, nullptr, nullptr), 0);
-        } else if (action < 20) {
+        if (action < 10)
+            send(kCommands[action]);
+        else if (action < 20)
             EXPECT_NE(mEffect->about(), "");
-        } else {
+        else
             renderBadFrame();
-        }
         mIsSetDown = action == 0 || (action > 2 && mIsSetDown);
         const Sample& sample = mSamples[static_cast<std::size_t>(mBelow(3))];
         EXPECT_EQ(frame(sample),
@@ -99,7 +93,7 @@ private:
     const std::function<int(int)> mBelow;
     bool mIsSetDown = false;
     inline static const Sample mSamples[3] = {
-        {Images::noise(5, 4, 1), 3}, {Images::blocks(7, 3, false), 60}, {Images::photograph(4, 6, 2), 20}};
+        {Images::noise(5, 4, 1), 3}, {Images::noise(7, 3, 3), 60}, {Images::photograph(4, 6, 2), 20}};
 };
 
 } // namespace Tessaloom::BilateralBlur

@@ -2,12 +2,14 @@
 #include "Plugins/Shared/GL/AEOpenglMainFrameBuffer.h"
 #include "Plugins/Shared/GL/BackgroundRender.h"
 #include "Plugins/Shared/GL/GLFailure.h"
+#include "Plugins/Shared/GL/SaveRestoreGLContextMac.h"
+#include "Plugins/Shared/GL/TextureOwner.h"
 #include "Tests/GL/GLTest.h"
+#include "Tests/Support/AllocationLimit.h"
 #include "Tests/Support/EglWatch.h"
 
 #include <barrier>
 #include <optional>
-#include <thread>
 #include <unistd.h>
 
 namespace Tessaloom::BilateralBlur {
@@ -40,9 +42,7 @@ TEST_F(ContextTest, FlushesBeforeASwitchUnlessTheFrameBufferIsIncomplete) {
 
 TEST_F(ContextTest, IsSoftwareWhereItsDeviceOrItsRendererSaysSo) {
     EXPECT_TRUE(context.isSoftware());
-    EglWatch::hardware = true;
-    const std::pair<const char*, bool> cases[] = {{"llvmpipe (LLVM 15.0.6, 256 bits)", true},
-                                                  {"virgl (LLVMPIPE (LLVM 15.0.6, 256 bits))", true},
+    const std::pair<const char*, bool> cases[] = {{"virgl (LLVMPIPE (LLVM 15.0.6, 256 bits))", true},
                                                   {"softpipe", true},
                                                   {"ANGLE (Google, Vulkan 1.3.0 (SwiftShader Device))", true},
                                                   {"D3D12 (Microsoft Basic Render Driver)", true},
@@ -51,7 +51,7 @@ TEST_F(ContextTest, IsSoftwareWhereItsDeviceOrItsRendererSaysSo) {
         EglWatch::renderer = renderer;
         EXPECT_EQ(AEOpenGLContext(nullptr).isSoftware(), isSoftware) << renderer;
     }
-    EglWatch::hardware = false;
+    EglWatch::renderer = nullptr;
     context.makeContextCurrent();
 }
 
@@ -135,6 +135,60 @@ TEST_F(ManagerTest, AForkedChildLeavesGLAlone) {
         _exit(HasFailure());
     };
     EXPECT_EXIT(child(), testing::ExitedWithCode(0), "");
+}
+
+int objects() {
+    int found = 0;
+    for (GLuint name = 1; name < 64; ++name)
+        for (auto* exists :
+             {glIsTexture, glIsRenderbuffer, glIsFramebuffer, glIsBuffer, glIsVertexArray, glIsProgram})
+            found += exists(name) == GL_TRUE;
+    return found;
+}
+
+// A frame, and its end without its destructors needing memory, where that is exhausted after so many allocations
+// and stays so. Returns how many of them the frame didn't need, 0 where it failed.
+int leftByFrame(int allocations) {
+    AEOpenglMainFrameBuffer& target = *AEOpenglMainFrameBuffer::mainFrameBuffer();
+    auto* saved = (new SaveRestoreGLContextMac)->init();
+    int unused = 0;
+    {
+        BackgroundRender pass;
+        AllocationLimit::left = allocations;
+        try {
+            Manager::setupContextManager();
+            Manager::getCurrentRenderContext()->makeContextCurrent();
+            target.prepare(4, 4, true);
+            target.beginDrawing();
+            target.pushRenderContext(false, true);
+            const TextureOwner level(target.popRenderContext());
+            pass.draw(level.name(), 1);
+            target.endDrawing(1);
+            unused = AllocationLimit::left;
+        } catch (const std::bad_alloc&) {
+        } catch (const GLFailure&) {
+        }
+        AllocationLimit::left = 0;
+        target.discard();
+    }
+    glUseProgram(0); // which keeps a deleted program until then
+    EXPECT_EQ(objects(), 0) << allocations;
+    target.destory();
+    Manager::releaseContextManager();
+    saved->restore();
+    saved->release();
+    AllocationLimit::left = AllocationLimit::kUnlimited;
+    EXPECT_EQ(EglWatch::liveContexts, 0) << allocations;
+    return unused;
+}
+
+// At every allocation of a frame, the last ones, and at more and more distant ones of the contexts, which are many.
+TEST(Memory, ExhaustedMemoryStopsNoDestructorAndLeavesNothing) {
+    constexpr int kMany = 1'000'000;
+    leftByFrame(kMany); // what is made once
+    const int needed = kMany - leftByFrame(kMany);
+    for (int missing = 1; missing <= needed; missing += std::max(1, missing / 8 - 4))
+        ASSERT_EQ(leftByFrame(needed - missing), 0) << missing;
 }
 
 } // namespace

@@ -3,14 +3,8 @@
 #include "Plugins/Shared/GL/AEOpenGLContext.h"
 #include "Tests/Support/GLCalls.h"
 
-#include <glbinding/gl/bitfield.h>
-#include <glbinding/gl/boolean.h>
-#include <glbinding/gl/enum.h>
-#include <glbinding/gl/functions.h>
+#include <glbinding/gl/gl.h>
 #include <gmock/gmock.h>
-
-#include <string>
-#include <vector>
 
 namespace Tessaloom::BilateralBlur {
 

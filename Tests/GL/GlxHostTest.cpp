@@ -25,9 +25,9 @@ TEST(GlxHost, KeepsItsContextAroundTheEffect) {
     const auto isCurrent = [&] { return glXGetCurrentContext() == context; };
     const Host::Module module(MODULE);
     const Sample sample(Images::photograph(12, 8, 5), 7);
-    for (const auto& [hardware, isCurrentAtSetup] :
-         {std::pair(false, false), {false, true}, {true, false}, {true, true}}) {
-        EglWatch::hardware = hardware;
+    for (const auto& [renderer, isCurrentAtSetup] :
+         {std::pair<const char*, bool>(nullptr, false), {nullptr, true}, {"A GPU", false}, {"A GPU", true}}) {
+        EglWatch::renderer = renderer;
         makeCurrent(isCurrentAtSetup);
         std::optional<Host::Effect> effect(std::in_place, module);
         EXPECT_EQ(isCurrent(), isCurrentAtSetup);

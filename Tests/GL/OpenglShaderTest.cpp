@@ -3,9 +3,6 @@
 #include "Plugins/Shared/Math/Affine.h"
 #include "Plugins/Shared/Math/Color.h"
 #include "Plugins/Shared/Math/Mat4.h"
-#include "Plugins/Shared/Math/Vec2.h"
-#include "Plugins/Shared/Math/Vec3.h"
-#include "Plugins/Shared/Math/Vec4.h"
 #include "Tests/GL/GLTest.h"
 
 namespace Tessaloom::BilateralBlur {

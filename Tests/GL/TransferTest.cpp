@@ -5,9 +5,7 @@
 #include "Tests/GL/GLTest.h"
 #include "Tests/Support/FaultyHost.h"
 
-#include <algorithm>
 #include <cstring>
-#include <random>
 
 namespace Tessaloom::BilateralBlur {
 namespace {

@@ -14,8 +14,7 @@ namespace Tessaloom::BilateralBlur::EglWatch {
 std::atomic<int> liveContexts{0};
 std::atomic<Failing> failing{Failing::Nothing};
 std::atomic<bool> isOtherApiCurrent{false};
-std::atomic<bool> hardware{false};
-std::atomic<const char*> renderer{"A GPU"};
+std::atomic<const char*> renderer{nullptr};
 
 namespace {
 
@@ -104,10 +103,10 @@ __eglMustCastToProperFunctionPointerType eglGetProcAddress(const char* name) {
     static const auto kNext = next<decltype(eglGetProcAddress)>("eglGetProcAddress");
     using Function = __eglMustCastToProperFunctionPointerType;
     // A device of software names itself in its extensions.
-    if (hardware && std::strcmp(name, "eglQueryDeviceStringEXT") == 0)
+    if (renderer && std::strcmp(name, "eglQueryDeviceStringEXT") == 0)
         return reinterpret_cast<Function>(+[](EGLDeviceEXT, EGLint) { return ""; });
     // Asked for the renderer's name alone.
-    if (hardware && std::strcmp(name, "glGetString") == 0)
+    if (renderer && std::strcmp(name, "glGetString") == 0)
         return reinterpret_cast<Function>(
             +[](unsigned) { return reinterpret_cast<const unsigned char*>(renderer.load()); });
     return kNext(name);

@@ -22,7 +22,6 @@ void loseContexts();
 extern std::atomic<bool> isOtherApiCurrent;
 
 /// While it is set, devices that render by software look like GPUs, and their renderer has this name.
-extern std::atomic<bool> hardware;
 extern std::atomic<const char*> renderer;
 
 /// A core context that shares with no other, for the caller to release.

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <cstddef>
 #include <cstdint>
 #include <random>
 #include <string>
@@ -48,14 +47,6 @@ inline Image noise(int width, int height, unsigned seed, bool opaque = false, in
     });
 }
 
-/// 5 by 7 blocks of black, white and strong colours: only hard edges. Alpha rises from left to right.
-inline Image blocks(int width, int height, bool opaque) {
-    return make(width, height, opaque, [&](int x, int y, int channel) {
-        const int block = x / 5 * 3 + y / 7 * 5;
-        return channel == 0 ? 255 * x / std::max(1, width - 1) : block >> (channel - 1) & 1 ? 255 : 0;
-    });
-}
-
 /// Like a photograph, opaque: smooth shading, an edge across it, and a sensor's noise.
 inline Image photograph(int width, int height, unsigned seed) {
     std::mt19937 random(seed);
@@ -79,9 +70,8 @@ inline Image random(std::mt19937& random) {
     const int height = 1 + below(random, shape == 0 ? 3 : shape == 1 ? 70 : 24);
     const int amplitude = 1 + below(random, 128), alpha = std::array{0, 1, 77, 255}[below(random, 4)];
     const int end = width * below(random, 3) / 2;
-    const Image contents[] = {noise(width, height, random(), false, amplitude), blocks(width, height, false),
-                              photograph(width, height, random())};
-    Image image = contents[below(random, 3)];
+    const unsigned seed = random();
+    Image image = seed % 2 ? noise(width, height, seed, false, amplitude) : photograph(width, height, seed);
     for (std::size_t i = 0; i < image.bytes.size(); i += 4)
         if (static_cast<int>(i / 4) % width < end)
             image.bytes[i] = static_cast<std::uint8_t>(alpha);
