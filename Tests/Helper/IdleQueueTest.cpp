@@ -1,13 +1,9 @@
 #include "Plugins/Shared/Helper/IdleQueue.h"
 #include "Plugins/Shared/Helper/Semaphore.h"
 
-#include <gtest/gtest.h>
-
 #include <atomic>
 #include <barrier>
 #include <chrono>
-#include <thread>
-#include <vector>
 
 namespace Tessaloom::BilateralBlur {
 namespace {
@@ -51,26 +47,24 @@ TEST(Semaphore, CountsSignalsButNotThoseToAll) {
     Semaphore semaphore(2);
     std::atomic<int> started = 0, passed = 0;
     std::vector<std::jthread> threads;
-    const auto wait = [&] {
-        ++started;
-        semaphore.wait();
-        ++passed;
-    };
-    const auto expectToReach = [&](int count) {
-        while (started < 7 || passed < count)
+    const auto expectToPass = [&](int count, int all) {
+        while (std::ssize(threads) < all)
+            threads.emplace_back([&] {
+                ++started;
+                semaphore.wait();
+                ++passed;
+            });
+        while (started < all || passed < count)
             std::this_thread::yield();
         // Long enough for the others to block, and for one too many to pass.
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
         EXPECT_EQ(passed, count);
     };
-    for (int i = 0; i < 7; ++i)
-        threads.emplace_back(wait);
-    expectToReach(2);
+    expectToPass(2, 7);
     semaphore.signal(3);
-    expectToReach(5);
+    expectToPass(5, 7);
     semaphore.signalAll();
-    threads.emplace_back(wait);
-    expectToReach(7);
+    expectToPass(7, 8);
     semaphore.signal();
 }
 

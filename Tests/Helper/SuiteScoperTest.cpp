@@ -5,13 +5,10 @@
 #include "Plugins/Shared/Helper/ScriptHelper.h"
 #include "Tests/Support/FaultyHost.h"
 
-#include <gmock/gmock.h>
-
 namespace Tessaloom::BilateralBlur {
 namespace {
 
 using testing::Contains;
-using testing::Not;
 using testing::Throws;
 
 class SuiteScoperTest : public testing::Test {
@@ -41,7 +38,7 @@ TEST_F(SuiteScoperTest, HoldsSuitesForAScope) {
     mHost.calls.clear();
     EXPECT_THAT([&] { scope(nullptr, ""); }, Throws<int>(13));
     EXPECT_THAT([&] { scope(&mOutData, nullptr); }, Throws<int>(13));
-    EXPECT_THAT(mHost.calls, Not(Contains("ReleaseSuite PF Handle Suite 2")));
+    EXPECT_THAT(mHost.calls, testing::Not(Contains("ReleaseSuite PF Handle Suite 2")));
     EXPECT_STREQ(mOutData.return_msg, "Not able to acquire AEFX Suite.");
     EXPECT_EQ(mOutData.out_flags, 1 | PF_OutFlag_DISPLAY_ERROR_MESSAGE);
     EXPECT_THAT([&] { scope(&mOutData, ("%s" + std::string(1000, 'x')).c_str()); }, Throws<int>(13));
@@ -84,7 +81,6 @@ TEST_F(SuiteScoperTest, RunsScripts) {
         Host::Services services; // of an effect that is linked in, which has no engine
         const Host::Services::Visit visit(services);
         EXPECT_EQ(run(), "");
-        EXPECT_THAT(services.settle(), testing::IsEmpty());
     }
     for (const char* callback : {"AEGP_ExecuteScript", "AEGP_LockMemHandle"}) {
         mHost.faults.failing = {{callback, 77}};

@@ -3,16 +3,11 @@
 #include "Tests/Math/Random.h"
 
 #include <glm/ext.hpp>
-#include <gmock/gmock.h>
-
-#include <algorithm>
-#include <cmath>
-#include <numbers>
 
 namespace Tessaloom::BilateralBlur {
 namespace {
 
-constexpr double kPi = std::numbers::pi;
+constexpr double kPi = glm::pi<double>();
 const Mat4 kSevens(Vec4(7, 7, 7, 7), Vec4(7, 7, 7, 7), Vec4(7, 7, 7, 7), Vec4(7, 7, 7, 7), false);
 
 // What `change` makes of a value.

@@ -5,8 +5,6 @@
 #include "Plugins/Shared/Math/Rect.h"
 #include "Tests/Math/Random.h"
 
-#include <cmath>
-
 namespace Tessaloom::BilateralBlur {
 namespace {
 

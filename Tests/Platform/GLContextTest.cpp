@@ -1,9 +1,6 @@
 #include "Tests/Support/EglWatch.h"
 
 #include <EGL/egl.h>
-#include <gtest/gtest.h>
-
-#include <thread>
 
 namespace Tessaloom::BilateralBlur {
 namespace {

@@ -1,8 +1,6 @@
 #include "Platform/UsableCpus.h"
 #include "Tests/Support/ProcessRun.h"
 
-#include <gtest/gtest.h>
-
 #include <map>
 
 namespace Tessaloom::BilateralBlur {

@@ -4,8 +4,6 @@
 #include <new>
 #include <sstream>
 #include <stdexcept>
-#include <type_traits>
-#include <utility>
 
 namespace Tessaloom::BilateralBlur {
 

@@ -7,13 +7,10 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <iterator>
-#include <string>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
-#include <utility>
 #include <vector>
 
 namespace Tessaloom::BilateralBlur {
