@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <chrono>
 
-#define HWY_DISABLED_TARGETS (HWY_SVE | HWY_SVE2 | HWY_SVE_256 | HWY_SVE2_128 | HWY_RVV)
-#define HWY_WANT_AVX3_DL
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "Benchmarks/Kernel/FmaRate.cpp"
 #include <hwy/foreach_target.h>

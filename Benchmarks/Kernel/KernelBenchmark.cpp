@@ -10,7 +10,6 @@
 
 #include <benchmark/benchmark.h>
 
-#define HWY_WANT_AVX3_DL
 #include <hwy/targets.h>
 
 #ifdef BILATERAL_BLUR_OPENCV

@@ -2,7 +2,6 @@
 #include "Plugins/BilateralSmooth/Sources/CpuFormula.h"
 #include "Tests/Support/SmoothFrames.h"
 
-#define HWY_WANT_AVX3_DL
 #include <hwy/targets.h>
 
 namespace Tessaloom::BilateralBlur {

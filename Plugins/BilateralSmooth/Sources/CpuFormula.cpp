@@ -6,8 +6,6 @@
 #include <cstdint>
 #include <cstring>
 
-#define HWY_DISABLED_TARGETS (HWY_SVE | HWY_SVE2 | HWY_SVE_256 | HWY_SVE2_128 | HWY_RVV)
-#define HWY_WANT_AVX3_DL
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "Plugins/BilateralSmooth/Sources/CpuFormula.cpp"
 #include <hwy/foreach_target.h>

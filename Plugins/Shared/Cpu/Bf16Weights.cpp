@@ -17,7 +17,6 @@
 
 #include "Plugins/Shared/Cpu/Weights.h"
 
-#define HWY_WANT_AVX3_DL
 #include <hwy/base.h>
 #include <hwy/targets.h>
 #include <immintrin.h>

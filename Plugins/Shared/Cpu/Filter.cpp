@@ -9,9 +9,6 @@
 #include <new>
 #include <optional>
 
-// A tile's state is kept in arrays and structures, which vectors of unknown size can't be part of.
-#define HWY_DISABLED_TARGETS (HWY_SVE | HWY_SVE2 | HWY_SVE_256 | HWY_SVE2_128 | HWY_RVV)
-#define HWY_WANT_AVX3_DL
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "Plugins/Shared/Cpu/Filter.cpp"
 #include <hwy/foreach_target.h>
