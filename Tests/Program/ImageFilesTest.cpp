@@ -67,8 +67,11 @@ protected:
         return outcome.err;
     }
 
-    /// Checks that a file's samples stay as they are.
-    void expectKept(const std::string& name, double loss = 0) const {
+    /// Checks that the samples of an image stay as they are in a file that is written with these options.
+    void expectKept(const VImage& image, const std::string& name, const std::string& options = "",
+                    double loss = 0) const {
+        SCOPED_TRACE(name);
+        save(image, name + options);
         EXPECT_EQ(filter(name, "out." + name), "");
         expectSame(load(name), load("out." + name), loss);
     }
@@ -88,16 +91,13 @@ TEST_F(ImageFiles, OfEveryKindKeepTheirKindDepthAndColours) {
     for (const int channels : {1, 2, 3, 4}) {
         SCOPED_TRACE(channels);
         const VImage image = noise(53, 31, channels, 7), deep = noise(53, 31, channels, 7, true);
-        save(deep, "deep.png");
-        save(deep, "deep.tif");
-        save(deep * 3e-5 - 0.5, "float.tif");
-        save(image, "in.png");
-        save(image, "in.tif");
-        save(image, "in.webp[lossless]");
-        for (const char* name : {"deep.png", "deep.tif", "float.tif", "in.png", "in.tif", "in.webp"})
-            expectKept(name);
-        save(shading(53, 31, channels), "in.jpg");
-        expectKept("in.jpg", 2);
+        expectKept(deep, "deep.png");
+        expectKept(deep, "deep.tif");
+        expectKept(deep * 3e-5 - 0.5, "float.tif");
+        expectKept(image, "in.png");
+        expectKept(image, "in.tif");
+        expectKept(image, "in.webp", "[lossless]");
+        expectKept(shading(53, 31, channels), "in.jpg", "", 2);
     }
     EXPECT_THAT(filter("float.tif", "out.png"), HasSubstr("PNG holds 16 bits per channel at most"));
 }
@@ -421,12 +421,10 @@ TEST_F(ImageFiles, FollowTheInputsCompression) {
     EXPECT_THAT(filtered(".webp", "[lossless]"), HasSubstr("VP8L"));
     // One bit a pixel stays where the result still has no other values.
     for (const std::string name : {"bits.png", "bits.tif"}) {
-        save(shading(64, 64, 1) > 128, name + "[bitdepth=1]");
-        expectKept(name);
+        expectKept(shading(64, 64, 1) > 128, name, "[bitdepth=1]");
         EXPECT_EQ(ImageFile("out." + name).decode().pages[0].bits, 1);
     }
-    save(colours, "colours.png[palette]");
-    expectKept("colours.png");
+    expectKept(colours, "colours.png", "[palette]");
 }
 
 TEST_F(ImageFiles, ReplaceAnOldOutputOfAnyNameWithItsPermissionsAndOwnerThroughItsLink) {
