@@ -9,7 +9,6 @@
 
 #include <cmath>
 #include <ctime>
-#include <memory>
 #include <thread>
 
 // The filter as a program sees it: loaded with dlopen and called through its functions.

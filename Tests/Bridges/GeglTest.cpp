@@ -3,8 +3,6 @@
 #include <gegl.h>
 #include <gmock/gmock.h>
 
-#include <memory>
-
 // The operations in graphs of GEGL, which loads them from the build's directory. Every result is compared with
 // the whole image's, byte for byte.
 

@@ -4,11 +4,9 @@
 #include "Host/Pixels.h"
 
 #include <algorithm>
-#include <array>
 #include <cstdint>
 #include <random>
 #include <stdexcept>
-#include <type_traits>
 #include <vector>
 
 namespace Tessaloom::BilateralBlur::Bridges::Test {

@@ -6,7 +6,6 @@
 #include <array>
 #include <climits>
 #include <cstring>
-#include <type_traits>
 
 namespace Tessaloom::BilateralBlur::Host::Test {
 

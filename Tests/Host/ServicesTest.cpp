@@ -4,9 +4,7 @@
 
 #include <gmock/gmock.h>
 
-#include <cstdint>
 #include <mutex>
-#include <set>
 #include <thread>
 
 namespace Tessaloom::BilateralBlur::Host::Test {

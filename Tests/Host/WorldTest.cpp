@@ -5,7 +5,6 @@
 
 #include <bit>
 #include <cmath>
-#include <memory>
 #include <stdexcept>
 
 namespace Tessaloom::BilateralBlur::Host::Test {

@@ -3,7 +3,6 @@
 #include "Tests/Support/ProcessRun.h"
 
 #include <arpa/inet.h>
-#include <array>
 #include <vips/vips8>
 #include <zlib.h>
 

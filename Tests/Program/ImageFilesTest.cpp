@@ -10,7 +10,6 @@
 
 #include <ImfChannelList.h>
 #include <ImfFrameBuffer.h>
-#include <ImfHeader.h>
 #include <ImfInputFile.h>
 #include <ImfOutputFile.h>
 #include <ImfStandardAttributes.h>
@@ -18,9 +17,7 @@
 #include <half.h>
 
 #include <bit>
-#include <map>
 #include <random>
-#include <set>
 #include <sys/stat.h>
 
 #ifdef __SANITIZE_ADDRESS__

@@ -7,7 +7,6 @@
 
 #include <gmock/gmock.h>
 
-#include <chrono>
 #include <sys/file.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
