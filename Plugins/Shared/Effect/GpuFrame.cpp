@@ -44,7 +44,7 @@ public:
     Scissor& operator=(const Scissor&) = delete;
 };
 
-// Missing storage shows as an incomplete framebuffer, and would give a black picture.
+// Missing storage shows as an incomplete framebuffer, and would give a black image.
 void checkTarget() {
     const std::string status = AEOpenGLUtilities::CheckFramebufferStatus();
     if (status != "OK")
@@ -124,7 +124,7 @@ void GpuFrame::render(SliderValues values, PF_InData* in_data, PF_LayerDef* inpu
     if (!mEffect.isStraight)
         mFrameBuffer.endDrawing(multiplier16bit);
     checkTarget();
-    // A texture without storage would give a black picture too.
+    // A texture without storage would give a black image too.
     if (const gl::GLenum error = takeGLErrors(); error != gl::GL_NO_ERROR)
         throw GLFailure(error);
     AEOpenGLUtilities::DownloadTexture(static_cast<unsigned>(input->width),

@@ -16,7 +16,7 @@ namespace Tessaloom::BilateralBlur {
 namespace {
 
 // What `CopyPixelFloatIn` and `CopyPixelFloatOut` get as their context.
-struct StagingPicture {
+struct StagingImage {
     PF_PixelFloat* buffer;
     PF_LayerDef* world;
 
@@ -41,11 +41,11 @@ gl::GLuint makeTexture() {
     return name;
 }
 
-void iterateFloat(PF_InData* in_data, PF_LayerDef* source, StagingPicture picture,
+void iterateFloat(PF_InData* in_data, PF_LayerDef* source, StagingImage image,
                   PF_IteratePixelFloatFunc function, PF_LayerDef* destination) {
     const SuiteScoper<PF_iterateFloatSuite1> suite(in_data, "PF iterateFloat Suite", 1, nullptr, nullptr);
     const PF_Err result =
-        suite->iterate(in_data, 0, source->height, source, nullptr, &picture, function, destination);
+        suite->iterate(in_data, 0, source->height, source, nullptr, &image, function, destination);
     if (result != PF_Err_NONE)
         throw int{result};
 }
@@ -121,28 +121,28 @@ void AEOpenGLUtilities::DownloadTexture(unsigned width, unsigned height, PF_Laye
                                         PF_LayerDef* output, PF_InData* in_data, int format,
                                         unsigned long pixelSize, gl::GLenum pixelType) {
     const SuiteScoper<PF_HandleSuite1> suite(in_data, "PF Handle Suite", 2, nullptr, nullptr);
-    const LockedHandle picture(suite, static_cast<std::uint64_t>(width * height) * pixelSize);
+    const LockedHandle image(suite, static_cast<std::uint64_t>(width * height) * pixelSize);
     gl::glReadBuffer(gl::GL_COLOR_ATTACHMENT0);
     takeGLErrors(); // of earlier calls
     gl::glReadPixels(0, 0, static_cast<gl::GLsizei>(width), static_cast<gl::GLsizei>(height), gl::GL_RGBA,
-                     pixelType, picture.data());
+                     pixelType, image.data());
     if (const gl::GLenum error = takeGLErrors(); error != gl::GL_NO_ERROR)
         throw GLFailure(error);
 
-    // The rows of a larger output would be read from beyond the picture.
+    // The rows of a larger output would be read from beyond the image.
     const bool isEmpty = output->width <= 0 || output->height <= 0;
     if (!isEmpty && (output->width > static_cast<std::int64_t>(width) ||
                      output->height > static_cast<std::int64_t>(height)))
         throw int{PF_Err_BAD_CALLBACK_PARAM};
     switch (format) {
     case PF_PixelFormat_ARGB32:
-        copyRows<PF_Pixel8>(in_data, output, picture.data(), width);
+        copyRows<PF_Pixel8>(in_data, output, image.data(), width);
         break;
     case PF_PixelFormat_ARGB64:
-        copyRows<PF_Pixel16>(in_data, output, picture.data(), width);
+        copyRows<PF_Pixel16>(in_data, output, image.data(), width);
         break;
     case PF_PixelFormat_ARGB128:
-        iterateFloat(in_data, input, {reinterpret_cast<PF_PixelFloat*>(picture.data()), input},
+        iterateFloat(in_data, input, {reinterpret_cast<PF_PixelFloat*>(image.data()), input},
                      CopyPixelFloatOut, output);
         break;
     default:
@@ -151,12 +151,12 @@ void AEOpenGLUtilities::DownloadTexture(unsigned width, unsigned height, PF_Laye
 }
 
 PF_Err AEOpenGLUtilities::CopyPixelFloatIn(void* refcon, int x, int y, PF_PixelFloat* in, PF_PixelFloat*) {
-    static_cast<const StagingPicture*>(refcon)->at(x, y) = *in;
+    static_cast<const StagingImage*>(refcon)->at(x, y) = *in;
     return PF_Err_NONE;
 }
 
 PF_Err AEOpenGLUtilities::CopyPixelFloatOut(void* refcon, int x, int y, PF_PixelFloat*, PF_PixelFloat* out) {
-    *out = static_cast<const StagingPicture*>(refcon)->at(x, y);
+    *out = static_cast<const StagingImage*>(refcon)->at(x, y);
     return PF_Err_NONE;
 }
 

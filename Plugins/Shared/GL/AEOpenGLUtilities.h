@@ -28,7 +28,7 @@ public:
 
     /// Reads `width` by `height` pixels from the bound framebuffer's first colour attachment and copies them
     /// into `output`, which must be no larger; the padding of its rows stays as it is. `input` is the world
-    /// that the picture was uploaded from. A `GLFailure`, where GL can't read the pixels, is thrown before a
+    /// that the image was uploaded from. A `GLFailure`, where GL can't read the pixels, is thrown before a
     /// pixel of `output` is written.
     static void DownloadTexture(unsigned width, unsigned height, PF_LayerDef* input, PF_LayerDef* output,
                                 PF_InData* in_data, int format, unsigned long pixelSize,

@@ -17,9 +17,9 @@ namespace Tessaloom::BilateralBlur {
 
 namespace {
 
-// More samples than the implementation offers would leave the framebuffer incomplete and the picture black. A
+// More samples than the implementation offers would leave the framebuffer incomplete and the image black. A
 // pass over the full frame gives all samples of a pixel the same value, so the count doesn't change the
-// picture.
+// image.
 gl::GLsizei sampleCount() {
     constexpr gl::GLint kSamples = 8;
     gl::GLint offered = 0;

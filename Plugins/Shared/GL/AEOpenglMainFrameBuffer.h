@@ -16,9 +16,9 @@ class Vec2;
 /// The off-screen drawing surface of a frame, and the stack of colour renderbuffers that passes draw into.
 /// One instance serves the process; it takes no lock and makes no context current.
 ///
-/// A frame: `prepare`, `beginDrawing`, the passes' drawing, `endDrawing`; then the finished picture is read
+/// A frame: `prepare`, `beginDrawing`, the passes' drawing, `endDrawing`; then the finished image is read
 /// from the framebuffer that is left bound. GL errors aren't read and nothing is reported: a failed GL call
-/// shows as a wrong picture. Exhausted memory is std::bad_alloc.
+/// shows as a wrong image. Exhausted memory is std::bad_alloc.
 ///
 /// Renderbuffers and textures are common to the share group. Framebuffers aren't: each context that draws
 /// gets a set of its own, made by its first `prepare` for the size, so frames may come from any thread.

@@ -8,7 +8,7 @@
 namespace Tessaloom::BilateralBlur {
 
 /// The vertices of a pass: six, which make the two triangles of the clip square, each a position and a texture
-/// coordinate. The bottom of the square has the texture's first row, so a picture whose first row was uploaded
+/// coordinate. The bottom of the square has the texture's first row, so an image whose first row was uploaded
 /// first isn't flipped.
 struct FullFrameVertices {
     std::span<const float> values;

@@ -52,19 +52,19 @@ std::byte* baseAddress(PF_InData* in_data, PF_LayerDef* world) {
     return reinterpret_cast<std::byte*>(base);
 }
 
-/// Copies the top left of a picture into all of `output`. The rows of `picture` are `pictureWidth` pixels
+/// Copies the top left of an image into all of `output`. The rows of `image` are `imageWidth` pixels
 /// apart. Row y of `output` begins y times `rowbytes` behind its base, or before it where that is negative,
 /// rounded towards the base to whole pixels; padding behind the rows isn't written. The host is asked for the
 /// base address at each row. Throws as `baseAddress` does.
 template<typename Pixel>
-void copyRows(PF_InData* in_data, PF_LayerDef* output, const std::byte* picture, std::size_t pictureWidth) {
+void copyRows(PF_InData* in_data, PF_LayerDef* output, const std::byte* image, std::size_t imageWidth) {
     constexpr std::ptrdiff_t kPixel = sizeof(Pixel);
     for (std::int32_t row = 0; row < output->height; ++row) {
         std::byte* base = baseAddress<Pixel>(in_data, output);
         if (output->width <= 0)
             continue;
         const std::ptrdiff_t offset = std::ptrdiff_t{row} * output->rowbytes / kPixel * kPixel;
-        std::memcpy(base + offset, picture + static_cast<std::size_t>(row) * pictureWidth * sizeof(Pixel),
+        std::memcpy(base + offset, image + static_cast<std::size_t>(row) * imageWidth * sizeof(Pixel),
                     static_cast<std::size_t>(output->width) * sizeof(Pixel));
     }
 }
