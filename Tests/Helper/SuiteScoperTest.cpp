@@ -32,6 +32,7 @@ TEST_F(SuiteScoperTest, HoldsSuitesForAScope) {
     scope(&mOutData, "");
     EXPECT_EQ(mOutData.out_flags, 1);
     mHost.faults.suites = {{"PF Handle Suite", nullptr}};
+    mHost.calls.clear();
     EXPECT_THAT([&] { scope(nullptr, ""); }, Throws<int>(13));
     EXPECT_THAT(mHost.calls, Contains("ReleaseSuite PF Handle Suite 2")) << "the host has counted it";
     mHost.faults = {.failing = {{"AcquireSuite PF Handle Suite 2", 1}}};
