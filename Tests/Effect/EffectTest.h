@@ -8,7 +8,6 @@
 
 #include <gmock/gmock.h>
 
-#include <cstring>
 #include <thread>
 
 namespace Tessaloom::BilateralBlur {

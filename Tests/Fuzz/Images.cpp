@@ -36,7 +36,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static const bool started = (Program::startImageFiles(false), true);
     assert(started);
     try {
-        Program::ImageFile opened(Tests::fileOf(data, size), {.keepsDepth = size % 2 == 0});
+        Program::ImageFile opened(fileOf(data, size), {.keepsDepth = size % 2 == 0});
         opened.checkFor(nullptr, "output");
         const Program::Image image = opened.decode();
         assert(!Program::encodeImage(image, *image.format, "output").empty());
