@@ -167,8 +167,9 @@ TEST_P(DepthTest, SmoothsAtTheDepthOfTheFrame) {
 TEST_P(DepthTest, RefusesADepthThatItDoesNotTake) {
     mHost.faults.bitDepth = 12;
     World input = mSample.world(), output(0, 0);
-    EXPECT_EQ(mEffect->render(input, output, std::array{5}).message,
-              "Bilateral Smooth doesn't take frames of 12 bits a channel.");
+    const Host::Result result = mEffect->render(input, output, std::array{5});
+    EXPECT_EQ(result.message, "Bilateral Smooth doesn't take frames of 12 bits a channel.");
+    EXPECT_EQ(result.code, PF_Err_BAD_CALLBACK_PARAM);
     mHost.faults = {};
 }
 
