@@ -18,7 +18,7 @@ BLUR = BUILD / "Program/bilateral-blur"
 FRAME = [BUILD / "Benchmarks/Frame/frame_benchmark", BUILD / "Bridges/frei0r/bilateral_blur.so"]
 KERNEL = [BUILD / "Benchmarks/Kernel/kernel_benchmark"]
 CORES = len(os.sched_getaffinity(0))
-PICTURES = ("photograph", "noise")
+IMAGES = ("photograph", "noise")
 
 
 def runs(name, program, pattern, seconds, repetitions, *options):
@@ -116,11 +116,11 @@ class Figures:
 
 def frames(figures):
     rows = [["Image", "Scale", "Filter", "Copies", "OpenCV", "Times"]]
-    for picture in PICTURES:
+    for image in IMAGES:
         for scale in (0, 10, 20, 30, 60):
-            where = f"{picture}/1920x1080/scale:{scale}"
+            where = f"{image}/1920x1080/scale:{scale}"
             ours, theirs = figures.of(f"filter/{where}"), figures.of(f"opencv_bilateralFilter/{where}")
-            rows.append([picture, scale, cell(".1f", ours), cell(".0f", ours, figures.of(f"copy/{picture}/1920x1080")),
+            rows.append([image, scale, cell(".1f", ours), cell(".0f", ours, figures.of(f"copy/{image}/1920x1080")),
                          cell(".1f", theirs), cell(".1f", theirs, ours)])
     return table(*rows)
 
@@ -128,10 +128,10 @@ def frames(figures):
 def smooth(figures):
     rows = [["Depth", "Image", "Radius", "Bilateral Smooth", "OpenCV", "Times"]]
     for depth, key in (("8 bits", "8"), ("16 bits", "16"), ("float", "Float")):
-        for picture, what in (("photograph", "photograph"), ("opaque_noise", "noise"),
+        for image, what in (("photograph", "photograph"), ("opaque_noise", "noise"),
                               ("noise", "noise, alpha varies")):
             for radius in (5, 14, 29):
-                where = f"{picture}/1920x1080/radius:{radius}"
+                where = f"{image}/1920x1080/radius:{radius}"
                 ours, theirs = figures.least.get(f"smooth{key}/{where}"), figures.least.get(f"opencv{key}/{where}")
                 rows.append([depth, what, radius, cell(".0f", ours), cell(".0f", theirs), cell(".1f", theirs, ours)])
     return table(*rows)
@@ -142,8 +142,8 @@ def sizes(figures):
     for size, scale in (("640x360", 30), ("1920x1080", 10), ("1920x1080", 20), ("1920x1080", 30), ("1920x1080", 60),
                         ("3840x2160", 30)):
         row = [size, scale]
-        for picture in PICTURES:
-            name = f"best/{picture}/{size}/scale:{scale}/threads:{CORES}"
+        for image in IMAGES:
+            name = f"best/{image}/{size}/scale:{scale}/threads:{CORES}"
             row += [cell(".1f", figures.of(name)), figures.taps(name)]
         rows.append(row)
     return table(*rows)
@@ -152,18 +152,18 @@ def sizes(figures):
 def targets(figures):
     rows = [["Instruction set", "Photograph", "Noise"]]
     for target in ("best", "AVX3_DL", "AVX3", "AVX2", "SSE4", "SSSE3", "SCALAR"):
-        rows.append([target, *(figures.taps(f"{target}/{picture}/640x360/scale:29/threads:{CORES}")
-                               for picture in PICTURES)])
-    return table(*rows, ["OpenCV", *(figures.taps(f"opencv_bilateralFilter/{picture}/640x360/scale:29")
-                                     for picture in PICTURES)])
+        rows.append([target, *(figures.taps(f"{target}/{image}/640x360/scale:29/threads:{CORES}")
+                               for image in IMAGES)])
+    return table(*rows, ["OpenCV", *(figures.taps(f"opencv_bilateralFilter/{image}/640x360/scale:29")
+                                     for image in IMAGES)])
 
 
 def stages(figures):
     rows = [["Image", "Scale", "Frame", "Upload", "Blur pass", "Resolve and screen pass", "Download"]]
-    for picture in PICTURES:
+    for image in IMAGES:
         for scale in (0, 10):
-            name = f"gpu/{picture}/1920x1080/scale:{scale}"
-            rows.append([picture, scale, *(cell(".1f", figures.of(name, column)) for column in
+            name = f"gpu/{image}/1920x1080/scale:{scale}"
+            rows.append([image, scale, *(cell(".1f", figures.of(name, column)) for column in
                                            ("real_time", "upload_ms", "pass_ms", "resolve_ms", "download_ms"))])
     return table(*rows)
 
@@ -219,9 +219,9 @@ def plot(figures, work):
     """The plot as a PNG in the directory `work`."""
     lines = {}
     for name, what in (("OpenCV bilateralFilter", "opencv_bilateralFilter"), ("Bilateral Blur", "filter")):
-        for picture in reversed(PICTURES):
-            lines[f"{name}, {picture}"] = "".join(
-                f"{scale} {cell('f', figures.of(f'{what}/{picture}/1920x1080/scale:{scale}'))}\n"
+        for image in reversed(IMAGES):
+            lines[f"{name}, {image}"] = "".join(
+                f"{scale} {cell('f', figures.of(f'{what}/{image}/1920x1080/scale:{scale}'))}\n"
                 for scale in (10, 20, 30, 60))
     data = "".join(f"{points}e\n" for points in lines.values())
     curves = ", ".join(f'"-" using 1:2 with linespoints lw 2 title "{title}"' for title in lines)

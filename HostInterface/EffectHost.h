@@ -8,7 +8,8 @@
 
 /// The records, callbacks and suites through which a host and the effect talk. A host fills them in and
 /// owns them; the effect borrows them for the length of one command. A host and a module agree on the offset
-/// of every field only if both are built from this header, in C++ or in C.
+/// of every field only if both are built from this header, in C++ or in C. Fields that no source of this tree
+/// reads, `ui_flags` for one, are a part of that layout.
 ///
 /// Pixels have their channels in the order alpha, red, green, blue. All text is zero-terminated.
 

@@ -66,9 +66,9 @@ Bytes taken(WebPData& data) {
 }
 
 /// A frame as the library takes it.
-class Frame {
+class AnimationFrame {
 public:
-    explicit Frame(const Page& page) {
+    explicit AnimationFrame(const Page& page) {
         require(WebPPictureInit(&mPicture) != 0);
         mPicture.use_argb = 1;
         mPicture.width = page.world.width;
@@ -82,9 +82,9 @@ public:
                                       std::uint32_t{pixel.green} << 8 | pixel.blue;
                            });
     }
-    ~Frame() { WebPPictureFree(&mPicture); }
-    Frame(const Frame&) = delete;
-    Frame& operator=(const Frame&) = delete;
+    ~AnimationFrame() { WebPPictureFree(&mPicture); }
+    AnimationFrame(const AnimationFrame&) = delete;
+    AnimationFrame& operator=(const AnimationFrame&) = delete;
 
     WebPPicture* get() { return &mPicture; }
 
@@ -106,7 +106,7 @@ Bytes encodeAnimation(const Image& image, bool isLossy, int quality) {
     require(encoder != nullptr);
     int time = 0;
     for (const Page& page : image.pages) {
-        require(WebPAnimEncoderAdd(encoder.get(), Frame(page).get(), time, &config) != 0);
+        require(WebPAnimEncoderAdd(encoder.get(), AnimationFrame(page).get(), time, &config) != 0);
         time += page.delay;
     }
     require(WebPAnimEncoderAdd(encoder.get(), nullptr, time, nullptr) != 0);

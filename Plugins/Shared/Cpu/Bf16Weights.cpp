@@ -107,7 +107,7 @@ struct Bf16Planes {
     alignas(64) std::uint32_t values[3][kPlaneSize]; // less 128, as bfloat16: the pixel's and the next one's
 
     /// @return alpha, if it has one value all over them.
-    std::optional<float> fill(const Frame& frame, const Bf16Numbers& numbers, const Block& block) {
+    std::optional<float> fill(const FrameJobs& frame, const Bf16Numbers& numbers, const Block& block) {
         // Rounding the products to integers moves a weight by 0.2 % where the pixels still mix.
         const auto scaled = [scale = numbers.scale](std::uint32_t level) {
             return (level * scale + 32768) >> 16;
@@ -141,7 +141,7 @@ struct Bf16Planes {
     }
 
     /// Rewrites the colours for red and green alone.
-    void makeUniform(const Frame& frame, const Bf16Numbers&, const Block& block) {
+    void makeUniform(const FrameJobs& frame, const Bf16Numbers&, const Block& block) {
         const int columns = block.planeColumns(frame.reach);
         for (int row = 0; row < block.planeRows(frame.reach); ++row) {
             const std::size_t start = frame.stride * row;
@@ -158,7 +158,7 @@ public:
     struct Scope {};
     struct Tile;
 
-    Weights(const Frame& frame, const Bf16Numbers& numbers, const Bf16Planes& planes)
+    Weights(const FrameJobs& frame, const Bf16Numbers& numbers, const Bf16Planes& planes)
         : mPlanes(planes), mStride(frame.stride), mReach(frame.reach), mNumbers(numbers) {}
 
     /// Adds one row of neighbours to each of the tiles, one above the other.
@@ -253,7 +253,8 @@ struct Bf16Planes::Weights<kChannels>::Tile {
 } // namespace Bf16
 } // namespace
 
-void filterBlockBf16(const Frame& frame, const Bf16Numbers& numbers, const Block& block, unsigned worker) {
+void filterBlockBf16(const FrameJobs& frame, const Bf16Numbers& numbers, const Block& block,
+                     unsigned worker) {
     Bf16::filterBlock<Bf16::Bf16Planes>(frame, numbers, block, worker);
 }
 

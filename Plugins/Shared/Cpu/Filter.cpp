@@ -60,14 +60,15 @@ HWY_INLINE VF exp2Bits(VI x) {
 #include "Plugins/Shared/Cpu/IntegerWeights-inl.h"
 #include "Plugins/Shared/Cpu/Tiles-inl.h"
 
-void filterBlockInteger(const Frame& frame, const IntegerNumbers& numbers, const Block& block,
+void filterBlockInteger(const FrameJobs& frame, const IntegerNumbers& numbers, const Block& block,
                         unsigned worker) {
     if (frame.channels == Channels::RedGreenBlue)
         return filterBlock<IntegerPlanes<Channels::RedGreenBlue>>(frame, numbers, block, worker);
     filterBlock<IntegerPlanes<Channels::AlphaRedGreen>>(frame, numbers, block, worker);
 }
 
-void filterBlockFloat(const Frame& frame, const FloatNumbers& numbers, const Block& block, unsigned worker) {
+void filterBlockFloat(const FrameJobs& frame, const FloatNumbers& numbers, const Block& block,
+                      unsigned worker) {
     if (frame.channels == Channels::RedGreenBlue)
         return filterBlock<FloatPlanes<Channels::RedGreenBlue>>(frame, numbers, block, worker);
     filterBlock<FloatPlanes<Channels::AlphaRedGreen>>(frame, numbers, block, worker);
@@ -115,7 +116,7 @@ FloatNumbers::FloatNumbers(const BilateralFilter& filter, double fullScale, doub
 
 void filterChannels(const Image& image, Channels channels, const BilateralFilter& filter,
                     const Formula& formula, ThreadPool& pool) {
-    const Frame frame{image, channels, formula, pool, filter.reach};
+    const FrameJobs frame{image, channels, formula, pool, filter.reach};
     const BlockGrid grid(image.width, image.height);
     const auto run = [&](auto filterBlock, const auto& numbers) {
         pool.run(grid.count(), [&](std::size_t index, unsigned worker) {

@@ -73,7 +73,7 @@ struct FloatPlanes : FloatData {
     using Uniform = FloatWeights<kCarriesAlpha ? 3 : 2, false>;
 
     /// @return alpha, if it has one value all over them.
-    std::optional<float> fill(const Frame& frame, const FloatNumbers& numbers, const Block& block) {
+    std::optional<float> fill(const FrameJobs& frame, const FloatNumbers& numbers, const Block& block) {
         switch (frame.image.depth) {
         case Depth::Bits8:
             return fillFrom<std::uint8_t>(frame, numbers, block);
@@ -84,11 +84,11 @@ struct FloatPlanes : FloatData {
         }
     }
 
-    void makeUniform(const Frame&, const FloatNumbers&, const Block&) {}
+    void makeUniform(const FrameJobs&, const FloatNumbers&, const Block&) {}
 
 private:
     template<class Value>
-    std::optional<float> fillFrom(const Frame& frame, const FloatNumbers& numbers, const Block& block) {
+    std::optional<float> fillFrom(const FrameJobs& frame, const FloatNumbers& numbers, const Block& block) {
         Value room[kLineWidth][4];
         const auto fullScale = static_cast<float>(1 / frame.image.fullScale);
         VI different = hn::Zero(di);
@@ -134,7 +134,7 @@ public:
     using Scope = FlushedUnderflow;
     struct Tile;
 
-    FloatWeights(const Frame& frame, const FloatNumbers& numbers, const FloatData& planes)
+    FloatWeights(const FrameJobs& frame, const FloatNumbers& numbers, const FloatData& planes)
         : mPlanes(planes),
           mStride(frame.stride),
           mReach(frame.reach),

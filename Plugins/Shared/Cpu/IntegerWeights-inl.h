@@ -62,7 +62,7 @@ struct IntegerPlanes : IntegerData {
     using Uniform = IntegerWeights<kCarriesAlpha ? 3 : 2, false>;
 
     /// @return alpha, if it has one value all over them.
-    std::optional<float> fill(const Frame& frame, const IntegerNumbers& numbers, const Block& block) {
+    std::optional<float> fill(const FrameJobs& frame, const IntegerNumbers& numbers, const Block& block) {
         constexpr int kFirst = kCarriesAlpha ? 8 : 0; // bits of the first filtered channel
         std::uint8_t room[kLineWidth][4];
         const VI byte = hn::Set(di, 0xFF);
@@ -101,7 +101,7 @@ struct IntegerPlanes : IntegerData {
     }
 
     /// Rewrites the pairs for red and green alone, where alpha is filtered.
-    void makeUniform(const Frame& frame, const IntegerNumbers& numbers, const Block& block) {
+    void makeUniform(const FrameJobs& frame, const IntegerNumbers& numbers, const Block& block) {
         if (kCarriesAlpha)
             return;
         const VI factor = hn::Set(di, numbers.factors.neighbour);
@@ -128,7 +128,7 @@ public:
     struct Scope {};
     struct Tile;
 
-    IntegerWeights(const Frame& frame, const IntegerNumbers& numbers, const IntegerData& planes)
+    IntegerWeights(const FrameJobs& frame, const IntegerNumbers& numbers, const IntegerData& planes)
         : mPlanes(planes),
           mStride(frame.stride),
           mReach(frame.reach),

@@ -32,7 +32,7 @@ HWY_INLINE void filterRow(const Weights& weights, int reach, const Block& block,
 ///
 /// @param first the mean of the first channel, where the weights filter the others alone.
 template<class Weights>
-void filterTiles(const Weights& weights, const Frame& frame, const Block& block, float first) {
+void filterTiles(const Weights& weights, const FrameJobs& frame, const Block& block, float first) {
     Means means[2];
     for (Means& row : means)
         row[0].fill(first);
@@ -51,7 +51,7 @@ void filterTiles(const Weights& weights, const Frame& frame, const Block& block,
 /// Fills a block's planes and filters it: with the weights for alpha that varies, or those for one alpha all over the
 /// block and its margins.
 template<class Planes, class Numbers>
-void filterBlock(const Frame& frame, const Numbers& numbers, const Block& block, unsigned worker) {
+void filterBlock(const FrameJobs& frame, const Numbers& numbers, const Block& block, unsigned worker) {
     Planes& planes = *new (frame.pool.scratch(worker, sizeof(Planes))) Planes;
     const std::optional<float> alpha = planes.fill(frame, numbers, block);
     if (!alpha)

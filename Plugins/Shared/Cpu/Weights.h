@@ -32,7 +32,7 @@ constexpr int sumOctaves(int reach) {
 }
 
 /// What the jobs of a frame share.
-struct Frame {
+struct FrameJobs {
     const Image& image;
     Channels channels;
     const Formula& formula;
@@ -118,7 +118,7 @@ struct Bf16Numbers {
     std::array<std::array<std::int32_t, kMaxTaps>, kReachLimit + 1> starts; // by distance in y, and column
 };
 
-void filterBlockBf16(const Frame& frame, const Bf16Numbers& numbers, const Block& block, unsigned worker);
+void filterBlockBf16(const FrameJobs& frame, const Bf16Numbers& numbers, const Block& block, unsigned worker);
 #endif
 
 // ---- Weights as floats, accurate to 1e-4 of themselves, for any sigma and depth.
