@@ -234,7 +234,7 @@ set xlabel "Blur Scale"
 set ylabel "milliseconds"
 set logscale y
 set xrange [0:65]
-set yrange [1:5000]
+set yrange [1:*]
 set grid
 set key top left
 plot {curves}
