@@ -29,17 +29,14 @@ void pack(const Page& page, int y, int left, int width, void* samples) {
         packPixels(page.world.row(y));
 }
 
-/// Packs the rows of worlds when the library asks for them, so that no second copy of the pixels exists.
-int packRegion(VipsRegion* region, void*, void* first, void*, gboolean*) {
-    const auto& pages = *static_cast<const std::vector<Page>*>(first);
+/// Packs the rows of a page when the library asks for them, so that no second copy of the pixels exists.
+int packRegion(VipsRegion* region, void*, void* page, void*, gboolean*) {
     const VipsRect& area = region->valid;
-    const int height = pages.front().world.height;
-    for (int y = area.top; y < area.top + area.height; ++y) {
-        const Page& page = pages[static_cast<std::size_t>(y / height)];
-        const auto packSamples =
-            region->im->BandFmt == VIPS_FORMAT_USHORT ? pack<std::uint16_t> : pack<std::uint8_t>;
-        packSamples(page, y % height, area.left, area.width, VIPS_REGION_ADDR(region, area.left, y));
-    }
+    const auto packSamples =
+        region->im->BandFmt == VIPS_FORMAT_USHORT ? pack<std::uint16_t> : pack<std::uint8_t>;
+    for (int y = area.top; y < area.top + area.height; ++y)
+        packSamples(*static_cast<const Page*>(page), y, area.left, area.width,
+                    VIPS_REGION_ADDR(region, area.left, y));
     return 0;
 }
 
@@ -82,19 +79,17 @@ std::vector<std::string> lossesIn(const Format& format, const Image& image, bool
     return notes;
 }
 
-VImage imageOf(const std::vector<Page>& pages, bool deep) {
-    const Page& page = pages.front();
+VImage imageOf(const Page& page, bool deep) {
     const bool grey = page.channels < 3;
     VipsImage* image = vips_image_new();
-    vips_image_init_fields(image, page.world.width, page.world.height * static_cast<int>(pages.size()),
-                           page.channels, deep ? VIPS_FORMAT_USHORT : VIPS_FORMAT_UCHAR, VIPS_CODING_NONE,
+    vips_image_init_fields(image, page.world.width, page.world.height, page.channels,
+                           deep ? VIPS_FORMAT_USHORT : VIPS_FORMAT_UCHAR, VIPS_CODING_NONE,
                            grey ? (deep ? VIPS_INTERPRETATION_GREY16 : VIPS_INTERPRETATION_B_W)
                                 : (deep ? VIPS_INTERPRETATION_RGB16 : VIPS_INTERPRETATION_sRGB),
                            1, 1);
     VImage owner(image);
     if (vips_image_pipelinev(image, VIPS_DEMAND_STYLE_THINSTRIP, nullptr) != 0 ||
-        vips_image_generate(image, nullptr, packRegion, nullptr, const_cast<std::vector<Page>*>(&pages),
-                            nullptr) != 0)
+        vips_image_generate(image, nullptr, packRegion, nullptr, const_cast<Page*>(&page), nullptr) != 0)
         throw vips::VError();
     return owner;
 }

@@ -33,8 +33,8 @@ std::vector<std::string> lossesIn(const Format& format, const Image& image, bool
 
 // What the formats share
 
-/// Pages of one size, one below the other, as an image of the library. It borrows the pixels.
-vips::VImage imageOf(const std::vector<Page>& pages, bool deep);
+/// A page as an image of the library, which borrows the pixels.
+vips::VImage imageOf(const Page& page, bool deep);
 
 /// Packs a row of a page's pixels into samples of 8 or 16 bits, or of 32, which are floats.
 void packRow(const Page& page, int y, int bits, void* samples);

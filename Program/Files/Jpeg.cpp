@@ -232,7 +232,7 @@ Bytes encodeJpeg(const Image& image, WriteOptions options, bool isOfInput) {
     const Page& page = image.pages.front();
     const Compression& compression = image.compression;
     const int followed = compression.quality > 0 ? compression.quality : kPlainQuality;
-    Bytes plain = encodePlain(imageOf(image.pages, false), ".jpg",
+    Bytes plain = encodePlain(imageOf(image.pages.front(), false), ".jpg",
                               vips::VImage::option()
                                   ->set("Q", options.quality > 0 ? options.quality : followed)
                                   ->set("optimize_coding", true)

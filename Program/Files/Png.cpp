@@ -259,7 +259,7 @@ Bytes encodePng(const Image& image, WriteOptions options, bool isOfInput) {
                                             : VIPS_FOREIGN_PNG_FILTER_NONE;
     vips::VOption* settings = VImage::option()->set("compression", level)->set("filter", predictor);
     const Bytes plain =
-        encodePlain(imageOf(image.pages, bits == 16), ".png", settings->set("bitdepth", bits));
+        encodePlain(imageOf(image.pages.front(), bits == 16), ".png", settings->set("bitdepth", bits));
     Bytes file;
     file.reserve(plain.size() + image.metadata->own.size());
     append(file, bytesOf(kSignature));

@@ -196,7 +196,7 @@ Bytes encodeWebp(const Image& image, WriteOptions options, bool) {
     const int quality = options.quality > 0 ? options.quality : kQuality;
     const Bytes pixels = image.pages.size() > 1
                              ? encodeAnimation(image, isLossy, quality)
-                             : encodePlain(imageOf(image.pages, false), ".webp",
+                             : encodePlain(imageOf(image.pages.front(), false), ".webp",
                                            VImage::option()->set("lossless", !isLossy)->set("Q", quality));
     Exiv2::ExifData exif = image.metadata->exif;
     if (first.density.unit != Density::Unit::Unknown && densityOf(exif).x == 0)
