@@ -1,11 +1,8 @@
 #include "Plugins/Shared/Cpu/ThreadPool.h"
 
-#include "Platform/UsableCpus.h"
-
 #include <atomic>
 #include <csignal>
 #include <optional>
-#include <sched.h>
 #include <span>
 #include <unistd.h>
 
@@ -61,16 +58,6 @@ TEST(ThreadPool, ItsThreadsBlockAllSignals) {
     for (const int signal : {SIGINT, SIGTERM, SIGSEGV, SIGCHLD, SIGRTMIN})
         EXPECT_EQ(sigismember(&blocked[1], signal), 1) << signal;
     EXPECT_EQ(sigismember(&blocked[0], SIGTERM), 0);
-}
-
-TEST(ThreadPool, HasAsManyThreadsAsTheProcessMayUse) {
-    cpu_set_t all, one{};
-    ASSERT_EQ(sched_getaffinity(0, sizeof(all), &all), 0);
-    CPU_SET(sched_getcpu(), &one);
-    ASSERT_EQ(sched_setaffinity(0, sizeof(one), &one), 0);
-    EXPECT_EQ(ThreadPool().threads(), 1u);
-    sched_setaffinity(0, sizeof(all), &all);
-    EXPECT_EQ(ThreadPool().threads(), usableCpus());
 }
 
 // The child has none of the threads, and a copy of whatever lock was held.

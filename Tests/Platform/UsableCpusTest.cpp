@@ -2,6 +2,7 @@
 #include "Tests/Support/ProcessRun.h"
 
 #include <map>
+#include <sched.h>
 
 namespace Tessaloom::BilateralBlur {
 namespace {
@@ -18,6 +19,15 @@ unsigned usableCpusOf(const std::string& groups, const std::map<std::string, std
     for (const auto& [name, text] : files)
         write("sys/fs/cgroup/" + name, text);
     return usableCpus(root / "");
+}
+
+TEST(UsableCpus, AreThoseOfTheAffinity) {
+    cpu_set_t all, one{};
+    ASSERT_EQ(sched_getaffinity(0, sizeof all, &all), 0);
+    CPU_SET(sched_getcpu(), &one);
+    ASSERT_EQ(sched_setaffinity(0, sizeof one, &one), 0);
+    EXPECT_EQ(usableCpusOf("0::/", {}), 1u);
+    sched_setaffinity(0, sizeof all, &all);
 }
 
 TEST(UsableCpus, TheLeastQuotaOfTheGroupsBoundsTheAffinity) {

@@ -133,7 +133,6 @@ TEST(BadInput, IsReportedInOneLine) {
         {"blur animated.png old.png", 1, "an animated PNG; only its still image can be read"},
         {"blur huge.png old.png", 1, "60000 x 60000 pixels need "},
         {"blur cmyk.tif old.png", 1, "its colours are cmyk; grey and RGB images"},
-        {"blur float.tif old.png", 1, "its samples are of type float; grey and RGB images"},
         {"blur alpha.png x.jpg", 1, "JPEG can't hold the image's alpha channel; use PNG, TIFF, WebP or "},
         {"blur in.1.png old.png", 1, "old.png: can't be written: File too large"},
         {"blur in.1.png protected.png", 1, "protected.png: can't be replaced: Permission denied"},
