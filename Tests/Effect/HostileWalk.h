@@ -34,7 +34,8 @@ public:
 private:
     void send(PF_Cmd command) {
         PF_OutData out{};
-        EXPECT_EQ(mModule.entry()(command, nullptr, &out, nullptr, nullptr, nullptr), 0);
+        PF_OutData* const touched = command == PF_Cmd_GLOBAL_SETUP ? &out : nullptr;
+        EXPECT_EQ(mModule.entry()(command, nullptr, touched, nullptr, nullptr, nullptr), 0);
     }
 
     void act() {

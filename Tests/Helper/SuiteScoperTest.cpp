@@ -46,6 +46,12 @@ TEST_F(SuiteScoperTest, HoldsSuitesForAScope) {
     EXPECT_EQ(mOutData.return_msg, "%s" + std::string(253, 'x'));
 }
 
+int mMessages = 0;
+
+int countMessage(char*, const char*, ...) {
+    return ++mMessages;
+}
+
 TEST_F(SuiteScoperTest, FreeFunctionsAcquireAndReleaseDrawingSuitesInOrder) {
     for (const char* name : {"Draw", "Supplier", "Surface", "Path"})
         mHost.faults.suites["DRAWBOT " + std::string(name) + " Suite"] = name;
@@ -70,6 +76,11 @@ TEST_F(SuiteScoperTest, FreeFunctionsAcquireAndReleaseDrawingSuitesInOrder) {
     EXPECT_EQ(ReleaseDrawbotSuites(&mInData, &mOutData), 0);
     EXPECT_STREQ(mOutData.return_msg, "Not able to release AEFX Suite.");
     EXPECT_EQ(mOutData.out_flags, 2 | PF_OutFlag_DISPLAY_ERROR_MESSAGE);
+    PF_UtilCallbacks utils = *mInData.utils;
+    utils.ansi.sprintf = countMessage;
+    mInData.utils = &utils;
+    ReleaseDrawbotSuites(&mInData, &mOutData);
+    EXPECT_EQ(mMessages, 4) << "it goes on behind a failure";
 }
 
 TEST_F(SuiteScoperTest, RunsScripts) {

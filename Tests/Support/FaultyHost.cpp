@@ -178,8 +178,14 @@ PF_Err entry(PF_Cmd cmd, PF_InData* inData, PF_OutData* outData, PF_ParamDef* pa
     const PF_Err code = mEntry(cmd, FaultyHost::wrap(*inData), outData, params, output, extra);
     std::memcpy(before.return_msg, outData->return_msg, sizeof before.return_msg);
     before.out_flags |= outData->out_flags & PF_OutFlag_DISPLAY_ERROR_MESSAGE;
-    const bool isSetup = cmd == PF_Cmd_GLOBAL_SETUP || cmd == PF_Cmd_PARAMS_SETUP;
-    if (!isSetup && std::memcmp(&before, outData, sizeof before) != 0)
+    if (cmd == PF_Cmd_GLOBAL_SETUP) {
+        before.my_version = outData->my_version;
+        before.out_flags = outData->out_flags;
+        before.out_flags2 = outData->out_flags2;
+    } else if (cmd == PF_Cmd_PARAMS_SETUP) {
+        before.num_params = outData->num_params;
+    }
+    if (std::memcmp(&before, outData, sizeof before) != 0)
         throw std::logic_error("the effect wrote to a field that isn't its own");
     return code;
 }
