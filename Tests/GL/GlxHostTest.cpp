@@ -45,6 +45,7 @@ TEST(GlxHost, KeepsItsContextAroundTheEffect) {
     }
     makeCurrent(false);
     glXDestroyContext(display, context);
+    glXDestroyPbuffer(display, surface);
     XCloseDisplay(display);
 }
 
