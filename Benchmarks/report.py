@@ -171,7 +171,7 @@ def stages(figures):
 def programs(figures, work):
     """Runs programs on files in the directory `work`."""
     ffmpeg = ["ffmpeg", "-v", "error", "-nostdin", "-y"]
-    sample, clip, out = ROOT / "Docs/pictures/sample.png", work / "clip.mp4", work / "out.png"
+    sample, clip, out = ROOT / "Docs/images/sample.png", work / "clip.mp4", work / "out.png"
     for source, options in (
             (["-i", sample], ["-vf", "scale=1920:1080", work / "photograph.png"]),
             (["-i", sample], ["-vf", "scale=64:64", work / "small.png"]),
@@ -262,8 +262,8 @@ def main():
             of_rate=cell(".0f", figures.of(f"AVX3_DL/noise/640x360/scale:29/threads:{CORES}", "of_rate"), 0.01))
         image = plot(figures, work).read_bytes()
     (ROOT / "Docs/performance.md").write_text(page)
-    (ROOT / "Docs/pictures/benchmark.png").write_bytes(image)
-    print("Written: Docs/performance.md, Docs/pictures/benchmark.png")
+    (ROOT / "Docs/images/benchmark.png").write_bytes(image)
+    print("Written: Docs/performance.md, Docs/images/benchmark.png")
 
 
 main()
