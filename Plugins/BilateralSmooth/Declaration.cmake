@@ -1,4 +1,4 @@
-# What the effect declares, read by all that depends on it; Plugins/Declaration.cmake explains how.
+# What the effect declares, read by all that depends on it; Plugins/Declarations/Declaration.cmake explains how.
 set(EFFECT_NAME "Bilateral Smooth")
 set(EFFECT_MATCH_NAME "Tessaloom Bilateral Smooth")
 set(EFFECT_CATEGORY "Blur")
