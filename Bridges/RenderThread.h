@@ -1,7 +1,8 @@
 #pragma once
 
-#include "Bridges/LinkedEffect.h"
+#include "Plugins/Shared/Effect/LinkedEffect.h"
 
+#include <array>
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
@@ -10,6 +11,9 @@
 #include <thread>
 
 namespace Tessaloom::BilateralBlur::Bridges {
+
+/// A value for each slider, in the order of the declaration; the rest counts for nothing.
+using SliderValues = std::array<std::int32_t, kMostSliders>;
 
 /// What a sample is: a byte, 16 bits of full scale 65535, or a float of full scale 1.
 enum class Samples : char { Bytes, Words, Floats };

@@ -44,7 +44,7 @@ path moduleOf(const std::string& key) {
 } // namespace
 
 const std::vector<std::string>& effectKeys() {
-    static const std::vector<std::string> kKeys{"bilateral-blur", "bilateral-smooth"};
+    static const std::vector<std::string> kKeys{BILATERAL_BLUR_EFFECTS};
     return kKeys;
 }
 

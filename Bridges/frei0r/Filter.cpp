@@ -22,8 +22,6 @@ namespace Tessaloom::BilateralBlur::Frei0r {
 
 namespace {
 
-using Bridges::linkedEffect;
-
 std::span<const SliderDeclaration> sliders() {
     return linkedEffect().declaration.sliders;
 }
@@ -52,9 +50,9 @@ Text rangeText(const SliderDeclaration& slider, const char* verb) {
 }
 
 /// Explanations of the parameters, in their order.
-const std::array<Text, Bridges::kMostSliders>& explanations() {
+const std::array<Text, kMostSliders>& explanations() {
     static const auto kExplanations = [] {
-        std::array<Text, Bridges::kMostSliders> texts;
+        std::array<Text, kMostSliders> texts;
         std::ranges::transform(sliders(), texts.begin(),
                                [](const SliderDeclaration& slider) { return rangeText(slider, " means"); });
         return texts;
@@ -104,7 +102,7 @@ public:
 
 private:
     const unsigned mWidth, mHeight;
-    std::array<std::atomic<double>, Bridges::kMostSliders> mPositions;
+    std::array<std::atomic<double>, kMostSliders> mPositions;
 };
 
 bool isParameter(int index) {

@@ -17,8 +17,6 @@ namespace Tessaloom::BilateralBlur::Gegl {
 
 namespace {
 
-using Bridges::linkedEffect;
-
 std::span<const SliderDeclaration> sliders() {
     return linkedEffect().declaration.sliders;
 }

@@ -69,7 +69,7 @@ bool isOverlapping(const bilateral_blur_image& image) {
     return apart < row || stride - apart < row;
 }
 
-int check(const Bridges::LinkedEffect& effect, const bilateral_blur_image& image) {
+int check(const LinkedEffect& effect, const bilateral_blur_image& image) {
     if (!image.input || !image.output)
         return BILATERAL_BLUR_NULL_POINTER;
     if (image.width < 1 || image.width > kMostPixels || image.height < 1 || image.height > kMostPixels)
@@ -123,7 +123,7 @@ int codeOf(Bridges::Outcome::Kind kind) {
 
 } // namespace
 
-int filter(const Bridges::LinkedEffect& effect, const bilateral_blur_image* image,
+int filter(const LinkedEffect& effect, const bilateral_blur_image* image,
            std::initializer_list<std::int32_t> values) noexcept try {
     if (!image)
         return BILATERAL_BLUR_NULL_POINTER;

@@ -5,7 +5,7 @@
 #include "Bridges/library/bilateral-blur.h"
 #pragma GCC visibility pop
 
-#include "Bridges/LinkedEffect.h"
+#include "Plugins/Shared/Effect/LinkedEffect.h"
 
 #include <cstdint>
 #include <initializer_list>
@@ -19,7 +19,7 @@ extern const char* const kBadThreshold;
 
 /// Filters an image of the caller's, once it is found to be one. `values` are those of the first sliders,
 /// within their ranges; the others have their defaults. Returns a bilateral_blur_code; no exception comes out.
-int filter(const Bridges::LinkedEffect& effect, const bilateral_blur_image* image,
+int filter(const LinkedEffect& effect, const bilateral_blur_image* image,
            std::initializer_list<std::int32_t> values) noexcept;
 
 } // namespace Tessaloom::BilateralBlur::Library

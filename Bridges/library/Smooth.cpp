@@ -1,7 +1,6 @@
 #include "Bridges/library/Library.h"
 
-#include "Plugins/BilateralSmooth/Sources/BilateralSmooth.h"
-#include "Plugins/BilateralSmooth/Sources/BilateralSmoothDeclaration.h"
+#include "Plugins/Declarations/BilateralSmooth.h"
 
 #include <cmath>
 
@@ -11,7 +10,7 @@ const char* const Library::kBadRadius = "The radius must be an integer from 0 to
 const char* const Library::kBadThreshold = "The threshold must be a number from 0.001 to 1.";
 
 int bilateral_blur_smooth(const bilateral_blur_image* image, int radius, double threshold) {
-    static constexpr Bridges::LinkedEffect kEffect{bilateralSmoothCommand, kDeclaration};
+    static constexpr LinkedEffect kEffect{bilateralSmoothCommand, kDeclaration};
     constexpr const SliderDeclaration &kRadius = kSliders[0], &kThreshold = kSliders[1];
     static_assert(kRadius.minimum == 0 && kRadius.maximum == 60 && kThreshold.minimum == 1 &&
                       kThreshold.maximum == 1000 && kThreshold.steps == 1000,

@@ -20,6 +20,11 @@ macro(read_declaration EFFECT)
     include(${PROJECT_SOURCE_DIR}/Plugins/${EFFECT}/Declaration.cmake)
     key_of(EFFECT_KEY "${EFFECT_NAME}")
     string(REPLACE "-" "_" EFFECT_IDENTIFIER ${EFFECT_KEY})
+    # Its entry in the code: bilateralBlurCommand.
+    string(SUBSTRING ${EFFECT} 0 1 EFFECT_INITIAL)
+    string(TOLOWER ${EFFECT_INITIAL} EFFECT_INITIAL)
+    string(SUBSTRING ${EFFECT} 1 -1 EFFECT_COMMAND)
+    set(EFFECT_COMMAND ${EFFECT_INITIAL}${EFFECT_COMMAND}Command)
     # Targets begin with the project's name and the last word of the effect's: bilateral_blur_smooth.
     string(REGEX REPLACE "^.*-" "" EFFECT_TARGET ${EFFECT_KEY})
     set(EFFECT_TARGET bilateral_blur_${EFFECT_TARGET})

@@ -1,6 +1,5 @@
-#include "Plugins/BilateralBlur/Sources/BilateralBlur.h"
+#include "Plugins/Declarations/BilateralBlur.h"
 
-#include "Plugins/BilateralBlur/Sources/BilateralBlurDeclaration.h"
 #include "Plugins/BilateralBlur/Sources/BilateralBlurRender.h"
 #include "Plugins/BilateralBlur/Sources/CpuFormula.h"
 #include "Plugins/BilateralBlur/Sources/FilterConstants.h"

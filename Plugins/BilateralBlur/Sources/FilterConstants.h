@@ -1,7 +1,7 @@
 #pragma once
 
-#include "Plugins/BilateralBlur/Sources/BilateralBlurDeclaration.h"
 #include "Plugins/BilateralBlur/Sources/FragmentStage.h"
+#include "Plugins/Declarations/BilateralBlur.h"
 #include "Plugins/Shared/Cpu/BilateralFilter.h"
 
 #include <algorithm>

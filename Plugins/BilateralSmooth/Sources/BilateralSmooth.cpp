@@ -1,6 +1,5 @@
-#include "Plugins/BilateralSmooth/Sources/BilateralSmooth.h"
+#include "Plugins/Declarations/BilateralSmooth.h"
 
-#include "Plugins/BilateralSmooth/Sources/BilateralSmoothDeclaration.h"
 #include "Plugins/BilateralSmooth/Sources/BilateralSmoothRender.h"
 #include "Plugins/BilateralSmooth/Sources/CpuFormula.h"
 #include "Plugins/Shared/Effect/Effect.h"

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <span>
 
@@ -15,6 +16,9 @@ struct SliderDeclaration {
     bool isDistance;    ///< counts pixels: half as many in an image of half the size
     bool isRequired;    ///< the default leaves an image as it is, so a program asks for a value
 };
+
+/// How many sliders an effect has at most.
+inline constexpr std::size_t kMostSliders = 8;
 
 /// What an effect declares to its hosts. The build fills it in from the Declaration.cmake of the effect's directory,
 /// and the property list beside the module as well.

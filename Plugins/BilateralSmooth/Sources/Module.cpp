@@ -1,9 +1,0 @@
-#include "Plugins/BilateralSmooth/Sources/BilateralSmooth.h"
-
-/// The one function that the module exports.
-extern "C" __attribute__((visibility("default"))) PF_Err EntryPointFunc(PF_Cmd cmd, PF_InData* in_data,
-                                                                        PF_OutData* out_data,
-                                                                        PF_ParamDef* params[],
-                                                                        PF_LayerDef* output, void* extra) {
-    return Tessaloom::BilateralBlur::bilateralSmoothCommand(cmd, in_data, out_data, params, output, extra);
-}
