@@ -1,7 +1,6 @@
 #include "Plugins/BilateralBlur/Sources/BilateralBlurRender.h"
 
 #include "Plugins/BilateralBlur/Sources/FilterConstants.h"
-#include "Plugins/BilateralBlur/Sources/FragmentStage.h"
 #include "Plugins/Shared/GL/AEOpenglMainFrameBuffer.h"
 
 #include <algorithm>
