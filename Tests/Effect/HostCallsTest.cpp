@@ -120,6 +120,8 @@ TEST_P(HostCallsTest, RefusesWorldsThatDoNotFit) {
     expect(output, {12, 1, 0}, "");
     expect(output, {-12, 8, distance}, "");
     expect(output, {12, -8, distance}, "");
+    World deep(12, 8, PF_PixelFormat_ARGB64);
+    expect({.input = &deep}, {}, "Bilateral Blur got no pixels of 8 bits a channel from the host.");
     // Bytes are counted in 64 bits.
     expect({.failing = {{"host_new_handle", 77}}, .input = &world}, {70000, 70000, 280000},
            "There is no memory for a frame of 70000 x 70000 pixels.");

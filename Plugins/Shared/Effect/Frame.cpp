@@ -109,6 +109,9 @@ PF_Err renderFrame(const Effect& effect, PF_InData* in_data, PF_OutData* out_dat
     } catch (int code) {
         if (code == PF_Err_OUT_OF_MEMORY)
             showMemoryMessage(out_data, *input);
+        else if (code == PF_Err_BAD_CALLBACK_PARAM)
+            showMessage(out_data, "%s got no pixels of %d bits a channel from the host.",
+                        effect.declaration.name, 2 * format.pixelBytes);
         throw;
     } catch (const std::bad_alloc&) {
         showMemoryMessage(out_data, *input);
