@@ -57,8 +57,9 @@ public:
 
     /// Filters a frame: smart pre-render, then smart render into a world of the host's own, which is swapped
     /// with `output` if all went well. `output` then has the size and format of `input` and other pixels, else
-    /// it is untouched. The effect has to take the format, see Resource::takes. The two may be one world. A further frame takes no memory where `output` has the size of
-    /// `input` already. Exhausted memory is a result with the code `PF_Err_OUT_OF_MEMORY`.
+    /// it is untouched. The effect has to take the format, see Resource::takes. The two may be one world. A
+    /// further frame takes no memory where `output` has the size of `input` already. Exhausted memory is a
+    /// result with the code `PF_Err_OUT_OF_MEMORY`.
     ///
     /// The effect has to promise the whole of `input`, to leave both worlds' records and the padding of their
     /// rows alone, and not to write to `input`, of which some 64 rows are checked, others in each frame.

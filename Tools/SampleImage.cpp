@@ -1,10 +1,10 @@
 // Makes the images of the documentation:
-//   sample_image sample OUT                the sample image
-//   sample_image noise OUT SIGMA           the same, opaque, with noise of this sigma in levels, 0 for none
-//   sample_image sheet OUT X Y SIZE IN...  the square of SIZE pixels at X, Y of each image, three times as
-//                                          large, side by side
+//   bilateral_blur_sample_image sample OUT                the sample image
+//   bilateral_blur_sample_image noise OUT SIGMA           the same, opaque, with noise of this sigma in levels, 0 for none
+//   bilateral_blur_sample_image sheet OUT X Y SIZE IN...  the square of SIZE pixels at X, Y of each image, three times as
+//                                                         large, side by side
 // and seeds for fuzzers:
-//   sample_image seeds DIRECTORY           small files of all formats
+//   bilateral_blur_sample_image seeds DIRECTORY           small files of all formats
 // Pixels are straight RGBA. The same call gives the same bytes.
 
 #include "Tests/Support/Images.h"
@@ -225,9 +225,8 @@ int main(int argc, char** argv) {
         made = makeSheet(argv[2], std::atoi(argv[3]), std::atoi(argv[4]), std::atoi(argv[5]), argc - 6,
                          argv + 6);
     else
-        std::fputs("usage: sample_image sample OUT | sample_image noise OUT SIGMA | sample_image seeds "
-                   "DIRECTORY | sample_image sheet OUT X "
-                   "Y SIZE IN...\n",
+        std::fputs("usage: bilateral_blur_sample_image sample OUT | noise OUT SIGMA | "
+                   "sheet OUT X Y SIZE IN... | seeds DIRECTORY\n",
                    stderr);
     if (!made)
         std::fputs(vips_error_buffer(), stderr);

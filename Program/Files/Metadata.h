@@ -20,9 +20,9 @@ struct Metadata {
     Bytes own;       ///< segments or chunks that a file of the same format gets as they are
 };
 
-/// Reads EXIF, IPTC and XMP of a file, or takes what was found where `file` is empty. What describes the stored file rather than the image is
-/// left out, and so are thumbnails, since they show the unfiltered image. Gives notes on what can't be kept
-/// because it is damaged or too large. Throws std::bad_alloc alone.
+/// Reads EXIF, IPTC and XMP of a file, or takes what was found where `file` is empty. What describes the stored
+/// file rather than the image is left out, and so are thumbnails, since they show the unfiltered image. Gives
+/// notes on what can't be kept because it is damaged or too large. Throws std::bad_alloc alone.
 std::vector<std::string> readMetadata(std::span<const std::byte> file, bool isTiff, FoundMetadata found,
                                       Metadata& metadata);
 
