@@ -25,8 +25,8 @@ macro(read_declaration EFFECT)
     string(TOLOWER ${EFFECT_INITIAL} EFFECT_INITIAL)
     string(SUBSTRING ${EFFECT} 1 -1 EFFECT_COMMAND)
     set(EFFECT_COMMAND ${EFFECT_INITIAL}${EFFECT_COMMAND}Command)
-    # Targets begin with the project's name and the last word of the effect's: bilateral_blur_smooth.
-    string(REGEX REPLACE "^.*-" "" EFFECT_TARGET ${EFFECT_KEY})
+    # Targets begin with the project's name, of which the effect's doesn't repeat the first word: bilateral_blur_smooth.
+    string(REGEX REPLACE "^bilateral_" "" EFFECT_TARGET ${EFFECT_IDENTIFIER})
     set(EFFECT_TARGET bilateral_blur_${EFFECT_TARGET})
     # Shotcut sorts its filters by what they do: "Blur: Bilateral".
     string(REGEX REPLACE "^(.*) ([^ ]*)$" "\\2: \\1" EFFECT_SHOTCUT_NAME "${EFFECT_NAME}")
