@@ -12,7 +12,7 @@
 
 namespace Tessaloom::BilateralBlur::Bridges {
 
-/// A value for each slider, in the order of the declaration; the rest counts for nothing.
+/// A value for each slider, in the order of the declaration; the rest is ignored.
 using SliderValues = std::array<std::int32_t, kMostSliders>;
 
 /// What a sample is: a byte, 16 bits of full scale 65535, or a float of full scale 1.

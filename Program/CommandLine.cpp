@@ -139,9 +139,8 @@ CommandLine::CommandLine(const Host::Resource& effect)
     app.add_flag("--skip-existing", options.skipExisting,
                  "Skip images whose output already exists, whatever it was made with");
     add("--format", options.format, formatChoices().c_str(),
-        "The format of OUTPUT, also of all files in a directory (default: by the extension; for - the format "
-        "of "
-        "the input)")
+        "The format of OUTPUT, also of all files in a directory (default: by the extension; for - the "
+        "format of the input)")
         ->check(oneOf(formatChoices()));
     add("--quality", options.quality, "N", "Quality of JPEG and WebP, 1 to 100 (default: the input's)")
         ->transform(whole(1, 100));

@@ -171,7 +171,7 @@ void checkDirectory(const Options& options) {
         return;
     const bool isOther = options.output == kStandardStream || isThere(options.output);
     throw WrongUse(outputName(options.output) +
-                   (isOther ? ": this is no directory" : ": there is no such directory") +
+                   (isOther ? ": not a directory" : ": there is no such directory") +
                    "; several inputs, or a directory, are written into one that exists");
 }
 

@@ -54,7 +54,7 @@ struct Format {
     /// Notes what is odd.
     void (*verify)(std::span<const std::byte> file, std::vector<std::string>& notes) = nullptr;
 
-    /// Notes on what a file of this format loses of the image's metadata for want of room; null where all has room.
+    /// Notes on what a file of this format loses of the image's metadata because it doesn't fit; null where all fits.
     std::vector<std::string> (*losses)(const Image& image) = nullptr;
 
     /// The bytes of the file, metadata included. `isOfInput` where the image comes from a file of this format. Null
