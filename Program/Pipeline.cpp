@@ -123,7 +123,7 @@ ImageFile Pipeline::open(const Job& job) {
     try {
         return ImageFile(job.input, mSettings.reading);
     } catch (const Failure&) {
-        // All would fail of that.
+        // That makes all of them fail.
         if (mJobs.size() > 1 && std::all_of(mJobs.begin(), mJobs.end(), [&](const Job& other) {
                 return other.input.parent_path() == job.input.parent_path();
             }))

@@ -219,7 +219,7 @@ void verifyJpeg(std::span<const std::byte> file, std::vector<std::string>& notes
         notes.push_back(std::to_string(errors.strayBytes) +
                         " bytes between its pixels and its end mean nothing");
     if (const std::size_t rest = decoder.src->bytes_in_buffer; rest > 0)
-        notes.push_back("what follows the image, such as a gain map, a film or a preview, isn't kept: " +
+        notes.push_back("what follows the image, such as a gain map, a video or a preview, isn't kept: " +
                         std::to_string(rest) + " bytes");
 }
 
