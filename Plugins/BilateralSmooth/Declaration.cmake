@@ -3,8 +3,7 @@ set(EFFECT_NAME "Bilateral Smooth")
 set(EFFECT_MATCH_NAME "Tessaloom Bilateral Smooth")
 set(EFFECT_CATEGORY "Blur")
 set(EFFECT_DESCRIPTION "Smooths all colours at the image's own depth and keeps edges")
-set(EFFECT_OUT_FLAGS 33554432) # takes 16 bits a channel
-set(EFFECT_OUT_FLAGS2 5120)    # renders by the smart commands, and takes floats
+set(EFFECT_DEPTHS 8 16 32)
 set(EFFECT_MARGIN 60)
 slider(NAME "Radius" DESCRIPTION "How far the smoothing reaches, in pixels" MINIMUM 0 MAXIMUM 60 DEFAULT 5
        PRESETS 3 5 10 IS_DISTANCE)

@@ -1,6 +1,12 @@
 # How the declaration of an effect becomes code, property list, editors' files and manual page. An effect's directory
-# has a Declaration.cmake, which sets the EFFECT_... variables and calls `slider` for each slider; whoever makes a file
-# of it calls `read_declaration`, then `fill_in`.
+# has a Declaration.cmake, which calls `slider` for each slider and sets
+#   EFFECT_NAME         as users see it
+#   EFFECT_MATCH_NAME   as hosts know it, which no other effect has and no later version changes
+#   EFFECT_CATEGORY     under which a host lists it
+#   EFFECT_DESCRIPTION  one line, for users
+#   EFFECT_DEPTHS       the bits of a channel that it takes: 8, 16, and 32 for floats
+#   EFFECT_MARGIN       how far from a pixel, each way, others are that its result depends on at most
+# Whoever makes a file of it calls `read_declaration`, then `fill_in`.
 
 # slider(NAME text DESCRIPTION text MINIMUM n MAXIMUM n DEFAULT n [STEPS n] PRESETS n n n
 #        [IS_DISTANCE] [IS_REQUIRED])
@@ -31,6 +37,16 @@ macro(read_declaration EFFECT)
     # Shotcut sorts its filters by what they do: "Blur: Bilateral".
     string(REGEX REPLACE "^(.*) ([^ ]*)$" "\\2: \\1" EFFECT_SHOTCUT_NAME "${EFFECT_NAME}")
     string(TOLOWER "${EFFECT_SHOTCUT_NAME}" EFFECT_SHOTCUT_KEYWORDS)
+    # The depths as bits of the host interface: PF_OutFlag_DEEP_COLOR_AWARE, and PF_OutFlag2_FLOAT_COLOR_AWARE beside
+    # PF_OutFlag2_SUPPORTS_SMART_RENDER, which every effect has.
+    set(EFFECT_OUT_FLAGS 0)
+    set(EFFECT_OUT_FLAGS2 1024)
+    if(16 IN_LIST EFFECT_DEPTHS)
+        set(EFFECT_OUT_FLAGS 33554432)
+    endif()
+    if(32 IN_LIST EFFECT_DEPTHS)
+        math(EXPR EFFECT_OUT_FLAGS2 "${EFFECT_OUT_FLAGS2} + 4096")
+    endif()
     # The version is the project's, packed as version, subversion, bugfix level and build.
     math(EXPR EFFECT_PACKED_VERSION "(${PROJECT_VERSION_MAJOR} << 19) | (${PROJECT_VERSION_MINOR} << 15) \
 | (${PROJECT_VERSION_PATCH} << 11) | ${PROJECT_VERSION_TWEAK}")

@@ -12,8 +12,6 @@ namespace Tessaloom::BilateralBlur {
 
 namespace {
 
-static_assert(kDeclaration.outFlags2 == PF_OutFlag2_SUPPORTS_SMART_RENDER);
-
 // At the end of a process that sends no setdown it stays: a frame may be under way on another thread.
 BilateralBlurRender* mRender = new BilateralBlurRender;
 

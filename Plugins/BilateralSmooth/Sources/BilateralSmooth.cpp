@@ -11,8 +11,6 @@ namespace Tessaloom::BilateralBlur {
 
 namespace {
 
-static_assert(kDeclaration.outFlags == PF_OutFlag_DEEP_COLOR_AWARE);
-static_assert(kDeclaration.outFlags2 == (PF_OutFlag2_SUPPORTS_SMART_RENDER | PF_OutFlag2_FLOAT_COLOR_AWARE));
 static_assert(kDeclaration.sliders[0].maximum == kLargestRadius);
 static_assert(kDeclaration.margin == kLargestRadius);
 
