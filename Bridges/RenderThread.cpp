@@ -37,35 +37,37 @@ Host::Resource resourceOf(const EffectDeclaration& declaration) {
     return resource;
 }
 
-std::size_t rowBytes(const Image& image) {
-    const std::size_t sample = image.samples == Samples::Bytes ? 1 : image.samples == Samples::Words ? 2 : 4;
-    return sample * image.channels * image.width;
+std::size_t rowBytes(const Request& request) {
+    const std::size_t sample = request.samples == Samples::Bytes   ? 1
+                               : request.samples == Samples::Words ? 2
+                                                                   : 4;
+    return sample * request.channels * request.width;
 }
 
-void copy(const Image& image) {
-    std::memmove(image.output, image.input, rowBytes(image) * image.height);
+void copy(const Request& request) {
+    std::memmove(request.output, request.input, rowBytes(request) * request.height);
 }
 
 /// The address of a row.
 template<class Sample>
-Sample* rowAt(Sample* top, std::ptrdiff_t stride, const Image& image, int y) {
+Sample* rowAt(Sample* top, std::ptrdiff_t stride, const Request& request, int y) {
     using Byte = std::conditional_t<std::is_const_v<Sample>, const std::byte, std::byte>;
-    const std::ptrdiff_t distance = stride ? stride : static_cast<std::ptrdiff_t>(rowBytes(image));
+    const std::ptrdiff_t distance = stride ? stride : static_cast<std::ptrdiff_t>(rowBytes(request));
     return reinterpret_cast<Sample*>(reinterpret_cast<Byte*>(top) + distance * y);
 }
 
 template<class Pixel, class Sample>
-void read(const Image& image, Host::World& world) {
+void read(const Request& request, Host::World& world) {
     for (int y = 0; y < world.height; ++y)
-        Host::unpackRow(rowAt(static_cast<const Sample*>(image.input), image.inputStride, image, y),
-                        image.channels, world.width, world.row<Pixel>(y));
+        Host::unpackRow(rowAt(static_cast<const Sample*>(request.input), request.inputStride, request, y),
+                        request.channels, world.width, world.row<Pixel>(y));
 }
 
 template<class Pixel, class Sample>
-void write(const Host::World& world, const Image& image) {
+void write(const Host::World& world, const Request& request) {
     for (int y = 0; y < world.height; ++y)
-        Host::packRow(world.row<Pixel>(y), world.width, image.channels,
-                      rowAt(static_cast<Sample*>(image.output), image.outputStride, image, y));
+        Host::packRow(world.row<Pixel>(y), world.width, request.channels,
+                      rowAt(static_cast<Sample*>(request.output), request.outputStride, request, y));
 }
 
 /// An effect, from setup to setdown, and its worlds, which are kept from image to image. All of it belongs
@@ -75,43 +77,43 @@ public:
     explicit Studio(const LinkedEffect& linked)
         : mLinked(linked), mModule(linked.entry, resourceOf(linked.declaration)) {}
 
-    Outcome render(const Image& image) {
-        take(image);
+    Outcome render(const Request& request) {
+        take(request);
         const Host::Result result =
-            mEffect.render(mInput, mOutput, {image.values.data(), mLinked.declaration.sliders.size()});
+            mEffect.render(mInput, mOutput, {request.values.data(), mLinked.declaration.sliders.size()});
         if (!result.ok())
             return {result.code == PF_Err_OUT_OF_MEMORY ? Outcome::Kind::OutOfMemory : Outcome::Kind::Failed,
                     result.text()};
-        switch (image.samples) {
+        switch (request.samples) {
         case Samples::Bytes:
-            write<PF_Pixel8, std::uint8_t>(mOutput, image);
+            write<PF_Pixel8, std::uint8_t>(mOutput, request);
             break;
         case Samples::Words:
-            write<PF_PixelFloat, std::uint16_t>(mOutput, image);
+            write<PF_PixelFloat, std::uint16_t>(mOutput, request);
             break;
         case Samples::Floats:
-            write<PF_PixelFloat, float>(mOutput, image);
+            write<PF_PixelFloat, float>(mOutput, request);
         }
         return {};
     }
 
 private:
-    void take(const Image& image) {
+    void take(const Request& request) {
         // A size that an int doesn't hold turns negative and is refused.
-        const int width = static_cast<int>(image.width), height = static_cast<int>(image.height);
+        const int width = static_cast<int>(request.width), height = static_cast<int>(request.height);
         const std::int32_t format =
-            image.samples == Samples::Bytes ? PF_PixelFormat_ARGB32 : PF_PixelFormat_ARGB128;
+            request.samples == Samples::Bytes ? PF_PixelFormat_ARGB32 : PF_PixelFormat_ARGB128;
         if (mInput.width != width || mInput.height != height || mInput.format() != format) {
             mInput = Host::World(width, height, format);
             mOutput = Host::World(width, height, format);
         }
-        switch (image.samples) {
+        switch (request.samples) {
         case Samples::Bytes:
-            return read<PF_Pixel8, std::uint8_t>(image, mInput);
+            return read<PF_Pixel8, std::uint8_t>(request, mInput);
         case Samples::Words:
-            return read<PF_PixelFloat, std::uint16_t>(image, mInput);
+            return read<PF_PixelFloat, std::uint16_t>(request, mInput);
         case Samples::Floats:
-            return read<PF_PixelFloat, float>(image, mInput);
+            return read<PF_PixelFloat, float>(request, mInput);
         }
     }
 
@@ -190,38 +192,38 @@ void RenderThread::leave() {
         stop();
 }
 
-Outcome RenderThread::render(const Image& image) noexcept {
+Outcome RenderThread::render(const Request& request) noexcept {
     return outcomeOf([&]() -> Outcome {
         filteringProcess();
         mHasFiltered = true;
         if (isFork())
             return {Outcome::Kind::Fork, "this process is a fork of the one that filters"};
-        return take(image);
+        return take(request);
     });
 }
 
-void RenderThread::filter(const Image& image, void (*report)(const char* reason)) noexcept {
-    if (image.width == 0 || image.height == 0)
+void RenderThread::filter(const Request& request, void (*report)(const char* reason)) noexcept {
+    if (request.width == 0 || request.height == 0)
         return;
-    const Outcome outcome = render(image);
+    const Outcome outcome = render(request);
     if (outcome.kind == Outcome::Kind::Filtered)
         return;
-    copy(image);
+    copy(request);
     // The end of the process isn't worth a message.
     if (!mHasReported.exchange(true) && outcome.kind != Outcome::Kind::Exit)
         report(outcome.reason.c_str());
 }
 
-Outcome RenderThread::take(const Image& image) {
+Outcome RenderThread::take(const Request& request) {
     const std::lock_guard turn(mTurn);
     std::unique_lock lock(mMutex);
     if (mClosed)
         return {Outcome::Kind::Exit, "the process exits"};
     if (!mThread.joinable())
         start();
-    mImage = &image;
+    mRequest = &request;
     mChanged.notify_all();
-    mChanged.wait(lock, [this] { return !mImage; });
+    mChanged.wait(lock, [this] { return !mRequest; });
     return std::exchange(mOutcome, {});
 }
 
@@ -244,18 +246,18 @@ void RenderThread::serve() {
     std::map<const LinkedEffect*, Studio> studios;
     std::unique_lock lock(mMutex);
     while (true) {
-        mChanged.wait(lock, [this] { return mImage || mStopping; });
-        if (!mImage)
+        mChanged.wait(lock, [this] { return mRequest || mStopping; });
+        if (!mRequest)
             break;
         lock.unlock();
         Outcome outcome = outcomeOf([&] {
-            return studios.try_emplace(&mImage->effect, mImage->effect).first->second.render(*mImage);
+            return studios.try_emplace(&mRequest->effect, mRequest->effect).first->second.render(*mRequest);
         });
         static const AtExit kAfterTheDriver;
         lock.lock();
         mHasRendered = true;
         mOutcome = std::move(outcome);
-        mImage = nullptr;
+        mRequest = nullptr;
         mChanged.notify_all();
     }
     mHasRendered = false;
@@ -265,7 +267,7 @@ void RenderThread::waitForFirst() {
     if (isFork())
         return;
     std::unique_lock lock(mMutex);
-    mChanged.wait(lock, [this] { return mHasRendered || !mImage; });
+    mChanged.wait(lock, [this] { return mHasRendered || !mRequest; });
 }
 
 // A host may exit from a signal handler on a thread that waits for an image. So this doesn't wait for its
@@ -275,7 +277,7 @@ void RenderThread::close() {
         return;
     std::unique_lock lock(mMutex);
     mClosed = true;
-    mChanged.wait(lock, [this] { return !mImage; });
+    mChanged.wait(lock, [this] { return !mRequest; });
 }
 
 } // namespace Tessaloom::BilateralBlur::Bridges

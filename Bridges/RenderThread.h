@@ -12,28 +12,28 @@
 
 namespace Tessaloom::BilateralBlur::Bridges {
 
-/// A value for each slider, in the order of the declaration; the rest is ignored.
-using SliderValues = std::array<std::int32_t, kMostSliders>;
-
 /// What a sample is: a byte, 16 bits of full scale 65535, or a float of full scale 1.
 enum class Samples : char { Bytes, Words, Floats };
 
-/// An image to filter: `width` by `height` pixels of samples, 1 grey, 2 grey and alpha, 3 red, green and blue, or 4 with
-/// alpha, which is straight. An effect has to take floats for samples that aren't bytes. Input and output may be the
-/// same memory.
-struct Image {
+/// What is asked of an effect: to filter an image of `width` by `height` pixels of samples, 1 grey, 2 grey and alpha, 3
+/// red, green and blue, or 4 with alpha, which is straight. An effect has to take floats for samples that aren't bytes.
+/// Input and output may be the same memory.
+struct Request {
+    /// A value for each slider, in the order of the declaration; the rest is ignored.
+    using Values = std::array<std::int32_t, kMostSliders>;
+
     const LinkedEffect& effect;
     unsigned width = 0, height = 0;
     const void* input = nullptr; ///< of the top row
     void* output = nullptr;      ///< of the top row
-    SliderValues values{};       ///< each within its slider's range
+    Values values{};             ///< each within its slider's range
     Samples samples = Samples::Bytes;
     int channels = 4;
     /// From row to row, in bytes; 0 means that rows have no gaps.
     std::ptrdiff_t inputStride = 0, outputStride = 0;
 };
 
-/// What has come of an image.
+/// What has come of a request.
 struct Outcome {
     enum class Kind : char { Filtered, OutOfMemory, Fork, Exit, Failed };
 
@@ -64,11 +64,11 @@ public:
     void leave();
 
     /// Filters an image. Where that fails the output stays as it is. Any thread may call.
-    Outcome render(const Image& image) noexcept;
+    Outcome render(const Request& request) noexcept;
 
     /// Filters an image without gaps between rows, or copies it unchanged if that fails. Of all failures in the
     /// process, only the first is reported: `report` gets the reason, one line without a newline. Any thread may call.
-    void filter(const Image& image, void (*report)(const char* reason)) noexcept;
+    void filter(const Request& request, void (*report)(const char* reason)) noexcept;
 
 private:
     struct AtExit;
@@ -76,7 +76,7 @@ private:
 
     RenderThread() = default;
     bool isFork() const;
-    Outcome take(const Image& image);
+    Outcome take(const Request& request);
     void start();
     void stop();
     void serve();
@@ -92,8 +92,8 @@ private:
 
     std::mutex mMutex; // guards the rest, and is never held for long
     std::condition_variable mChanged;
-    const Image* mImage = nullptr; // the image to render
-    Outcome mOutcome;              // what has come of the last one
+    const Request* mRequest = nullptr; // the image to render
+    Outcome mOutcome;                  // what has come of the last one
     bool mHasRendered = false;
     bool mStopping = false;
     bool mClosed = false;

@@ -93,11 +93,11 @@ public:
     double position(int index) const { return mPositions[index]; }
 
     void update(const std::uint32_t* input, std::uint32_t* output) const {
-        Bridges::Image image{
+        Bridges::Request request{
             .effect = linkedEffect(), .width = mWidth, .height = mHeight, .input = input, .output = output};
         for (std::size_t i = 0; i < sliders().size(); ++i)
-            image.values[i] = valueAt(sliders()[i], mPositions[i]);
-        Bridges::RenderThread::shared().filter(image, reportFailure);
+            request.values[i] = valueAt(sliders()[i], mPositions[i]);
+        Bridges::RenderThread::shared().filter(request, reportFailure);
     }
 
 private:

@@ -27,7 +27,7 @@ constexpr int kLargestBlock = 2048;
 /// An instance, which GObject allocates and clears. No constructor or destructor runs.
 struct Operation {
     GeglOperationAreaFilter parent;
-    Bridges::SliderValues values;
+    Bridges::Request::Values values;
     gboolean isGrey; // the input
 };
 
@@ -65,18 +65,18 @@ void filterBlock(const Operation& operation, GeglBuffer* input, GeglBuffer* outp
     const int pixelBytes = babl_format_get_bytes_per_pixel(format), rowBytes = pixelBytes * source.width;
     std::vector<std::uint8_t> pixels(static_cast<std::size_t>(rowBytes) * source.height);
     gegl_buffer_get(input, &source, 1.0 / (1 << level), format, pixels.data(), rowBytes, GEGL_ABYSS_CLAMP);
-    Bridges::Image part{.effect = linkedEffect(),
-                        .width = static_cast<unsigned>(source.width),
-                        .height = static_cast<unsigned>(source.height),
-                        .input = pixels.data(),
-                        .output = pixels.data(),
-                        .samples = babl_format_get_type(format, 0) == babl_type("float")
-                                       ? Bridges::Samples::Floats
-                                       : Bridges::Samples::Bytes};
+    Bridges::Request request{.effect = linkedEffect(),
+                             .width = static_cast<unsigned>(source.width),
+                             .height = static_cast<unsigned>(source.height),
+                             .input = pixels.data(),
+                             .output = pixels.data(),
+                             .samples = babl_format_get_type(format, 0) == babl_type("float")
+                                            ? Bridges::Samples::Floats
+                                            : Bridges::Samples::Bytes};
     for (std::size_t i = 0; i < sliders().size(); ++i)
-        part.values[i] = sliders()[i].isDistance ? operation.values[i] >> level : operation.values[i];
-    Bridges::RenderThread::shared().filter(part, reportFailure);
-    if (operation.isGrey && part.samples == Bridges::Samples::Bytes)
+        request.values[i] = sliders()[i].isDistance ? operation.values[i] >> level : operation.values[i];
+    Bridges::RenderThread::shared().filter(request, reportFailure);
+    if (operation.isGrey && request.samples == Bridges::Samples::Bytes)
         makeGrey(pixels);
     const std::ptrdiff_t first =
         static_cast<std::ptrdiff_t>(rowBytes) * (block.y - source.y) + pixelBytes * (block.x - source.x);

@@ -90,9 +90,9 @@ int check(const LinkedEffect& effect, const bilateral_blur_image& image) {
     return isOverlapping(image) ? BILATERAL_BLUR_OVERLAP : BILATERAL_BLUR_OK;
 }
 
-Bridges::SliderValues valuesFor(const EffectDeclaration& declaration,
-                                std::initializer_list<std::int32_t> given) {
-    Bridges::SliderValues values{};
+Bridges::Request::Values valuesFor(const EffectDeclaration& declaration,
+                                   std::initializer_list<std::int32_t> given) {
+    Bridges::Request::Values values{};
     std::ranges::transform(declaration.sliders, values.begin(), &SliderDeclaration::defaultValue);
     std::ranges::copy(given, values.begin());
     return values;
@@ -129,17 +129,17 @@ int filter(const LinkedEffect& effect, const bilateral_blur_image* image,
         return BILATERAL_BLUR_NULL_POINTER;
     if (const int code = check(effect, *image))
         return code;
-    const Bridges::Image part{.effect = effect,
-                              .width = static_cast<unsigned>(image->width),
-                              .height = static_cast<unsigned>(image->height),
-                              .input = image->input,
-                              .output = image->output,
-                              .values = valuesFor(effect.declaration, values),
-                              .samples = samplesOf(*image),
-                              .channels = image->channels,
-                              .inputStride = image->input_stride,
-                              .outputStride = image->output_stride};
-    return codeOf(Bridges::RenderThread::shared().render(part).kind);
+    const Bridges::Request request{.effect = effect,
+                                   .width = static_cast<unsigned>(image->width),
+                                   .height = static_cast<unsigned>(image->height),
+                                   .input = image->input,
+                                   .output = image->output,
+                                   .values = valuesFor(effect.declaration, values),
+                                   .samples = samplesOf(*image),
+                                   .channels = image->channels,
+                                   .inputStride = image->input_stride,
+                                   .outputStride = image->output_stride};
+    return codeOf(Bridges::RenderThread::shared().render(request).kind);
 } catch (const std::bad_alloc&) {
     return BILATERAL_BLUR_OUT_OF_MEMORY;
 }
@@ -149,7 +149,7 @@ int filter(const LinkedEffect& effect, const bilateral_blur_image* image,
 const char* bilateral_blur_text(int code) {
     switch (code) {
     case BILATERAL_BLUR_OK:
-        return "All is well.";
+        return "Success.";
     case BILATERAL_BLUR_NULL_POINTER:
         return "A pointer is null. Set image, input and output; each of the two points to the first sample "
                "of its top row.";
@@ -163,11 +163,11 @@ const char* bilateral_blur_text(int code) {
         return "The rows overlap. A stride counts bytes, and must be at least the bytes of a row, or at most "
                "minus as many.";
     case BILATERAL_BLUR_BAD_ALIGNMENT:
-        return "Samples lie across their boundaries. Pointers and strides must be multiples of a sample's "
+        return "The samples aren't aligned. Pointers and strides must be multiples of a sample's "
                "bytes; copy the image to such memory.";
     case BILATERAL_BLUR_OVERLAP:
         return "Input and output overlap in part. Use the same memory with the same stride for both, or "
-               "memory apart.";
+               "separate memory.";
     case BILATERAL_BLUR_BAD_BLUR_SCALE:
         return Tessaloom::BilateralBlur::Library::kBadBlurScale;
     case BILATERAL_BLUR_BAD_RADIUS:
@@ -189,6 +189,6 @@ const char* bilateral_blur_text(int code) {
         return "The filter failed, by a fault of its own. Please report it, with the size and the kind of "
                "the image.";
     default:
-        return "This is none of the codes that the library returns.";
+        return "The library returns no such code.";
     }
 }
