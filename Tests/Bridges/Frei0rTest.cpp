@@ -1,15 +1,14 @@
 #include "Tests/Bridges/Reference.h"
 #include "Tests/Support/AllocationLimit.h"
 #include "Tests/Support/EglWatch.h"
-#include "Tests/Support/ProcessRun.h"
 
 #include <dlfcn.h>
 #include <frei0r.h>
-#include <gmock/gmock.h>
 
 #include <cmath>
+#include <csignal>
 #include <ctime>
-#include <thread>
+#include <unistd.h>
 
 // The filter as a program sees it: loaded with dlopen and called through its functions.
 
@@ -44,16 +43,6 @@ Bytes updated(const Instance& instance, const Bytes& frame, void* filter = kBlur
 }
 
 constexpr Size kSize{37, 21};
-
-TEST(Frei0r, ExportsTheFunctionsOfAFilterAlone) {
-    for (const std::string filter : {BLUR_FILTER, SMOOTH_FILTER}) {
-        ProcessRun symbols({"/bin/sh", "-c", "nm -D --defined-only -j '" + filter + "' | LC_ALL=C sort"});
-        EXPECT_EQ(symbols.wait().out, "f0r_construct\nf0r_deinit\nf0r_destruct\nf0r_get_param_info\n"
-                                      "f0r_get_param_value\nf0r_get_plugin_info\nf0r_init\n"
-                                      "f0r_set_param_value\nf0r_update\n")
-            << filter;
-    }
-}
 
 TEST(Frei0r, EachParameterIsItsSlidersValueDividedByTheMaximum) {
     const Bytes frame = makeFrames(kSize, 1);

@@ -2,11 +2,11 @@
 
 #include "Platform/UsableCpus.h"
 #include "Tests/Effect/HostileWalk.h"
-#include "Tests/Support/ProcessRun.h"
 
 #include <glbinding/gl/gl.h>
 
 #include <bit>
+#include <sys/resource.h>
 
 namespace Tessaloom::BilateralBlur {
 namespace {
@@ -18,13 +18,9 @@ using testing::ElementsAre;
 INSTANTIATE_TEST_SUITE_P(Ways, EffectTest, kWays, kNameOfWay);
 INSTANTIATE_TEST_SUITE_P(Smooth, EffectTest, kSmoothWays, kNameOfWay);
 
-TEST(Module, ExportsItsEntryAloneAndTouchesNoGLWhenLoaded) {
-    for (const std::string path : {MODULE, SMOOTH_MODULE}) {
-        const Host::Module module(path);
-        EXPECT_EQ(EglWatch::liveContexts, 0);
-        ProcessRun symbols({"/bin/sh", "-c", "nm -D --defined-only -j '" + path + "'"});
-        EXPECT_EQ(symbols.wait().out, "EntryPointFunc\n");
-    }
+TEST(Module, TouchesNoGLWhenLoaded) {
+    const Host::Module blur(MODULE), smooth(SMOOTH_MODULE);
+    EXPECT_EQ(EglWatch::liveContexts, 0);
 }
 
 TEST_P(EffectTest, DeclaresItself) {

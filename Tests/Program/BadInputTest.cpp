@@ -2,8 +2,6 @@
 
 #include "Tests/Program/Blur.h"
 
-#include <gmock/gmock.h>
-
 #include <linux/capability.h>
 #include <sys/stat.h>
 
@@ -67,14 +65,10 @@ void writeBadFiles(const Directory& directory) {
 TEST(BadInput, IsReportedInOneLine) {
     const Directory directory;
     writeBadFiles(directory);
-    const struct {
-        const char* command; // of a shell
-        int exitCode;
-        const char* words;
-    } kCases[] = {
+    // Commands of a shell, each with its exit code and words of its line.
+    const std::tuple<const char*, int, const char*> kCases[] = {
         {"blur", 2, "INPUT is missing"},
         {"blur in.1.png x.png 3 4 5", 2, "5: there is no such directory; several inputs"},
-        {"blur in.1.png small.png old.png", 2, "old.png: not a directory; several inputs"},
         {"blur in.1.png small.png -", 2, "standard output: not a directory; several inputs"},
         {"blur in.1.png none/", 2, "none/: there is no such directory"},
         {"blur - .", 2, "standard input has no name for a file in a directory"},
@@ -102,7 +96,6 @@ TEST(BadInput, IsReportedInOneLine) {
         {"blur in.##.%d.png out.#.png", 2, "the name holds two frame numbers"},
         {"blur in.#.png ./in.%d.png", 2, "the output's frames would replace the input's"},
         {"blur in.1.png - >/dev/ptmx", 2, "standard output is a terminal; redirect it"},
-        {"blur none.png old.png", 1, "none.png: no such file"},
         {"blur . old.png", 2, "old.png: not a directory"},
         {"blur $'no\\nsuch\\e[31m.png' old.png", 1, R"(no\nsuch\x1b[31m.png: no such file)"},
         {"blur arithmetic.jpg old.png", 1, "JPEG with arithmetic coding isn't supported"},
@@ -190,19 +183,6 @@ TEST(Program, ListsTheEffectsWhoseModulesAreThere) {
     EXPECT_THAT(outcome.err, HasSubstr("no module for bilateral-smooth, only for bilateral-blur (see"));
     std::filesystem::rename(directory / "BilateralBlur.so", directory / "BilateralSmooth.so");
     EXPECT_THAT(ProcessRun({directory / "program"}).wait().err, HasSubstr("only for bilateral-smooth (see"));
-}
-
-TEST(Program, CompletesTheOptionsOfAllEffectsInBash) {
-    const std::string script = ProcessRun({PROGRAM, "--completion", "bash"}).wait().out;
-    const auto completed = [&](const std::string& words, int last) {
-        const std::string complete = "COMP_WORDS=(" + words + ") COMP_CWORD=" + std::to_string(last) +
-                                     "; _bilateral_blur; echo ${COMPREPLY[@]}\n";
-        return ProcessRun({"/bin/bash", "-c", script + complete}).wait().out;
-    };
-    EXPECT_EQ(completed("bilateral-blur --format =", 2), "jpeg png tiff webp exr\n");
-    EXPECT_EQ(completed("bilateral-blur --effect bilateral-s", 2), "bilateral-smooth\n");
-    EXPECT_EQ(completed("bilateral-blur --b", 1), "--blur-scale\n");
-    EXPECT_EQ(completed("bilateral-blur --r", 1), "--radius\n");
 }
 
 } // namespace
