@@ -1,7 +1,6 @@
 #include "Tests/Bridges/Reference.h"
 
 #include <gegl.h>
-#include <gmock/gmock.h>
 
 // The operations in graphs of GEGL, which loads them from the build's directory. Every result is compared with
 // the whole image's, byte for byte.

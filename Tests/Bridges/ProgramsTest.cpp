@@ -1,8 +1,6 @@
 #include "Tests/Bridges/Reference.h"
 #include "Tests/Support/ProcessRun.h"
 
-#include <gmock/gmock.h>
-
 #include <regex>
 
 // The filter in the programs that people use it in. Frames go in and come out without loss.
@@ -126,11 +124,7 @@ TEST_F(Frei0rPrograms, SayWhatTheEffectRunsOnOnlyWhenAsked) {
 // The filters as the editors set them, by what their files say: with keyframes of every parameter, its least value in
 // the first frame and the end in the fifth.
 TEST_F(Frei0rPrograms, TheEditorsFilesFitTheFilters) {
-    const struct {
-        std::string filter;
-        std::vector<double> ends, defaults;
-        Bytes expected;
-    } kFilters[] = {
+    const std::tuple<std::string, std::vector<double>, std::vector<double>, Bytes> kFilters[] = {
         {"bilateral_blur", {20}, {0}, blurred()(mFrames, kSize, {{0}, {5}, {10}, {15}, {20}})},
         {"bilateral_smooth",
          {20, 0.2},

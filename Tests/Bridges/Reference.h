@@ -3,9 +3,7 @@
 #include "Host/Effect.h"
 #include "Host/Pixels.h"
 
-#include <algorithm>
 #include <cstdint>
-#include <random>
 #include <stdexcept>
 #include <vector>
 

@@ -4,7 +4,6 @@
 #include "Tests/Support/GLCalls.h"
 
 #include <glbinding/gl/gl.h>
-#include <gmock/gmock.h>
 
 namespace Tessaloom::BilateralBlur {
 

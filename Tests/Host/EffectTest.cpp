@@ -1,8 +1,6 @@
 #include "Host/Effect.h"
 #include "Tests/Support/FaultyHost.h"
 
-#include <gmock/gmock.h>
-
 #include <array>
 #include <climits>
 #include <cstring>

@@ -1,8 +1,6 @@
 #include "Host/Effect.h"
 #include "Tests/Support/ProcessRun.h"
 
-#include <gmock/gmock.h>
-
 namespace Tessaloom::BilateralBlur::Host::Test {
 
 namespace {

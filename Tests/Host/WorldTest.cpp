@@ -1,8 +1,6 @@
 #include "Host/World.h"
 #include "Host/Pixels.h"
 
-#include <gtest/gtest.h>
-
 #include <bit>
 #include <cmath>
 #include <stdexcept>
