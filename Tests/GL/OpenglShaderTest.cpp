@@ -55,33 +55,27 @@ TEST_F(OpenglShaderTest, SetsUniformsOfEachType) {
     static constexpr float kFloats[] = {1.5f, -2.5f, 3.5f, -4.5f, 5.5f, -6.5f, 7.5f, -8.5f};
     static Affine mPlanes[] = {Affine(true), Affine(1.5, 2, 3, 4.25, 5, 6)};
     static const Mat4 kSpace({1, 2, 3, 4}, {5, 6, 7, 8}, {9, 0, 1, 2}, {3, 4, 5, 6}, false);
-    const struct {
-        const char* type;
-        void (*set)(const OpenglShader&);
-        std::vector<float> expected;
-    } rows[] = {
-        {"int", [](const OpenglShader& s) { s.setUniform1i("u[1]", 3); }, {3}},
-        {"ivec2", [](const OpenglShader& s) { s.setUniform2i("u[1]", 3, 4); }, {3, 4}},
-        {"ivec3", [](const OpenglShader& s) { s.setUniform3i("u[1]", 3, 4, 5); }, {3, 4, 5}},
-        {"ivec4", [](const OpenglShader& s) { s.setUniform4i("u[1]", 3, 4, 5, 6); }, {3, 4, 5, 6}},
-        {"int", [](const OpenglShader& s) { s.setUniform1iv("u", kInts, 2); }, {-2}},
-        {"ivec2", [](const OpenglShader& s) { s.setUniform2iv("u", kInts, 2); }, {3, -4}},
-        {"ivec3", [](const OpenglShader& s) { s.setUniform3iv("u", kInts, 2); }, {-4, 5, -6}},
-        {"ivec4", [](const OpenglShader& s) { s.setUniform4iv("u", kInts, 2); }, {5, -6, 7, -8}},
-        {"float", [](const OpenglShader& s) { s.setUniform1f("u[1]", 0.5f); }, {0.5f}},
-        {"float", [](const OpenglShader& s) { s.setUniform1fv("u", kFloats, 2); }, {-2.5f}},
-        {"vec2", [](const OpenglShader& s) { s.setUniform2fv("u", kFloats, 2); }, {3.5f, -4.5f}},
-        {"vec3", [](const OpenglShader& s) { s.setUniform3fv("u", kFloats, 2); }, {-4.5f, 5.5f, -6.5f}},
-        {"vec4", [](const OpenglShader& s) { s.setUniform4fv("u", kFloats, 2); }, {5.5f, -6.5f, 7.5f, -8.5f}},
-        {"vec2", [](const OpenglShader& s) { s.setUniform2f("u[1]", Vec2(1, 2)); }, {1, 2}},
-        {"vec3", [](const OpenglShader& s) { s.setUniform3f("u[1]", Vec3(1, 2, 3)); }, {1, 2, 3}},
-        {"vec4", [](const OpenglShader& s) { s.setUniform4f("u[1]", Vec4(1, 2, 3, 4)); }, {1, 2, 3, 4}},
-        {"vec4", [](const OpenglShader& s) { s.setUniform4f("u[1]", Color(0.5, 1, 0, 2)); }, {0.5f, 1, 0, 2}},
-        {"mat3",
-         [](const OpenglShader& s) { s.setUniformMatrix3f("u", mPlanes, 2); },
-         {1.5, 2, 0, 3, 4.25, 0, 5, 6, 1}},
+    const std::tuple<const char*, void (*)(const OpenglShader&), std::vector<float>> rows[] = {
+        {"int", [](auto& s) { s.setUniform1i("u[1]", 3); }, {3}},
+        {"ivec2", [](auto& s) { s.setUniform2i("u[1]", 3, 4); }, {3, 4}},
+        {"ivec3", [](auto& s) { s.setUniform3i("u[1]", 3, 4, 5); }, {3, 4, 5}},
+        {"ivec4", [](auto& s) { s.setUniform4i("u[1]", 3, 4, 5, 6); }, {3, 4, 5, 6}},
+        {"int", [](auto& s) { s.setUniform1iv("u", kInts, 2); }, {-2}},
+        {"ivec2", [](auto& s) { s.setUniform2iv("u", kInts, 2); }, {3, -4}},
+        {"ivec3", [](auto& s) { s.setUniform3iv("u", kInts, 2); }, {-4, 5, -6}},
+        {"ivec4", [](auto& s) { s.setUniform4iv("u", kInts, 2); }, {5, -6, 7, -8}},
+        {"float", [](auto& s) { s.setUniform1f("u[1]", 0.5f); }, {0.5f}},
+        {"float", [](auto& s) { s.setUniform1fv("u", kFloats, 2); }, {-2.5f}},
+        {"vec2", [](auto& s) { s.setUniform2fv("u", kFloats, 2); }, {3.5f, -4.5f}},
+        {"vec3", [](auto& s) { s.setUniform3fv("u", kFloats, 2); }, {-4.5f, 5.5f, -6.5f}},
+        {"vec4", [](auto& s) { s.setUniform4fv("u", kFloats, 2); }, {5.5f, -6.5f, 7.5f, -8.5f}},
+        {"vec2", [](auto& s) { s.setUniform2f("u[1]", Vec2(1, 2)); }, {1, 2}},
+        {"vec3", [](auto& s) { s.setUniform3f("u[1]", Vec3(1, 2, 3)); }, {1, 2, 3}},
+        {"vec4", [](auto& s) { s.setUniform4f("u[1]", Vec4(1, 2, 3, 4)); }, {1, 2, 3, 4}},
+        {"vec4", [](auto& s) { s.setUniform4f("u[1]", Color(0.5, 1, 0, 2)); }, {0.5f, 1, 0, 2}},
+        {"mat3", [](auto& s) { s.setUniformMatrix3f("u", mPlanes, 2); }, {1.5, 2, 0, 3, 4.25, 0, 5, 6, 1}},
         {"mat4",
-         [](const OpenglShader& s) { s.setUniformMatrix4f("u[1]", kSpace, 1); },
+         [](auto& s) { s.setUniformMatrix4f("u[1]", kSpace, 1); },
          {1, 2, 3, 4, 5, 6, 7, 8, 9, 0, 1, 2, 3, 4, 5, 6}},
     };
     for (const auto& [type, set, expected] : rows) {

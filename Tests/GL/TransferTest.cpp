@@ -67,14 +67,11 @@ TEST_F(TransferTest, AsksForAHandleOfAnySize) {
 
 // The faults of 8-bit pixels are among those of the effect's frames.
 TEST_F(TransferTest, ThrowsACodeAndKeepsNothing) {
-    const struct {
-        std::int32_t format;
-        const char* fault;
-        int code;
-    } rows[] = {{PF_PixelFormat_ARGB64, "get_pixel_data16", 516},
-                {PF_PixelFormat_ARGB128, "iterate", 77},
-                {PF_PixelFormat_ARGB128, "AcquireSuite PF iterateFloat Suite 1", 13},
-                {0x12345678, "", 516}};
+    const std::tuple<std::int32_t, const char*, int> rows[] = {
+        {PF_PixelFormat_ARGB64, "get_pixel_data16", 516},
+        {PF_PixelFormat_ARGB128, "iterate", 77},
+        {PF_PixelFormat_ARGB128, "AcquireSuite PF iterateFloat Suite 1", 13},
+        {0x12345678, "", 516}};
     drawInto(makeTexture(3, 2), 3, 2);
     World world(3, 2, PF_PixelFormat_ARGB128);
     for (const auto& [format, fault, code] : rows) {

@@ -5,25 +5,15 @@
 #include "Program/Errors.h"
 #include "Tests/Program/Blur.h"
 
-#include <gmock/gmock.h>
-
 #include <sys/file.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
-#include <thread>
 
 namespace Tessaloom::BilateralBlur::Program::Test {
 
 namespace {
 
-using testing::AllOf;
-using testing::Each;
-using testing::ElementsAre;
-using testing::EndsWith;
-using testing::HasSubstr;
-using testing::MatchesRegex;
-using testing::SizeIs;
-using testing::StartsWith;
+using namespace testing;
 
 TEST(Frames, AreReadFromTheirText) {
     EXPECT_THAT(parseFrames("1-10x4"), ElementsAre(1, 5, 9));
@@ -249,7 +239,7 @@ TEST_F(Sequence, OnADiskThatFillsKeepsItsCompleteFrames) {
         EXPECT_EQ(load(mOut / name).copy_memory().width(), 200) << name;
     umount((mOut / "").c_str());
     expectStopped(full, "can't be written: No space left on device");
-    EXPECT_THAT(kept, AllOf(Each(StartsWith("out.")), SizeIs(testing::Ge(1u))));
+    EXPECT_THAT(kept, AllOf(Each(StartsWith("out.")), SizeIs(Ge(1u))));
     EXPECT_THAT(full.err, HasSubstr(std::to_string(kept.size()) + " frame"));
 }
 

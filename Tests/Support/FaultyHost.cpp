@@ -94,25 +94,21 @@ PF_Err checkinParam(void* ref, PF_ParamDef* param) {
 }
 
 PF_Err checkoutLayerPixels(void* ref, std::int32_t id, PF_LayerDef** world) {
-    if (const PF_Err code = record("checkout_layer_pixels", id))
-        return code;
-    const PF_Err code = mHost<PF_SmartRenderCallbacks>.checkout_layer_pixels(ref, id, world);
-    mInput = *world = mCurrent->faults.input.value_or(*world);
+    const PF_Err code = Recorded<&PF_SmartRenderCallbacks::checkout_layer_pixels>::call(ref, id, world);
+    if (code == PF_Err_NONE)
+        mInput = *world = mCurrent->faults.input.value_or(*world);
     return code;
 }
 
 PF_Err checkoutOutput(void* ref, PF_LayerDef** world) {
-    if (const PF_Err code = record("checkout_output"))
-        return code;
-    const PF_Err code = mHost<PF_SmartRenderCallbacks>.checkout_output(ref, world);
-    mOutput = *world = mCurrent->faults.output.value_or(*world);
+    const PF_Err code = Recorded<&PF_SmartRenderCallbacks::checkout_output>::call(ref, world);
+    if (code == PF_Err_NONE)
+        mOutput = *world = mCurrent->faults.output.value_or(*world);
     return code;
 }
 
 PF_Err pixelData8(PF_LayerDef* world, void* pixels, PF_Pixel8** base) {
-    if (const PF_Err code = record("get_pixel_data8", world))
-        return code;
-    const PF_Err code = mHost<PF_UtilCallbacks>.get_pixel_data8(world, pixels, base);
+    const PF_Err code = Recorded<&PF_UtilCallbacks::get_pixel_data8>::call(world, pixels, base);
     if (*base && world->rowbytes < 0)
         *base -= (world->height - 1) * (world->rowbytes / std::ptrdiff_t{sizeof(PF_Pixel8)});
     return code;
