@@ -3,8 +3,6 @@
 #include "Plugins/Shared/Math/Mat4.h"
 #include "Plugins/Shared/Math/Quaternion.h"
 
-#include <gtest/gtest.h>
-
 #include <array>
 #include <bit>
 
@@ -13,8 +11,14 @@ namespace Tessaloom::BilateralBlur {
 /// What a red test prints of the toolkit's values: all of them are made of doubles.
 template<typename Value>
 requires(sizeof(Value) % sizeof(double) == 0) void PrintTo(const Value& value, std::ostream* out) {
-    for (const double each : std::bit_cast<std::array<double, sizeof(Value) / sizeof(double)>>(value))
-        *out << each << ' ';
+    *out << testing::PrintToString(std::bit_cast<std::array<double, sizeof(Value) / sizeof(double)>>(value));
+}
+
+/// What a change, or a function that takes a value first, makes of the value.
+template<typename Value, typename Change, typename... Arguments>
+Value changed(Value value, Change change, Arguments&&... arguments) {
+    std::invoke(change, value, arguments...);
+    return value;
 }
 
 /// Random input for property tests, the same for the same seed.

@@ -10,15 +10,8 @@ namespace {
 constexpr double kPi = glm::pi<double>();
 const Mat4 kSevens(Vec4(7, 7, 7, 7), Vec4(7, 7, 7, 7), Vec4(7, 7, 7, 7), Vec4(7, 7, 7, 7), false);
 
-// What `change` makes of a value.
-template<typename Value, typename Change>
-Value changed(Value value, Change change) {
-    change(value);
-    return value;
-}
-
 Mat4 matrixOf(const Quaternion& q) {
-    return changed(kSevens, [&](Mat4& m) { m.setWithQuaternion(q); });
+    return changed(kSevens, &Mat4::setWithQuaternion, q);
 }
 
 // The oracle's values as the toolkit's.
@@ -35,7 +28,7 @@ void expectNear(const Mat4& actual, const Mat4& expected, double tolerance) {
 }
 
 Quaternion rotationOf(const Euler& euler) {
-    return changed(Quaternion(7, 7, 7, 7), [&](Quaternion& q) { q.setWithEuler(euler); });
+    return changed(Quaternion(7, 7, 7, 7), &Quaternion::setWithEuler, euler);
 }
 
 TEST(Affine, ProductsRunAgainstTheMatrixesAndInversesUndoThem) {
@@ -84,6 +77,12 @@ TEST(Mat4, AgreesWithTheOracle) {
         EXPECT_EQ(Mat4(a.getRow(0), a.getRow(1), a.getRow(2), a.getRow(3), true), of(p));
         for (int i = 0; i < 16; ++i)
             EXPECT_NE(changed(a, [&](Mat4& m) { m.m[i] += 1e-11; }), a);
+        for (int i = 0; i < 4; ++i) {
+            EXPECT_EQ(changed(a, &Mat4::setRow, i, b.getRow(i)), of(glm::row(p, i, glm::row(q, i))));
+            EXPECT_EQ(changed(a, &Mat4::setColumn, i, b.getColumn(i)), of(glm::column(p, i, q[i])));
+            EXPECT_EQ(changed(v, &Vec3::setFromMatrixColumn, a, i), of(glm::dvec3(p[i])));
+            EXPECT_EQ(changed(Vec2(), &Vec2::fromArray, a.m, i), Vec2(a.m[i], a.m[i + 1]));
+        }
         EXPECT_EQ(a * b, of(p * q));
         EXPECT_EQ(a + b * 2.0 - a, of(q * 2.0));
         EXPECT_EQ(changed(a, [&](Mat4& m) { m.translate(v); }), of(glm::translate(p, w)));
@@ -91,8 +90,8 @@ TEST(Mat4, AgreesWithTheOracle) {
         EXPECT_EQ(changed(a, [&](Mat4& m) { m.rotate(angle, v); }), of(glm::rotate(p, angle, w)));
         EXPECT_EQ(a.multAndProject(v) * point.w, of(glm::dvec3(point)));
         EXPECT_EQ(a.multWithoutTranslate(v), of(direction));
-        EXPECT_EQ(changed(v, [&](Vec3& u) { u.applyProjection(a); }) * point.w, of(glm::dvec3(point)));
-        EXPECT_EQ(changed(v, [&](Vec3& u) { u.transformDirection(a); }), of(glm::normalize(direction)));
+        EXPECT_EQ(changed(v, &Vec3::applyProjection, a) * point.w, of(glm::dvec3(point)));
+        EXPECT_EQ(changed(v, &Vec3::transformDirection, a), of(glm::normalize(direction)));
         EXPECT_EQ(changed(kSevens, [&](Mat4& m) { m.setScale(v); }), of(glm::scale(glm::dmat4(1), w)));
         EXPECT_NEAR(a.determinant(), glm::determinant(p), 1e-12);
         ASSERT_TRUE(a.getInverse(inverse));
@@ -112,7 +111,7 @@ TEST(Mat4, ViewsAndProjections) {
     perspective.setPerspective(1.2, 1.5, 2, 10);
     EXPECT_EQ(perspective, of(glm::perspective(1.2, 1.5, 2.0, 10.0)));
     EXPECT_EQ(Mat4::getAEToGLConversionMatrix(1920, 1080) * Vec3(1920, 1080, 5), Vec3(960, -540, -5));
-    camera.setLookAt(Vec3(3, 1, 0), Vec3(0, 1, 0), Vec3(0, 2, 0)); // from the right
+    camera.setLookAt(3, 1, 0, 0, 1, 0, 0, 2, 0); // from the right
     EXPECT_THAT(camera.m, testing::ElementsAre(0, 0, -1, 7, 0, 1, 0, 7, 1, 0, 0, 7, 7, 7, 7, 7));
 }
 
@@ -122,6 +121,7 @@ TEST(Mat4, DecomposeUndoesCompose) {
         const Quaternion turn = random.rotation();
         Mat4 matrix = kSevens;
         matrix.compose(anchor, target, turn, factors);
+        EXPECT_NEAR(matrix.getMaxScaleOnAxis(), std::abs((&factors.x)[factors.largestAbsComponent()]), 1e-14);
         EXPECT_EQ(matrix.multAndProject(v), matrixOf(turn) * ((v - anchor) * factors) + target);
         Vec3 position = anchor, scale;
         Quaternion rotation;
@@ -140,9 +140,9 @@ TEST(Quaternion, AgreesWithTheOracle) {
         const glm::dquat p = glm::make_quat(&a.x), q = glm::make_quat(&b.x);
         const Vec3 v = random.vec3();
         const glm::dvec3 w = glm::make_vec3(&v.x);
-        EXPECT_EQ(matrixOf(changed(a, [&](Quaternion& c) { c.premultiply(b); })), of(glm::mat4_cast(q * p)));
-        EXPECT_EQ(changed(v, [&](Vec3& u) { u.applyQuaternion(a); }), of(p * w));
-        const Quaternion back = changed(a, [](Quaternion& c) { c.setInverse(); });
+        EXPECT_EQ(matrixOf(changed(a, &Quaternion::premultiply, b)), of(glm::mat4_cast(q * p)));
+        EXPECT_EQ(changed(v, &Vec3::applyQuaternion, a), of(p * w));
+        const Quaternion back = changed(a, &Quaternion::setInverse);
         EXPECT_EQ(Quaternion::quaternionMulVec3(back, v), of(glm::inverse(p) * w));
         const Vec3 from = of(glm::normalize(w)), to = Quaternion::quaternionMulVec3(b, from);
         for (const Vec3& end : {to, from.negate()})
@@ -156,6 +156,9 @@ TEST(Quaternion, AgreesWithTheOracle) {
         EXPECT_NEAR(std::abs(found.dot(a)), 1.0, 1e-14);
         EXPECT_EQ(matrixOf(Quaternion::lerp(a, b, t)), of(glm::mat4_cast(glm::slerp(p, q, t))));
     });
+    double numbers[] = {1, 2, 3, 4, 5, 6};
+    changed(Quaternion(), &Quaternion::setWithArray, numbers, 2).toArray(numbers, 1);
+    EXPECT_THAT(numbers, testing::ElementsAre(1, 3, 4, 5, 6, 6));
     // Nearly equal ends give their average whatever t is; ends beyond unit length leave the start.
     const Quaternion near(Vec3(0.48, 0.6, 0.64), 1e-4), large(0, 0, 0, 2);
     const Quaternion mean = Quaternion::lerp({}, near, 0.9);
@@ -191,6 +194,11 @@ TEST(Euler, RotationComesBackInAllSixOrders) {
         }
     });
     EXPECT_EQ(rotationOf(Euler(1, 2, 3, Euler::None)), Quaternion(0, 0, 0, 0));
+    const Euler euler = changed(Euler(), &Euler::set, 1, 2, 3, Euler::None);
+    EXPECT_EQ(euler, Euler(1 + 9e-13, 2, 3, Euler::XYZ));
+    EXPECT_THAT((std::array{Euler(1 + 2e-12, 2, 3, Euler::XYZ), Euler(1, 2 + 2e-12, 3, Euler::XYZ),
+                            Euler(1, 2, 3 + 2e-12, Euler::XYZ), Euler(1, 2, 3, Euler::YZX)}),
+                testing::Each(testing::Ne(euler)));
 }
 
 } // namespace

@@ -14,6 +14,9 @@ TEST(Vectors, ComparisonsAndScalarsAtTheirBounds) {
     EXPECT_EQ(cyclicDifference(191, 10, 360), -179);
     EXPECT_EQ(cyclicDifference(10, 350, 360), 20);
     EXPECT_TRUE(Vec4() != Vec4(1e-12, 0, 0, 0)) << "the bound is outside";
+    EXPECT_TRUE(Vec4().equal(Vec4(1, -2, 2, -4), 5.01));
+    EXPECT_FALSE(Vec4().equal(Vec4(1, -2, 2, -4), 5));
+    EXPECT_EQ(Vec4(1, -2, 4, -8).lengthManhattan(), 15);
     // Relative: a right angle between short vectors is not taken for a straight one.
     EXPECT_TRUE(Vec2(1e-9, 0).isOrthogonal({0, 1e-9}));
     EXPECT_FALSE(Vec2(1e-9, 0).isCollinear({0, 1e-9}));
@@ -60,6 +63,7 @@ TEST(Vec2, TurnsAndQuadrantsAgreeWithEachOther) {
     Vec2 zero, pair(3, 4);
     zero.setLength(5);
     EXPECT_EQ(zero, Vec2(5, 0));
+    EXPECT_EQ(changed(pair, &Vec2::fromArray, nullptr, 1), pair);
     Vec2::normalize(&pair.x, &pair.y);
     EXPECT_EQ(pair, Vec2(0.6, 0.8));
 }
@@ -75,6 +79,10 @@ TEST(Vec2, IntersectionAgreesWithSignedAreasAndTellsDegenerateLinesApart) {
         const double tolerance = 1e-12 * (1 + point.lengthSquare());
         EXPECT_TRUE(Vec2::lerp(a, b, first).equal(point, tolerance));
         EXPECT_TRUE(Vec2::lerp(c, d, second).equal(point, 2 * tolerance));
+        const bool pointsOut = a.dot(b - c) > 0;
+        EXPECT_EQ(changed(a, Vec2::anchorInward, b, c), pointsOut ? a.negate() : a);
+        EXPECT_EQ(changed(a, Vec2::anchorOutward, b, c, false), pointsOut ? a : a.negate());
+        EXPECT_EQ(Vec2::anchorOutward(point, point, point, false), true) << "nowhere";
         EXPECT_NEAR(a.distanceToLine(c, d) * c.distance(d), std::abs(Vec2::signedArea(c, d, a)), 1e-11);
         EXPECT_NEAR(std::hypot(a.distanceToLine(c, d), a.lineProjectionLength(c, d)), a.distance(c), 1e-11);
     });
@@ -142,6 +150,9 @@ TEST(Box3, SetOperationsAgreeWithTheirPoints) {
         Box3 common = first, both = first;
         common.intersects(second);
         both.unionBox(second);
+        EXPECT_EQ(changed(first, &Box3::translate, point), Box3(first.min + point, first.max + point));
+        EXPECT_EQ(changed(first, &Box3::expandByVector, point), Box3(first.min - point, first.max + point));
+        EXPECT_EQ(changed(first, &Box3::expandByScalar, 0.5f), Box3(first.min - 0.5, first.max + 0.5));
         EXPECT_EQ(common == Box3(), !first.intersectsBox(second));
         EXPECT_EQ(first.containsBox(second), both == first);
         EXPECT_EQ(common.containsPoint(point), first.containsPoint(point) && second.containsPoint(point));
@@ -164,6 +175,7 @@ TEST(Barycentric, WeightsGiveThePointBack) {
             EXPECT_TRUE(Vec3(found.u, found.v, found.w).equal(Vec3(u, v, w), 1e-9));
         };
         expectBack([](const Vec4& point) { return point.getVec3().getVec2(); });
+        expectBack([](const Vec4& point) { return point.getVec3(); });
         expectBack([](const Vec4& point) { return point; });
         expectBack([](const Vec4& point) { return Color(point.x, point.x, point.x, point.w); });
     });
