@@ -81,17 +81,22 @@ TEST_F(MainFrameBufferTest, CreatesTransparentTextures) {
     EXPECT_EQ(texels(target.createFloatRenderTexture(true, false)), std::vector<float>(60));
 }
 
+// So many that a texture that is read a little to the side shows.
 TEST_F(MainFrameBufferTest, TurnsHostPixelsIntoPremultipliedOnesAndBack) {
-    const float source[] = {0.5f, 0.2f, 0.4f, 0.8f, 0, 0.3f, 0.3f, 0.3f};
-    const GLuint middle = target.createFloatRenderTexture(Vec2(2, 1), false, false);
-    const GLuint texture = makeTexture(2, 1, source), result = makeTexture(2, 1);
-    drawInto(middle, 2, 1);
+    constexpr int kWidth = 8192;
+    std::vector<float> source, premultiplied, straight;
+    for (int i = 0; i < kWidth; i += 2) {
+        source.insert(source.end(), {0.5f, 0.2f, 0.4f, 0.8f, 0, 0.3f, 0.3f, 0.3f});
+        premultiplied.insert(premultiplied.end(), {0.225f, 0.45f, 0.9f, 0.75f, 0, 0, 0, 0});
+        straight.insert(straight.end(), {0.5f, 0.2f, 0.4f, 0.8f, 0, 0, 0, 0});
+    }
+    const GLuint middle = target.createFloatRenderTexture(Vec2(kWidth, 1), false, false);
+    const GLuint texture = makeTexture(kWidth, 1, source.data()), result = makeTexture(kWidth, 1);
+    drawInto(middle, kWidth, 1);
     BackgroundRender().draw(texture, 1.5f);
-    drawInto(result, 2, 1);
+    drawInto(result, kWidth, 1);
     ScreenRender().draw(middle, 1.5f);
-    const float premultiplied[] = {0.225f, 0.45f, 0.9f, 0.75f, 0, 0, 0, 0};
     EXPECT_THAT(texels(middle), testing::Pointwise(testing::FloatNear(1e-6f), premultiplied));
-    const float straight[] = {0.5f, 0.2f, 0.4f, 0.8f, 0, 0, 0, 0};
     EXPECT_THAT(texels(result), testing::Pointwise(testing::FloatNear(1e-6f), straight));
 }
 
