@@ -13,11 +13,9 @@
 #include <ImfInputFile.h>
 #include <ImfOutputFile.h>
 #include <ImfStandardAttributes.h>
-#include <gmock/gmock.h>
 #include <half.h>
 
 #include <bit>
-#include <random>
 #include <sys/stat.h>
 
 #ifdef __SANITIZE_ADDRESS__
@@ -85,7 +83,7 @@ protected:
 };
 
 TEST_F(ImageFiles, OfEveryKindKeepTheirKindDepthAndColours) {
-    for (const int channels : {1, 2, 3, 4}) {
+    for (const int channels : {1, 2, 4, 3}) {
         SCOPED_TRACE(channels);
         const VImage image = noise(53, 31, channels, 7), deep = noise(53, 31, channels, 7, true);
         expectKept(deep, "deep.png");
@@ -97,14 +95,8 @@ TEST_F(ImageFiles, OfEveryKindKeepTheirKindDepthAndColours) {
         expectKept(shading(53, 31, channels), "in.jpg", "", 2);
     }
     EXPECT_THAT(filter("float.tif", "out.png"), HasSubstr("PNG holds 16 bits per channel at most"));
-}
-
-TEST_F(ImageFiles, OfMoreBitsAreRoundedForAnEffectOfEight) {
-    const VImage deep = noise(53, 31, 3, 7, true);
-    save(deep, "in.png");
-    const Outcome outcome = blur("in.png", "out.png", {"--blur-scale=0"});
-    EXPECT_THAT(outcome.err, HasSubstr("16-bit input is reduced to 8 bits per channel"));
-    expectSame(deep, load("out.png"), 128);
+    blur("deep.png", "out.png", {"--blur-scale=0"}); // an effect of 8 bits
+    expectSame(load("deep.png"), load("out.png"), 128);
 }
 
 TEST_F(ImageFiles, AreCompressedAsAskedWithoutLoss) {
@@ -158,21 +150,18 @@ void writeExr(const std::string& file, Imf::PixelType type, Imf::Compression com
     header.compression() = compression;
     Imf::addOwner(header, "Somebody");
     Imf::FrameBuffer buffer;
-    std::map<std::string, std::vector<float>> floats;
-    std::map<std::string, std::vector<half>> halves;
+    std::map<std::string, std::vector<std::uint32_t>> samples;
     std::mt19937 random(5);
     for (const std::string name : {"R", "G", "B", "A", "Z", "id"}) {
+        const Imf::PixelType own = name == "id" ? Imf::UINT : name == "Z" ? Imf::FLOAT : type;
         for (int i = 0; i < kWidth * kHeight; ++i) {
             const float any = static_cast<float>(random() % 1000) / 50;
             const float values[] = {0, 1, any, any / 64, -any, NAN, INFINITY};
-            floats[name].push_back(values[random() % (name == "A" ? 4 : 7)]);
-            halves[name].push_back(floats[name].back());
+            const float value = values[random() % (name == "A" ? 4 : 7)];
+            samples[name].push_back(own == Imf::HALF ? half(value).bits() : std::bit_cast<unsigned>(value));
         }
-        const Imf::PixelType own = name == "id" ? Imf::UINT : name == "Z" ? Imf::FLOAT : type;
-        void* const samples =
-            own == Imf::HALF ? static_cast<void*>(halves[name].data()) : floats[name].data();
         header.channels().insert(name, Imf::Channel(own));
-        buffer.insert(name, Imf::Slice::Make(own, samples, kWindow));
+        buffer.insert(name, Imf::Slice::Make(own, samples[name].data(), kWindow, sizeof(std::uint32_t)));
     }
     Imf::OutputFile output(file.c_str(), header);
     output.setFrameBuffer(buffer);
@@ -329,22 +318,6 @@ TEST_F(ImageFiles, KeepPngChunksAndTheFirstExif) {
     EXPECT_EQ(out.find("eXIf"), out.rfind("eXIf"));
 }
 
-TEST_F(ImageFiles, LoseXmpThatIsDamagedOrTooLargeWithANote) {
-    std::string many;
-    for (int i = 0; i < 6000; ++i)
-        many += "<xmp:P/>";
-    const std::string damaged = "its XMP is damaged and isn't kept";
-    for (const auto& [properties, note] : {std::pair(many, "more than 5000 parts"s),
-                                           {"<xmp:Rating>3 & more</xmp:Rating>", damaged},
-                                           {"<xmp:Label>\xe9</xmp:Label>", damaged},
-                                           {"<no:Rating>3</no:Rating>", damaged},
-                                           {"<xmp:Rating>3</xmp:Rating><xmp:Rating>4</xmp:Rating>", damaged},
-                                           {"<xmp:Rating>", damaged}}) {
-        save(with(shading(20, 20, 3), VIPS_META_XMP_NAME, xmp(properties)), "in.jpg");
-        EXPECT_THAT(filter("in.jpg", "out.jpg"), HasSubstr(note)) << properties;
-    }
-}
-
 /// A block of EXIF with fields of so many bytes, each `step` bytes behind the one before.
 std::string exifOf(int fields, std::uint32_t size, std::uint32_t step) {
     std::vector<TiffEntry> entries;
@@ -353,17 +326,31 @@ std::string exifOf(int fields, std::uint32_t size, std::uint32_t step) {
     return tiff(entries, std::string(size + step * fields, 'x'));
 }
 
-TEST_F(ImageFiles, LoseExifThatIsDamagedOrWouldTakeAllMemoryOrTimeWithANote) {
+TEST_F(ImageFiles, LoseMetadataThatIsDamagedOrWouldTakeAllMemoryOrTimeWithANote) {
+    const auto exif = [](const std::string& block) { return pngChunk("eXIf", block); };
+    const auto packet = [](const std::string& properties) {
+        return pngChunk("iTXt", std::string("XML:com.adobe.xmp\0\0\0\0\0", 22) + xmp(properties));
+    };
+    std::string many, directories;
+    for (int i = 0; i < 6000; ++i)
+        many += "<xmp:P/>";
     // A hundred directories of 65535 entries each, which overlap.
-    std::string directories;
     for (int i = 0; i < 100; ++i)
         directories += {static_cast<char>(i + 200), '\2', '\0', '\0'};
     directories += std::string(800'000, '\xff');
-    for (const auto& [block, note] : {std::pair(exifOf(200, 1 << 20, 0), "its metadata is larger than 64 MB"),
-                                      {tiff({{0x014A, 4, 100, 26}}, directories), "more than 5000 parts"},
-                                      {"no EXIF at all", "its metadata is damaged"}}) {
-        writePng(pngChunk("eXIf", block));
-        EXPECT_THAT(filter("in.png", "out.png"), HasSubstr(note));
+    const std::string damaged = "its XMP is damaged and isn't kept";
+    for (const auto& [chunk, note] :
+         {std::pair(exif(exifOf(200, 1 << 20, 0)), "its metadata is larger than 64 MB"s),
+          {exif(tiff({{0x014A, 4, 100, 26}}, directories)), "more than 5000 parts"},
+          {exif("no EXIF at all"), "its metadata is damaged"},
+          {packet(many), "more than 5000 parts"},
+          {packet("<xmp:Rating>3 & more</xmp:Rating>"), damaged},
+          {packet("<xmp:Label>\xe9</xmp:Label>"), damaged},
+          {packet("<no:Rating>3</no:Rating>"), damaged},
+          {packet("<xmp:Rating>3</xmp:Rating><xmp:Rating>4</xmp:Rating>"), damaged},
+          {packet("<xmp:Rating>"), damaged}}) {
+        writePng(chunk);
+        EXPECT_THAT(filter("in.png", "out.png"), HasSubstr(note)) << chunk.substr(0, 300);
     }
 }
 
