@@ -419,6 +419,14 @@ TEST_F(ImageFiles, ReplaceAnOldOutputOfAnyNameWithItsPermissionsAndOwnerThroughI
     // Only root can give files away; others keep their own.
     const bool isGiven = chown(name.c_str(), 1234, 5678) == 0;
     std::filesystem::permissions(name, std::filesystem::perms(04640));
+    // A run that dies as it writes leaves a file that nobody else may read.
+    ProcessRun dying({"/bin/true"}, [&] {
+        const rlimit limit{};
+        setrlimit(RLIMIT_FSIZE, &limit);
+        replaceFile(name, std::as_bytes(std::span(name)));
+    });
+    EXPECT_EQ(dying.wait().exitCode, -SIGXFSZ);
+    EXPECT_EQ(std::filesystem::status(mDirectory.names().at(1)).permissions(), std::filesystem::perms(0600));
     // The second time, the image replaces itself.
     for (const char* out : {"50%d.png", "#1.png"})
         filter("#1.png", out);
