@@ -135,7 +135,6 @@ TEST_P(GpuTest, FiltersOnTheCpuWhatTheGpuCannotDoAndStartsFromNothingAfterIt) {
         {"glRenderbufferStorageMultisample", takeStorageAway,
          "OpenGL has no storage (Framebuffer incomplete"},
         {"glTexSubImage2D", exhaustMemory, "OpenGL ran out of memory"},
-        {"glBufferData", exhaustMemory, "OpenGL ran out of memory"},
         {"glDrawArrays", exhaustMemory, "OpenGL ran out of memory"},
         {"glReadPixels", [] { gl::glUseProgram(~0u); }, "OpenGL noted the error 1281"},
         {"glUseProgram", exhaustMemory, "OpenGL ran out of memory"},
