@@ -33,12 +33,10 @@ Quaternion rotationOf(const Euler& euler) {
 
 TEST(Affine, ProductsRunAgainstTheMatrixesAndInversesUndoThem) {
     forEachSeed(100, [](Random& random) {
-        Mat4 a = random.mat4(), b = random.mat4();
-        const Affine first = a.getAffine(), second = b.getAffine();
-        a.setWithAffine(first);
-        b.setWithAffine(second);
-        Affine product = first;
-        product.multiply(second);
+        const Affine first = random.mat4().getAffine(), second = random.mat4().getAffine();
+        Mat4 a = changed(kSevens, &Mat4::setWithAffine, first);
+        Mat4 b = changed(kSevens, &Mat4::setWithAffine, second);
+        Affine product = changed(first, &Affine::multiply, second);
         EXPECT_TRUE(product == (b * a).getAffine());
         const Vec2 point = random.vec2(), moved = product.getTransform(point);
         EXPECT_EQ(Vec3(moved, 2), b * (a * Vec3(point, 2)));
@@ -152,8 +150,7 @@ TEST(Quaternion, AgreesWithTheOracle) {
         EXPECT_EQ(matrixOf(found), of(glm::rotate(glm::dmat4(1), angle, w)));
         EXPECT_NEAR(found.getRotationAngle(), angle * 180 / kPi, 1e-10);
         EXPECT_EQ(found.getRotationAxis(), from);
-        found.setWithMat4(matrixOf(a));
-        EXPECT_NEAR(std::abs(found.dot(a)), 1.0, 1e-14);
+        EXPECT_NEAR(std::abs(changed(found, &Quaternion::setWithMat4, matrixOf(a)).dot(a)), 1.0, 1e-14);
         EXPECT_EQ(matrixOf(Quaternion::lerp(a, b, t)), of(glm::mat4_cast(glm::slerp(p, q, t))));
     });
     double numbers[] = {1, 2, 3, 4, 5, 6};

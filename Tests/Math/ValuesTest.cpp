@@ -38,9 +38,9 @@ TEST(Vectors, ArithmeticKeepsItsComponentsApart) {
     EXPECT_EQ(chain(e, f, g, e, h), Vec3(1));
     EXPECT_EQ(chain(e.getVec2(), f.getVec2(), g.getVec2(), e.getVec2(), h.getVec2()), Vec2(1, 1));
     EXPECT_EQ(Vec2(-7, 7) % Vec2(4, -5), Vec2(-3, 2));
-    Vec3 object(3, -5, 5), v(1.5, -1.5, 2);
-    object.ortho(Vec3(1, 0, 0));
-    EXPECT_EQ(object, Vec3(0, 0, 1)) << "of the ties the later one is the largest";
+    Vec3 v(1.5, -1.5, 2);
+    EXPECT_EQ(changed(Vec3(3, -5, 5), &Vec3::ortho, Vec3(1, 0, 0)), Vec3(0, 0, 1))
+        << "of the ties the later one is the largest";
     EXPECT_EQ(Vec3::lerp(v, v.floor(), 0.5), Vec3(1.25, -1.75, 2));
 }
 
@@ -49,20 +49,16 @@ TEST(Vec2, TurnsAndQuadrantsAgreeWithEachOther) {
         const Vec2 start = random.vec2(), center = random.vec2();
         const double degrees = random.between(-179, 179);
         const Vec2 turned = start.rotateRound(degrees, center) - center;
-        Vec2 arm = start - center, aimed = arm;
+        const Vec2 arm = start - center;
         EXPECT_NEAR(arm.angleBetween(turned), degrees, 1e-7);
-        aimed.setAngle(degrees + arm.getAngle());
-        EXPECT_TRUE(aimed.equal(turned, 1e-11));
-        arm.rotate(degrees);
-        EXPECT_TRUE(arm.equal(turned, 1e-14));
+        EXPECT_TRUE(changed(arm, &Vec2::setAngle, degrees + arm.getAngle()).equal(turned, 1e-11));
+        EXPECT_TRUE(changed(arm, &Vec2::rotate, degrees).equal(turned, 1e-14));
         const int quarters = std::abs(start.getQuadrant() - center.getQuadrant());
         EXPECT_EQ(Vec2::oppositeQuadrant(start, center), quarters == 2);
-        arm.followSigns(center);
-        EXPECT_EQ(arm.getQuadrant(), center.getQuadrant());
+        EXPECT_EQ(changed(start, &Vec2::followSigns, center).getQuadrant(), center.getQuadrant());
     });
-    Vec2 zero, pair(3, 4);
-    zero.setLength(5);
-    EXPECT_EQ(zero, Vec2(5, 0));
+    Vec2 pair(3, 4);
+    EXPECT_EQ(changed(Vec2(), &Vec2::setLength, 5), Vec2(5, 0));
     EXPECT_EQ(changed(pair, &Vec2::fromArray, nullptr, 1), pair);
     Vec2::normalize(&pair.x, &pair.y);
     EXPECT_EQ(pair, Vec2(0.6, 0.8));
@@ -144,12 +140,10 @@ TEST(Box3, SetOperationsAgreeWithTheirPoints) {
         // Whole numbers from a few, so that faces often meet, but not in the origin alone: that box is empty.
         const auto whole = [&] { return random.vec3().floor() + 3; };
         Vec3 corners[] = {whole(), whole(), whole(), whole()}, point = whole();
-        Box3 first, second;
-        first.setFromPoints(corners, 2);
-        second.setFromPoints(corners + 2, 2);
-        Box3 common = first, both = first;
-        common.intersects(second);
-        both.unionBox(second);
+        const Box3 first = changed(Box3(), &Box3::setFromPoints, corners, 2);
+        const Box3 second = changed(Box3(), &Box3::setFromPoints, corners + 2, 2);
+        const Box3 common = changed(first, &Box3::intersects, second);
+        Box3 both = changed(first, &Box3::unionBox, second);
         EXPECT_EQ(changed(first, &Box3::translate, point), Box3(first.min + point, first.max + point));
         EXPECT_EQ(changed(first, &Box3::expandByVector, point), Box3(first.min - point, first.max + point));
         EXPECT_EQ(changed(first, &Box3::expandByScalar, 0.5f), Box3(first.min - 0.5, first.max + 0.5));
@@ -158,9 +152,8 @@ TEST(Box3, SetOperationsAgreeWithTheirPoints) {
         EXPECT_EQ(common.containsPoint(point), first.containsPoint(point) && second.containsPoint(point));
         EXPECT_EQ(both.distanceToPoint(point) == 0, both.containsPoint(point));
     });
-    Box3 box(Vec3(), Vec3(0));
-    EXPECT_TRUE(box.isEmpty());
-    box.setFromCenterAndSize(Vec3(3), Vec3(6));
+    EXPECT_TRUE(Box3(Vec3(), Vec3(0)).isEmpty());
+    Box3 box = changed(Box3(), &Box3::setFromCenterAndSize, Vec3(3), Vec3(6));
     EXPECT_EQ(box.distanceToPoint(Vec3(9, 10, 5)), 5);
 }
 

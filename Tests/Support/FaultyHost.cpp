@@ -20,10 +20,8 @@ Table mHost{};
 /// Writes an argument where it matters; most addresses don't.
 template<class Argument>
 void describe(std::ostream& text, const Argument& argument) {
-    if constexpr (std::is_integral_v<Argument>)
+    if constexpr (std::is_integral_v<Argument> || std::is_same_v<Argument, const char*>)
         text << ' ' << +argument;
-    else if constexpr (std::is_same_v<Argument, const char*>)
-        text << ' ' << argument;
     else if constexpr (std::is_same_v<Argument, PF_LayerDef*>)
         text << (argument == mInput ? " input" : argument == mOutput ? " output" : "");
     else if constexpr (std::is_same_v<Argument, PF_ParamDef*>)
