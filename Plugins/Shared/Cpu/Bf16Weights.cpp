@@ -155,6 +155,7 @@ template<int kChannels>
 class Bf16Planes::Weights {
 public:
     static constexpr int kLanes = 16;
+    static constexpr bool kPairsRows = true;
     struct Scope {};
     struct Tile;
 

@@ -7,11 +7,14 @@
 //
 // With 512-bit vectors a tap takes 15 instructions: 3 differences, 3 multiply-adds for the exponent, one to take its
 // fraction, a cubic of 3, one to scale by the power, 4 for the sums, and 1 more for alpha. The two units that run
-// them bound the loop; its instructions were counted, but it has not been timed. With 16 registers a tap takes 19, as
-// the power goes through integers and small weights are cut off. There the multiply-adds bound the loop, 10 of its
-// instructions with the comparison. Two rows at a time, which share what they load, were no faster there: their sums
-// don't fit the registers. Exponents, weights and sums of three taps that follow each other in one turn of the loop were
-// 15 % slower, as the differences are taken twice then.
+// them bound the loop; its instructions were counted, but it has not been timed.
+//
+// With 16 registers a tap takes 19, as the power goes through integers and small weights are cut off. With 256-bit vectors
+// the longest unit needs 5 cycles for them, but a tap takes 9.1: each instruction waits for the one before it, some 50
+// cycles from the loads to the sums, and few taps fit the processor's window at once (without the waiting a tap takes
+// 6.8). So every instruction less counts: rows are filtered one at a time, and differences taken straight from memory.
+// Two rows, which share what they load, were 13 % slower, as their state doesn't fit the registers. Slower too were two
+// taps side by side, the sums of a tap beside the exponents of the next, and the exponents or weights of a row first.
 
 /// Of exponents, in octaves.
 #if HWY_TARGET == HWY_AVX3 || HWY_TARGET == HWY_AVX3_DL
@@ -131,6 +134,7 @@ template<int kCount, bool kAlpha>
 class FloatWeights {
 public:
     static constexpr int kLanes = HWY_NAMESPACE::kLanes;
+    static constexpr bool kPairsRows = HWY_TARGET == HWY_AVX3 || HWY_TARGET == HWY_AVX3_DL;
     using Scope = FlushedUnderflow;
     struct Tile;
 
@@ -145,29 +149,21 @@ public:
     template<class... Tiles>
     HWY_INLINE void addRow(int row, int column, Tiles&... tiles) const {
         const std::size_t at = mStride * row + column;
-#if HWY_TARGET == HWY_AVX3 || HWY_TARGET == HWY_AVX3_DL
-        addTaps(row, at, tiles...);
-#else
-        // Two tiles at a time need more than 16 registers, and sums that go through memory.
-        (addTaps(row, at, tiles), ...);
-#endif
-    }
-
-private:
-    template<class... Tiles>
-    HWY_INLINE void addTaps(int row, std::size_t at, Tiles&... tiles) const {
         for (int tap = 0; tap <= 2 * mReach; ++tap) {
             VF values[kCount + 1];
             for (int i = 0; i < kCount; ++i)
                 values[i] = value(at + tap, i);
             if constexpr (kAlpha)
                 values[kCount] = hn::LoadU(df, mPlanes.alpha + at + tap);
-            for (int i = 0; i < kCount; ++i)
-                keepInRegister(values[i]);
+            // One tile takes its differences from memory.
+            if constexpr (sizeof...(Tiles) > 1)
+                for (int i = 0; i < kCount; ++i)
+                    keepInRegister(values[i]);
             (tiles.add(values, mNumbers.starts[std::abs(row - tiles.row)][tap]), ...);
         }
     }
 
+private:
     HWY_INLINE VF value(std::size_t at, int channel) const {
         return hn::LoadU(df, mPlanes.channels[3 - kCount + channel] + at);
     }
@@ -198,7 +194,7 @@ struct FloatWeights<kCount, kAlpha>::Tile {
         VF difference[kCount];
         VF exponent = hn::Set(df, start);
         for (int i = 0; i < kCount; ++i) {
-            difference[i] = hn::Sub(values[i], centre[i]);
+            difference[i] = hn::Sub(centre[i], values[i]);
             exponent = hn::NegMulAdd(difference[i], difference[i], exponent);
         }
         VF weight = exp2Float(exponent);
@@ -206,7 +202,7 @@ struct FloatWeights<kCount, kAlpha>::Tile {
             weight = hn::Mul(weight, values[kCount]);
         sum[0] = hn::Add(sum[0], weight);
         for (int i = 0; i < kCount; ++i)
-            sum[1 + i] = hn::MulAdd(weight, difference[i], sum[1 + i]);
+            sum[1 + i] = hn::NegMulAdd(weight, difference[i], sum[1 + i]);
     }
     HWY_INLINE void store(Means& means, int column) const {
         for (int i = 0; i < kCount; ++i) {

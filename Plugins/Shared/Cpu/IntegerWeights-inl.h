@@ -125,6 +125,7 @@ template<int kCount, bool kAlpha>
 class IntegerWeights {
 public:
     static constexpr int kLanes = HWY_NAMESPACE::kLanes;
+    static constexpr bool kPairsRows = true;
     struct Scope {};
     struct Tile;
 

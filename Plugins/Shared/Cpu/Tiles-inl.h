@@ -28,7 +28,8 @@ HWY_INLINE void filterRow(const Weights& weights, int reach, const Block& block,
     }
 }
 
-/// Filters a block from its planes. A tile is the running sums of `kLanes` neighbouring pixels of one row.
+/// Filters a block from its planes, two rows at a time if `kPairsRows`. A tile is the running sums of `kLanes`
+/// neighbouring pixels of one row.
 ///
 /// @param first the mean of the first channel, where the weights filter the others alone.
 template<class Weights>
@@ -37,12 +38,13 @@ void filterTiles(const Weights& weights, const FrameJobs& frame, const Block& bl
     for (Means& row : means)
         row[0].fill(first);
     int y = 0;
-    for (; y + 1 < block.height; y += 2) {
-        filterPair(weights, frame.reach, block, y, means);
-        frame.formula.store(block, y, means[0]);
-        frame.formula.store(block, y + 1, means[1]);
-    }
-    if (y < block.height) {
+    if constexpr (Weights::kPairsRows)
+        for (; y + 1 < block.height; y += 2) {
+            filterPair(weights, frame.reach, block, y, means);
+            frame.formula.store(block, y, means[0]);
+            frame.formula.store(block, y + 1, means[1]);
+        }
+    for (; y < block.height; ++y) {
         filterRow(weights, frame.reach, block, y, means[0]);
         frame.formula.store(block, y, means[0]);
     }
