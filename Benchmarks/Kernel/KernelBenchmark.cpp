@@ -164,6 +164,7 @@ void addOpenCv([[maybe_unused]] const std::string& prefix, [[maybe_unused]] cons
                                               image.pixel(x, y)[3]};
         if (isFloat)
             source.convertTo(source, CV_32FC3, 1 / 255.0);
+        source.copyTo(result); // so that its memory is there before the clock runs
         cv::setNumThreads(static_cast<int>(threads));
         for (auto _ : state)
             cv::bilateralFilter(source, result, diameter, isFloat ? rangeSigma : 255 * rangeSigma,
