@@ -19,7 +19,8 @@ namespace HWY_NAMESPACE {
 
 #include "Plugins/Shared/Cpu/Pixels-inl.h"
 
-/// Replaces red, green and blue of `kLanes` pixels. Bytes have means, other types differences.
+/// Replaces red, green and blue of `kLanes` pixels by the means, which are differences. They aren't numbers where all
+/// weights are 0.
 template<class Value>
 HWY_INLINE void storeVector(const Value* source, Value* target, const Means& means, int column) {
     VF a, r, g, b;
@@ -28,11 +29,21 @@ HWY_INLINE void storeVector(const Value* source, Value* target, const Means& mea
         hn::And(hn::And(hn::IsFinite(a), hn::IsFinite(r)), hn::And(hn::IsFinite(g), hn::IsFinite(b)));
     const auto replaced = [&](VF own, int channel) HWY_ATTR {
         const VF mean = hn::LoadU(df, &means[channel][column]);
-        const VF result = sizeof(Value) == 1 ? mean : hn::Add(own, mean);
-        // All weights are 0 where the mean isn't a number.
-        return hn::IfThenElse(hn::And(isFinite, hn::Eq(mean, mean)), result, own);
+        return hn::IfThenElse(hn::And(isFinite, hn::Eq(mean, mean)), hn::Add(own, mean), own);
     };
     storePixels(a, replaced(r, 0), replaced(g, 1), replaced(b, 2), target);
+}
+
+/// The same for means in 0..255, pixel by pixel as integers.
+HWY_INLINE void storeVector(const std::uint8_t* source, std::uint8_t* target, const Means& means,
+                            int column) {
+    const VI own = hn::LoadU(di, reinterpret_cast<const std::int32_t*>(source));
+    const auto mean = [&](int channel) HWY_ATTR { return hn::LoadU(df, &means[channel][column]); };
+    const VI a = hn::And(own, hn::Set(di, 0xFF)), r = hn::ShiftLeft<8>(nearestInt(mean(0))),
+             g = hn::ShiftLeft<16>(nearestInt(mean(1))), b = hn::ShiftLeft<24>(nearestInt(mean(2)));
+    const auto isNumber = hn::RebindMask(di, hn::Eq(mean(0), mean(0)));
+    hn::StoreU(hn::IfThenElse(isNumber, hn::Or(hn::Or(a, r), hn::Or(g, b)), own), di,
+               reinterpret_cast<std::int32_t*>(target));
 }
 
 template<class Value>
