@@ -8,7 +8,6 @@
 #include <cmath>
 #include <csignal>
 #include <ctime>
-#include <unistd.h>
 
 // The filter as a program sees it: loaded with dlopen and called through its functions.
 
@@ -132,8 +131,8 @@ TEST(Frei0r, AHostGetsNoExceptionWhereTheSetupHasNoMemory) {
     const Instance instance = makeInstance(kSize, 0.5);
     Bytes result(frame.size());
     double position = 0.5;
-    for (const std::size_t limit :
-         {0, 100}) { // with a bit of it the thread starts, and has none for the effect
+    // With a bit of it the thread starts, and has none for the effect.
+    for (const std::size_t limit : {0, 100}) {
         AllocationLimit::largest = limit;
         void* const second = BLUR(f0r_construct)(kSize.width, kSize.height);
         // A host may go on without an instance.

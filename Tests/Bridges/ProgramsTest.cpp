@@ -19,8 +19,7 @@ const std::string kMeltRaw = " -consumer avformat:pipe:1 f=rawvideo vcodec=rawvi
 class Frei0rPrograms : public testing::Test {
 protected:
     Frei0rPrograms() {
-        const std::string directory = std::filesystem::path(BLUR_FILTER).parent_path();
-        setenv("FREI0R_PATH", directory.c_str(), 1);
+        setenv("FREI0R_PATH", std::filesystem::path(BLUR_FILTER).parent_path().c_str(), 1);
         // GStreamer keeps a list of what it found; it mustn't be the user's.
         setenv("GST_REGISTRY", (mDirectory / "registry.bin").c_str(), 1);
         write(mFrames, kSize, "clip.mkv");

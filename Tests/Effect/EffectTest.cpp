@@ -107,7 +107,7 @@ void exhaustMemory() {
     gl::glDeleteBuffers(1, &buffer);
 }
 
-void takeStorageAway() {
+void dropStorage() {
     gl::glRenderbufferStorage(gl::GL_RENDERBUFFER, gl::GL_RGBA, 0, 0);
 }
 
@@ -131,9 +131,8 @@ TEST_P(GpuTest, FiltersOnTheCpuWhatTheGpuCannotDoAndStartsFromNothingAfterIt) {
     };
     const std::tuple<const char*, void (*)(), const char*> cases[] = {
         {"glRenderbufferStorage", exhaustMemory, "OpenGL ran out of memory"},
-        {"glRenderbufferStorage", takeStorageAway, "OpenGL has no storage (Framebuffer incomplete"},
-        {"glRenderbufferStorageMultisample", takeStorageAway,
-         "OpenGL has no storage (Framebuffer incomplete"},
+        {"glRenderbufferStorage", dropStorage, "OpenGL has no storage (Framebuffer incomplete"},
+        {"glRenderbufferStorageMultisample", dropStorage, "OpenGL has no storage (Framebuffer incomplete"},
         {"glTexSubImage2D", exhaustMemory, "OpenGL ran out of memory"},
         {"glDrawArrays", exhaustMemory, "OpenGL ran out of memory"},
         {"glReadPixels", [] { gl::glUseProgram(~0u); }, "OpenGL noted the error 1281"},

@@ -2,7 +2,6 @@
 #include "Plugins/Shared/Helper/Semaphore.h"
 
 #include <atomic>
-#include <chrono>
 
 namespace Tessaloom::BilateralBlur {
 namespace {

@@ -32,9 +32,8 @@ public:
     Vec4 vec4() { return {vec3(), between(-2, 2)}; }
     Mat4 mat4() { return {vec4(), vec4(), vec4(), vec4(), false}; }
     Quaternion rotation() {
-        Quaternion q{between(-1, 1), between(-1, 1), between(-1, 1), between(-1, 1)};
-        q.normalize();
-        return q;
+        const Vec4 q = vec4();
+        return changed(Quaternion(q.x, q.y, q.z, q.w), &Quaternion::normalize);
     }
 
 private:

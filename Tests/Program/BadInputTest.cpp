@@ -48,9 +48,8 @@ void writeBadFiles(const Directory& directory) {
     const std::string animation = pngChunk("acTL", std::string("\0\0\0\2\0\0\0\0", 8));
     write("animated.png", good.substr(0, 33) + animation + good.substr(33));
     const std::string exr = contents(directory / "small.exr");
-    const std::size_t corner =
-        exr.find("dataWindow") + 11 + 6 + 4 + 8; // behind name, type, size and a corner
-    write("wide.exr", exr.substr(0, corner) + std::string("\0\0\0\x70", 4) + exr.substr(corner + 4));
+    // In its first window the farther corner, 19 and 9.
+    write("wide.exr", replaced(exr, std::string("\x13\0\0\0\x9", 5), std::string("\x13\0\0\x70\x9", 5)));
     write("parts.exr", exr.substr(0, 5) + "\x10" + exr.substr(6));
     write("huge.png", pngWithoutPixels(60000));
     write("text.png", "this is no image\n");

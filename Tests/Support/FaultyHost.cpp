@@ -157,17 +157,15 @@ PF_Err entry(PF_Cmd cmd, PF_InData* inData, PF_OutData* outData, PF_ParamDef* pa
         auto& table = static_cast<PF_PreRenderExtra*>(extra)->cb;
         table = replace(table, PF_PreRenderCallbacks{Recorded<&PF_PreRenderCallbacks::checkout_layer>::call});
     } else if (cmd == PF_Cmd_SMART_RENDER) {
+        constexpr std::int32_t kOtherFlag = 0x40; // which stays
+        outData->out_flags = kOtherFlag;
         PF_SmartRenderExtra& frame = *static_cast<PF_SmartRenderExtra*>(extra);
         if (mCurrent->faults.bitDepth)
             frame.input->bitdepth = mCurrent->faults.bitDepth;
-        auto& table = frame.cb;
-        table = replace(table, PF_SmartRenderCallbacks{checkoutLayerPixels, nullptr, checkoutOutput});
+        frame.cb = replace(frame.cb, PF_SmartRenderCallbacks{checkoutLayerPixels, nullptr, checkoutOutput});
     }
     mCurrent->calls.clear();
     // Setups declare, and a message may come in any command; nothing else of the record is an effect's to write.
-    constexpr std::int32_t kOtherFlag = 0x40;
-    if (cmd == PF_Cmd_SMART_RENDER)
-        outData->out_flags = kOtherFlag;
     PF_OutData before = *outData;
     const PF_Err code = mEntry(cmd, FaultyHost::wrap(*inData), outData, params, output, extra);
     std::memcpy(before.return_msg, outData->return_msg, sizeof before.return_msg);
