@@ -40,12 +40,14 @@ TEST(Affine, ProductsRunAgainstTheMatrixesAndInversesUndoThem) {
         EXPECT_TRUE(product == (b * a).getAffine());
         const Vec2 point = random.vec2(), moved = product.getTransform(point);
         EXPECT_EQ(Vec3(moved, 2), b * (a * Vec3(point, 2)));
+        EXPECT_TRUE(product.getInverse().getTransform(moved).equal(point, 1e-9));
         EXPECT_TRUE(product.inverse(product));
         EXPECT_TRUE(product.getTransform(moved).equal(point, 1e-9));
     });
     Affine kept;
     EXPECT_FALSE(Affine(-9e-7, 0, 0, 1, 0, 0).inverse(kept));
     EXPECT_TRUE(kept == Affine());
+    EXPECT_TRUE(Affine(2, 0, 0, 0, 5, 6).getInverse() == Affine());
 }
 
 TEST(Affine, ComposingOperationsActFirst) {
@@ -81,6 +83,7 @@ TEST(Mat4, AgreesWithTheOracle) {
             EXPECT_EQ(changed(v, &Vec3::setFromMatrixColumn, a, i), of(glm::dvec3(p[i])));
             EXPECT_EQ(changed(Vec2(), &Vec2::fromArray, a.m, i), Vec2(a.m[i], a.m[i + 1]));
         }
+        EXPECT_EQ(changed(b, [&](Mat4& m) { a.transpose(m); }), of(glm::transpose(p)));
         EXPECT_EQ(a * b, of(p * q));
         EXPECT_EQ(a + b * 2.0 - a, of(q * 2.0));
         EXPECT_EQ(changed(a, [&](Mat4& m) { m.translate(v); }), of(glm::translate(p, w)));
@@ -139,12 +142,14 @@ TEST(Quaternion, AgreesWithTheOracle) {
         const Vec3 v = random.vec3();
         const glm::dvec3 w = glm::make_vec3(&v.x);
         EXPECT_EQ(matrixOf(changed(a, &Quaternion::premultiply, b)), of(glm::mat4_cast(q * p)));
+        EXPECT_EQ(matrixOf(changed(a, &Quaternion::multiply, b)), of(glm::mat4_cast(p * q)));
         EXPECT_EQ(changed(v, &Vec3::applyQuaternion, a), of(p * w));
         const Quaternion back = changed(a, &Quaternion::setInverse);
         EXPECT_EQ(Quaternion::quaternionMulVec3(back, v), of(glm::inverse(p) * w));
         const Vec3 from = of(glm::normalize(w)), to = Quaternion::quaternionMulVec3(b, from);
         for (const Vec3& end : {to, from.negate()})
             EXPECT_EQ(matrixOf(Quaternion(from, end)) * from, end);
+        EXPECT_NEAR((from * 3).angleBetween(to * 2), glm::acos(glm::dot(w, q * w) / glm::dot(w, w)), 1e-7);
         const double angle = random.between(0.1, 3.1), t = random.between(-0.5, 1.5);
         Quaternion found = changed(Quaternion(), [&](Quaternion& c) { c.set(v, angle); });
         EXPECT_EQ(matrixOf(found), of(glm::rotate(glm::dmat4(1), angle, w)));

@@ -20,6 +20,11 @@ TEST(Vectors, ComparisonsAndScalarsAtTheirBounds) {
     // Relative: a right angle between short vectors is not taken for a straight one.
     EXPECT_TRUE(Vec2(1e-9, 0).isOrthogonal({0, 1e-9}));
     EXPECT_FALSE(Vec2(1e-9, 0).isCollinear({0, 1e-9}));
+    EXPECT_FALSE(Vec2::equalWithTolerance(1, 2, 4, 6, 5)) << "the bound is outside";
+    EXPECT_TRUE(Vec2::equalWithTolerance(1, 2, 4, 6, 5.01));
+    EXPECT_TRUE(Vec2::isDuplicate({1, 2}, {1.24, 1.76}));
+    EXPECT_FALSE(Vec2::isDuplicate({1, 2}, {1.25, 2}));
+    EXPECT_FALSE(Vec2::isDuplicate({1, 2}, {1, 1.75}));
 }
 
 // The named verbs and plain operators are what the compound ones are made of.
@@ -42,6 +47,7 @@ TEST(Vectors, ArithmeticKeepsItsComponentsApart) {
     EXPECT_EQ(changed(Vec3(3, -5, 5), &Vec3::ortho, Vec3(1, 0, 0)), Vec3(0, 0, 1))
         << "of the ties the later one is the largest";
     EXPECT_EQ(Vec3::lerp(v, v.floor(), 0.5), Vec3(1.25, -1.75, 2));
+    EXPECT_EQ(Vec3(191, 10, -5).rotationalDifference({10, 350, -9}), Vec3(181, -340, 4));
 }
 
 TEST(Vec2, TurnsAndQuadrantsAgreeWithEachOther) {
@@ -53,6 +59,8 @@ TEST(Vec2, TurnsAndQuadrantsAgreeWithEachOther) {
         EXPECT_NEAR(arm.angleBetween(turned), degrees, 1e-7);
         EXPECT_TRUE(changed(arm, &Vec2::setAngle, degrees + arm.getAngle()).equal(turned, 1e-11));
         EXPECT_TRUE(changed(arm, &Vec2::rotate, degrees).equal(turned, 1e-14));
+        EXPECT_EQ(changed(start, &Vec2::rotateAround, degrees, center) - center, turned);
+        EXPECT_TRUE(arm.project(center).equal(center * (arm.dot(center) / center.dot(center)), 1e-12));
         const int quarters = std::abs(start.getQuadrant() - center.getQuadrant());
         EXPECT_EQ(Vec2::oppositeQuadrant(start, center), quarters == 2);
         EXPECT_EQ(changed(start, &Vec2::followSigns, center).getQuadrant(), center.getQuadrant());
@@ -60,6 +68,8 @@ TEST(Vec2, TurnsAndQuadrantsAgreeWithEachOther) {
     Vec2 pair(3, 4);
     EXPECT_EQ(changed(Vec2(), &Vec2::setLength, 5), Vec2(5, 0));
     EXPECT_EQ(changed(pair, &Vec2::fromArray, nullptr, 1), pair);
+    EXPECT_EQ(Vec2::centerToTopLefetPoint(pair, {10, 20}), Vec2(8, 6));
+    EXPECT_EQ(Vec2::topLeftToCenterPoint({8, 6}, {10, 20}), pair);
     Vec2::normalize(&pair.x, &pair.y);
     EXPECT_EQ(pair, Vec2(0.6, 0.8));
 }
@@ -153,6 +163,10 @@ TEST(Box3, SetOperationsAgreeWithTheirPoints) {
         EXPECT_EQ(both.distanceToPoint(point) == 0, both.containsPoint(point));
     });
     EXPECT_TRUE(Box3(Vec3(), Vec3(0)).isEmpty());
+    float numbers[] = {3, 7, 2, 1, 8, 5};
+    Box3 numbered(Vec3(9), Vec3(9));
+    numbered.setFromArray(numbers, 6);
+    EXPECT_EQ(numbered, Box3(Vec3(1, 7, 2), Vec3(3, 8, 5)));
     Box3 box = changed(Box3(), &Box3::setFromCenterAndSize, Vec3(3), Vec3(6));
     EXPECT_EQ(box.distanceToPoint(Vec3(9, 10, 5)), 5);
 }
