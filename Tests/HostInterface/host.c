@@ -23,7 +23,10 @@ static PF_Err acquire(const char *name, int32_t version, const void **suite) {
     return PF_Err_NONE;
 }
 static PF_Err release(const char *name, int32_t version) { return PF_Err_NONE; }
-static PF_Err addParam(void *host, int32_t index, PF_ParamDef *param) { return sliders[sliderCount++] = *param, 0; }
+static PF_Err addParam(void *host, int32_t index, PF_ParamDef *param) {
+    sliders[sliderCount++] = *param;
+    return PF_Err_NONE;
+}
 static PF_Err checkoutParam(void *host, int32_t index, int32_t time, int32_t step, uint32_t scale, PF_ParamDef *param) {
     *param = sliders[index - 1]; // 0 is the input layer
     return PF_Err_NONE;
@@ -54,7 +57,9 @@ int main(int count, char **arguments) {
     if (entry(PF_Cmd_GLOBAL_SETUP, &in, &out, NULL, NULL, NULL) ||
         entry(PF_Cmd_PARAMS_SETUP, &in, &out, NULL, NULL, NULL))
         return fail("The setup failed.");
-    for (int i = 0; i < sliderCount && 6 + i < count; ++i)
+    if (count != 6 + sliderCount)
+        return fail("Give a value for each slider.");
+    for (int i = 0; i < sliderCount; ++i)
         sliders[i].u.sd.value = atoi(arguments[6 + i]);
 
     const PF_LRect whole = {0, 0, atoi(arguments[2]), atoi(arguments[3])};
